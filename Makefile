@@ -1,0 +1,47 @@
+# The front door. Each verb works on a bare Debian 12 and installs what it needs itself.
+BUILD ?= build
+JOBS ?= $(shell nproc)
+CMAKE_ARGS ?=
+configure = cmake -S . -B $(1) -G Ninja $(2) $(CMAKE_ARGS)
+
+.PHONY: help build test demo lint asan tsan bench install clean
+
+help:            ## this list
+	@sed -n 's/^\([a-z-]*\):.*##  */\1\t/p' $(MAKEFILE_LIST) | expand -t 12
+
+build:           ## library, engine and programs, in build/lib and build/bin
+	@scripts/install-packages build
+	@$(call configure,$(BUILD),-DKALVRIN_TESTS=OFF) >/dev/null
+	@cmake --build $(BUILD) -j $(JOBS)
+
+test:            ## build everything and run all tests
+	@scripts/install-packages build test
+	@$(call configure,$(BUILD),-DKALVRIN_TESTS=ON) >/dev/null
+	@cmake --build $(BUILD) -j $(JOBS)
+	@ctest --test-dir $(BUILD) -j $(JOBS) --output-on-failure
+
+demo: build      ## speech and music through a real model: WAV files and a picture
+	@scripts/install-packages demo
+	@scripts/demo $(BUILD)
+
+lint:            ## formatting, static analysis, direction of includes
+	@scripts/install-packages build test lint
+	@scripts/lint $(BUILD)
+
+asan:            ## all tests under the address and undefined-behaviour sanitizers
+	@scripts/install-packages build test
+	@scripts/sanitized address $(BUILD)-asan $(JOBS)
+
+tsan:            ## all tests under the thread sanitizer
+	@scripts/install-packages build test
+	@scripts/sanitized thread $(BUILD)-tsan $(JOBS)
+
+bench:           ## speed beside FFTW and KissFFT, as a table and a plot
+	@scripts/install-packages build bench
+	@scripts/bench $(BUILD)-bench $(JOBS)
+
+install: build   ## into PREFIX (default /usr/local)
+	@cmake --install $(BUILD) $(if $(PREFIX),--prefix $(PREFIX))
+
+clean:           ## remove the build folders
+	rm -rf $(BUILD) $(BUILD)-asan $(BUILD)-tsan $(BUILD)-bench
