@@ -1,8 +1,22 @@
 #include "failure/result_code.h"
 
+#include <cstring>
 #include <exception>
 #include <new>
 #include <stdexcept>
+
+namespace {
+thread_local char heldErrorInformation[ErrorInformationCapacity];
+}
+
+void HoldErrorInformation(const char* text) noexcept {
+  std::strncpy(heldErrorInformation, text ? text : "", ErrorInformationCapacity - 1);
+}
+
+winrt::hresult_error::hresult_error(ResultCode code) noexcept : value(code) {
+  std::memcpy(text, heldErrorInformation, sizeof text);
+  heldErrorInformation[0] = '\0';
+}
 
 void ThrowForResultCode(ResultCode code) {
   using namespace winrt;

@@ -2,6 +2,7 @@
 
 // Result codes of the platform boundary and the exception that each one becomes.
 
+#include <cstddef>
 #include <cstdint>
 
 /// What an operation of the platform boundary answers: negative is a failure.
@@ -30,19 +31,30 @@ inline constexpr ResultCode InvalidArgument = FromBits(0x80070057);
 inline constexpr ResultCode Canceled = FromBits(0x800704C7);
 }  // namespace ResultCodes
 
+/// Bytes of error information kept for a failure, the terminating zero included.
+inline constexpr std::size_t ErrorInformationCapacity = 512;
+
+/// For implementations of the platform: keeps `text` (cut where it is too long) for this thread,
+/// until the next exception made from a failing code takes it over. Allocates nothing.
+void HoldErrorInformation(const char* text) noexcept;
+
 constexpr bool Failed(ResultCode code) { return code < 0; }
 
 namespace winrt {
 
 /// Base of all platform failures. Not a std::exception: a handler for those does not see it.
+/// Takes over the error information that the platform holds for the thread, if any.
 class hresult_error {
 public:
-  explicit hresult_error(ResultCode code) noexcept : value(code) {}
+  explicit hresult_error(ResultCode code) noexcept;
   virtual ~hresult_error() = default;
   ResultCode code() const noexcept { return value; }
+  /// What the platform said of the failure, cut to the room here; empty when it said nothing.
+  const char* message() const noexcept { return text; }
 
 private:
   ResultCode value;
+  char text[ErrorInformationCapacity];
 };
 
 template <ResultCode Code>

@@ -5,6 +5,7 @@
 #include <functional>
 #include <new>
 #include <stdexcept>
+#include <string>
 #include <typeinfo>
 
 namespace {
@@ -72,6 +73,23 @@ TEST(ResultCode, EachCodeHasItsClassAndMapsBack) {
 TEST(ResultCode, SuccessAndInformationDoNotThrow) {
   for (ResultCode code : {0, 1, 0x7FFFFFFF})
     EXPECT_NO_THROW(CheckResult(code)) << code;
+}
+
+TEST(ResultCode, ErrorInformationGoesToTheNextFailureOnlyAndIsCutToFit) {
+  const auto messageOf = [](ResultCode code) -> std::string {
+    try {
+      ThrowForResultCode(code);
+    } catch (const winrt::hresult_error& error) {
+      return error.message();
+    }
+  };
+  HoldErrorInformation("no such operator");
+  EXPECT_EQ(messageOf(ResultCodes::Fail), "no such operator");
+  EXPECT_EQ(messageOf(ResultCodes::Fail), "");
+  HoldErrorInformation(std::string(2000, 'x').c_str());
+  EXPECT_EQ(messageOf(ResultCodes::AccessDenied), std::string(ErrorInformationCapacity - 1, 'x'));
+  HoldErrorInformation(nullptr);
+  EXPECT_EQ(messageOf(ResultCodes::Fail), "");
 }
 
 TEST(ResultCode, ForeignExceptionsMapByFamily) {
