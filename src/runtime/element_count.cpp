@@ -9,13 +9,11 @@ namespace {
 
 template <class Sizes>
 std::uint64_t CheckedProduct(const Sizes& sizes) {
-  if (std::find(sizes.begin(), sizes.end(), 0) != sizes.end())
-    return 0;
+  if (std::find(sizes.begin(), sizes.end(), 0) != sizes.end()) return 0;
   std::uint64_t product = 1;
   for (auto size : sizes) {
     // a negative dimension is a huge count here
-    if (static_cast<std::uint64_t>(size) > MaxElements / product)
-      throw std::bad_alloc();
+    if (static_cast<std::uint64_t>(size) > MaxElements / product) throw std::bad_alloc();
     product *= static_cast<std::uint64_t>(size);
   }
   return product;
@@ -27,6 +25,8 @@ std::uint64_t ElementCount(std::initializer_list<std::uint64_t> sizes) {
   return CheckedProduct(sizes);
 }
 
-std::uint64_t ElementCount(const Platform::Shape& shape) { return CheckedProduct(shape); }
+std::uint64_t ElementCount(const Platform::Shape& shape) {
+  return CheckedProduct(shape);
+}
 
 }  // namespace Orvik::Tesmo::Dnn

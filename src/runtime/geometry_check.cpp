@@ -12,8 +12,7 @@ namespace {
 using Platform::Side;
 
 void Require(bool condition, const char* refusal) {
-  if (!condition)
-    throw ContractException(refusal);
+  if (!condition) throw ContractException(refusal);
 }
 
 void Require(bool condition, Side side, const char* inputRefusal, const char* outputRefusal) {
@@ -85,8 +84,9 @@ void CheckTensorsFit(const ModelLayout& layout, const Platform::Shape& inputShap
           "The input has no channel dimension: only 1 channel is possible");
   Require(!lacks(OutputRole::Channels) || geometry.channelCount == 1,
           "The output has no channel dimension: only 1 channel is possible");
-  Require(!lacks(InputRole::Sequence) || geometry.sequenceSize + geometry.lookaheadBlocks == 1,
-          "The input has no sequence dimension: only sequence size 1 without lookahead is possible");
+  Require(
+      !lacks(InputRole::Sequence) || geometry.sequenceSize + geometry.lookaheadBlocks == 1,
+      "The input has no sequence dimension: only sequence size 1 without lookahead is possible");
   Require(!lacks(OutputRole::Sequence) || geometry.sequenceSize == 1,
           "The output has no sequence dimension: only sequence size 1 is possible");
   Require(!lacks(OutputRole::Classes) || classCount == 1,

@@ -13,10 +13,10 @@ std::shared_ptr<Platform::MetadataMap> MetadataOf(const Platform::Model& model) 
   return map;
 }
 
-std::optional<MetadataJson> ReadMetadataJson(const Platform::Model& model, std::u16string_view key) {
+std::optional<MetadataJson> ReadMetadataJson(const Platform::Model& model,
+                                             std::u16string_view key) {
   const auto text = TryLookupMetadata(*MetadataOf(model), key);
-  if (!text)
-    return std::nullopt;
+  if (!text) return std::nullopt;
   return ParseMetadataJson(*text);
 }
 
@@ -49,8 +49,8 @@ std::u16string ReadMetadataString(const Platform::Model& model, std::u16string_v
 std::int32_t ReadMetadataInt(const Platform::Model& model, std::u16string_view key,
                              std::int32_t fallback) {
   const auto json = ReadMetadataJson(model, key);
-  if (!json || (json->type != MetadataJson::Type::Unsigned &&
-                json->type != MetadataJson::Type::Integer))
+  if (!json ||
+      (json->type != MetadataJson::Type::Unsigned && json->type != MetadataJson::Type::Integer))
     return fallback;
   return static_cast<std::int32_t>(json->number);
 }
@@ -58,11 +58,9 @@ std::int32_t ReadMetadataInt(const Platform::Model& model, std::u16string_view k
 std::vector<std::u16string> ReadAudioClassNames(const Platform::Model& model) {
   std::vector<std::u16string> names;
   for (const MetadataJson& item : ReadMetadataArray(model, u"AudioClassNames")) {
-    if (item.type == MetadataJson::Type::Text)
-      names.push_back(Utf16FromUtf8(item.text));
+    if (item.type == MetadataJson::Type::Text) names.push_back(Utf16FromUtf8(item.text));
   }
-  if (names.empty())
-    names.emplace_back(u"Extracted");
+  if (names.empty()) names.emplace_back(u"Extracted");
   return names;
 }
 
@@ -71,8 +69,8 @@ std::vector<ChannelBinding> ReadChannelBindings(const Platform::Model& model) {
   for (const MetadataJson& item : ReadMetadataArray(model, u"ChannelToAudioClassBindings")) {
     if (item.items.size() >= 2 && item.items[0].type == MetadataJson::Type::Unsigned &&
         item.items[1].type == MetadataJson::Type::Text)
-      bindings.push_back({static_cast<std::uint32_t>(item.items[0].number),
-                          Utf16FromUtf8(item.items[1].text)});
+      bindings.push_back(
+          {static_cast<std::uint32_t>(item.items[0].number), Utf16FromUtf8(item.items[1].text)});
   }
   return bindings;
 }

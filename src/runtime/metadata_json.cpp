@@ -52,8 +52,7 @@ public:
 private:
   /// Where the next value goes; null where it is not kept.
   MetadataJson* Place() {
-    if (depth == 0)
-      return open[0];
+    if (depth == 0) return open[0];
     if (depth > MaxDepth || !open[depth - 1] || open[depth - 1]->type != MetadataJson::Type::Array)
       return nullptr;
     return &open[depth - 1]->items.emplace_back();
@@ -69,10 +68,8 @@ private:
 
   bool Open(MetadataJson::Type type) {
     MetadataJson* place = Place();
-    if (place)
-      place->type = type;
-    if (depth < MaxDepth)
-      open[depth] = place;
+    if (place) place->type = type;
+    if (depth < MaxDepth) open[depth] = place;
     ++depth;
     return true;
   }
@@ -83,8 +80,9 @@ private:
   }
 
   static constexpr std::size_t MaxDepth = 2;
-  std::array<MetadataJson*, MaxDepth> open;  ///< the containers that the walk is in, outermost first
-  std::size_t depth = 0;                     ///< how many, also beyond MaxDepth
+  std::array<MetadataJson*, MaxDepth>
+      open;               ///< the containers that the walk is in, outermost first
+  std::size_t depth = 0;  ///< how many, also beyond MaxDepth
 };
 
 }  // namespace

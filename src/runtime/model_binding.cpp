@@ -34,9 +34,9 @@ std::vector<RecurrentBinding> PairStates(Platform::Runtime& runtime, const Platf
     state.outputName = FeatureName(*outputs, i);
     state.inputName = FeatureName(*inputs, i);
     // a free dimension of a state means one entry for each channel
-    state.tensor = CreateTensor(
-        runtime, layout.GetStateTensorKind(i - 1),
-        layout.GetStateShape(i - 1, static_cast<std::int64_t>(channelCount)));
+    state.tensor =
+        CreateTensor(runtime, layout.GetStateTensorKind(i - 1),
+                     layout.GetStateShape(i - 1, static_cast<std::int64_t>(channelCount)));
     recurrent.push_back(std::move(state));
   }
   return recurrent;
@@ -47,8 +47,7 @@ std::vector<RecurrentBinding> PairStates(Platform::Runtime& runtime, const Platf
 PlanarBuffer::PlanarBuffer(std::uint64_t channelCount, std::uint64_t channelLength)
     : channelCount(channelCount), channelLength(channelLength) {
   const auto size = ElementCount({channelCount, channelLength});
-  if (size == 0)
-    return;
+  if (size == 0) return;
   data = std::make_unique<float[]>(size);
   channels = std::make_unique<float*[]>(channelCount);
   for (std::uint64_t channel = 0; channel < channelCount; ++channel)

@@ -42,10 +42,10 @@ struct RecurrentBinding {
 struct ModelBinding {
   /// Holds nothing.
   ModelBinding() = default;
-  /// `model` and `layout` are used during the call only. Throws ContractException and std::bad_alloc
-  /// where the geometry does not fit the model or memory (geometry_check.h), WinML::CException where
-  /// inputs and outputs do not pair up as states or a state is of an unusable kind, and the
-  /// platform's failures.
+  /// `model` and `layout` are used during the call only. Throws ContractException and
+  /// std::bad_alloc where the geometry does not fit the model or memory (geometry_check.h),
+  /// WinML::CException where inputs and outputs do not pair up as states or a state is of an
+  /// unusable kind, and the platform's failures.
   ModelBinding(Platform::Runtime& runtime, const Platform::Model& model, const ModelLayout& layout,
                std::uint32_t classCount, const ProcessingGeometry& geometry);
 

@@ -62,8 +62,7 @@ std::vector<StateFeature> ReadStates(const Platform::FeatureList& inputs) {
     CheckResult(inputs.GetAt(index, feature));
     auto kind = Platform::FeatureKind::Other;
     CheckResult(feature->GetKind(kind));
-    if (kind != Platform::FeatureKind::Tensor)
-      throw ContractException("Unexpected feature kind");
+    if (kind != Platform::FeatureKind::Tensor) throw ContractException("Unexpected feature kind");
     StateFeature state{};
     CheckResult(feature->GetTensorKind(state.kind));
     CheckResult(feature->GetShape(state.shape));
@@ -74,8 +73,7 @@ std::vector<StateFeature> ReadStates(const Platform::FeatureList& inputs) {
 
 /// Settles dimension `position` of `shape` (none where it is -1).
 void Settle(Shape& shape, int position, std::int64_t size, const char* refusal) {
-  if (position < 0)
-    return;
+  if (position < 0) return;
   auto& dimension = shape[static_cast<std::size_t>(position)];
   if (IsFree(dimension))
     dimension = size;
@@ -100,9 +98,15 @@ ModelLayout::ModelLayout(const Platform::Model& model) {
   CheckDeclaredShapes(*this);
 }
 
-std::uint32_t ModelLayout::GetFeatureSize() const { return featureSize; }
-std::uint32_t ModelLayout::GetWindowLength() const { return windowLength; }
-std::uint32_t ModelLayout::GetHopLength() const { return windowLength / 2; }
+std::uint32_t ModelLayout::GetFeatureSize() const {
+  return featureSize;
+}
+std::uint32_t ModelLayout::GetWindowLength() const {
+  return windowLength;
+}
+std::uint32_t ModelLayout::GetHopLength() const {
+  return windowLength / 2;
+}
 
 Shape ModelLayout::GetInputShape(std::uint32_t sequenceSize, std::uint32_t channelCount) const {
   Shape shape = inputShape;
@@ -134,7 +138,9 @@ Shape ModelLayout::GetStateShape(std::size_t stateIndex, std::int64_t fillValue)
   return shape;
 }
 
-std::size_t ModelLayout::GetStateCount() const { return states.size(); }
+std::size_t ModelLayout::GetStateCount() const {
+  return states.size();
+}
 
 std::int64_t ModelLayout::GetInputComponents() const {
   return inputShape.size() < MaxInputDimensions ? 1 : inputShape.back();

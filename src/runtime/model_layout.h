@@ -25,7 +25,9 @@ inline constexpr std::size_t MaxInputDimensions = 4;
 inline constexpr std::size_t MaxOutputDimensions = 5;
 
 /// A declared dimension below 1 is free: the library settles it.
-constexpr bool IsFree(std::int64_t dimension) { return dimension < 1; }
+constexpr bool IsFree(std::int64_t dimension) {
+  return dimension < 1;
+}
 
 /// A recurrent state as the model declares it.
 struct StateFeature {

@@ -24,7 +24,7 @@ std::shared_ptr<Platform::Session> CreateSession(Platform::Runtime& runtime,
                                                  const std::shared_ptr<Platform::Model>& model,
                                                  const std::shared_ptr<Platform::Device>& device);
 
-std::shared_ptr<Platform::Binding>
-CreateBinding(Platform::Runtime& runtime, const std::shared_ptr<Platform::Session>& session);
+std::shared_ptr<Platform::Binding> CreateBinding(Platform::Runtime& runtime,
+                                                 const std::shared_ptr<Platform::Session>& session);
 
 }  // namespace Orvik::Tesmo::Dnn

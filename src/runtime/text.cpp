@@ -10,10 +10,16 @@ namespace Orvik::Tesmo::Dnn {
 
 namespace {
 
-bool IsHighSurrogate(char16_t unit) { return unit >= 0xD800 && unit <= 0xDBFF; }
-bool IsLowSurrogate(char16_t unit) { return unit >= 0xDC00 && unit <= 0xDFFF; }
+bool IsHighSurrogate(char16_t unit) {
+  return unit >= 0xD800 && unit <= 0xDBFF;
+}
+bool IsLowSurrogate(char16_t unit) {
+  return unit >= 0xDC00 && unit <= 0xDFFF;
+}
 
-[[noreturn]] void ThrowBadConversion() { throw std::range_error("bad conversion"); }
+[[noreturn]] void ThrowBadConversion() {
+  throw std::range_error("bad conversion");
+}
 
 void AppendUtf8(std::string& text, char32_t code) {
   const auto tail = [&](int shift) { text += static_cast<char>(0x80 | (code >> shift & 0x3F)); };
@@ -65,8 +71,7 @@ std::string Utf8FromUtf16(std::u16string_view text) {
   for (std::size_t i = 0; i < text.size(); ++i) {
     char32_t code = text[i];
     if (IsHighSurrogate(text[i]) && i + 1 < text.size()) {
-      if (!IsLowSurrogate(text[i + 1]))
-        ThrowBadConversion();
+      if (!IsLowSurrogate(text[i + 1])) ThrowBadConversion();
       code = 0x10000 + ((code - 0xD800) << 10) + (text[++i] - 0xDC00u);
     }
     AppendUtf8(result, code);
@@ -82,13 +87,11 @@ std::u16string Utf16FromUtf8(std::string_view text) {
     const auto lead = std::find_if(Utf8Leads.begin(), Utf8Leads.end(), [&](const Utf8Lead& row) {
       return byte >= row.first && byte <= row.last;
     });
-    if (lead == Utf8Leads.end() || text.size() - i < lead->tails)
-      ThrowBadConversion();
+    if (lead == Utf8Leads.end() || text.size() - i < lead->tails) ThrowBadConversion();
     char32_t code = lead->tails == 0 ? byte : byte & (0x3Fu >> lead->tails);
     for (std::size_t tail = 0; tail < lead->tails; ++tail, ++i) {
       const auto next = static_cast<unsigned char>(text[i]);
-      if ((next & 0xC0) != 0x80)
-        ThrowBadConversion();
+      if ((next & 0xC0) != 0x80) ThrowBadConversion();
       code = code << 6 | (next & 0x3F);
     }
     if (code < lead->least || code > 0x10FFFF || (code >= 0xD800 && code <= 0xDFFF))
@@ -104,12 +107,10 @@ std::int32_t DecimalValue(std::u16string_view text) {
   const auto start = std::min(text.find_first_not_of(u" \t\n\v\f\r"), text.size());
   text.remove_prefix(start);
   const bool negative = !text.empty() && text[0] == u'-';
-  if (negative || (!text.empty() && text[0] == u'+'))
-    text.remove_prefix(1);
+  if (negative || (!text.empty() && text[0] == u'+')) text.remove_prefix(1);
   std::int64_t value = 0;
   for (char16_t unit : text) {
-    if (unit < u'0' || unit > u'9')
-      break;
+    if (unit < u'0' || unit > u'9') break;
     value = std::min(value * 10 + (unit - u'0'), -least);
   }
   return static_cast<std::int32_t>(std::clamp(negative ? -value : value, least, most));
