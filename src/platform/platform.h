@@ -40,7 +40,9 @@ public:
   virtual ResultCode GetKind(FeatureKind& kind) const = 0;
   /// Of a tensor feature only; NoInterface otherwise.
   virtual ResultCode GetTensorKind(std::uint32_t& kind) const = 0;
-  /// Of a tensor feature only; NoInterface otherwise. Free dimensions are -1 or 0.
+  /// Of a tensor feature only; NoInterface otherwise. Free dimensions are -1 or 0. An output's
+  /// dimension that the model leaves free may be fixed here by what the engine infers from the
+  /// graph.
   virtual ResultCode GetShape(Shape& shape) const = 0;
 };
 
