@@ -49,18 +49,22 @@ private:
 void* operator new(std::size_t size) {
   return TestSupport::FailingHeap::Allocate(size, 1);
 }
+void* operator new[](std::size_t size) {
+  return TestSupport::FailingHeap::Allocate(size, 1);
+}
 void* operator new(std::size_t size, std::align_val_t alignment) {
   return TestSupport::FailingHeap::Allocate(size, static_cast<std::size_t>(alignment));
 }
-void operator delete(void* block) noexcept {
-  std::free(block);
+void* operator new[](std::size_t size, std::align_val_t alignment) {
+  return TestSupport::FailingHeap::Allocate(size, static_cast<std::size_t>(alignment));
 }
-void operator delete(void* block, std::size_t) noexcept {
-  std::free(block);
-}
-void operator delete(void* block, std::align_val_t) noexcept {
-  std::free(block);
-}
-void operator delete(void* block, std::size_t, std::align_val_t) noexcept {
-  std::free(block);
-}
+// clang-format off
+void operator delete(void* block) noexcept { std::free(block); }
+void operator delete[](void* block) noexcept { std::free(block); }
+void operator delete(void* block, std::size_t) noexcept { std::free(block); }
+void operator delete[](void* block, std::size_t) noexcept { std::free(block); }
+void operator delete(void* block, std::align_val_t) noexcept { std::free(block); }
+void operator delete[](void* block, std::align_val_t) noexcept { std::free(block); }
+void operator delete(void* block, std::size_t, std::align_val_t) noexcept { std::free(block); }
+void operator delete[](void* block, std::size_t, std::align_val_t) noexcept { std::free(block); }
+// clang-format on

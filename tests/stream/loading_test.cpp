@@ -46,16 +46,20 @@ unsigned long long LoadedSoFar() {
 
 class LoadingTest : public testing::Test {
 protected:
-  LoadingTest() : model(MakeAudioModel(PassThroughModel(Sizes))) {
+  LoadingTest() : model(MakeAudioModel(PassThroughModel(Sizes))) { StartAfresh(); }
+  ~LoadingTest() override { Leave(); }
+
+  /// Another folder with a copy of the library, not yet loaded.
+  void StartAfresh() {
+    Leave();
     std::string pattern = (fs::temp_directory_path() / "kalvrin-loading.XXXXXX").string();
     folder = mkdtemp(pattern.data());
     fs::copy_file(Library, folder / "libkalvrin.so.0");
   }
-  ~LoadingTest() override {
+  void Leave() {
     Unload();
-    fs::remove_all(folder);
+    if (!folder.empty()) fs::remove_all(folder);
   }
-
   void PlaceEngine() { fs::create_symlink(Engine, folder / "libonnxruntime.so.1"); }
 
   void Load(const char* path = nullptr) {
@@ -127,29 +131,31 @@ TEST_F(LoadingTest, StreamsEndInEitherOrder) {
 
 /// Whatever does not load at the first attempt is not tried again before the library is unloaded.
 TEST_F(LoadingTest, UnusableEngineGivesNullForGood) {
-  const fs::path engine = folder / "libonnxruntime.so.1";
   const struct {
     const char* name;
-    std::function<void()> place;
+    std::function<void(const fs::path& engine)> place;
   } rows[] = {
-      {"no file", [] {}},
-      {"text", [&] { std::ofstream(engine) << "not a library"; }},
-      {"another library", [&] { fs::copy_file(Library, engine); }},
-      {"a folder", [&] { fs::create_directory(engine); }},
+      {"no file", [](const fs::path&) {}},
+      {"text", [](const fs::path& engine) { std::ofstream(engine) << "not a library"; }},
+      {"another library", [](const fs::path& engine) { fs::copy_file(Library, engine); }},
+      {"a folder", [](const fs::path& engine) { fs::create_directory(engine); }},
   };
   for (const auto& row : rows) {
-    row.place();
+    StartAfresh();
+    row.place(folder / "libonnxruntime.so.1");
     ASSERT_NO_FATAL_FAILURE(Load()) << row.name;
     EXPECT_FALSE(Create()) << row.name;
-    fs::remove_all(engine);
+    fs::remove_all(folder / "libonnxruntime.so.1");
     PlaceEngine();
     EXPECT_FALSE(Create()) << row.name << ": the engine came too late";
     Unload();
     ASSERT_FALSE(IsLoaded("libkalvrin.so.0")) << row.name;
+#ifdef KALVRIN_ADDRESS_SANITIZER
+    if (std::string(row.name) == "another library")
+      continue;  // it stays loaded there, under the name of the engine
+#endif
     ASSERT_NO_FATAL_FAILURE(Load()) << row.name;
     EXPECT_TRUE(Create()) << row.name << ": a fresh start finds it";
-    Unload();
-    fs::remove_all(engine);
   }
 }
 
