@@ -84,8 +84,8 @@ std::string AddState(ModelBuilder& model, Chain& chain, const StateOptions& stat
                      std::size_t index) {
   const std::string number = std::to_string(index);
   const std::string input = state.inputName.empty() ? "state" + number : state.inputName;
-  std::string output = state.outputName.empty() ? "newState" + number : state.outputName;
-  if (state.update == Update::PassThrough) output = input;
+  const std::string fallback = state.update == Update::PassThrough ? input : "newState" + number;
+  const std::string output = state.outputName.empty() ? fallback : state.outputName;
   model.Input(input, state.element, state.shape).Output(output, state.element, state.shape);
   if (state.update == Update::Count)
     model.Node("Identity", {Counted(chain, input, state.element)}, {output});
