@@ -6,6 +6,7 @@
 #include <dlfcn.h>
 #include <gtest/gtest.h>
 
+#include <filesystem>
 #include <thread>
 
 namespace {
@@ -106,6 +107,28 @@ TEST(SessionOptions, TakeOneThreadAndABatchOfOneOnly) {
   std::shared_ptr<Device> device;
   EXPECT_EQ(Hex(TheRuntime().CreateDevice(static_cast<DeviceKind>(2), device)),
             Hex(ResultCodes::InvalidArgument));
+}
+
+/// The host's streams and threads are the host's, also when things go wrong.
+TEST(Runtime, WritesNothingAndStartsNoThread) {
+  const auto threadCount = [] {
+    const std::filesystem::directory_iterator tasks("/proc/self/task");
+    return std::distance(begin(tasks), end(tasks));
+  };
+  const auto threadsBefore = threadCount();
+  testing::internal::CaptureStdout();
+  testing::internal::CaptureStderr();
+  std::shared_ptr<Model> model;
+  EXPECT_TRUE(Failed(TheRuntime().LoadModel("nonsense", 8, model)));
+  Rig rig(MakeAudioModel({.outputShape = Dimensions{1, 1, 1, 9}, .failsOnLevel = true}));
+  const auto input = rig.Input("input", {1, 1, 8});
+  rig.Output("output", {1, 1, 1, 8});
+  EXPECT_EQ(Hex(rig.Prepare()), Hex(ResultCodes::Ok));
+  Elements(*input, 8)[0] = 3;
+  EXPECT_TRUE(Failed(rig.Evaluate()));
+  EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
+  EXPECT_EQ(testing::internal::GetCapturedStdout(), "");
+  EXPECT_EQ(threadCount(), threadsBefore);
 }
 
 TEST(Runtime, MakesAndRunsSessionsOnSeveralThreadsAtOnce) {
