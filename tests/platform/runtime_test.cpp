@@ -21,6 +21,7 @@ TEST(CreateOnnxRuntime, RefusesWhatIsNoEngine) {
   } rows[] = {
       {"no module", nullptr, ResultCodes::ClassNotRegistered},
       {"another library", dlopen("libm.so.6", RTLD_NOW), ResultCodes::ClassNotAvailable},
+      {"engine too old", dlopen(KALVRIN_TEST_OLD_ENGINE, RTLD_NOW), ResultCodes::ClassNotAvailable},
   };
   for (const auto& row : rows) {
     std::shared_ptr<Runtime> runtime;
@@ -29,21 +30,26 @@ TEST(CreateOnnxRuntime, RefusesWhatIsNoEngine) {
   }
 }
 
-TEST(CreateOnnxRuntime, ServesAgainAfterItsModuleWasClosed) {
-  const std::string bytes = MakeAudioModel();
-  for (int round = 0; round < 3; ++round) {
-    void* module = OpenEngineModule();
-    std::shared_ptr<Runtime> runtime;
-    ASSERT_EQ(Hex(CreateOnnxRuntime(module, runtime)), Hex(ResultCodes::Ok)) << round;
-    std::shared_ptr<Model> model;
-    EXPECT_EQ(
-        Hex(runtime->LoadModel(bytes.data(), static_cast<std::uint32_t>(bytes.size()), model)),
-        Hex(ResultCodes::Ok))
-        << round;
-    model.reset();
-    runtime.reset();
-    EXPECT_EQ(dlclose(module), 0);
-  }
+/// In a process of its own, where nothing else holds the library in memory.
+TEST(CreateOnnxRuntimeDeathTest, ServesAgainAfterItsModuleWasTakenOutOfMemory) {
+  const auto openCloseThrice = [] {
+    const std::string bytes = MakeAudioModel();
+    for (int round = 0; round < 3; ++round) {
+      if (dlopen(KALVRIN_TEST_ENGINE, RTLD_NOW | RTLD_NOLOAD)) std::_Exit(1);
+      void* module = dlopen(KALVRIN_TEST_ENGINE, RTLD_NOW | RTLD_LOCAL);
+      std::shared_ptr<Runtime> runtime;
+      CheckResult(CreateOnnxRuntime(module, runtime));
+      std::shared_ptr<Model> model;
+      CheckResult(
+          runtime->LoadModel(bytes.data(), static_cast<std::uint32_t>(bytes.size()), model));
+      runtime.reset();
+      model.reset();
+      dlclose(module);
+    }
+    std::_Exit(0);
+  };
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  EXPECT_EXIT(openCloseThrice(), testing::ExitedWithCode(0), "");
 }
 
 std::string UnknownOperator() {
@@ -150,6 +156,7 @@ TEST(Runtime, MakesAndRunsSessionsOnSeveralThreadsAtOnce) {
   };
   int wrong[4] = {};
   std::vector<std::thread> threads;
+  threads.reserve(std::size(wrong));
   for (int i = 0; i < 4; ++i)
     threads.emplace_back(work, i, std::ref(wrong[i]));
   for (std::thread& thread : threads)
