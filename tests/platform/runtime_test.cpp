@@ -6,6 +6,7 @@
 #include <dlfcn.h>
 #include <gtest/gtest.h>
 
+#include <filesystem>
 #include <thread>
 
 namespace {
@@ -20,6 +21,7 @@ TEST(CreateOnnxRuntime, RefusesWhatIsNoEngine) {
   } rows[] = {
       {"no module", nullptr, ResultCodes::ClassNotRegistered},
       {"another library", dlopen("libm.so.6", RTLD_NOW), ResultCodes::ClassNotAvailable},
+      {"engine too old", dlopen(KALVRIN_TEST_OLD_ENGINE, RTLD_NOW), ResultCodes::ClassNotAvailable},
   };
   for (const auto& row : rows) {
     std::shared_ptr<Runtime> runtime;
@@ -28,21 +30,26 @@ TEST(CreateOnnxRuntime, RefusesWhatIsNoEngine) {
   }
 }
 
-TEST(CreateOnnxRuntime, ServesAgainAfterItsModuleWasClosed) {
-  const std::string bytes = MakeAudioModel();
-  for (int round = 0; round < 3; ++round) {
-    void* module = OpenEngineModule();
-    std::shared_ptr<Runtime> runtime;
-    ASSERT_EQ(Hex(CreateOnnxRuntime(module, runtime)), Hex(ResultCodes::Ok)) << round;
-    std::shared_ptr<Model> model;
-    EXPECT_EQ(
-        Hex(runtime->LoadModel(bytes.data(), static_cast<std::uint32_t>(bytes.size()), model)),
-        Hex(ResultCodes::Ok))
-        << round;
-    model.reset();
-    runtime.reset();
-    EXPECT_EQ(dlclose(module), 0);
-  }
+/// In a process of its own, where nothing else holds the library in memory.
+TEST(CreateOnnxRuntimeDeathTest, ServesAgainAfterItsModuleWasTakenOutOfMemory) {
+  const auto openCloseThrice = [] {
+    const std::string bytes = MakeAudioModel();
+    for (int round = 0; round < 3; ++round) {
+      if (dlopen(KALVRIN_TEST_ENGINE, RTLD_NOW | RTLD_NOLOAD)) std::_Exit(1);
+      void* module = dlopen(KALVRIN_TEST_ENGINE, RTLD_NOW | RTLD_LOCAL);
+      std::shared_ptr<Runtime> runtime;
+      CheckResult(CreateOnnxRuntime(module, runtime));
+      std::shared_ptr<Model> model;
+      CheckResult(
+          runtime->LoadModel(bytes.data(), static_cast<std::uint32_t>(bytes.size()), model));
+      runtime.reset();
+      model.reset();
+      dlclose(module);
+    }
+    std::_Exit(0);
+  };
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  EXPECT_EXIT(openCloseThrice(), testing::ExitedWithCode(0), "");
 }
 
 std::string UnknownOperator() {
@@ -108,6 +115,28 @@ TEST(SessionOptions, TakeOneThreadAndABatchOfOneOnly) {
             Hex(ResultCodes::InvalidArgument));
 }
 
+/// The host's streams and threads are the host's, also when things go wrong.
+TEST(Runtime, WritesNothingAndStartsNoThread) {
+  const auto threadCount = [] {
+    const std::filesystem::directory_iterator tasks("/proc/self/task");
+    return std::distance(begin(tasks), end(tasks));
+  };
+  const auto threadsBefore = threadCount();
+  testing::internal::CaptureStdout();
+  testing::internal::CaptureStderr();
+  std::shared_ptr<Model> model;
+  EXPECT_TRUE(Failed(TheRuntime().LoadModel("nonsense", 8, model)));
+  Rig rig(MakeAudioModel({.outputShape = Dimensions{1, 1, 1, 9}, .failsOnLevel = true}));
+  const auto input = rig.Input("input", {1, 1, 8});
+  rig.Output("output", {1, 1, 1, 8});
+  EXPECT_EQ(Hex(rig.Prepare()), Hex(ResultCodes::Ok));
+  Elements(*input, 8)[0] = 3;
+  EXPECT_TRUE(Failed(rig.Evaluate()));
+  EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
+  EXPECT_EQ(testing::internal::GetCapturedStdout(), "");
+  EXPECT_EQ(threadCount(), threadsBefore);
+}
+
 TEST(Runtime, MakesAndRunsSessionsOnSeveralThreadsAtOnce) {
   const auto work = [](int thread, int& wrong) {
     for (int round = 0; round < 10; ++round) {
@@ -127,6 +156,7 @@ TEST(Runtime, MakesAndRunsSessionsOnSeveralThreadsAtOnce) {
   };
   int wrong[4] = {};
   std::vector<std::thread> threads;
+  threads.reserve(std::size(wrong));
   for (int i = 0; i < 4; ++i)
     threads.emplace_back(work, i, std::ref(wrong[i]));
   for (std::thread& thread : threads)

@@ -19,7 +19,7 @@ struct StateOptions {
   enum class Update {
     Count,        ///< new = old + 1; for booleans not old; for strings "a" everywhere
     Keep,         ///< new = old, by a node
-    PassThrough,  ///< the output has the input's name and there is no node
+    PassThrough,  ///< no node: the output has the name of an input, `outputName` or its own
   };
 
   Element element = Element::Float;
@@ -28,7 +28,7 @@ struct StateOptions {
   /// Adds the mean of the old values to every sample of the audio (for strings: the share of "a").
   bool isHeard = false;
   std::string inputName = {};   ///< empty: "state" and the index, from 1
-  std::string outputName = {};  ///< empty: "newState" and the index
+  std::string outputName = {};  ///< empty: "newState" and the index; for PassThrough inputName
 };
 
 struct AudioModelOptions {

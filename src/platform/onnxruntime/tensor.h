@@ -13,7 +13,7 @@ namespace Orvik::Tesmo::Platform::OnnxRuntime {
 /// writes the second, on turn 1 the reverse.
 class Tensor final : public Platform::Tensor {
 public:
-  Tensor(std::shared_ptr<const Engine> engine, std::uint32_t kind, const Shape& shape)
+  Tensor(const std::shared_ptr<const Engine>& engine, std::uint32_t kind, const Shape& shape)
       : engine(engine), kind(kind), shape(shape), first(engine, kind, shape) {}
 
   /// The buffer that the next evaluation reads: of a recurrent state, the latest values.
