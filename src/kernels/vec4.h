@@ -136,6 +136,11 @@ KERNELS_INLINE void TransposeLanes(V& a, V& b, V& c, V& d) {
   d = UnpackHiPairs(ab1, cd1);
 }
 
+/// Transposes V::width x V::width floats.
+KERNELS_INLINE void Transpose(Vec4 (&r)[4]) {
+  TransposeLanes(r[0], r[1], r[2], r[3]);
+}
+
 /// Real and imaginary parts apart.
 template <class V>
 struct Complex {
@@ -187,7 +192,7 @@ KERNELS_INLINE Complex<V> Twist(Complex<V> x, Complex<V> w) {
   else
     return {x.re * w.re + x.im * w.im, x.im * w.re - x.re * w.im};
 }
-/// a + (-i) b forward, a + i b inverse: the quarter turns of a butterfly, without a multiplication.
+/// a - i b forward, a + i b inverse: the quarter turns of a butterfly, without a multiplication.
 template <Direction dir, class V>
 KERNELS_INLINE Complex<V> AddTurned(Complex<V> a, Complex<V> b) {
   if constexpr (dir == Direction::Forward)
@@ -198,6 +203,35 @@ KERNELS_INLINE Complex<V> AddTurned(Complex<V> a, Complex<V> b) {
 template <Direction dir, class V>
 KERNELS_INLINE Complex<V> SubTurned(Complex<V> a, Complex<V> b) {
   return AddTurned < dir == Direction::Forward ? Direction::Inverse : Direction::Forward > (a, b);
+}
+/// a exp(-+ 2 pi i / 8).
+template <Direction dir, class V>
+KERNELS_INLINE Complex<V> EighthTurn(Complex<V> a) {
+  return AddTurned<dir>(a, a) * V::Set1(0.70710678f);
+}
+
+/// Complex values as they stand in memory, V::width / 2 of them.
+template <class V>
+struct Pairs {
+  V v;
+  friend KERNELS_INLINE Pairs operator+(Pairs a, Pairs b) { return {a.v + b.v}; }
+  friend KERNELS_INLINE Pairs operator-(Pairs a, Pairs b) { return {a.v - b.v}; }
+};
+template <Direction dir, class V>
+KERNELS_INLINE Pairs<V> AddTurned(Pairs<V> a, Pairs<V> b) {
+  const V swapped = SwapPairs(b.v);
+  if constexpr (dir == Direction::Forward)
+    return {a.v + (swapped ^ SignOdd<V>())};
+  else
+    return {AddSub(a.v, swapped)};
+}
+template <Direction dir, class V>
+KERNELS_INLINE Pairs<V> SubTurned(Pairs<V> a, Pairs<V> b) {
+  return AddTurned < dir == Direction::Forward ? Direction::Inverse : Direction::Forward > (a, b);
+}
+template <Direction dir, class V>
+KERNELS_INLINE Pairs<V> EighthTurn(Pairs<V> a) {
+  return {AddTurned<dir>(a, a).v * V::Set1(0.70710678f)};
 }
 
 }  // namespace Orvik::Tesmo::Kernels::KERNELS_BUILD

@@ -99,6 +99,17 @@ KERNELS_INLINE Vec8 SwapLanes(Vec8 a) {
   return {_mm256_permute2f128_ps(a.v, a.v, 0x01)};
 }
 
+KERNELS_INLINE void Transpose(Vec8 (&r)[8]) {
+  TransposeLanes(r[0], r[1], r[2], r[3]);
+  TransposeLanes(r[4], r[5], r[6], r[7]);
+  const Vec8 t[] = {r[0], r[1], r[2], r[3]};
+  for (int i = 0; i < 4; ++i) {
+    const Vec8 low = LowLanes(t[i], r[i + 4]), high = HighLanes(t[i], r[i + 4]);
+    r[i] = low;
+    r[i + 4] = high;
+  }
+}
+
 KERNELS_INLINE void Interleave(Vec8 a, Vec8 b, Vec8& lo, Vec8& hi) {
   const Vec8 p = UnpackLo(a, b), q = UnpackHi(a, b);
   lo = LowLanes(p, q);
