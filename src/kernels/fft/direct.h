@@ -3,7 +3,7 @@
 // Short transforms as straight-line code: everything about them is known to the compiler.
 #pragma once
 
-#include "kernels/fft/butterfly.h"
+#include "kernels/fft/passes.h"
 #include "kernels/fft/roots.h"
 #include "kernels/vec4.h"
 
@@ -110,8 +110,9 @@ KERNELS_INLINE void SmallComplex(const float* z, int stride, float* Z) {
 }
 
 /// Complex transforms of M = V::width * r values, r up to V::width: one radix-V::width butterfly
-/// over rows of r neighbouring columns, a transposition, one radix-r butterfly. src may be dst.
-template <Direction dir, class V, int M>
+/// over rows of r neighbouring columns, a transposition, one radix-r butterfly. src may be dst. A
+/// stage layout has groups of `group`.
+template <Direction dir, Output output, class V, int group, int M>
 void DirectComplex(const float* src, float* dst) {
   using C = Complex<V>;
   constexpr int first = V::width, second = M / first, columns = V::width / 2;
@@ -137,8 +138,16 @@ void DirectComplex(const float* src, float* dst) {
     Butterfly4<dir>(y[0], y[1], y[2], y[3]);
   else
     Butterfly8<dir>(y);
-  for (int q = 0; q < second; ++q)
-    y[q].StoreInterleaved(dst + 2 * first * q);
+  for (int k = 0; k < M; k += first) {
+    const C& z = y[k / first];
+    if constexpr (output == Output::Interleaved) {
+      z.StoreInterleaved(dst + 2 * k);
+    } else {
+      float* at = dst + 2 * (k - k % group) + k % group;
+      z.re.StoreU(at);
+      z.im.StoreU(at + group);
+    }
+  }
 }
 
 }  // namespace Orvik::Tesmo::Kernels::KERNELS_BUILD

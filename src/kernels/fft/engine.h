@@ -6,12 +6,13 @@
 #include "kernels/fft/direct.h"
 #include "kernels/fft/passes.h"
 #include "kernels/fft/plan.h"
+#include "kernels/fft/recombine.h"
 #include "kernels/fft/reversal.h"
 #include "kernels/memory.h"
 
 namespace Orvik::Tesmo::Kernels::KERNELS_BUILD {
 
-template <Direction dir>
+template <Direction dir, Output output>
 inline void RunDirect(const float* src, float* dst, int L) {
   switch (L) {
   case 0:
@@ -23,11 +24,11 @@ inline void RunDirect(const float* src, float* dst, int L) {
   case 3:
     return SmallComplex<dir, 8>(src, 1, dst);
   case 4:
-    return DirectComplex<dir, Vec4, 16>(src, dst);
+    return DirectComplex<dir, output, Vec4, Vec::width, 16>(src, dst);
   case 5:
-    return DirectComplex<dir, Vec, 32>(src, dst);
+    return DirectComplex<dir, output, Vec, Vec::width, 32>(src, dst);
   default:
-    if constexpr (Vec::width == 8) return DirectComplex<dir, Vec, 64>(src, dst);
+    if constexpr (Vec::width == 8) return DirectComplex<dir, output, Vec, Vec::width, 64>(src, dst);
   }
 }
 
@@ -103,15 +104,15 @@ void RunReversed(float* data, const FftSpec& spec, int L, const float* const* le
 }
 
 /// src may be dst. `work` is 32-byte aligned, of the plan's size; null where that is 0.
-template <Direction dir>
+template <Direction dir, Output output>
 void ComplexTransform(const float* src, float* dst, const FftSpec& spec, int L, float* work) {
   const std::ptrdiff_t M = std::ptrdiff_t{1} << L;
   const int order = L + 1;
-  if (order <= limits.directMax) return RunDirect<dir>(src, dst, L);
+  if (order <= limits.directMax) return RunDirect<dir, output>(src, dst, L);
   if (order <= limits.flatMax) {
     float* stage = dst != src && IsAligned(dst, sizeof(Vec)) ? dst : work;
     FirstPass<dir, Vec>(src, stage, spec.bitRev, M);
-    return LaterPasses<dir, Output::Interleaved>(stage, dst, spec.twiddles, L);
+    return LaterPasses<dir, output>(stage, dst, spec.twiddles, L);
   }
   if (L >= tiledFrom) {
     if (src != dst) std::memcpy(dst, src, sizeof(float) * 2 * static_cast<std::size_t>(M));
@@ -121,7 +122,30 @@ void ComplexTransform(const float* src, float* dst, const FftSpec& spec, int L, 
   } else {
     ReverseCopy(src, dst, spec.bitRev, M);
   }
-  RunReversed<dir, Output::Interleaved>(dst, spec, L, spec.levelTwiddles, work);
+  RunReversed<dir, output>(dst, spec, L, spec.levelTwiddles, work);
+}
+
+// The real transforms from order 5 on. src may be dst.
+
+/// N samples to packed order.
+inline void RealForward(const float* src, float* dst, const FftSpec& spec, float* work) {
+  ComplexTransform<Direction::Forward, Output::Stage>(src, dst, spec, spec.order - 1, work);
+  RecombineForward<Vec>(dst, spec.recombFwd, std::ptrdiff_t{1} << (spec.order - 1),
+                        spec.fwdScaled ? spec.scale : 1.0f);
+}
+
+/// CCS to N samples.
+inline void RealInverse(const float* src, float* dst, const FftSpec& spec, float* work) {
+  const int L = spec.order - 1;
+  const std::ptrdiff_t M = std::ptrdiff_t{1} << L;
+  const float scale = spec.invScaled ? spec.scale : 1.0f;
+  if (spec.order > limits.directMax && spec.order <= limits.flatMax) {
+    RecombineInverse<Output::Stage, Vec>(src, dst, spec.recombInv, M, scale);
+    FirstPassColumns<Direction::Inverse, Vec>(dst, work, spec.bitRev, M);
+    return LaterPasses<Direction::Inverse, Output::Interleaved>(work, dst, spec.twiddles, L);
+  }
+  RecombineInverse<Output::Interleaved, Vec>(src, dst, spec.recombInv, M, scale);
+  ComplexTransform<Direction::Inverse, Output::Interleaved>(dst, dst, spec, L, work);
 }
 
 }  // namespace Orvik::Tesmo::Kernels::KERNELS_BUILD

@@ -127,8 +127,7 @@ IppStatus ippsFFTFwd_RToPack_32f(const Ipp32f* pSrc, Ipp32f* pDst, const IppsFFT
     DirectRealForward<16>(pSrc, pDst, scale);
     break;
   default:
-    ComplexTransform<Direction::Forward>(pSrc, pDst, *pSpec, pSpec->order - 1, work.floats);
-    RecombineForward<Vec>(pDst, *pSpec, std::ptrdiff_t{1} << (pSpec->order - 1), scale);
+    RealForward(pSrc, pDst, *pSpec, work.floats);
   }
   return ippStsNoErr;
 }
@@ -170,8 +169,7 @@ IppStatus ippsFFTInv_CCSToR_32f(const Ipp32f* pSrc, Ipp32f* pDst, const IppsFFTS
     DirectRealInverse<16>(pSrc, pDst, scale);
     break;
   default:
-    RecombineInverse<Vec>(pSrc, pDst, *pSpec, std::ptrdiff_t{1} << (pSpec->order - 1), scale);
-    ComplexTransform<Direction::Inverse>(pDst, pDst, *pSpec, pSpec->order - 1, work.floats);
+    RealInverse(pSrc, pDst, *pSpec, work.floats);
   }
   return ippStsNoErr;
 }
@@ -208,7 +206,7 @@ static IppStatus ComplexEntry(const Ipp32fc* pSrc, Ipp32fc* pDst, const IppsFFTS
   const WorkBuffer work(pSpec->workSize, pBuffer);
   if (work.missing) return ippStsMemAllocErr;
   float* dst = &pDst->re;
-  ComplexTransform<dir>(&pSrc->re, dst, *pSpec, pSpec->order, work.floats);
+  ComplexTransform<dir, Output::Interleaved>(&pSrc->re, dst, *pSpec, pSpec->order, work.floats);
   if (dir == Direction::Forward ? pSpec->fwdScaled : pSpec->invScaled)
     ippsMulC_32f_I(pSpec->scale, dst, 2 << pSpec->order);
   return ippStsNoErr;

@@ -110,6 +110,26 @@ void FirstPassReversed(const float* src, float* stage, std::ptrdiff_t M) {
   }
 }
 
+/// The first pass from groups in column order.
+template <Direction dir, class V>
+void FirstPassColumns(const float* src, float* stage, const std::int32_t* bitRev,
+                      std::ptrdiff_t M) {
+  using C = Complex<V>;
+  for (std::ptrdiff_t c = 0; c < M / 4; c += V::width) {
+    C x0 = C::LoadU(src + 2 * c), x1 = C::LoadU(src + 2 * c + M / 2);
+    C x2 = C::LoadU(src + 2 * c + M), x3 = C::LoadU(src + 2 * c + 3 * M / 2);
+    Butterfly4<dir>(x0, x1, x2, x3);
+    TransposeLanes(x0.re, x1.re, x2.re, x3.re);
+    TransposeLanes(x0.im, x1.im, x2.im, x3.im);
+    float* even = stage + PairedBlock<V>(bitRev[c] / 2, M);
+    x0.Store(even);
+    x1.Store(even + M);
+    even = stage + PairedBlock<V>(bitRev[c + V::width / 2] / 2, M);
+    x2.Store(even);
+    x3.Store(even + M);
+  }
+}
+
 /// The second pass, span 4, in place. Its factors are the same for every block.
 template <Direction dir, class V, int radix>
 void SecondPass(float* stage, const float* twiddles, std::ptrdiff_t M) {

@@ -169,22 +169,31 @@ void FillLevelTwiddles(int L, const LargeRow& row, int lanes, const SineTable& s
   }
 }
 
-void FillRecombination(int L, const SineTable& sines, float* forward, float* inverse) {
+void FillRecombination(int L, int lanes, const SineTable& sines, float* forward, float* inverse) {
   const std::int64_t N = std::int64_t{2} << L;
-  const auto fill = [&](std::int64_t k) {
-    float c, s;
-    sines.Factor(k, N, c, s);
-    *inverse++ = c;
-    *inverse++ = s;
-    *forward++ = L < twoLevelFrom ? c * 0.5f : c;
-    *forward++ = L < twoLevelFrom ? s * 0.5f + 0.5f : s;
+  const bool twoLevel = L >= twoLevelFrom;
+  const auto halve = [&](float* pair, int imaginary) {
+    if (!twoLevel) {
+      pair[0] *= 0.5f;
+      pair[imaginary] = pair[imaginary] * 0.5f + 0.5f;
+    }
   };
-  const std::int64_t fine = L < twoLevelFrom ? N / 4 : fineCount;
-  for (std::int64_t k = 1; k <= fine; ++k)
-    fill(k);
-  if (L >= twoLevelFrom)
-    for (std::int64_t k = 0; k < N / 4; k += fineCount)
-      fill(k);
+  const std::int64_t fine = twoLevel ? fineCount : N / 4;
+  for (std::int64_t last = lanes; last <= fine; last += lanes) {
+    for (int lane = 0; lane < lanes; ++lane) {
+      float *f = forward + lane, *i = inverse + lane;
+      sines.Factor(last - lane, N, f[0], f[lanes]);
+      halve(f, lanes);
+      sines.Factor(last - ColumnOf(lane, lanes), N, i[0], i[lanes]);
+    }
+    forward += 2 * lanes;
+    inverse += 2 * lanes;
+  }
+  if (twoLevel)
+    for (std::int64_t k = 0; k < N / 4; k += fineCount, forward += 2, inverse += 2) {
+      sines.Factor(k, N, forward[0], forward[1]);
+      sines.Factor(k, N, inverse[0], inverse[1]);
+    }
 }
 
 bool BuildSpec(const FftLayout& layout, const Limits& limits, bool real, int flag, int hint,
@@ -228,7 +237,8 @@ bool BuildSpec(const FftLayout& layout, const Limits& limits, bool real, int fla
     spec->levelTwiddles[i] = table(layout.level[i]);
   }
   if (layout.recombFwd.bytes != 0) {
-    FillRecombination(layout.L, sines, table(layout.recombFwd), table(layout.recombInv));
+    FillRecombination(layout.L, limits.lanes, sines, table(layout.recombFwd),
+                      table(layout.recombInv));
     spec->recombFwd = table(layout.recombFwd);
     spec->recombInv = table(layout.recombInv);
   }

@@ -117,10 +117,16 @@ void FillBitRev(int L, std::int32_t* table);
 void FillTwiddles(int L, int lanes, const SineTable& sines, float* table);
 /// Run after run of columns, level after level, as the passes above; the last level has p = 1 only.
 void FillLevelTwiddles(int L, const LargeRow& row, int lanes, const SineTable& sines, float* table);
-/// With t = 2 pi k / N for k from 1 to M/2: pairs (cos t / 2, (1 - sin t) / 2) forward and
-/// (cos t, -sin t) inverse. From twoLevelFrom on, both hold (cos, -sin) of the first 1,024 k, then
-/// that of 2 pi 1024 c / N for every run c.
-void FillRecombination(int L, const SineTable& sines, float* forward, float* inverse);
+/// With t = 2 pi k / N for k from 1 to M/2, group after group of `lanes` k, each from its last k
+/// down: cos t / 2 and (1 - sin t) / 2 forward, cos t and -sin t inverse; there in column order.
+/// From twoLevelFrom on, both hold the groups (cos, -sin) of the first 1,024 k, then the pair of 2
+/// pi 1024 c / N for every run c.
+void FillRecombination(int L, int lanes, const SineTable& sines, float* forward, float* inverse);
+/// Which value of a group stands at place `lane` where interleaved values have been taken apart
+/// inside the 128-bit lanes of a register.
+constexpr int ColumnOf(int lane, int lanes) {
+  return lanes == 4 ? lane : (lane & 1) | (lane & 2) << 1 | (lane & 4) >> 1;
+}
 
 /// The set-up behind the checks: header and tables into `spec`, a 32-byte aligned block of
 /// layout.specSize bytes; `initMem` of layout.initSize bytes. False: the flag is none of the four.
