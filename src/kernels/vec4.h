@@ -120,9 +120,45 @@ KERNELS_INLINE void Deinterleave(Vec4 lo, Vec4 hi, Vec4& even, Vec4& odd) {
 KERNELS_INLINE Vec4 ReversePairs(Vec4 a) {
   return Shuffle<2, 3, 0, 1>(a, a);
 }
-/// Floats in reversed order.
-KERNELS_INLINE Vec4 Reverse(Vec4 a) {
-  return Shuffle<3, 2, 1, 0>(a, a);
+
+// Half of a spectrum runs against the other half: these pair value m of one register with value
+// width - m of another, in "mirrored" order.
+/// next[0], then cur[width - 1] down to cur[1].
+KERNELS_INLINE Vec4 Mirror(Vec4 cur, Vec4 next) {
+  const Vec4 t = {_mm_move_ss(cur.v, next.v)};
+  return Shuffle<0, 3, 2, 1>(t, t);
+}
+/// As Interleave, of the floats in reversed order.
+KERNELS_INLINE void InterleaveReversed(Vec4 a, Vec4 b, Vec4& lo, Vec4& hi) {
+  const Vec4 p = UnpackHi(a, b), q = UnpackLo(a, b);
+  lo = Shuffle<2, 3, 0, 1>(p, p);
+  hi = Shuffle<2, 3, 0, 1>(q, q);
+}
+
+// Interleaved values taken apart, or put together, inside the lanes alone. That leaves them in
+// "column order": value ColumnOf(i) stands at i.
+KERNELS_INLINE void LoadColumns(const float* p, Vec4& even, Vec4& odd) {
+  Deinterleave(Vec4::LoadU(p), Vec4::LoadU(p + 4), even, odd);
+}
+/// Of the values at p in reversed order.
+KERNELS_INLINE void LoadColumnsReversed(const float* p, Vec4& even, Vec4& odd) {
+  const Vec4 lo = Vec4::LoadU(p), hi = Vec4::LoadU(p + 4);
+  even = Shuffle<2, 0, 2, 0>(hi, lo);
+  odd = Shuffle<3, 1, 3, 1>(hi, lo);
+}
+template <class V>
+KERNELS_INLINE void StoreColumns(V even, V odd, float* p) {
+  UnpackLo(even, odd).StoreU(p);
+  UnpackHi(even, odd).StoreU(p + V::width);
+}
+template <class V>
+KERNELS_INLINE void StoreColumnsReversed(V even, V odd, float* p) {
+  ReversePairs(UnpackHi(even, odd)).StoreU(p);
+  ReversePairs(UnpackLo(even, odd)).StoreU(p + V::width);
+}
+/// Mirror in column order.
+KERNELS_INLINE Vec4 MirrorColumns(Vec4 cur, Vec4 next) {
+  return Mirror(cur, next);
 }
 
 /// Transposes the 4 x 4 floats of each lane.
@@ -134,6 +170,11 @@ KERNELS_INLINE void TransposeLanes(V& a, V& b, V& c, V& d) {
   b = UnpackHiPairs(ab0, cd0);
   c = UnpackLoPairs(ab1, cd1);
   d = UnpackHiPairs(ab1, cd1);
+}
+
+/// Transposes V::width x V::width floats.
+KERNELS_INLINE void Transpose(Vec4 (&r)[4]) {
+  TransposeLanes(r[0], r[1], r[2], r[3]);
 }
 
 /// Real and imaginary parts apart.
@@ -187,7 +228,7 @@ KERNELS_INLINE Complex<V> Twist(Complex<V> x, Complex<V> w) {
   else
     return {x.re * w.re + x.im * w.im, x.im * w.re - x.re * w.im};
 }
-/// a + (-i) b forward, a + i b inverse: the quarter turns of a butterfly, without a multiplication.
+/// a - i b forward, a + i b inverse: the quarter turns of a butterfly, without a multiplication.
 template <Direction dir, class V>
 KERNELS_INLINE Complex<V> AddTurned(Complex<V> a, Complex<V> b) {
   if constexpr (dir == Direction::Forward)
@@ -198,6 +239,35 @@ KERNELS_INLINE Complex<V> AddTurned(Complex<V> a, Complex<V> b) {
 template <Direction dir, class V>
 KERNELS_INLINE Complex<V> SubTurned(Complex<V> a, Complex<V> b) {
   return AddTurned < dir == Direction::Forward ? Direction::Inverse : Direction::Forward > (a, b);
+}
+/// a exp(-+ 2 pi i / 8).
+template <Direction dir, class V>
+KERNELS_INLINE Complex<V> EighthTurn(Complex<V> a) {
+  return AddTurned<dir>(a, a) * V::Set1(0.70710678f);
+}
+
+/// Complex values as they stand in memory, V::width / 2 of them.
+template <class V>
+struct Pairs {
+  V v;
+  friend KERNELS_INLINE Pairs operator+(Pairs a, Pairs b) { return {a.v + b.v}; }
+  friend KERNELS_INLINE Pairs operator-(Pairs a, Pairs b) { return {a.v - b.v}; }
+};
+template <Direction dir, class V>
+KERNELS_INLINE Pairs<V> AddTurned(Pairs<V> a, Pairs<V> b) {
+  const V swapped = SwapPairs(b.v);
+  if constexpr (dir == Direction::Forward)
+    return {a.v + (swapped ^ SignOdd<V>())};
+  else
+    return {AddSub(a.v, swapped)};
+}
+template <Direction dir, class V>
+KERNELS_INLINE Pairs<V> SubTurned(Pairs<V> a, Pairs<V> b) {
+  return AddTurned < dir == Direction::Forward ? Direction::Inverse : Direction::Forward > (a, b);
+}
+template <Direction dir, class V>
+KERNELS_INLINE Pairs<V> EighthTurn(Pairs<V> a) {
+  return {AddTurned<dir>(a, a).v * V::Set1(0.70710678f)};
 }
 
 }  // namespace Orvik::Tesmo::Kernels::KERNELS_BUILD

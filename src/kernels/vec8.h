@@ -99,6 +99,17 @@ KERNELS_INLINE Vec8 SwapLanes(Vec8 a) {
   return {_mm256_permute2f128_ps(a.v, a.v, 0x01)};
 }
 
+KERNELS_INLINE void Transpose(Vec8 (&r)[8]) {
+  TransposeLanes(r[0], r[1], r[2], r[3]);
+  TransposeLanes(r[4], r[5], r[6], r[7]);
+  const Vec8 t[] = {r[0], r[1], r[2], r[3]};
+  for (int i = 0; i < 4; ++i) {
+    const Vec8 low = LowLanes(t[i], r[i + 4]), high = HighLanes(t[i], r[i + 4]);
+    r[i] = low;
+    r[i + 4] = high;
+  }
+}
+
 KERNELS_INLINE void Interleave(Vec8 a, Vec8 b, Vec8& lo, Vec8& hi) {
   const Vec8 p = UnpackLo(a, b), q = UnpackHi(a, b);
   lo = LowLanes(p, q);
@@ -113,9 +124,32 @@ KERNELS_INLINE Vec8 ReversePairs(Vec8 a) {
   const Vec8 s = SwapLanes(a);
   return Shuffle<2, 3, 0, 1>(s, s);
 }
-KERNELS_INLINE Vec8 Reverse(Vec8 a) {
-  const Vec8 s = SwapLanes(a);
-  return Shuffle<3, 2, 1, 0>(s, s);
+
+KERNELS_INLINE Vec8 Mirror(Vec8 cur, Vec8 next) {
+  const __m256 t = _mm256_blend_ps(cur.v, next.v, 0x01);  // n0 c1 c2 c3 | c4 c5 c6 c7
+  const __m256 u = _mm256_blend_ps(SwapLanes({t}).v, t, 0x11);
+  return {_mm256_permute_ps(u, 0x6C)};  // (0, 3, 2, 1) of n0 c5 c6 c7 | c4 c1 c2 c3
+}
+KERNELS_INLINE void InterleaveReversed(Vec8 a, Vec8 b, Vec8& lo, Vec8& hi) {
+  const Vec8 p = Shuffle<3, 2, 1, 0>(a, a), q = Shuffle<3, 2, 1, 0>(b, b);
+  const Vec8 r = UnpackLo(p, q), s = UnpackHi(p, q);
+  lo = HighLanes(r, s);
+  hi = LowLanes(r, s);
+}
+KERNELS_INLINE void LoadColumns(const float* p, Vec8& even, Vec8& odd) {
+  const Vec8 lo = Vec8::LoadU(p), hi = Vec8::LoadU(p + 8);
+  even = Shuffle<0, 2, 0, 2>(lo, hi);
+  odd = Shuffle<1, 3, 1, 3>(lo, hi);
+}
+KERNELS_INLINE void LoadColumnsReversed(const float* p, Vec8& even, Vec8& odd) {
+  const Vec8 lo = Vec8::LoadLanes(p + 4, -4), hi = Vec8::LoadLanes(p + 12, -4);
+  even = Shuffle<2, 0, 2, 0>(hi, lo);
+  odd = Shuffle<3, 1, 3, 1>(hi, lo);
+}
+KERNELS_INLINE Vec8 MirrorColumns(Vec8 cur, Vec8 next) {
+  const __m256 t = _mm256_blend_ps(cur.v, SwapLanes(cur).v, 0xAA);  // c0 c3 c4 c7 | c2 c1 c6 c5
+  const __m256 u = _mm256_blend_ps(t, next.v, 0x01);
+  return {_mm256_permutevar_ps(u, _mm256_setr_epi32(0, 3, 2, 1, 2, 3, 0, 1))};
 }
 
 }  // namespace Orvik::Tesmo::Kernels::KERNELS_BUILD

@@ -5,9 +5,7 @@
 
 #include "kernels/vector/members.inl"
 
-#if __has_include("kernels/fft/members.inl")
 #include "kernels/fft/members.inl"
-#endif
 
 #if __has_include("kernels/dft/members.inl")
 #include "kernels/dft/members.inl"
