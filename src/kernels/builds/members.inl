@@ -1,0 +1,14 @@
+// The whole library once more for the build that includes this: its .cpp has set KERNELS_BUILD,
+// chosen Vec and named its limits.
+
+#include "kernels/builds/members.h"
+
+#include "kernels/vector/members.inl"
+
+#if __has_include("kernels/fft/members.inl")
+#include "kernels/fft/members.inl"
+#endif
+
+#if __has_include("kernels/dft/members.inl")
+#include "kernels/dft/members.inl"
+#endif

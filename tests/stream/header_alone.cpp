@@ -1,0 +1,2 @@
+#include "kalvrin/stream_processor.h"
+#include "kalvrin/stream_processor.h"
