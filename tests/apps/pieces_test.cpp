@@ -96,12 +96,12 @@ TEST(Gains, FactorsAndDecibels) {
     const char* text;
     double gain;  // NaN: refused
   } rows[] = {
-      {"0", 0},           {"1", 1},       {"0.5", 0.5},     {"+2", 2},         {".25", 0.25},
-      {"2e1", 20},        {"-0", 0},      {"0dB", 1},       {"-6dB", 0.501187}, {"-6 db", 0.501187},
-      {"+6DB", 1.995262}, {"20dB", 10},   {"-infdB", 0},    {"-200dB", 1e-10}, {"", NAN},
-      {"dB", NAN},        {"-0.5", NAN},  {"0,5", NAN},     {"nan", NAN},      {"inf", NAN},
-      {"infdB", NAN},     {"1e99", NAN},  {"800dB", NAN},   {"+-6dB", NAN},    {"--6dB", NAN},
-      {"0.5x", NAN},      {" 1", NAN},    {"-6 d B", NAN},  {"0x10", NAN},
+      {"0", 0},           {"1", 1},      {"0.5", 0.5},    {"+2", 2},          {".25", 0.25},
+      {"2e1", 20},        {"-0", 0},     {"0dB", 1},      {"-6dB", 0.501187}, {"-6 db", 0.501187},
+      {"+6DB", 1.995262}, {"20dB", 10},  {"-infdB", 0},   {"-200dB", 1e-10},  {"", NAN},
+      {"dB", NAN},        {"-0.5", NAN}, {"0,5", NAN},    {"nan", NAN},       {"inf", NAN},
+      {"infdB", NAN},     {"1e99", NAN}, {"800dB", NAN},  {"+-6dB", NAN},     {"--6dB", NAN},
+      {"0.5x", NAN},      {" 1", NAN},   {"-6 d B", NAN}, {"0x10", NAN},
   };
   for (const auto& row : rows) {
     if (std::isnan(row.gain))
@@ -155,9 +155,9 @@ TEST(Quantize, EverySixteenBitSampleSurvivesAndLoudOnesAreCut) {
     std::int32_t out;
     std::uint64_t cut;
   } rows[] = {
-      {1, 16, 0x7FFF0000, 0},     {1.5F, 16, 0x7FFF0000, 1}, {-1, 16, INT32_MIN, 0},
-      {-3, 16, INT32_MIN, 1},     {1, 24, 0x7FFFFF00, 0},    {0.5F, 24, 0x40000000, 0},
-      {1, 32, 0x7FFFFFFF, 0},     {2, 32, 0x7FFFFFFF, 1},    {-2, 32, INT32_MIN, 1},
+      {1, 16, 0x7FFF0000, 0}, {1.5F, 16, 0x7FFF0000, 1}, {-1, 16, INT32_MIN, 0},
+      {-3, 16, INT32_MIN, 1}, {1, 24, 0x7FFFFF00, 0},    {0.5F, 24, 0x40000000, 0},
+      {1, 32, 0x7FFFFFFF, 0}, {2, 32, 0x7FFFFFFF, 1},    {-2, 32, INT32_MIN, 1},
   };
   for (const auto& row : rows) {
     std::int32_t value = 0;
@@ -173,9 +173,19 @@ TEST(FileNames, AreSafeAndDifferent) {
     umlauts += "ü";
   const auto names = SafeFileNames({"Mix", "Rest", "Speech", "mix", "a/b", "..", "", "-rf", "MIX",
                                     "a\nb", "Stimme ü", longName, umlauts + "u"});
-  const std::vector<std::string> expected = {
-      "Mix", "Rest",  "Speech", "mix-2",    "a_b", "_..", "_", "_-rf", "MIX-3",
-      "a_b-2", "Stimme ü", longName.substr(0, 100), umlauts.substr(0, 100)};
+  const std::vector<std::string> expected = {"Mix",
+                                             "Rest",
+                                             "Speech",
+                                             "mix-2",
+                                             "a_b",
+                                             "_..",
+                                             "_",
+                                             "_-rf",
+                                             "MIX-3",
+                                             "a_b-2",
+                                             "Stimme ü",
+                                             longName.substr(0, 100),
+                                             umlauts.substr(0, 100)};
   EXPECT_EQ(Joined(names), Joined(expected));
 }
 
@@ -193,7 +203,7 @@ TEST(Latency, FollowsTheSizes) {
     StreamSizes sizes;
     std::uint64_t frames;
   } rows[] = {
-      {{256, 4, 0, 128}, 1152}, {{256, 4, 0, 256}, 1024}, {{256, 4, 0, 512}, 768},
+      {{256, 4, 0, 128}, 1152}, {{256, 4, 0, 256}, 1024},  {{256, 4, 0, 512}, 768},
       {{256, 4, 0, 300}, 1280}, {{256, 4, 0, 1024}, 1280}, {{256, 4, 2, 256}, 1536},
       {{256, 1, 0, 256}, 512},  {{256, 4, 0, 2048}, 1280},
   };

@@ -89,7 +89,9 @@ std::vector<std::string> TemporaryFolder::Names() const {
   return names;
 }
 
-Outcome RunTool(const std::vector<std::string>& arguments) { return Run(WithTool(arguments)); }
+Outcome RunTool(const std::vector<std::string>& arguments) {
+  return Run(WithTool(arguments));
+}
 
 Outcome RunShell(const std::string& line) {
   return Run({"/bin/sh", "-c", "TOOL='" KALVRIN_TOOL "'; " + line});
@@ -128,7 +130,9 @@ bool ToolOnTerminal::WaitFor(std::string_view text) {
   return true;
 }
 
-void ToolOnTerminal::Kill(int signal) { kill(process, signal); }
+void ToolOnTerminal::Kill(int signal) {
+  kill(process, signal);
+}
 
 Outcome ToolOnTerminal::Finish() {
   while (ReadSome()) {
