@@ -1,6 +1,7 @@
 #include "stream/process_runtime.h"
 
 #include "platform/onnxruntime/runtime.h"
+#include "stream/kernel_build.h"
 #include "stream/library_folder.h"
 #include "stream/runtime_modules.h"
 
@@ -26,6 +27,7 @@ Engine MakeEngine(const RuntimeModules& modules) {
 }  // namespace
 
 Platform::Runtime& ProcessRuntime() {
+  SelectKernelBuild();
   // Statics end in reverse: the engine before its modules, the modules before the folder's name.
   static const RuntimeModules modules(GetLibraryFolder());
   static const Engine engine = MakeEngine(modules);

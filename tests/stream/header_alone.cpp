@@ -1,2 +1,1 @@
 #include "kalvrin/stream_processor.h"
-#include "kalvrin/stream_processor.h"
