@@ -30,8 +30,12 @@ Audio ReadAudio(const std::string& path) {
     return {};
   }
   Audio audio{info.samplerate, info.channels, info.format, {}};
+  // A FLAC without a frame cannot say so: its length is unknown.
+  if (info.frames == SF_COUNT_MAX) info.frames = 0;
   audio.samples.resize(static_cast<std::size_t>(info.frames * info.channels));
   EXPECT_EQ(sf_readf_float(file, audio.samples.data(), info.frames), info.frames) << path;
+  float more[64] = {};
+  EXPECT_EQ(sf_readf_float(file, more, 1), 0) << path << " is longer than it says";
   sf_close(file);
   return audio;
 }

@@ -11,6 +11,11 @@ AudioReader::AudioReader(const std::string& path) : file(path), sound(file.Get()
     throw Refusal(file.Name() + " is no audio that can be read: " + sound.ErrorText());
 }
 
+std::optional<std::uint64_t> AudioReader::FrameCount() const {
+  if (info.frames < 0 || info.frames == SF_COUNT_MAX) return std::nullopt;
+  return static_cast<std::uint64_t>(info.frames);
+}
+
 AudioTags AudioReader::Tags() const {
   AudioTags tags;
   for (int tag = SF_STR_FIRST; tag <= SF_STR_LAST; ++tag) {

@@ -5,6 +5,7 @@
 
 #include <cstdint>
 #include <map>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -25,8 +26,8 @@ public:
   const std::string& Name() const { return file.Name(); }
   int SampleRate() const { return info.samplerate; }
   int ChannelCount() const { return info.channels; }
-  /// As the file declares it; what Read gives counts.
-  std::uint64_t FrameCount() const { return static_cast<std::uint64_t>(info.frames); }
+  /// As far as the file declares it; what Read gives counts.
+  std::optional<std::uint64_t> FrameCount() const;
   /// libsndfile's number.
   int Format() const { return info.format; }
   AudioTags Tags() const;

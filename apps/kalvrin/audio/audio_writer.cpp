@@ -9,13 +9,14 @@ namespace Orvik::Tesmo::Tool {
 namespace {
 
 /// libsndfile's number, with the variant of WAV that the sizes need.
-int FormatNumber(const AudioFormat& format, int channels, std::uint64_t frames, bool hasMap) {
+int FormatNumber(const AudioFormat& format, int channels, std::optional<std::uint64_t> frames,
+                 bool hasMap) {
   int container = format.container;
   if (container == SF_FORMAT_WAV) {
     // A little room for the chunks around the samples.
     constexpr double wavLimit = 4294967295.0 - 65536;
     const double bytesPerSample = std::max(BitsOf(format.encoding), 32) / 8.0;
-    if (static_cast<double>(frames) * channels * bytesPerSample > wavLimit)
+    if (!frames || static_cast<double>(*frames) * channels * bytesPerSample > wavLimit)
       container = SF_FORMAT_RF64;
     else if (channels > 2 || hasMap)
       container = SF_FORMAT_WAVEX;
@@ -39,7 +40,8 @@ SF_INFO MakeInfo(const AudioFormat& format, int number, int channels, int rate) 
 }  // namespace
 
 AudioWriter::AudioWriter(const std::string& path, const AudioFormat& format, int channelCount,
-                         int sampleRateHz, std::uint64_t expectedFrames, const AudioTags& tags)
+                         int sampleRateHz, std::optional<std::uint64_t> expectedFrames,
+                         const AudioTags& tags)
     : file(path), channels(channelCount), bits(BitsOf(format.encoding)),
       info(MakeInfo(format,
                     FormatNumber(format, channels, expectedFrames, !tags.channelMap.empty()),
@@ -51,6 +53,8 @@ AudioWriter::AudioWriter(const std::string& path, const AudioFormat& format, int
 
 void AudioWriter::SetTags(const AudioTags& tags) {
   SNDFILE* handle = sound.Handle();
+  // What turns out to fit becomes a plain WAV at the end.
+  sf_command(handle, SFC_RF64_AUTO_DOWNGRADE, nullptr, SF_TRUE);
   // The peak chunk holds the time of day; without it equal renders are equal files.
   sf_command(handle, SFC_SET_ADD_PEAK_CHUNK, nullptr, SF_FALSE);
   double quality = 0.6;
@@ -72,6 +76,7 @@ void AudioWriter::Write(std::span<const float> interleaved) {
     const auto part = interleaved.subspan(start, std::min(step, interleaved.size() - start));
     finite.assign(part.begin(), part.end());
     nonFinite += SilenceNonFinite(finite);
+    isEmpty = false;
     const auto frames = static_cast<sf_count_t>(part.size()) / channels;
     sf_count_t done = 0;
     if (bits != 0) {
@@ -86,6 +91,8 @@ void AudioWriter::Write(std::span<const float> interleaved) {
 }
 
 void AudioWriter::Finish() {
+  // FLAC's header comes with the first frame; without one it has to be asked for.
+  if (isEmpty) sf_command(sound.Handle(), SFC_UPDATE_HEADER_NOW, nullptr, 0);
   sound.Close();
   if (sound.SystemError() != 0) RefuseToWrite();
 }

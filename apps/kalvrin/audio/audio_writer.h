@@ -15,8 +15,9 @@ namespace Orvik::Tesmo::Tool {
 /// Writes one audio file from start to end. It appears under its name at Commit, or never.
 class AudioWriter {
 public:
-  /// `expectedFrames` chooses between WAV and its form for more than 4 GiB; more or fewer may come.
-  /// Refusal where the file cannot be made or the format does not go with the channels or the rate.
+  /// `expectedFrames`, if known, chooses between WAV and its form for more than 4 GiB; more or
+  /// fewer may come. Refusal where the file cannot be made or the format does not go with the
+  /// channels or the rate.
   AudioWriter(const std::string& path, const AudioFormat& format, int channelCount,
               int sampleRateHz, std::uint64_t expectedFrames, const AudioTags& tags);
 
@@ -45,6 +46,7 @@ private:
   SoundStream sound;
   std::vector<float> finite;
   std::vector<std::int32_t> quantized;
+  bool isEmpty = true;
   std::uint64_t clipped = 0;
   std::uint64_t nonFinite = 0;
 };

@@ -2,6 +2,7 @@
 
 #include "command_line/errors.h"
 #include "platform/onnxruntime/runtime.h"
+#include "stream/kernel_build.h"
 
 #include <filesystem>
 
@@ -12,7 +13,7 @@ constexpr const char* engineFile = "libonnxruntime.so.1";
 
 std::string EngineFolder() {
   const auto own = std::filesystem::read_symlink("/proc/self/exe").parent_path();
-  for (const char* relative : {".", "../lib", "../lib/kalvrin"}) {
+  for (const char* relative : {".", "../lib", "../lib/kalvrin", KALVRIN_ENGINE_FOLDER}) {
     const auto folder = own / relative;
     if (std::filesystem::exists(folder / engineFile)) return folder;
   }
@@ -23,6 +24,7 @@ std::string EngineFolder() {
 }  // namespace
 
 Engine::Engine() : modules(EngineFolder()) {
+  SelectKernelBuild();
   if (Failed(Platform::CreateOnnxRuntime(modules.Engine(), runtime)))
     throw Refusal(std::string("the inference engine ") + EngineFolder() + "/" + engineFile +
                   " cannot be used; version 1.20 or later for this machine is needed");

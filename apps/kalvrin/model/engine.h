@@ -8,8 +8,9 @@
 
 namespace Orvik::Tesmo::Tool {
 
-/// The inference engine, opened from the program's own folder, ../lib or ../lib/kalvrin beside it:
-/// the first of them that has it.
+/// The inference engine, opened from the program's own folder, ../lib, ../lib/kalvrin or the folder
+/// of installed libraries beside it: the first of them that has it. Chooses the kernels for this
+/// processor, too.
 class Engine {
 public:
   /// Refusal where it is missing or does not work.

@@ -3,6 +3,7 @@
 #include "command_line/errors.h"
 #include "failure/exceptions.h"
 #include "failure/result_code.h"
+#include "model/report.h"
 #include "runtime/metadata.h"
 #include "runtime/metadata_json.h"
 
@@ -45,11 +46,11 @@ std::string Metadata(const Circumstances& c, const char16_t* key) {
 }
 
 std::string Channels(const Circumstances& c) {
-  return "; " + std::to_string(c.request.channelCount) + " channels are asked for";
+  return "; asked for: " + Counted(c.request.channelCount, "channel");
 }
 
 std::string Windows(const Circumstances& c) {
-  return "; " + std::to_string(c.request.sequenceSize) + " windows are asked for, and " +
+  return "; asked for: " + Counted(c.request.sequenceSize, "window") + "; " +
          Metadata(c, u"LookaheadNumBlocks");
 }
 
@@ -66,9 +67,9 @@ std::string States(const Circumstances& c) {
 }
 
 std::string Request(const Circumstances& c) {
-  return std::to_string(c.request.channelCount) + " channels, " +
-         std::to_string(c.request.sequenceSize) + " windows per evaluation, blocks of " +
-         std::to_string(c.request.blockFrames) + " frames";
+  return "asked for: " + Counted(c.request.channelCount, "channel") + ", " +
+         Counted(c.request.sequenceSize, "window") + " per evaluation, blocks of " +
+         Counted(c.request.blockFrames, "frame");
 }
 
 constexpr const char* channelFreedom =
@@ -115,7 +116,7 @@ const Row rows[] = {
      bothComponents, "give the spectrum as pairs of real and imaginary part"},
     {"The window length (Features) must be even", Input, "an even number of samples",
      "export the model with an even window length"},
-    {"A spectrum must have at least 2 bins (Features)", Input, "n + 1 bins for 2n samples",
+    {"A spectrum must have 2 bins (Features) or more", Input, "n + 1 bins for 2n samples",
      "export the model with a longer window"},
     {"LookaheadNumBlocks of the model is negative",
      [](const Circumstances& c) { return Metadata(c, u"LookaheadNumBlocks"); }, "a number from 0",
@@ -208,7 +209,7 @@ Explanation ExplainText(const std::string& text, const Circumstances& circumstan
             "a whole JSON text: 16000 for a number, [\"Speech\",\"Music\"] for names, "
             "[[0,\"Speech\"]] for bindings",
             "correct " + PrintableText(key) + " in the model's metadata"};
-  return {text, Request(circumstances), {}, "correct the model, or ask for other sizes"};
+  return {text, Both(circumstances), {}, "correct the model, or ask for other sizes"};
 }
 
 Explanation ExplainEngine(const std::string& words, const Circumstances& circumstances) {

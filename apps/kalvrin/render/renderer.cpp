@@ -137,7 +137,8 @@ void Renderer::ReadAll(ProgressBar& progress) {
     } else {
       Feed(audio);
     }
-    progress.Update(static_cast<double>(readFrames) / static_cast<double>(reader.FrameCount()));
+    if (const auto expected = reader.FrameCount())
+      progress.Update(static_cast<double>(readFrames) / static_cast<double>(*expected));
   }
   if (!toModelRate) return;
   converted.clear();
