@@ -45,7 +45,7 @@ int Check(Arguments arguments) {
     std::cout << "accepted: " << file.path << '\n';
     PrintField(std::cout, "stream", StreamText(request, facts));
     PrintField(std::cout, "latency", LatencyText(LatencyFrames(facts.Sizes(request)), facts));
-    PrintNotes(std::cout, facts);
+    PrintNotes(std::cout, Notes(facts));
     return ExitStatus::Ok;
   } catch (...) {
     const auto explanation =

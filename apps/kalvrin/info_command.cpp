@@ -99,7 +99,7 @@ void PrintBindings(const ModelFacts& facts) {
 }
 
 struct KnownKey {
-  const char16_t* name;
+  std::u16string_view name;
   enum class Kind { Text, Number, List } kind;
 };
 constexpr KnownKey knownKeys[] = {
@@ -121,7 +121,7 @@ bool Counts(const KnownKey& key, const std::u16string& value) {
   return type == Type::Unsigned || type == Type::Integer;
 }
 
-std::string DefaultText(const ModelFacts& facts, const std::u16string& key) {
+std::string DefaultText(const ModelFacts& facts, std::u16string_view key) {
   const struct {
     std::u16string_view key;
     std::string value;
@@ -144,7 +144,7 @@ void PrintKey(std::string_view key, std::string_view text) {
 void PrintMetadata(const ModelDescription& model, const ModelFacts& facts) {
   std::cout << "metadata\n";
   for (const KnownKey& key : knownKeys) {
-    const auto entry = model.metadata.find(key.name);
+    const auto entry = model.metadata.find(std::u16string(key.name));
     const bool present = entry != model.metadata.end();
     std::string text;
     if (present && Counts(key, entry->second))
@@ -156,16 +156,22 @@ void PrintMetadata(const ModelDescription& model, const ModelFacts& facts) {
       text = DefaultText(facts, key.name) + " (default)";
     PrintKey(PrintableText(key.name), text);
   }
-  for (const auto& [key, value] : model.metadata)
-    if (std::ranges::none_of(knownKeys, [&](const KnownKey& known) { return key == known.name; }))
-      PrintKey(PrintableText(key), PrintableText(value) + " (not read)");
-  // A stream reads two of the keys in a way of its own, and then its reading is what one hears.
-  if (facts.sampleRateHz != facts.info.GetSampleRate())
-    std::cout << "note: a stream reports a sample rate of " << facts.sampleRateHz
-              << " Hz, since it takes the digits at the start of SampleRate, 0 without any\n";
-  if (facts.lookahead != facts.info.GetLookaheadNumBlocks())
-    std::cout << "note: a stream uses a lookahead of " << facts.lookahead
-              << ", since it takes the digits at the start of LookaheadNumBlocks, 0 without any\n";
+  for (const auto& entry : model.metadata)
+    if (std::ranges::find(knownKeys, entry.first, &KnownKey::name) == std::end(knownKeys))
+      PrintKey(PrintableText(entry.first), PrintableText(entry.second) + " (not read)");
+}
+
+/// A stream reads two of the keys in a way of its own, and its reading is what one hears.
+std::vector<std::string> SecondReadings(const ModelFacts& facts) {
+  std::vector<std::string> notes;
+  const auto add = [&notes](const std::string& key, std::int32_t taken, std::int32_t read) {
+    if (taken != read)
+      notes.push_back("a stream takes " + key + " as " + std::to_string(taken) +
+                      ", by the digits at the start of its text; 0 without any");
+  };
+  add("SampleRate", facts.sampleRateHz, facts.info.GetSampleRate());
+  add("LookaheadNumBlocks", facts.lookahead, facts.info.GetLookaheadNumBlocks());
+  return notes;
 }
 
 void PrintLatencies(const ModelFacts& facts, StreamRequest settled) {
@@ -215,7 +221,8 @@ int Info(Arguments arguments) {
   PrintBindings(*facts);
   PrintMetadata(*model, *facts);
   PrintLatencies(*facts, settled);
-  PrintNotes(std::cout, *facts);
+  PrintNotes(std::cout, Notes(*facts));
+  PrintNotes(std::cout, SecondReadings(*facts));
   return status;
 }
 

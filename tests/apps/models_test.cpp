@@ -76,7 +76,7 @@ TEST(Info, PrintsWhatAModelDeclares) {
         "1          Extracted", "none       every channel is a mixture",
         "SampleRate                   48000 (default)",
         "AudioClassNames              [\"Extracted\"] (default)",
-        "note: a stream reports a sample rate of 0 Hz", "block 128  1152 frames\n",
+        "note: a stream takes SampleRate as 0,", "block 128  1152 frames\n",
         "block 480  1280 frames\n", "block 512  768 frames\n"}},
       {"rich",
        {.features = 257,
@@ -106,8 +106,7 @@ TEST(Info, PrintsWhatAModelDeclares) {
                      {"LookaheadNumBlocks", "null"},
                      {"AudioClassNames", "[\"A\",\"rest\",\"a\"]"}}},
        {"48000 (default; the model's 44100.0 is of another type)",
-        "a stream reports a sample rate of 44100 Hz",
-        "0 (default; the model's null is of another type)",
+        "a stream takes SampleRate as 44100", "0 (default; the model's null is of another type)",
         "note: class 3, a, has the name of an earlier class",
         "note: the class rest hides the remainder"}},
   };

@@ -92,7 +92,8 @@ void AudioWriter::Write(std::span<const float> interleaved) {
 
 void AudioWriter::Finish() {
   // FLAC's header comes with the first frame; without one it has to be asked for.
-  if (isEmpty) sf_command(sound.Handle(), SFC_UPDATE_HEADER_NOW, nullptr, 0);
+  const bool isFlac = (info.format & SF_FORMAT_TYPEMASK) == SF_FORMAT_FLAC;
+  if (isFlac && isEmpty) sf_command(sound.Handle(), SFC_UPDATE_HEADER_NOW, nullptr, 0);
   sound.Close();
   if (sound.SystemError() != 0) RefuseToWrite();
 }

@@ -6,6 +6,7 @@
 #include "audio/sound_stream.h"
 
 #include <cstdint>
+#include <optional>
 #include <span>
 #include <string>
 #include <vector>
@@ -19,7 +20,7 @@ public:
   /// fewer may come. Refusal where the file cannot be made or the format does not go with the
   /// channels or the rate.
   AudioWriter(const std::string& path, const AudioFormat& format, int channelCount,
-              int sampleRateHz, std::uint64_t expectedFrames, const AudioTags& tags);
+              int sampleRateHz, std::optional<std::uint64_t> expectedFrames, const AudioTags& tags);
 
   /// `interleaved`: whole frames, full scale 1. Refusal where the disk is full and the like.
   void Write(std::span<const float> interleaved);

@@ -9,8 +9,8 @@
 
 namespace Orvik::Tesmo::Tool {
 
-void Resampler::Closer::operator()(soxr* state) const {
-  soxr_delete(state);
+void Resampler::Closer::operator()(soxr* owned) const {
+  soxr_delete(owned);
 }
 
 Resampler::Resampler(double inputRateHz, double outputRateHz, unsigned channelCount)

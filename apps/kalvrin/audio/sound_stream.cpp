@@ -21,19 +21,19 @@ SF_VIRTUAL_IO SoundStream::Operations() {
     return lseek(static_cast<Io*>(data)->fd, 0, SEEK_CUR);
   };
   operations.read = [](void* bytes, sf_count_t count, void* data) -> sf_count_t {
-    auto& io = *static_cast<Io*>(data);
-    const ssize_t done = read(io.fd, bytes, static_cast<std::size_t>(count));
-    if (done < 0 && io.error == 0) io.error = errno;
+    auto& source = *static_cast<Io*>(data);
+    const ssize_t done = read(source.fd, bytes, static_cast<std::size_t>(count));
+    if (done < 0 && source.error == 0) source.error = errno;
     return done < 0 ? 0 : done;
   };
   operations.write = [](const void* bytes, sf_count_t count, void* data) -> sf_count_t {
-    auto& io = *static_cast<Io*>(data);
+    auto& sink = *static_cast<Io*>(data);
     const auto* rest = static_cast<const char*>(bytes);
     sf_count_t done = 0;
     while (done < count) {
-      const ssize_t step = write(io.fd, rest + done, static_cast<std::size_t>(count - done));
+      const ssize_t step = write(sink.fd, rest + done, static_cast<std::size_t>(count - done));
       if (step < 0 && errno == EINTR) continue;
-      if (step < 0 && io.error == 0) io.error = errno;
+      if (step < 0 && sink.error == 0) sink.error = errno;
       if (step < 0) break;
       done += step;
     }

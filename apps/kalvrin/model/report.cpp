@@ -51,21 +51,30 @@ std::string StreamText(const StreamRequest& settled, const ModelFacts& facts) {
          Counted(settled.blockFrames, "frame");
 }
 
-void PrintNotes(std::ostream& out, const ModelFacts& facts) {
+std::vector<std::string> Notes(const ModelFacts& facts) {
+  std::vector<std::string> notes;
   const auto& info = facts.info;
   for (std::uint32_t id = 0; id < info.GetAudioClassCount(); ++id) {
-    const char16_t* name = info.GetAudioClassName(id);
-    if (FindClass(facts, name) != static_cast<int>(id))
-      out << "note: class " << id + 1 << ", " << PrintableText(name)
-          << ", has the name of an earlier class: no gain reaches it, and it stays silent\n";
-    else if (Dnn::EqualIgnoringCase(name, u"Rest"))
-      out << "note: the class " << PrintableText(name)
-          << " hides the remainder Rest, whose gain cannot be set by name then\n";
+    const std::string name = PrintableText(info.GetAudioClassName(id));
+    if (FindClass(facts, info.GetAudioClassName(id)) != static_cast<int>(id))
+      notes.push_back(
+          "class " + std::to_string(id + 1) + ", " + name +
+          ", has the name of an earlier class: no gain reaches it, and it stays silent");
+    else if (Dnn::EqualIgnoringCase(info.GetAudioClassName(id), u"Rest"))
+      notes.push_back("the class " + name +
+                      " hides the remainder Rest, whose gain cannot be set by name then");
   }
   for (const auto& binding : info.GetChannelBindings())
     if (FindClass(facts, binding.audioClass.c_str()) < 0)
-      out << "note: channel " << binding.channel << " is bound to "
-          << PrintableText(binding.audioClass) << ", which is no class: the binding does nothing\n";
+      notes.push_back("channel " + std::to_string(binding.channel) + " is bound to " +
+                      PrintableText(binding.audioClass) +
+                      ", which is no class: the binding does nothing");
+  return notes;
+}
+
+void PrintNotes(std::ostream& out, const std::vector<std::string>& notes) {
+  for (const std::string& note : notes)
+    out << "note: " << note << '\n';
 }
 
 }  // namespace Orvik::Tesmo::Tool

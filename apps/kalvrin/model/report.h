@@ -8,6 +8,7 @@
 #include <iosfwd>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace Orvik::Tesmo::Tool {
 
@@ -31,7 +32,9 @@ std::string LatencyText(std::uint64_t frames, const ModelFacts& facts);
 std::string StreamText(const StreamRequest& settled, const ModelFacts& facts);
 
 /// What is legal but will surprise: class names that cannot be reached, bindings that do nothing.
-/// One line each, "note: ..."; nothing where there is none.
-void PrintNotes(std::ostream& out, const ModelFacts& facts);
+std::vector<std::string> Notes(const ModelFacts& facts);
+
+/// One line for each, "note: ...".
+void PrintNotes(std::ostream& out, const std::vector<std::string>& notes);
 
 }  // namespace Orvik::Tesmo::Tool

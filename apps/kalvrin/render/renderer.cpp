@@ -207,6 +207,8 @@ void Renderer::PrintWarnings(std::ostream& out) const {
   const auto warn = [&out](const std::string& text) {
     out << "kalvrin: warning: " << text << '\n';
   };
+  for (const std::string& note : Notes(*facts))
+    warn(note);
   if (reader.NonFiniteSamples() != 0)
     warn(reader.Name() + " holds values that are not finite (" +
          Counted(reader.NonFiniteSamples(), "sample") + ", the first in frame " +
