@@ -11,7 +11,8 @@ namespace Orvik::Tesmo {
 std::unique_ptr<StreamProcessor> AssembleStream(Platform::Runtime& runtime, const void* modelData,
                                                 std::uint64_t modelSize, std::uint64_t sequenceSize,
                                                 std::uint64_t channelCount,
-                                                std::uint64_t blockFrames) {
+                                                std::uint64_t blockFrames,
+                                                std::shared_ptr<const void> keeps) {
   // Refused here, where it costs nothing, rather than after the model has been loaded.
   if (!modelData) throw ContractException("No model");
   if (!BufferFits({channelCount, blockFrames}))
@@ -23,7 +24,7 @@ std::unique_ptr<StreamProcessor> AssembleStream(Platform::Runtime& runtime, cons
   auto stage = std::make_unique<OverlapAddStage>(core->GetHopLength(), effectiveSize, channelCount,
                                                  core->IsSpectral());
   return std::make_unique<WindowedStreamProcessor>(std::move(core), std::move(stage), effectiveSize,
-                                                   channelCount, blockFrames);
+                                                   channelCount, blockFrames, std::move(keeps));
 }
 
 }  // namespace Orvik::Tesmo

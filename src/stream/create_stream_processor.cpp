@@ -8,8 +8,9 @@ extern "C" __attribute__((visibility("default"))) Orvik::Tesmo::StreamProcessor*
 CreateStreamProcessor(const void* modelData, std::uint64_t modelSize, std::uint64_t sequenceSize,
                       std::uint64_t channelCount, std::uint64_t blockFrames) {
   try {
-    return Orvik::Tesmo::AssembleStream(Orvik::Tesmo::ProcessRuntime(), modelData, modelSize,
-                                        sequenceSize, channelCount, blockFrames)
+    const auto runtime = Orvik::Tesmo::ProcessRuntime();
+    return Orvik::Tesmo::AssembleStream(*runtime, modelData, modelSize, sequenceSize, channelCount,
+                                        blockFrames, runtime)
         .release();
   } catch (...) {
     return nullptr;

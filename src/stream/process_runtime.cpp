@@ -5,34 +5,32 @@
 #include "stream/library_folder.h"
 #include "stream/runtime_modules.h"
 
-#include <memory>
+#include <string>
 
 namespace Orvik::Tesmo {
 
 namespace {
 
-/// What became of the one attempt to make the engine.
+/// The modules and what was made of them, in the one attempt that there is. The runtime goes before
+/// its modules.
 struct Engine {
-  ResultCode code;
-  std::shared_ptr<Platform::Runtime> runtime;
-};
+  explicit Engine(const std::string& folder)
+      : modules(folder), code(Platform::CreateOnnxRuntime(modules.Engine(), runtime)) {
+    if (code == ResultCodes::OutOfMemory) ThrowForResultCode(code);
+  }
 
-Engine MakeEngine(const RuntimeModules& modules) {
-  Engine engine;
-  engine.code = Platform::CreateOnnxRuntime(modules.Engine(), engine.runtime);
-  if (engine.code == ResultCodes::OutOfMemory) ThrowForResultCode(engine.code);
-  return engine;
-}
+  RuntimeModules modules;
+  std::shared_ptr<Platform::Runtime> runtime;
+  ResultCode code;
+};
 
 }  // namespace
 
-Platform::Runtime& ProcessRuntime() {
+std::shared_ptr<Platform::Runtime> ProcessRuntime() {
   SelectKernelBuild();
-  // Statics end in reverse: the engine before its modules, the modules before the folder's name.
-  static const RuntimeModules modules(GetLibraryFolder());
-  static const Engine engine = MakeEngine(modules);
-  CheckResult(engine.code);
-  return *engine.runtime;
+  static const auto engine = std::make_shared<const Engine>(GetLibraryFolder());
+  CheckResult(engine->code);
+  return {engine, engine->runtime.get()};
 }
 
 }  // namespace Orvik::Tesmo

@@ -12,9 +12,10 @@ WindowedStreamProcessor::WindowedStreamProcessor(std::unique_ptr<Dnn::Kalvrin> c
                                                  std::unique_ptr<OverlapAddStage> overlapAdd,
                                                  std::uint64_t sequenceSize,
                                                  std::uint64_t channelCount,
-                                                 std::uint64_t blockFrames)
-    : sequenceSize(sequenceSize), channelCount(channelCount), blockFrames(blockFrames),
-      core(std::move(core)), overlapAdd(std::move(overlapAdd)),
+                                                 std::uint64_t blockFrames,
+                                                 std::shared_ptr<const void> keeps)
+    : keeps(std::move(keeps)), sequenceSize(sequenceSize), channelCount(channelCount),
+      blockFrames(blockFrames), core(std::move(core)), overlapAdd(std::move(overlapAdd)),
       sampleRate(this->core->GetSampleRate()), readCursor(0), writeCursor(0),
       arrays(MakeArrays(sequenceSize, channelCount)) {
   readCursor = PrefillFrames();

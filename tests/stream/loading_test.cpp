@@ -186,6 +186,18 @@ TEST_F(LoadingTest, FolderIsThatOfTheLoadWhereverTheProcessHasGone) {
   fs::current_path(home);
 }
 
+/// A stream in a static object of the host, made before the library's own, ends after them.
+TEST_F(LoadingTest, StreamMayLiveUntilTheProcessEnds) {
+  PlaceEngine();
+  ASSERT_NO_FATAL_FAILURE(Load());
+  const auto endWithAStream = [this] {
+    static Stream stream;
+    stream = Create();
+    std::exit(stream ? 0 : 1);  // NOLINT(concurrency-mt-unsafe)
+  };
+  EXPECT_EXIT(endWithAStream(), testing::ExitedWithCode(0), "");
+}
+
 TEST_F(LoadingTest, EightThreadsMakeRunAndEndStreamsAtOnce) {
   PlaceEngine();
   ASSERT_NO_FATAL_FAILURE(Load());
