@@ -139,7 +139,7 @@ TEST(ModelBinding, BindsStatesFirstAndThenTheAudio) {
 TEST(ModelBinding, RefusesWhatDoesNotFit) {
   constexpr std::uint64_t huge = ~std::uint64_t{0};
   const char* const pairs = "CException: Model is not compatible with automatic buffer binding";
-  const Shape in = {-1, -1, 8}, out = {-1, -1, -1, 8}, noClasses = in;
+  const Shape in = {-1, -1, 8}, out = {-1, -1, -1, 8};
   // clang-format off
   const struct {
     const char* name;
@@ -165,7 +165,7 @@ TEST(ModelBinding, RefusesWhatDoesNotFit) {
        "The input has no sequence dimension: only sequence size 1 without lookahead is possible"},
       {"no output sequence", {-1, 8}, {8}, 0, 0, 1, 0, 2, 1,
        "The output has no sequence dimension: only sequence size 1 is possible"},
-      {"no classes", in, noClasses, 0, 0, 2, 0, 4, 2,
+      {"no classes", in, in, 0, 0, 2, 0, 4, 2,
        "The output has no class dimension: only 1 audio class is possible"},
       {"other windows out", in, {-1, -1, -1, 6}, 0, 0, 1, 0, 4, 2,
        "The output's windows (Features) must be as long as the input's"},
