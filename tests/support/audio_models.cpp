@@ -83,9 +83,9 @@ std::string Mean(Chain& chain, const std::string& value, Element element) {
 std::string AddState(ModelBuilder& model, Chain& chain, const StateOptions& state,
                      std::size_t index) {
   const std::string number = std::to_string(index);
-  const std::string input = state.inputName.empty() ? "state" + number : state.inputName;
-  std::string output = state.outputName.empty() ? "newState" + number : state.outputName;
-  if (state.update == Update::PassThrough) output = input;
+  std::string input = state.inputName.empty() ? "state" + number : state.inputName;
+  const std::string fallback = state.update == Update::PassThrough ? input : "newState" + number;
+  const std::string output = state.outputName.empty() ? fallback : state.outputName;
   model.Input(input, state.element, state.shape).Output(output, state.element, state.shape);
   if (state.update == Update::Count)
     model.Node("Identity", {Counted(chain, input, state.element)}, {output});
@@ -154,7 +154,7 @@ std::string ToOutput(Chain& chain, const Options& options, std::string audio) {
 }
 
 Dimensions FreeInputShape(const Options& options) {
-  const Dimensions full = {"C", "T", options.features, 2};
+  Dimensions full = {"C", "T", options.features, 2};
   if (options.inputRank == 4) return full;
   return Dimensions(full.begin() + 3 - static_cast<std::ptrdiff_t>(options.inputRank),
                     full.begin() + 3);
@@ -162,7 +162,7 @@ Dimensions FreeInputShape(const Options& options) {
 
 Dimensions FreeOutputShape(const Options& options) {
   const std::int64_t size = options.outputFeatures ? options.outputFeatures : options.features;
-  const Dimensions full = {"K", "C", "S", size, 2};
+  Dimensions full = {"K", "C", "S", size, 2};
   if (options.outputRank == 5) return full;
   return Dimensions(full.begin() + 4 - static_cast<std::ptrdiff_t>(options.outputRank),
                     full.begin() + 4);

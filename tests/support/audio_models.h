@@ -19,7 +19,7 @@ struct StateOptions {
   enum class Update {
     Count,        ///< new = old + 1; for booleans not old; for strings "a" everywhere
     Keep,         ///< new = old, by a node
-    PassThrough,  ///< the output has the input's name and there is no node
+    PassThrough,  ///< no node: the output has the name of an input, `outputName` or its own
   };
 
   Element element = Element::Float;
@@ -28,7 +28,7 @@ struct StateOptions {
   /// Adds the mean of the old values to every sample of the audio (for strings: the share of "a").
   bool isHeard = false;
   std::string inputName = {};   ///< empty: "state" and the index, from 1
-  std::string outputName = {};  ///< empty: "newState" and the index
+  std::string outputName = {};  ///< empty: "newState" and the index; for PassThrough inputName
 };
 
 struct AudioModelOptions {
@@ -39,14 +39,14 @@ struct AudioModelOptions {
     Gru,    ///< GRU over the windows, hidden size W, weights by MakeGruWeights(W), state [1, -1, W]
   };
 
-  std::int64_t features = 8;             ///< W; in rank 4 the number of bins
-  std::int64_t lookahead = 0;            ///< L: the last L windows do not come out
-  std::vector<float> classGains = {1};   ///< class k is gain k times the audio
-  std::size_t inputRank = 3;             ///< 1 to 4: [W], [S+L, W], [C, S+L, W], [C, S+L, F, 2]
-  std::size_t outputRank = 4;            ///< 1 to 5: [W] ... [K, C, S, W], [K, C, S, F, 2]
-  std::int64_t outputFeatures = 0;       ///< other than 0: output feature i is input i modulo W
-  std::optional<Dimensions> inputShape;  ///< declared in place of the free one
-  std::optional<Dimensions> outputShape;
+  std::int64_t features = 8;            ///< W; in rank 4 the number of bins
+  std::int64_t lookahead = 0;           ///< L: the last L windows do not come out
+  std::vector<float> classGains = {1};  ///< class k is gain k times the audio
+  std::size_t inputRank = 3;            ///< 1 to 4: [W], [S+L, W], [C, S+L, W], [C, S+L, F, 2]
+  std::size_t outputRank = 4;           ///< 1 to 5: [W] ... [K, C, S, W], [K, C, S, F, 2]
+  std::int64_t outputFeatures = 0;      ///< other than 0: output feature i is input i modulo W
+  std::optional<Dimensions> inputShape = {};  ///< declared in place of the free one
+  std::optional<Dimensions> outputShape = {};
   std::string inputName = "input";
   std::string outputName = "output";
   Body body = Body::PassThrough;  ///< its state, if any, comes before `states`
@@ -54,7 +54,7 @@ struct AudioModelOptions {
   std::vector<StateOptions> states = {};
   std::vector<std::pair<std::string, std::string>> metadata = {};
   /// Adds a counting state with which evaluation number n (from 0) and all later ones fail.
-  std::optional<std::int64_t> failsFromEvaluation;
+  std::optional<std::int64_t> failsFromEvaluation = {};
   /// The evaluation fails while the greatest sample of the input is 1 or above (or -2 or below).
   bool failsOnLevel = false;
 };

@@ -1,0 +1,10 @@
+#include "command.h"
+
+namespace Orvik::Tesmo::Tool {
+
+std::span<const Command* const> Commands() {
+  static constexpr const Command* all[] = {&infoCommand, &checkCommand, &renderCommand};
+  return all;
+}
+
+}  // namespace Orvik::Tesmo::Tool

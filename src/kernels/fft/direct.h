@@ -1,0 +1,153 @@
+// Included by a build's .cpp, which names its namespace in KERNELS_BUILD.
+//
+// Short transforms as straight-line code: everything about them is known to the compiler.
+#pragma once
+
+#include "kernels/fft/passes.h"
+#include "kernels/fft/roots.h"
+#include "kernels/vec4.h"
+
+namespace Orvik::Tesmo::Kernels::KERNELS_BUILD {
+
+// Real transforms of N values in packed order: X[0], X[N/2], Re X[1], Im X[1], ...
+
+template <int N>
+KERNELS_INLINE void RealForward(const float* x, int stride, float* X) {
+  if constexpr (N == 1) {
+    X[0] = x[0];
+  } else if constexpr (N == 2) {
+    const float a = x[0], b = x[stride];
+    X[0] = a + b;
+    X[1] = a - b;
+  } else {
+    float e[N / 2], o[N / 2];
+    RealForward<N / 2>(x, 2 * stride, e);
+    RealForward<N / 2>(x + stride, 2 * stride, o);
+    X[0] = e[0] + o[0];
+    X[1] = e[0] - o[0];
+    X[N / 2] = e[1];
+    X[N / 2 + 1] = -o[1];
+    for (int k = 1; k < N / 4; ++k) {
+      const float c = roots<N>.cosine[k], s = roots<N>.sine[k];
+      const float re = o[2 * k] * c + o[2 * k + 1] * s, im = o[2 * k + 1] * c - o[2 * k] * s;
+      X[2 * k] = e[2 * k] + re;
+      X[2 * k + 1] = e[2 * k + 1] + im;
+      X[N - 2 * k] = e[2 * k] - re;
+      X[N - 2 * k + 1] = im - e[2 * k + 1];
+    }
+  }
+}
+
+/// Unscaled.
+template <int N>
+KERNELS_INLINE void RealInverse(const float* X, float* x, int stride) {
+  if constexpr (N == 1) {
+    x[0] = X[0];
+  } else if constexpr (N == 2) {
+    const float a = X[0], b = X[1];
+    x[0] = a + b;
+    x[stride] = a - b;
+  } else {
+    float e[N / 2], o[N / 2];
+    e[0] = X[0] + X[1];
+    o[0] = X[0] - X[1];
+    e[1] = 2.0f * X[N / 2];
+    o[1] = -2.0f * X[N / 2 + 1];
+    for (int k = 1; k < N / 4; ++k) {
+      const float c = roots<N>.cosine[k], s = roots<N>.sine[k];
+      const float re = X[2 * k] - X[N - 2 * k], im = X[2 * k + 1] + X[N - 2 * k + 1];
+      e[2 * k] = X[2 * k] + X[N - 2 * k];
+      e[2 * k + 1] = X[2 * k + 1] - X[N - 2 * k + 1];
+      o[2 * k] = re * c - im * s;
+      o[2 * k + 1] = im * c + re * s;
+    }
+    RealInverse<N / 2>(e, x, 2 * stride);
+    RealInverse<N / 2>(o, x + stride, 2 * stride);
+  }
+}
+
+/// N samples to packed order; src may be dst.
+template <int N>
+void DirectRealForward(const float* src, float* dst, float scale) {
+  float X[N];
+  RealForward<N>(src, 1, X);
+  for (int i = 0; i < N; ++i)
+    dst[i] = X[i] * scale;
+}
+/// CCS to N samples; src may be dst.
+template <int N>
+void DirectRealInverse(const float* src, float* dst, float scale) {
+  float X[N], x[N];
+  X[0] = src[0];
+  for (int i = 2; i < N; ++i)
+    X[i] = src[i];
+  if constexpr (N > 1) X[1] = src[N];
+  RealInverse<N>(X, x, 1);
+  for (int i = 0; i < N; ++i)
+    dst[i] = x[i] * scale;
+}
+
+/// Complex transforms of up to 8 interleaved values.
+template <Direction dir, int M>
+KERNELS_INLINE void SmallComplex(const float* z, int stride, float* Z) {
+  if constexpr (M == 1) {
+    Z[0] = z[0];
+    Z[1] = z[1];
+  } else {
+    float e[M], o[M];
+    SmallComplex<dir, M / 2>(z, 2 * stride, e);
+    SmallComplex<dir, M / 2>(z + 2 * stride, 2 * stride, o);
+    for (int k = 0; k < M / 2; ++k) {
+      const float c = roots<M>.cosine[k];
+      const float s = dir == Direction::Forward ? roots<M>.sine[k] : -roots<M>.sine[k];
+      const float re = o[2 * k] * c + o[2 * k + 1] * s, im = o[2 * k + 1] * c - o[2 * k] * s;
+      Z[2 * k] = e[2 * k] + re;
+      Z[2 * k + 1] = e[2 * k + 1] + im;
+      Z[2 * k + M] = e[2 * k] - re;
+      Z[2 * k + M + 1] = e[2 * k + 1] - im;
+    }
+  }
+}
+
+/// Complex transforms of M = V::width * r values, r up to V::width: one radix-V::width butterfly
+/// over rows of r neighbouring columns, a transposition, one radix-r butterfly. src may be dst. A
+/// stage layout has groups of `group`.
+template <Direction dir, Output output, class V, int group, int M>
+void DirectComplex(const float* src, float* dst) {
+  using C = Complex<V>;
+  constexpr int first = V::width, second = M / first, columns = V::width / 2;
+  C y[second];
+  for (int c = 0; c < second; c += columns) {
+    Pairs<V> row[first];
+    for (int m = 0; m < first; ++m)
+      row[m].v = V::LoadU(src + 2 * (c + m * second));
+    if constexpr (first == 4)
+      Butterfly4<dir>(row[0], row[1], row[2], row[3]);
+    else
+      Butterfly8<dir>(row);
+    V t[first];
+    for (int m = 0; m < first; ++m)
+      t[m] = row[m].v;
+    Transpose(t);
+    for (int i = 0; i < columns; ++i)
+      y[c + i] = {t[2 * i], t[2 * i + 1]};
+  }
+  for (int p = 1; p < second; ++p)
+    y[p] = Twist<dir>(y[p], C::Load(directTwiddles<V::width, M>.data[p - 1]));
+  if constexpr (second == 4)
+    Butterfly4<dir>(y[0], y[1], y[2], y[3]);
+  else
+    Butterfly8<dir>(y);
+  for (int k = 0; k < M; k += first) {
+    const C& z = y[k / first];
+    if constexpr (output == Output::Interleaved) {
+      z.StoreInterleaved(dst + 2 * k);
+    } else {
+      float* at = dst + 2 * (k - k % group) + k % group;
+      z.re.StoreU(at);
+      z.im.StoreU(at + group);
+    }
+  }
+}
+
+}  // namespace Orvik::Tesmo::Kernels::KERNELS_BUILD

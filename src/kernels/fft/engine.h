@@ -1,0 +1,151 @@
+// Included by a build's .cpp, which names its namespace in KERNELS_BUILD.
+//
+// The complex transform of M = 2^L interleaved values: walks a plan over the passes.
+#pragma once
+
+#include "kernels/fft/direct.h"
+#include "kernels/fft/passes.h"
+#include "kernels/fft/plan.h"
+#include "kernels/fft/recombine.h"
+#include "kernels/fft/reversal.h"
+#include "kernels/memory.h"
+
+namespace Orvik::Tesmo::Kernels::KERNELS_BUILD {
+
+template <Direction dir, Output output>
+inline void RunDirect(const float* src, float* dst, int L) {
+  switch (L) {
+  case 0:
+    return SmallComplex<dir, 1>(src, 1, dst);
+  case 1:
+    return SmallComplex<dir, 2>(src, 1, dst);
+  case 2:
+    return SmallComplex<dir, 4>(src, 1, dst);
+  case 3:
+    return SmallComplex<dir, 8>(src, 1, dst);
+  case 4:
+    return DirectComplex<dir, output, Vec4, Vec::width, 16>(src, dst);
+  case 5:
+    return DirectComplex<dir, output, Vec, Vec::width, 32>(src, dst);
+  default:
+    if constexpr (Vec::width == 8) return DirectComplex<dir, output, Vec, Vec::width, 64>(src, dst);
+  }
+}
+
+/// The passes behind the first, in `stage`, the last one to dst.
+template <Direction dir, Output output>
+void LaterPasses(float* stage, float* dst, const float* twiddles, int L) {
+  const RadixList list = StageRadices(L);
+  const std::ptrdiff_t M = std::ptrdiff_t{1} << L;
+  if (list.radix[1] == 8)
+    SecondPass<dir, Vec, 8>(stage, twiddles, M);
+  else
+    SecondPass<dir, Vec, 4>(stage, twiddles, M);
+  std::ptrdiff_t span = 4;
+  for (int s = 1;;) {
+    twiddles += 2 * span * (list.radix[s] - 1);
+    span *= list.radix[s++];
+    if (s + 1 == list.count) break;
+    if (list.radix[s] == 8)
+      LaterPass<dir, Vec, 8, Output::Stage>(stage, stage, twiddles, span, M);
+    else
+      LaterPass<dir, Vec, 4, Output::Stage>(stage, stage, twiddles, span, M);
+  }
+  if (list.radix[list.count - 1] == 8)
+    LaterPass<dir, Vec, 8, output>(stage, dst, twiddles, span, M);
+  else
+    LaterPass<dir, Vec, 4, output>(stage, dst, twiddles, span, M);
+}
+
+/// The column-wise levels over the 2^split pieces of `data`, a run of columns at a time through
+/// `work`.
+template <Direction dir, Output output>
+void ColumnLevels(float* data, const float* twiddles, int L, const LargeRow& plan, float* work) {
+  const RadixList list = LevelRadices(plan.split);
+  const std::ptrdiff_t rows = std::ptrdiff_t{1} << plan.split,
+                       piece = std::ptrdiff_t{2} << (L - plan.split);
+  const std::ptrdiff_t values = std::ptrdiff_t{1} << plan.blockBits, columns = values >> plan.split;
+  const auto rowBytes = sizeof(float) * 2 * static_cast<std::size_t>(columns);
+  for (float* run = data; run < data + piece; run += 2 * columns) {
+    for (std::ptrdiff_t r = 0; r < rows; ++r)
+      std::memcpy(work + r * 2 * columns, run + r * piece, rowBytes);
+    std::ptrdiff_t span = columns;
+    for (int s = 0; s + 1 < list.count; ++s) {
+      if (list.radix[s] == 8)
+        LaterPass<dir, Vec, 8, Output::Stage>(work, work, twiddles, span, values);
+      else
+        LaterPass<dir, Vec, 4, Output::Stage>(work, work, twiddles, span, values);
+      twiddles += 2 * span * (list.radix[s] - 1);
+      span *= list.radix[s];
+    }
+    SquaringPass<dir, Vec>(work, twiddles, span);
+    twiddles += 2 * span;
+    for (std::ptrdiff_t r = 0; r < rows; ++r)
+      for (std::ptrdiff_t c = 0; c < 2 * columns; c += 2 * Vec::width)
+        Put<output>(Complex<Vec>::Load(work + r * 2 * columns + c), run + r * piece + c);
+  }
+}
+
+/// A large plan on bit-reversed data, in place. `work` is 32-byte aligned.
+template <Direction dir, Output output>
+void RunReversed(float* data, const FftSpec& spec, int L, const float* const* levelTwiddles,
+                 float* work) {
+  const LargeRow plan = LargeRowOf(limits, L);
+  const std::ptrdiff_t M = std::ptrdiff_t{1} << L;
+  if (L <= MaxPieceOrder(limits)) {
+    FirstPassReversed<dir, Vec>(data, work, M);
+    LaterPasses<dir, output>(work, data, spec.twiddles, L);
+    return;
+  }
+  const int below = L - plan.split;
+  for (std::ptrdiff_t at = 0; at < M; at += std::ptrdiff_t{1} << below)
+    RunReversed<dir, Output::Stage>(data + 2 * at, spec, below, levelTwiddles + 1, work);
+  ColumnLevels<dir, output>(data, *levelTwiddles, L, plan, work);
+}
+
+/// src may be dst. `work` is 32-byte aligned, of the plan's size; null where that is 0.
+template <Direction dir, Output output>
+void ComplexTransform(const float* src, float* dst, const FftSpec& spec, int L, float* work) {
+  const std::ptrdiff_t M = std::ptrdiff_t{1} << L;
+  const int order = L + 1;
+  if (order <= limits.directMax) return RunDirect<dir, output>(src, dst, L);
+  if (order <= limits.flatMax) {
+    float* stage = dst != src && IsAligned(dst, sizeof(Vec)) ? dst : work;
+    FirstPass<dir, Vec>(src, stage, spec.bitRev, M);
+    return LaterPasses<dir, output>(stage, dst, spec.twiddles, L);
+  }
+  if (L >= tiledFrom) {
+    if (src != dst) std::memcpy(dst, src, sizeof(float) * 2 * static_cast<std::size_t>(M));
+    ReverseTiled(dst, spec.bitRev, M, work);
+  } else if (src == dst) {
+    ReverseInPlace(dst, spec.bitRev, M);
+  } else {
+    ReverseCopy(src, dst, spec.bitRev, M);
+  }
+  RunReversed<dir, output>(dst, spec, L, spec.levelTwiddles, work);
+}
+
+// The real transforms from order 5 on. src may be dst.
+
+/// N samples to packed order.
+inline void RealForward(const float* src, float* dst, const FftSpec& spec, float* work) {
+  ComplexTransform<Direction::Forward, Output::Stage>(src, dst, spec, spec.order - 1, work);
+  RecombineForward<Vec>(dst, spec.recombFwd, std::ptrdiff_t{1} << (spec.order - 1),
+                        spec.fwdScaled ? spec.scale : 1.0f);
+}
+
+/// CCS to N samples.
+inline void RealInverse(const float* src, float* dst, const FftSpec& spec, float* work) {
+  const int L = spec.order - 1;
+  const std::ptrdiff_t M = std::ptrdiff_t{1} << L;
+  const float scale = spec.invScaled ? spec.scale : 1.0f;
+  if (spec.order > limits.directMax && spec.order <= limits.flatMax) {
+    RecombineInverse<Output::Stage, Vec>(src, dst, spec.recombInv, M, scale);
+    FirstPassColumns<Direction::Inverse, Vec>(dst, work, spec.bitRev, M);
+    return LaterPasses<Direction::Inverse, Output::Interleaved>(work, dst, spec.twiddles, L);
+  }
+  RecombineInverse<Output::Interleaved, Vec>(src, dst, spec.recombInv, M, scale);
+  ComplexTransform<Direction::Inverse, Output::Interleaved>(dst, dst, spec, L, work);
+}
+
+}  // namespace Orvik::Tesmo::Kernels::KERNELS_BUILD

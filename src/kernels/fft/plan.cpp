@@ -1,0 +1,248 @@
+#include "kernels/fft/plan.h"
+
+#include "kernels/fft/roots.h"
+#include "kernels/memory.h"
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <xmmintrin.h>
+
+namespace Orvik::Tesmo::Kernels {
+namespace {
+
+constexpr int sharedT = 1024;
+constexpr std::array<float, sharedT / 4 + 1> sharedSines = [] {
+  std::array<float, sharedT / 4 + 1> s{};
+  for (int j = 0; j <= sharedT / 4; ++j)
+    s[j] = static_cast<float>(QuarterSine(j, sharedT));
+  return s;
+}();
+
+std::int32_t Reverse(std::int32_t value, int bits) {
+  std::int32_t r = 0;
+  for (int b = 0; b < bits; ++b, value >>= 1)
+    r = r << 1 | (value & 1);
+  return r;
+}
+
+/// Factors of one pass into `out`, which moves on: local j of a run of `width` columns out of
+/// `step`.
+float* FillPass(std::int64_t span, int radix, int powers, std::int64_t count, std::int64_t width,
+                std::int64_t step, std::int64_t first, int lanes, const SineTable& sines,
+                float* out) {
+  const int group = static_cast<int>(std::min<std::int64_t>(lanes, count));
+  for (std::int64_t local = 0; local < count; local += group)
+    for (int p = 1; p <= powers; ++p, out += 2 * group)
+      for (int lane = 0; lane < group; ++lane) {
+        const std::int64_t at = local + lane, j = at / width * step + first + at % width;
+        sines.Factor(j * p, span * radix, out[lane], out[group + lane]);
+      }
+  return out;
+}
+
+}  // namespace
+
+FftLayout LayoutOf(const Limits& limits, int order, bool real) {
+  FftLayout l{};
+  l.order = order;
+  l.L = order - 1;
+  l.method = MethodOf(limits, order);
+  l.specSize = AlignUp(static_cast<std::int32_t>(sizeof(FftSpec)));
+  if (!real && order <= limits.directMax) l.method = Method::DirectComplex;
+  if (l.method == Method::DirectReal) return l;
+
+  const std::int64_t M = std::int64_t{1} << l.L, N = 2 * M;
+  constexpr std::int64_t pair = 2 * sizeof(float);
+  const auto place = [&](FftLayout::Table& table, std::int64_t bytes) {
+    table = {l.specSize, static_cast<std::int32_t>(bytes)};
+    l.specSize += AlignUp(table.bytes);
+  };
+  l.initSize = order > 10 ? static_cast<std::int32_t>((N + 35) & ~31) + 32 : 0;
+  if (l.method != Method::DirectComplex) {
+    l.bitRevCount = static_cast<int>(l.L < tiledFrom ? M / 4 + 1 : M / tileValues + tileValues / 4);
+    place(l.bitRev, l.bitRevCount * std::int64_t{4});
+    l.pieceOrder = l.L;
+    std::int64_t scratch = 8 * M + 31;
+    if (l.method == Method::Large) {
+      scratch = l.L >= tiledFrom ? 2 * pair * tileValues : 0;
+      while (l.pieceOrder > MaxPieceOrder(limits)) {
+        const LargeRow row = LargeRowOf(limits, l.pieceOrder);
+        place(l.level[l.levels], pair << (l.pieceOrder - 1));
+        l.levelOrder[l.levels++] = l.pieceOrder;
+        scratch = std::max(scratch, pair << row.blockBits);
+        l.pieceOrder -= row.split;
+      }
+      scratch = std::max(scratch, pair << l.pieceOrder);
+    }
+    l.workSize = static_cast<std::int32_t>(scratch & ~std::int64_t{31}) + 32;
+    place(l.twiddles, pair << l.pieceOrder);
+  }
+  if (real) {
+    l.recombPairs = static_cast<int>(l.L < twoLevelFrom ? N / 4 : (N >> 12) + fineCount);
+    place(l.recombFwd, l.recombPairs * pair);
+    place(l.recombInv, l.recombPairs * pair);
+  }
+  return l;
+}
+
+SineTable::SineTable() : table(sharedSines.data()), T(sharedT) {}
+
+SineTable::SineTable(float* memory, int N) : table(memory), T(N) {
+  const double step = twoPi / N;
+  const int quarter = N / 4, eighth = N / 8;
+  for (int j = 0; j <= eighth; ++j)
+    memory[j] = static_cast<float>(std::sin(j * step));
+  for (int j = eighth + 1; j <= quarter; ++j)
+    memory[j] = static_cast<float>(std::cos((quarter - j) * step));
+}
+
+void SineTable::Factor(std::int64_t t, std::int64_t n, float& cosine, float& minusSine) const {
+  const std::int64_t quarter = T / 4, at = t * (T / n) & (T - 1), j = at & (quarter - 1);
+  const float s = table[j], c = table[quarter - j];
+  switch (at / quarter) {
+  case 0:
+    cosine = c, minusSine = -s;
+    break;
+  case 1:
+    cosine = -s, minusSine = -c;
+    break;
+  case 2:
+    cosine = -c, minusSine = s;
+    break;
+  default:
+    cosine = s, minusSine = c;
+    break;
+  }
+}
+
+void FillBitRev(int L, std::int32_t* table) {
+  const std::int32_t M = 1 << L;
+  if (L < tiledFrom) {
+    // The reversed counter: its carry runs from the top bit down.
+    table[0] = table[M / 4] = 0;
+    for (std::int32_t i = 1, r = 0; i < M / 4; ++i) {
+      std::int32_t bit = M / 8;
+      for (; (r & bit) != 0; bit >>= 1)
+        r ^= bit;
+      r |= bit;
+      table[i] = 2 * r;
+    }
+    return;
+  }
+  const int middle = L - 2 * tileBits;
+  for (std::int32_t b = 0; b < 1 << middle; ++b)
+    *table++ = Reverse(b, middle) << tileBits;
+  constexpr int bits = 2 * tileBits - 2;
+  std::int32_t *pairs = table, *fixed = table + (1 << bits);
+  for (std::int32_t i = 0; i < 1 << bits; ++i) {
+    const std::int32_t j = Reverse(i, bits);
+    if (i < j) {
+      *pairs++ = 4 * i;
+      *pairs++ = 4 * j;
+    } else if (i == j) {
+      *--fixed = 4 * i;
+    }
+  }
+}
+
+void FillTwiddles(int L, int lanes, const SineTable& sines, float* table) {
+  const RadixList list = StageRadices(L);
+  std::int64_t span = list.radix[0];
+  for (int s = 1; s < list.count; span *= list.radix[s++])
+    table = FillPass(span, list.radix[s], list.radix[s] - 1, span, span, 0, 0, lanes, sines, table);
+}
+
+void FillLevelTwiddles(int L, const LargeRow& row, int lanes, const SineTable& sines,
+                       float* table) {
+  const RadixList list = LevelRadices(row.split);
+  const std::int64_t piece = std::int64_t{1} << (L - row.split);
+  const std::int64_t columns = std::int64_t{1} << (row.blockBits - row.split);
+  for (std::int64_t first = 0; first < piece; first += columns) {
+    std::int64_t span = piece, count = columns;
+    for (int s = 0; s < list.count; ++s) {
+      const int r = list.radix[s], powers = s + 1 == list.count ? 1 : r - 1;
+      table = FillPass(span, r, powers, count, columns, piece, first, lanes, sines, table);
+      span *= r;
+      count *= r;
+    }
+  }
+}
+
+void FillRecombination(int L, int lanes, const SineTable& sines, float* forward, float* inverse) {
+  const std::int64_t N = std::int64_t{2} << L;
+  const bool twoLevel = L >= twoLevelFrom;
+  const auto halve = [&](float* pair, int imaginary) {
+    if (!twoLevel) {
+      pair[0] *= 0.5f;
+      pair[imaginary] = pair[imaginary] * 0.5f + 0.5f;
+    }
+  };
+  const std::int64_t fine = twoLevel ? fineCount : N / 4;
+  for (std::int64_t last = lanes; last <= fine; last += lanes) {
+    for (int lane = 0; lane < lanes; ++lane) {
+      float *f = forward + lane, *i = inverse + lane;
+      sines.Factor(last - lane, N, f[0], f[lanes]);
+      halve(f, lanes);
+      sines.Factor(last - ColumnOf(lane, lanes), N, i[0], i[lanes]);
+    }
+    forward += 2 * lanes;
+    inverse += 2 * lanes;
+  }
+  if (twoLevel)
+    for (std::int64_t k = 0; k < N / 4; k += fineCount, forward += 2, inverse += 2) {
+      sines.Factor(k, N, forward[0], forward[1]);
+      sines.Factor(k, N, inverse[0], inverse[1]);
+    }
+}
+
+bool BuildSpec(const FftLayout& layout, const Limits& limits, bool real, int flag, int hint,
+               FftSpec* spec, Ipp8u* initMem) {
+  *spec = {};
+  if (!IsFlag(flag)) return false;
+  const int size = layout.order - (real ? 0 : 1);
+  spec->order = size;
+  spec->hint = hint;
+  spec->workSize = layout.workSize;
+  spec->fwdScaled = flag == IPP_FFT_DIV_FWD_BY_N || flag == IPP_FFT_DIV_BY_SQRTN;
+  spec->invScaled = flag == IPP_FFT_DIV_INV_BY_N || flag == IPP_FFT_DIV_BY_SQRTN;
+  const auto count = static_cast<float>(1 << size);
+  spec->scale = 1.0f;
+  if (flag == IPP_FFT_DIV_BY_SQRTN) {
+    const float y = _mm_cvtss_f32(_mm_rsqrt_ss(_mm_set_ss(count)));
+    spec->scale = y * (count * y * y - 3.0f) * -0.5f;
+  } else if (flag != IPP_FFT_NODIV_BY_ANY) {
+    spec->scale = 1.0f / count;
+  }
+  spec->id = real ? FftSpec::liveReal : FftSpec::liveComplex;
+  if (layout.bitRev.bytes == 0 && layout.recombFwd.bytes == 0) return true;
+
+  auto* memory = reinterpret_cast<Ipp8u*>(spec);
+  const auto table = [&](const FftLayout::Table& t) {
+    return reinterpret_cast<float*>(memory + t.offset);
+  };
+  const SineTable sines =
+      layout.order > 10 ? SineTable(reinterpret_cast<float*>(AlignUp(initMem)), 1 << layout.order)
+                        : SineTable();
+  if (layout.bitRev.bytes != 0) {
+    auto* bitRev = reinterpret_cast<std::int32_t*>(memory + layout.bitRev.offset);
+    FillBitRev(layout.L, bitRev);
+    spec->bitRev = bitRev;
+    FillTwiddles(layout.pieceOrder, limits.lanes, sines, table(layout.twiddles));
+    spec->twiddles = table(layout.twiddles);
+  }
+  for (int i = 0; i < layout.levels; ++i) {
+    const int L = layout.levelOrder[i];
+    FillLevelTwiddles(L, LargeRowOf(limits, L), limits.lanes, sines, table(layout.level[i]));
+    spec->levelTwiddles[i] = table(layout.level[i]);
+  }
+  if (layout.recombFwd.bytes != 0) {
+    FillRecombination(layout.L, limits.lanes, sines, table(layout.recombFwd),
+                      table(layout.recombInv));
+    spec->recombFwd = table(layout.recombFwd);
+    spec->recombInv = table(layout.recombInv);
+  }
+  return true;
+}
+
+}  // namespace Orvik::Tesmo::Kernels

@@ -1,0 +1,140 @@
+#pragma once
+
+// Plans as data: what runs, in which order, on which tables, as pure functions of the order, the
+// flag and a build's limits. Nothing here runs a transform.
+//
+// A real transform of N = 2^order samples runs as a complex one of M = N/2 = 2^L values and a
+// recombination. All tables but the last two hold floats in the order in which the passes read
+// them.
+
+#include "kernels/builds/limits.h"
+#include "kernels/fft/spec.h"
+
+#include <cstdint>
+
+namespace Orvik::Tesmo::Kernels {
+
+constexpr int maxOrder = 29;  ///< of a real transform; a complex one ends one lower
+
+enum class Method { DirectReal, DirectComplex, Flat, Reversed, Large };
+constexpr Method MethodOf(const Limits& limits, int order) {
+  return order <= 4                    ? Method::DirectReal
+         : order <= limits.directMax   ? Method::DirectComplex
+         : order <= limits.flatMax     ? Method::Flat
+         : order <= limits.reversedMax ? Method::Reversed
+                                       : Method::Large;
+}
+
+struct RadixList {
+  int count;
+  int radix[8];
+};
+/// The passes of a flat plan, L from 6 on: always radix 4 first, then 8 where it pays and 4 else.
+constexpr RadixList StageRadices(int L) {
+  RadixList list{1, {4}};
+  for (int span = 2; span < L;) {
+    const int left = L - span;
+    const bool early = span == 2 && (L == 7 || L == 10 || L == 11 || L == 13 || L == 14);
+    const bool eight = left == 3 || (left >= 5 && span >= 3) || early;
+    list.radix[list.count++] = eight ? 8 : 4;
+    span += eight ? 3 : 2;
+  }
+  return list;
+}
+/// The column-wise passes over 2^split pieces.
+constexpr RadixList LevelRadices(int split) {
+  RadixList list{0, {}};
+  for (int t = 0; t < split;) {
+    const int left = split - t;
+    const bool four = left == 2 || left == 4 || left == 6;
+    list.radix[list.count++] = four ? 4 : 8;
+    t += four ? 2 : 3;
+  }
+  return list;
+}
+
+/// The row of a large plan of complex order L; all 0 for the smaller ones.
+constexpr LargeRow LargeRowOf(const Limits& limits, int L) {
+  LargeRow found{0, 0, 0};
+  for (const LargeRow& row : limits.large)
+    if (L >= row.fromOrder) found = row;
+  return found;
+}
+/// The largest complex order whose passes run on one piece.
+constexpr int MaxPieceOrder(const Limits& limits) {
+  return limits.reversedMax - 1;
+}
+
+/// From this complex order on the bit reversal is tiled: 64 rows of 64 values at a time.
+constexpr int tiledFrom = 20;
+constexpr int tileBits = 6;
+constexpr int tileValues = 1 << 2 * tileBits;
+/// From this complex order on the recombination factors are products of a coarse and a fine one.
+constexpr int twoLevelFrom = 18;
+constexpr int fineCount = 1024;
+
+/// Everything that follows from order and limits. Offsets and sizes in bytes from the start of the
+/// spec, every table at a 32-byte boundary; a table that a plan does not have has size 0.
+struct FftLayout {
+  int order, L;
+  Method method;
+  int levels;                 ///< of the large plan
+  int levelOrder[maxLevels];  ///< complex order of each
+  int pieceOrder;             ///< complex order of the passes of the flat plan
+  int bitRevCount;            ///< int32 entries
+  int recombPairs;            ///< in each of the two tables
+  struct Table {
+    std::int32_t offset, bytes;
+  } bitRev, twiddles, recombFwd, recombInv, level[maxLevels];
+  std::int32_t specSize, initSize, workSize;
+};
+/// `order` of the real transform; for a complex one of order L pass L + 1 and false.
+FftLayout LayoutOf(const Limits& limits, int order, bool real);
+
+/// sin(2 pi j / T) for j from 0 to T/4: of a fixed T = 1024, or of `table`'s own length.
+class SineTable {
+public:
+  /// The shared table of T = 1024, for transforms of N <= 1024 values.
+  SineTable();
+  /// Fills `table` with N/4 + 1 values for T = N.
+  SineTable(float* table, int N);
+  /// exp(-2 pi i t / n), n a power of two that divides T.
+  void Factor(std::int64_t t, std::int64_t n, float& cosine, float& minusSine) const;
+
+private:
+  const float* table;
+  std::int64_t T;
+};
+
+// Tables. `lanes` values of j form a group: lanes cosines, then lanes negated sines.
+
+/// L up to 19: entry i, 1 <= i < M/4, is twice the reversal of i in L - 2 bits; 0 and M/4 hold 0.
+/// Above: M/4096 block indices, the reversal of L - 12 bits times 64, then for one tile the pairs
+/// i < j of the 10-bit reversal times 4, then its fixed points from the far end.
+void FillBitRev(int L, std::int32_t* table);
+/// Pass after pass from the second, for a span S and a radix r: exp(-2 pi i j p / (S r)), groups
+/// over j below S (of S when lanes is more), in each the powers p from 1 to r - 1.
+void FillTwiddles(int L, int lanes, const SineTable& sines, float* table);
+/// Run after run of columns, level after level, as the passes above; the last level has p = 1 only.
+void FillLevelTwiddles(int L, const LargeRow& row, int lanes, const SineTable& sines, float* table);
+/// With t = 2 pi k / N for k from 1 to M/2, group after group of `lanes` k, each from its last k
+/// down: cos t / 2 and (1 - sin t) / 2 forward, cos t and -sin t inverse; there in column order.
+/// From twoLevelFrom on, both hold the groups (cos, -sin) of the first 1,024 k, then the pair of 2
+/// pi 1024 c / N for every run c.
+void FillRecombination(int L, int lanes, const SineTable& sines, float* forward, float* inverse);
+/// Which value of a group stands at place `lane` where interleaved values have been taken apart
+/// inside the 128-bit lanes of a register.
+constexpr int ColumnOf(int lane, int lanes) {
+  return lanes == 4 ? lane : (lane & 1) | (lane & 2) << 1 | (lane & 4) >> 1;
+}
+
+/// The set-up behind the checks: header and tables into `spec`, a 32-byte aligned block of
+/// layout.specSize bytes; `initMem` of layout.initSize bytes. False: the flag is none of the four.
+bool BuildSpec(const FftLayout& layout, const Limits& limits, bool real, int flag, int hint,
+               FftSpec* spec, Ipp8u* initMem);
+
+constexpr bool IsFlag(int flag) {
+  return flag == 1 || flag == 2 || flag == 4 || flag == 8;
+}
+
+}  // namespace Orvik::Tesmo::Kernels

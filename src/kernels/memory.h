@@ -1,0 +1,24 @@
+#pragma once
+
+#include "kernels/ipps.h"
+
+#include <cstddef>
+#include <cstdint>
+
+namespace Orvik::Tesmo::Kernels {
+
+/// What every block of the library and every table inside it is aligned to.
+constexpr std::size_t tableAlignment = 32;
+
+template <class T>
+constexpr T AlignUp(T bytes) {
+  return (bytes + (tableAlignment - 1)) & ~static_cast<T>(tableAlignment - 1);
+}
+inline Ipp8u* AlignUp(Ipp8u* p) {
+  return p + (-reinterpret_cast<std::uintptr_t>(p) & (tableAlignment - 1));
+}
+inline bool IsAligned(const void* p, std::size_t bytes) {
+  return (reinterpret_cast<std::uintptr_t>(p) & (bytes - 1)) == 0;
+}
+
+}  // namespace Orvik::Tesmo::Kernels

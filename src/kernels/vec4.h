@@ -1,0 +1,273 @@
+// Included by a build's .cpp, which names its namespace in KERNELS_BUILD.
+#pragma once
+
+#include <cstddef>
+#include <pmmintrin.h>
+
+namespace Orvik::Tesmo::Kernels::KERNELS_BUILD {
+
+#define KERNELS_INLINE __attribute__((always_inline)) inline
+
+/// Four floats in a 128-bit register, SSE3. Everything a kernel does goes through these operations;
+/// Vec8 has the same, where "lane" is one of its two 128-bit halves.
+struct Vec4 {
+  static constexpr int width = 4;  ///< floats
+  static constexpr int lanes = 1;  ///< 128-bit lanes
+  __m128 v;
+
+  static KERNELS_INLINE Vec4 Load(const float* p) { return {_mm_load_ps(p)}; }
+  static KERNELS_INLINE Vec4 LoadU(const float* p) { return {_mm_loadu_ps(p)}; }
+  KERNELS_INLINE void Store(float* p) const { _mm_store_ps(p, v); }
+  KERNELS_INLINE void StoreU(float* p) const { _mm_storeu_ps(p, v); }
+  KERNELS_INLINE void Stream(float* p) const { _mm_stream_ps(p, v); }
+  static KERNELS_INLINE Vec4 Zero() { return {_mm_setzero_ps()}; }
+  static KERNELS_INLINE Vec4 Set1(float x) { return {_mm_set1_ps(x)}; }
+  /// Four floats in every lane.
+  static KERNELS_INLINE Vec4 LoadQuad(const float* p) { return LoadU(p); }
+  /// One complex value (two floats) in every half lane.
+  static KERNELS_INLINE Vec4 LoadPair(const float* p) {
+    return {_mm_castpd_ps(_mm_loaddup_pd(reinterpret_cast<const double*>(p)))};
+  }
+  /// Lane l takes the four floats at p + l * laneStride.
+  static KERNELS_INLINE Vec4 LoadLanes(const float* p, std::ptrdiff_t) { return LoadU(p); }
+  KERNELS_INLINE void StoreLanes(float* p, std::ptrdiff_t) const { StoreU(p); }
+  /// Lane l takes two pairs of floats: at p + l * laneStride and `stride` behind.
+  static KERNELS_INLINE Vec4 GatherPairs(const float* p, std::ptrdiff_t stride, std::ptrdiff_t) {
+    const __m128d lo = _mm_load_sd(reinterpret_cast<const double*>(p));
+    return {_mm_castpd_ps(_mm_loadh_pd(lo, reinterpret_cast<const double*>(p + stride)))};
+  }
+
+  friend KERNELS_INLINE Vec4 operator+(Vec4 a, Vec4 b) { return {_mm_add_ps(a.v, b.v)}; }
+  friend KERNELS_INLINE Vec4 operator-(Vec4 a, Vec4 b) { return {_mm_sub_ps(a.v, b.v)}; }
+  friend KERNELS_INLINE Vec4 operator*(Vec4 a, Vec4 b) { return {_mm_mul_ps(a.v, b.v)}; }
+  friend KERNELS_INLINE Vec4 operator^(Vec4 a, Vec4 b) { return {_mm_xor_ps(a.v, b.v)}; }
+  friend KERNELS_INLINE Vec4 operator|(Vec4 a, Vec4 b) { return {_mm_or_ps(a.v, b.v)}; }
+};
+
+KERNELS_INLINE Vec4 Sqrt(Vec4 a) {
+  return {_mm_sqrt_ps(a.v)};
+}
+/// All bits of a float where a < b.
+KERNELS_INLINE Vec4 Below(Vec4 a, Vec4 b) {
+  return {_mm_cmplt_ps(a.v, b.v)};
+}
+KERNELS_INLINE bool AnySign(Vec4 a) {
+  return _mm_movemask_ps(a.v) != 0;
+}
+
+/// Even floats a - b, odd floats a + b.
+KERNELS_INLINE Vec4 AddSub(Vec4 a, Vec4 b) {
+  return {_mm_addsub_ps(a.v, b.v)};
+}
+/// -0 at the even or the odd floats: x ^ SignOdd conjugates interleaved complex values.
+alignas(16) constexpr float signOdd[4] = {0.f, -0.f, 0.f, -0.f};
+alignas(16) constexpr float signEven[4] = {-0.f, 0.f, -0.f, 0.f};
+template <class V>
+KERNELS_INLINE V SignOdd() {
+  return V::LoadQuad(signOdd);
+}
+template <class V>
+KERNELS_INLINE V SignEven() {
+  return V::LoadQuad(signEven);
+}
+
+// Inside each lane.
+KERNELS_INLINE Vec4 UnpackLo(Vec4 a, Vec4 b) {
+  return {_mm_unpacklo_ps(a.v, b.v)};
+}
+KERNELS_INLINE Vec4 UnpackHi(Vec4 a, Vec4 b) {
+  return {_mm_unpackhi_ps(a.v, b.v)};
+}
+KERNELS_INLINE Vec4 UnpackLoPairs(Vec4 a, Vec4 b) {
+  return {_mm_movelh_ps(a.v, b.v)};
+}
+KERNELS_INLINE Vec4 UnpackHiPairs(Vec4 a, Vec4 b) {
+  return {_mm_movehl_ps(b.v, a.v)};
+}
+KERNELS_INLINE Vec4 DupEven(Vec4 a) {
+  return {_mm_moveldup_ps(a.v)};
+}
+KERNELS_INLINE Vec4 DupOdd(Vec4 a) {
+  return {_mm_movehdup_ps(a.v)};
+}
+/// a0 a1 a2 a3 to a1 a0 a3 a2.
+KERNELS_INLINE Vec4 SwapPairs(Vec4 a) {
+  return {_mm_shuffle_ps(a.v, a.v, 0xB1)};
+}
+/// Four of 0 to 3, by lane: Shuffle<i, j, k, l>(a, b) is a[i] a[j] b[k] b[l].
+template <int i, int j, int k, int l>
+KERNELS_INLINE Vec4 Shuffle(Vec4 a, Vec4 b) {
+  return {_mm_shuffle_ps(a.v, b.v, i | j << 2 | k << 4 | l << 6)};
+}
+
+/// Interleaved complex values, a * b.
+template <class V>
+KERNELS_INLINE V MulInterleaved(V a, V b) {
+  return AddSub(a * DupEven(b), SwapPairs(a) * DupOdd(b));
+}
+
+// Across the whole register.
+/// a0 b0 a1 b1 ... over the two results.
+KERNELS_INLINE void Interleave(Vec4 a, Vec4 b, Vec4& lo, Vec4& hi) {
+  lo = UnpackLo(a, b);
+  hi = UnpackHi(a, b);
+}
+KERNELS_INLINE void Deinterleave(Vec4 lo, Vec4 hi, Vec4& even, Vec4& odd) {
+  even = Shuffle<0, 2, 0, 2>(lo, hi);
+  odd = Shuffle<1, 3, 1, 3>(lo, hi);
+}
+/// Complex values in reversed order.
+KERNELS_INLINE Vec4 ReversePairs(Vec4 a) {
+  return Shuffle<2, 3, 0, 1>(a, a);
+}
+
+// Half of a spectrum runs against the other half: these pair value m of one register with value
+// width - m of another, in "mirrored" order.
+/// next[0], then cur[width - 1] down to cur[1].
+KERNELS_INLINE Vec4 Mirror(Vec4 cur, Vec4 next) {
+  const Vec4 t = {_mm_move_ss(cur.v, next.v)};
+  return Shuffle<0, 3, 2, 1>(t, t);
+}
+/// As Interleave, of the floats in reversed order.
+KERNELS_INLINE void InterleaveReversed(Vec4 a, Vec4 b, Vec4& lo, Vec4& hi) {
+  const Vec4 p = UnpackHi(a, b), q = UnpackLo(a, b);
+  lo = Shuffle<2, 3, 0, 1>(p, p);
+  hi = Shuffle<2, 3, 0, 1>(q, q);
+}
+
+// Interleaved values taken apart, or put together, inside the lanes alone. That leaves them in
+// "column order": value ColumnOf(i) stands at i.
+KERNELS_INLINE void LoadColumns(const float* p, Vec4& even, Vec4& odd) {
+  Deinterleave(Vec4::LoadU(p), Vec4::LoadU(p + 4), even, odd);
+}
+/// Of the values at p in reversed order.
+KERNELS_INLINE void LoadColumnsReversed(const float* p, Vec4& even, Vec4& odd) {
+  const Vec4 lo = Vec4::LoadU(p), hi = Vec4::LoadU(p + 4);
+  even = Shuffle<2, 0, 2, 0>(hi, lo);
+  odd = Shuffle<3, 1, 3, 1>(hi, lo);
+}
+template <class V>
+KERNELS_INLINE void StoreColumns(V even, V odd, float* p) {
+  UnpackLo(even, odd).StoreU(p);
+  UnpackHi(even, odd).StoreU(p + V::width);
+}
+template <class V>
+KERNELS_INLINE void StoreColumnsReversed(V even, V odd, float* p) {
+  ReversePairs(UnpackHi(even, odd)).StoreU(p);
+  ReversePairs(UnpackLo(even, odd)).StoreU(p + V::width);
+}
+/// Mirror in column order.
+KERNELS_INLINE Vec4 MirrorColumns(Vec4 cur, Vec4 next) {
+  return Mirror(cur, next);
+}
+
+/// Transposes the 4 x 4 floats of each lane.
+template <class V>
+KERNELS_INLINE void TransposeLanes(V& a, V& b, V& c, V& d) {
+  const V ab0 = UnpackLo(a, b), ab1 = UnpackHi(a, b);
+  const V cd0 = UnpackLo(c, d), cd1 = UnpackHi(c, d);
+  a = UnpackLoPairs(ab0, cd0);
+  b = UnpackHiPairs(ab0, cd0);
+  c = UnpackLoPairs(ab1, cd1);
+  d = UnpackHiPairs(ab1, cd1);
+}
+
+/// Transposes V::width x V::width floats.
+KERNELS_INLINE void Transpose(Vec4 (&r)[4]) {
+  TransposeLanes(r[0], r[1], r[2], r[3]);
+}
+
+/// Real and imaginary parts apart.
+template <class V>
+struct Complex {
+  V re, im;
+  /// A group of the stage layout: V::width real parts, then as many imaginary parts.
+  static KERNELS_INLINE Complex Load(const float* p) { return {V::Load(p), V::Load(p + V::width)}; }
+  static KERNELS_INLINE Complex LoadU(const float* p) {
+    return {V::LoadU(p), V::LoadU(p + V::width)};
+  }
+  KERNELS_INLINE void Store(float* p) const {
+    re.Store(p);
+    im.Store(p + V::width);
+  }
+  KERNELS_INLINE void StoreU(float* p) const {
+    re.StoreU(p);
+    im.StoreU(p + V::width);
+  }
+  /// As V::width interleaved complex values.
+  KERNELS_INLINE void StoreInterleaved(float* p) const {
+    V lo, hi;
+    Interleave(re, im, lo, hi);
+    lo.StoreU(p);
+    hi.StoreU(p + V::width);
+  }
+  static KERNELS_INLINE Complex LoadInterleaved(const float* p) {
+    Complex z;
+    Deinterleave(V::LoadU(p), V::LoadU(p + V::width), z.re, z.im);
+    return z;
+  }
+  friend KERNELS_INLINE Complex operator+(Complex a, Complex b) {
+    return {a.re + b.re, a.im + b.im};
+  }
+  friend KERNELS_INLINE Complex operator-(Complex a, Complex b) {
+    return {a.re - b.re, a.im - b.im};
+  }
+  friend KERNELS_INLINE Complex operator*(Complex a, V s) { return {a.re * s, a.im * s}; }
+  friend KERNELS_INLINE Complex operator*(Complex a, Complex b) {
+    return {a.re * b.re - a.im * b.im, a.re * b.im + a.im * b.re};
+  }
+};
+
+enum class Direction { Forward, Inverse };
+
+/// x * w forward, x * conj(w) inverse.
+template <Direction dir, class V>
+KERNELS_INLINE Complex<V> Twist(Complex<V> x, Complex<V> w) {
+  if constexpr (dir == Direction::Forward)
+    return x * w;
+  else
+    return {x.re * w.re + x.im * w.im, x.im * w.re - x.re * w.im};
+}
+/// a - i b forward, a + i b inverse: the quarter turns of a butterfly, without a multiplication.
+template <Direction dir, class V>
+KERNELS_INLINE Complex<V> AddTurned(Complex<V> a, Complex<V> b) {
+  if constexpr (dir == Direction::Forward)
+    return {a.re + b.im, a.im - b.re};
+  else
+    return {a.re - b.im, a.im + b.re};
+}
+template <Direction dir, class V>
+KERNELS_INLINE Complex<V> SubTurned(Complex<V> a, Complex<V> b) {
+  return AddTurned < dir == Direction::Forward ? Direction::Inverse : Direction::Forward > (a, b);
+}
+/// a exp(-+ 2 pi i / 8).
+template <Direction dir, class V>
+KERNELS_INLINE Complex<V> EighthTurn(Complex<V> a) {
+  return AddTurned<dir>(a, a) * V::Set1(0.70710678f);
+}
+
+/// Complex values as they stand in memory, V::width / 2 of them.
+template <class V>
+struct Pairs {
+  V v;
+  friend KERNELS_INLINE Pairs operator+(Pairs a, Pairs b) { return {a.v + b.v}; }
+  friend KERNELS_INLINE Pairs operator-(Pairs a, Pairs b) { return {a.v - b.v}; }
+};
+template <Direction dir, class V>
+KERNELS_INLINE Pairs<V> AddTurned(Pairs<V> a, Pairs<V> b) {
+  const V swapped = SwapPairs(b.v);
+  if constexpr (dir == Direction::Forward)
+    return {a.v + (swapped ^ SignOdd<V>())};
+  else
+    return {AddSub(a.v, swapped)};
+}
+template <Direction dir, class V>
+KERNELS_INLINE Pairs<V> SubTurned(Pairs<V> a, Pairs<V> b) {
+  return AddTurned < dir == Direction::Forward ? Direction::Inverse : Direction::Forward > (a, b);
+}
+template <Direction dir, class V>
+KERNELS_INLINE Pairs<V> EighthTurn(Pairs<V> a) {
+  return {AddTurned<dir>(a, a).v * V::Set1(0.70710678f)};
+}
+
+}  // namespace Orvik::Tesmo::Kernels::KERNELS_BUILD

@@ -1,0 +1,130 @@
+// Included by a build's .cpp, which names its namespace in KERNELS_BUILD.
+#pragma once
+
+#include "kernels/memory.h"
+#include "kernels/vec4.h"
+
+namespace Orvik::Tesmo::Kernels::KERNELS_BUILD {
+
+// Blocks of frames between planar channels and interleaved frames. Each takes the frames from i on
+// as far as whole blocks go and gives the first frame that is left.
+
+template <class V>
+KERNELS_INLINE int InterleavePair(const float* a, const float* b, int i, int len, float* pDst) {
+  for (; i <= len - V::width; i += V::width)
+    Complex<V>{V::LoadU(a + i), V::LoadU(b + i)}.StoreInterleaved(pDst + 2 * i);
+  return i;
+}
+template <class V>
+KERNELS_INLINE int DeinterleavePair(const float* pSrc, int i, int len, float* a, float* b) {
+  for (; i <= len - V::width; i += V::width) {
+    const auto z = Complex<V>::LoadInterleaved(pSrc + 2 * i);
+    z.re.StoreU(a + i);
+    z.im.StoreU(b + i);
+  }
+  return i;
+}
+
+/// Four channels that stand side by side in frames of `stride` floats.
+template <class V>
+KERNELS_INLINE int InterleaveQuad(const float* const* c, int i, int len, float* pDst,
+                                  std::ptrdiff_t stride) {
+  for (; i <= len - V::width; i += V::width) {
+    V r0 = V::LoadU(c[0] + i), r1 = V::LoadU(c[1] + i);
+    V r2 = V::LoadU(c[2] + i), r3 = V::LoadU(c[3] + i);
+    TransposeLanes(r0, r1, r2, r3);
+    float* d = pDst + i * stride;
+    r0.StoreLanes(d, 4 * stride);
+    r1.StoreLanes(d + stride, 4 * stride);
+    r2.StoreLanes(d + 2 * stride, 4 * stride);
+    r3.StoreLanes(d + 3 * stride, 4 * stride);
+  }
+  return i;
+}
+template <class V>
+KERNELS_INLINE int DeinterleaveQuad(const float* pSrc, std::ptrdiff_t stride, int i, int len,
+                                    float* const* c) {
+  for (; i <= len - V::width; i += V::width) {
+    const float* s = pSrc + i * stride;
+    V r0 = V::LoadLanes(s, 4 * stride), r1 = V::LoadLanes(s + stride, 4 * stride);
+    V r2 = V::LoadLanes(s + 2 * stride, 4 * stride), r3 = V::LoadLanes(s + 3 * stride, 4 * stride);
+    TransposeLanes(r0, r1, r2, r3);
+    r0.StoreU(c[0] + i);
+    r1.StoreU(c[1] + i);
+    r2.StoreU(c[2] + i);
+    r3.StoreU(c[3] + i);
+  }
+  return i;
+}
+
+/// Six channels, as of 5.1 sound: two frames are three registers without a gap.
+KERNELS_INLINE int InterleaveSix(const float* const* c, int i, int len, float* pDst) {
+  for (; i <= len - 4; i += 4) {
+    Vec4 ab[2], cd[2], ef[2];
+    Interleave(Vec4::LoadU(c[0] + i), Vec4::LoadU(c[1] + i), ab[0], ab[1]);
+    Interleave(Vec4::LoadU(c[2] + i), Vec4::LoadU(c[3] + i), cd[0], cd[1]);
+    Interleave(Vec4::LoadU(c[4] + i), Vec4::LoadU(c[5] + i), ef[0], ef[1]);
+    float* d = pDst + 6 * static_cast<std::ptrdiff_t>(i);
+    for (int k = 0; k < 2; ++k, d += 12) {
+      UnpackLoPairs(ab[k], cd[k]).StoreU(d);
+      Shuffle<0, 1, 2, 3>(ef[k], ab[k]).StoreU(d + 4);
+      UnpackHiPairs(cd[k], ef[k]).StoreU(d + 8);
+    }
+  }
+  return i;
+}
+KERNELS_INLINE int DeinterleaveSix(const float* pSrc, int i, int len, float* const* c) {
+  for (; i <= len - 4; i += 4) {
+    Vec4 ab[2], cd[2], ef[2];
+    const float* s = pSrc + 6 * static_cast<std::ptrdiff_t>(i);
+    for (int k = 0; k < 2; ++k, s += 12) {
+      const Vec4 p = Vec4::LoadU(s), q = Vec4::LoadU(s + 4), r = Vec4::LoadU(s + 8);
+      ab[k] = Shuffle<0, 1, 2, 3>(p, q);
+      cd[k] = Shuffle<2, 3, 0, 1>(p, r);
+      ef[k] = Shuffle<0, 1, 2, 3>(q, r);
+    }
+    const auto split = [&](const Vec4(&x)[2], float* even, float* odd) {
+      Shuffle<0, 2, 0, 2>(x[0], x[1]).StoreU(even + i);
+      Shuffle<1, 3, 1, 3>(x[0], x[1]).StoreU(odd + i);
+    };
+    split(ab, c[0], c[1]);
+    split(cd, c[2], c[3]);
+    split(ef, c[4], c[5]);
+  }
+  return i;
+}
+
+/// All channels, from frame i on, as far as the widths of the blocks go together; the frames that
+/// are left and the channels beyond the last four go one by one.
+template <class V>
+inline void InterleaveChannels(const float* const* pSrc, int channels, int len, float* pDst) {
+  int quads = channels / 4 * 4, i = 0;
+  if (channels == 2)
+    i = InterleavePair<V>(pSrc[0], pSrc[1], 0, len, pDst);
+  else if (channels == 6)
+    i = InterleaveSix(pSrc, 0, len, pDst);
+  else
+    for (int c = 0; c < quads; c += 4)
+      i = InterleaveQuad<V>(pSrc + c, 0, len, pDst + c, channels);
+  const int blocks = i, whole = channels == 2 || channels == 6 ? channels : quads;
+  for (i = 0; i < len; ++i)
+    for (int c = i < blocks ? whole : 0; c < channels; ++c)
+      pDst[static_cast<std::ptrdiff_t>(i) * channels + c] = pSrc[c][i];
+}
+template <class V>
+inline void DeinterleaveChannels(const float* pSrc, int channels, int len, float* const* pDst) {
+  int quads = channels / 4 * 4, i = 0;
+  if (channels == 2)
+    i = DeinterleavePair<V>(pSrc, 0, len, pDst[0], pDst[1]);
+  else if (channels == 6)
+    i = DeinterleaveSix(pSrc, 0, len, pDst);
+  else
+    for (int c = 0; c < quads; c += 4)
+      i = DeinterleaveQuad<V>(pSrc + c, channels, 0, len, pDst + c);
+  const int blocks = i, whole = channels == 2 || channels == 6 ? channels : quads;
+  for (int c = 0; c < channels; ++c)
+    for (i = c < whole ? blocks : 0; i < len; ++i)
+      pDst[c][i] = pSrc[static_cast<std::ptrdiff_t>(i) * channels + c];
+}
+
+}  // namespace Orvik::Tesmo::Kernels::KERNELS_BUILD

@@ -1,0 +1,167 @@
+// The vector kernels of one build: the frame of checks around the blocks.
+
+#include "kernels/vector/elementwise.h"
+#include "kernels/vector/interleave.h"
+
+#include <cstring>
+
+namespace Orvik::Tesmo::Kernels::KERNELS_BUILD {
+
+IppStatus ippsCopy_32f(const Ipp32f* pSrc, Ipp32f* pDst, int len) {
+  if (!pSrc || !pDst) return ippStsNullPtrErr;
+  if (len < 1) return ippStsSizeErr;
+  std::memmove(pDst, pSrc, sizeof(Ipp32f) * static_cast<std::size_t>(len));
+  return ippStsNoErr;
+}
+
+IppStatus ippsZero_32f(Ipp32f* pDst, int len) {
+  if (!pDst) return ippStsNullPtrErr;
+  if (len < 1) return ippStsSizeErr;
+  std::memset(pDst, 0, sizeof(Ipp32f) * static_cast<std::size_t>(len));
+  return ippStsNoErr;
+}
+
+IppStatus ippsZero_32fc(Ipp32fc* pDst, int len) {
+  if (!pDst) return ippStsNullPtrErr;
+  if (len < 1) return ippStsSizeErr;
+  std::memset(static_cast<void*>(pDst), 0, sizeof(Ipp32fc) * static_cast<std::size_t>(len));
+  return ippStsNoErr;
+}
+
+IppStatus ippsAdd_32f(const Ipp32f* pSrc1, const Ipp32f* pSrc2, Ipp32f* pDst, int len) {
+  if (!pSrc1 || !pSrc2 || !pDst) return ippStsNullPtrErr;
+  if (len < 1) return ippStsSizeErr;
+  const Source a{pSrc1}, b{pSrc2};
+  ForEachElement<Vec>(pDst, len, [=](auto t, int i) { return a.At(t, i) + b.At(t, i); });
+  return ippStsNoErr;
+}
+
+IppStatus ippsMul_32f(const Ipp32f* pSrc1, const Ipp32f* pSrc2, Ipp32f* pDst, int len) {
+  if (!pSrc1 || !pSrc2 || !pDst) return ippStsNullPtrErr;
+  if (len < 1) return ippStsSizeErr;
+  const Source a{pSrc1}, b{pSrc2};
+  ForEachElement<Vec>(pDst, len, [=](auto t, int i) { return a.At(t, i) * b.At(t, i); });
+  return ippStsNoErr;
+}
+
+IppStatus ippsMul_32f_I(const Ipp32f* pSrc, Ipp32f* pSrcDst, int len) {
+  if (!pSrc || !pSrcDst) return ippStsNullPtrErr;
+  if (len < 1) return ippStsSizeErr;
+  const Source a{pSrc}, b{pSrcDst};
+  ForEachElement<Vec>(pSrcDst, len, [=](auto t, int i) { return b.At(t, i) * a.At(t, i); });
+  return ippStsNoErr;
+}
+
+IppStatus ippsMulC_32f(const Ipp32f* pSrc, Ipp32f val, Ipp32f* pDst, int len) {
+  if (!pSrc || !pDst) return ippStsNullPtrErr;
+  if (len < 1) return ippStsSizeErr;
+  if (val == 1.0f) return ippsCopy_32f(pSrc, pDst, len);
+  if (val == 0.0f) return ippsZero_32f(pDst, len);
+  const Source a{pSrc};
+  ForEachElement<Vec>(pDst, len, [=](auto t, int i) { return a.At(t, i) * Spread(t, val); });
+  return ippStsNoErr;
+}
+
+IppStatus ippsMulC_32f_I(Ipp32f val, Ipp32f* pSrcDst, int len) {
+  if (!pSrcDst) return ippStsNullPtrErr;
+  if (len < 1) return ippStsSizeErr;
+  return val == 1.0f ? ippStsNoErr : ippsMulC_32f(pSrcDst, val, pSrcDst, len);
+}
+
+IppStatus ippsAddProductC_32f(const Ipp32f* pSrc, Ipp32f val, Ipp32f* pSrcDst, int len) {
+  if (!pSrc || !pSrcDst) return ippStsNullPtrErr;
+  if (len < 1) return ippStsSizeErr;
+  const Source a{pSrc}, b{pSrcDst};
+  ForEachElement<Vec>(pSrcDst, len,
+                      [=](auto t, int i) { return b.At(t, i) + a.At(t, i) * Spread(t, val); });
+  return ippStsNoErr;
+}
+
+IppStatus ippsConj_32fc(const Ipp32fc* pSrc, Ipp32fc* pDst, int len) {
+  if (!pSrc || !pDst) return ippStsNullPtrErr;
+  if (len < 1) return ippStsSizeErr;
+  const float* s = &pSrc->re;
+  float* d = &pDst->re;
+  int i = 0;
+  for (; i <= 2 * len - Vec::width; i += Vec::width)
+    (Vec::LoadU(s + i) ^ SignOdd<Vec>()).StoreU(d + i);
+  for (; i < 2 * len; i += 2) {
+    d[i] = s[i];
+    d[i + 1] = -s[i + 1];
+  }
+  return ippStsNoErr;
+}
+
+IppStatus ippsMul_32fc(const Ipp32fc* pSrc1, const Ipp32fc* pSrc2, Ipp32fc* pDst, int len) {
+  if (!pSrc1 || !pSrc2 || !pDst) return ippStsNullPtrErr;
+  if (len < 1) return ippStsSizeErr;
+  const float *a = &pSrc1->re, *b = &pSrc2->re;
+  float* d = &pDst->re;
+  std::ptrdiff_t i = 0;
+  const std::ptrdiff_t floats = 2 * static_cast<std::ptrdiff_t>(len);
+  for (; i <= floats - Vec::width; i += Vec::width)
+    MulInterleaved(Vec::LoadU(a + i), Vec::LoadU(b + i)).StoreU(d + i);
+  for (; i < floats; i += 2) {
+    const float re = a[i] * b[i] - a[i + 1] * b[i + 1];
+    d[i + 1] = a[i + 1] * b[i] + a[i] * b[i + 1];
+    d[i] = re;
+  }
+  return ippStsNoErr;
+}
+
+IppStatus ippsMul_32fc_I(const Ipp32fc* pSrc, Ipp32fc* pSrcDst, int len) {
+  return ippsMul_32fc(pSrcDst, pSrc, pSrcDst, len);
+}
+
+IppStatus ippsSqrt_32f_I(Ipp32f* pSrcDst, int len) {
+  if (!pSrcDst) return ippStsNullPtrErr;
+  if (len < 1) return ippStsSizeErr;
+  // The caller's traps stay silent, and the invalid flag that a negative element raises goes.
+  constexpr unsigned masks = 0x1F80, flags = 0x3F, kept = 0x3A;
+  const unsigned control = _mm_getcsr();
+  _mm_setcsr((control | masks) & ~flags);
+  bool negative = false;
+  int i = 0;
+  Vec below = Vec::Zero();
+  for (; i <= len - Vec::width; i += Vec::width) {
+    const Vec x = Vec::LoadU(pSrcDst + i);
+    below = below | Below(x, Vec::Zero());
+    Sqrt(x).StoreU(pSrcDst + i);
+  }
+  negative = AnySign(below);
+  for (; i < len; ++i) {
+    negative |= pSrcDst[i] < 0.0f;
+    _mm_store_ss(pSrcDst + i, _mm_sqrt_ss(_mm_load_ss(pSrcDst + i)));
+  }
+  _mm_setcsr(control | (_mm_getcsr() & kept));
+  return negative ? ippStsSqrtNegArg : ippStsNoErr;
+}
+
+/// The checks that both directions share: the flat buffer, the channel count, the length, then
+/// every channel. The result is an error, or the status of the finished work.
+template <class T>
+static IppStatus CheckChannels(const Ipp32f* flat, T* const* channel, int ch_num, int len) {
+  if (!flat || !channel) return ippStsNullPtrErr;
+  if (ch_num < 1) return ippStsNumChannelsErr;
+  if (len < 1) return ippStsSizeErr;
+  bool aligned = IsAligned(flat, 16);
+  for (int c = 0; c < ch_num; ++c) {
+    if (!channel[c]) return ippStsNullPtrErr;
+    aligned &= IsAligned(channel[c], 16);
+  }
+  return aligned ? ippStsNoErr : ippStsMisalignedBuf;
+}
+
+IppStatus ippsInterleave_32f(const Ipp32f* const* pSrc, int ch_num, int len, Ipp32f* pDst) {
+  const IppStatus status = CheckChannels(pDst, pSrc, ch_num, len);
+  if (status >= ippStsNoErr) InterleaveChannels<Vec>(pSrc, ch_num, len, pDst);
+  return status;
+}
+
+IppStatus ippsDeinterleave_32f(const Ipp32f* pSrc, int ch_num, int len, Ipp32f* const* pDst) {
+  const IppStatus status = CheckChannels(pSrc, pDst, ch_num, len);
+  if (status >= ippStsNoErr) DeinterleaveChannels<Vec>(pSrc, ch_num, len, pDst);
+  return status;
+}
+
+}  // namespace Orvik::Tesmo::Kernels::KERNELS_BUILD
