@@ -41,16 +41,11 @@ def define(spectra):
     return np.stack([h / (h + MARGIN * p + FAINT) * spectra, p / (p + MARGIN * h + FAINT) * spectra])
 
 
-def sliding_median(g, values, axis, reach):
-    """The median over 2 * reach + 1 neighbours along `axis`, which gets shorter by 2 * reach."""
-    shifted = []
-    for i in range(2 * reach + 1):
-        end = i - 2 * reach if i < 2 * reach else np.iinfo(np.int64).max
-        part = g("Slice", values, g.indices(i), g.indices(end), g.indices(axis))
-        shifted.append(g("Unsqueeze", part, g.indices(3)))
-    upper, _ = g("TopK", g("Concat", *shifted, axis=3), g.indices(reach + 1), outputs=2, axis=3)
-    return g("Squeeze", g("Slice", upper, g.indices(reach), g.indices(reach + 1), g.indices(3)),
-             g.indices(3))
+def median(g, neighbours, axis, reach):
+    """The median of the 2 * reach + 1 values along `axis`, which goes."""
+    upper, _ = g("TopK", neighbours, g.indices(reach + 1), outputs=2, axis=axis)
+    return g("Squeeze", g("Slice", upper, g.indices(reach), g.indices(reach + 1), g.indices(axis)),
+             g.indices(axis))
 
 
 def build():
@@ -63,10 +58,17 @@ def build():
     all_windows = g("Concat", "past_in", power, axis=1)
     g("Slice", all_windows, g.indices(-2 * REACH_WINDOWS), before_lookahead, time, name="past_out")
 
+    # axis 2: the neighbours in time, for as many windows as the sequence has
     present = g("Slice", power, g.indices(0), before_lookahead, time)
-    mirrored = g("Pad", present, g.indices(0, 0, REACH_BINS, 0, 0, REACH_BINS), mode="reflect")
-    h = sliding_median(g, all_windows, 1, REACH_WINDOWS)
-    p = sliding_median(g, mirrored, 2, REACH_BINS)
+    sequence = g("Gather", g("Shape", present), g.constant(1, np.int64))
+    first = g("Range", g.constant(0, np.int64), sequence, g.constant(1, np.int64))
+    in_time = g("Add", g("Unsqueeze", first, g.indices(1)), g.indices(*range(2 * REACH_WINDOWS + 1)))
+    h = median(g, g("Gather", all_windows, in_time, axis=1), 2, REACH_WINDOWS)
+
+    # axis 3: the neighbours in frequency, mirrored at both ends
+    bins = np.arange(BINS)[:, None] + np.arange(-REACH_BINS, REACH_BINS + 1)
+    mirrored = BINS - 1 - np.abs(BINS - 1 - np.abs(bins))
+    p = median(g, g("Gather", present, g.constant(mirrored, np.int64), axis=2), 3, REACH_BINS)
 
     def mask(wanted, other):
         below = g("Add", g("Add", wanted, g("Mul", other, g.constant(MARGIN))), g.constant(FAINT))
