@@ -5,6 +5,7 @@ usage: demo_picture.py OUT.png TITLE (NAME FILE)...
 One panel for each pair, from top to bottom.
 """
 
+import io
 import subprocess
 import sys
 
@@ -13,6 +14,7 @@ import matplotlib
 matplotlib.use("Agg")
 import matplotlib.pyplot as plt
 import numpy as np
+from PIL import Image
 
 WINDOW, HOP = 512, 128
 LOUDEST_DB, FAINTEST_DB = -20.0, -100.0
@@ -51,7 +53,9 @@ def draw(picture, title, *named):
         axis.set_ylabel("Hz")
     axes[-1].set_xlabel("s")
     figure.colorbar(image, ax=axes, label="dB of full scale", aspect=40, pad=0.015)
-    figure.savefig(picture, dpi=100)
+    drawn = io.BytesIO()
+    figure.savefig(drawn, dpi=100)
+    Image.open(drawn).convert("RGB").quantize(256, dither=Image.Dither.NONE).save(picture, optimize=True)
 
 
 if __name__ == "__main__":
