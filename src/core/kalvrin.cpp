@@ -18,19 +18,22 @@ RT_CONST constexpr char16_t RestName[] = u"Rest";
 RT_CONST constexpr char16_t SampleRateKey[] = u"SampleRate";
 RT_CONST constexpr char16_t LookaheadKey[] = u"LookaheadNumBlocks";
 RT_CONST constexpr char16_t CorrelationId[] = u"RunId";
-RT_CONST constexpr std::uint64_t DefaultSequenceSize = 4;
+constexpr std::uint64_t DefaultSequenceSize = 4;
 
-/// The geometry that a host asked for, 0 windows standing for the model's own choice.
-RT_CODE ProcessingGeometry RequestedGeometry(const Platform::Model& model,
-                                             const ModelLayout& layout, const ModelInfo& info,
-                                             std::uint64_t sequenceSize,
-                                             std::uint64_t channelCount) {
-  const std::int32_t lookahead = FindMetadataDecimal(model, LookaheadKey);
+/// Windows per evaluation: what the host asked for, or the model's own choice where that is 0.
+std::uint64_t SettledSequenceSize(std::uint64_t requested, const ModelInfo& info) {
+  if (requested != 0) return requested;
   const std::int32_t baseline = info.GetBaselineSequenceSize();
-  CheckDeclaredSizes(lookahead, baseline);
-  if (sequenceSize == 0)
-    sequenceSize = baseline != 0 ? static_cast<std::uint64_t>(baseline) : DefaultSequenceSize;
-  return {layout.GetWindowLength(), sequenceSize, channelCount,
+  CheckBaselineSequenceSize(baseline);
+  return baseline != 0 ? static_cast<std::uint64_t>(baseline) : DefaultSequenceSize;
+}
+
+ProcessingGeometry RequestedGeometry(const Platform::Model& model, const ModelLayout& layout,
+                                     const ModelInfo& info, std::uint64_t sequenceSize,
+                                     std::uint64_t channelCount) {
+  const std::int32_t lookahead = FindMetadataDecimal(model, LookaheadKey);
+  CheckLookahead(lookahead);
+  return {layout.GetWindowLength(), SettledSequenceSize(sequenceSize, info), channelCount,
           static_cast<std::uint32_t>(lookahead), layout.GetHopLength()};
 }
 

@@ -58,9 +58,12 @@ void CheckDeclaredShapes(const ModelLayout& layout) {
   Require(layout.GetHopLength() >= 1, "A spectrum must have 2 bins (Features) or more");
 }
 
-void CheckDeclaredSizes(std::int32_t lookaheadBlocks, std::int32_t baselineSequenceSize) {
+void CheckLookahead(std::int32_t lookaheadBlocks) {
   Require(lookaheadBlocks >= 0, "LookaheadNumBlocks of the model is negative");
-  Require(baselineSequenceSize >= 0, "BaselineSequenceSize of the model is negative");
+}
+
+void CheckBaselineSequenceSize(std::int32_t sequenceSize) {
+  Require(sequenceSize >= 0, "BaselineSequenceSize of the model is negative");
 }
 
 void CheckGeometry(const ProcessingGeometry& geometry) {

@@ -23,8 +23,9 @@ void CheckAudioRank(Platform::Side side, std::size_t rank);
 /// even number of samples, from 2.
 void CheckDeclaredShapes(const ModelLayout& layout);
 
-/// The sizes that a model declares in its metadata are not negative.
-void CheckDeclaredSizes(std::int32_t lookaheadBlocks, std::int32_t baselineSequenceSize);
+/// Sizes that a model declares in its metadata are not negative.
+void CheckLookahead(std::int32_t lookaheadBlocks);
+void CheckBaselineSequenceSize(std::int32_t sequenceSize);
 
 /// There is a channel and a window. Throws std::bad_alloc where a buffer of this geometry would
 /// have more than MaxElements.

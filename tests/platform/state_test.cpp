@@ -123,29 +123,6 @@ const std::vector<Probe>& Probes() {
        [](const States& s, const Values& x) -> Step {
          return {{s[1], s[0]}, Sum(s[0], x)};
        }},
-      {"three states in a ring, one changed",
-       {3},
-       3,
-       [](ModelBuilder& model) {
-         model.Node("Add", {"s2", "x"}, {"n0"})
-             .Node("Identity", {"s0"}, {"n1"})
-             .Node("Identity", {"s1"}, {"n2"})
-             .Node("Sum", {"s0", "s1", "s2"}, {"y"});
-       },
-       [](const States& s, const Values& x) -> Step {
-         return {{Sum(s[2], x), s[0], s[1]}, Sum(Sum(s[0], s[1]), s[2])};
-       }},
-      {"Gather from state to state",
-       {4},
-       1,
-       [](ModelBuilder& model) {
-         model.Int64s("order", {4}, {3, 2, 1, 0})
-             .Node("Gather", {"s0", "order"}, {"n0"})
-             .Node("Add", {"s0", "x"}, {"y"});
-       },
-       [](const States& s, const Values& x) -> Step {
-         return {{Reversed(s[0])}, Sum(s[0], x)};
-       }},
       {"reversed Slice",
        {5},
        1,
@@ -185,22 +162,6 @@ const std::vector<Probe>& Probes() {
                               a[2] + a[3] * 0.25 + 1};
          return {{next}, Sum(next, x)};
        }},
-      {"Concat as a shift register",
-       {4},
-       1,
-       [](ModelBuilder& model) {
-         model.Int64s("zero", {1}, {0})
-             .Int64s("one", {1}, {1})
-             .Int64s("four", {1}, {4})
-             .Node("Slice", {"s0", "one", "four"}, {"kept"})
-             .Node("Slice", {"x", "zero", "one"}, {"entering"})
-             .Node("Concat", {"kept", "entering"}, {"n0"}, {{"axis", 0}})
-             .Node("Mul", {"s0", "n0"}, {"y"});
-       },
-       [](const States& s, const Values& x) -> Step {
-         const Values next = {s[0][1], s[0][2], s[0][3], x[0]};
-         return {{next}, Product(s[0], next)};
-       }},
       {"GRU whose old state has a second reader",
        {1, 1, 4},
        1,
@@ -213,7 +174,8 @@ const std::vector<Probe>& Probes() {
   return probes;
 }
 
-/// A probe of random operations between random states. All of them stay within -1 and 1.
+/// A probe of random operations between random states: swaps, rings, reversals, several readers of
+/// one state. All values stay within -1 and 1.
 Probe RandomProbe(std::mt19937_64& random) {
   struct Operation {
     const char* name;

@@ -57,10 +57,21 @@ ResultCode Call(Script& script, const char* operation, Detail detail, Work work)
   }
 }
 
+const auto NoDetail = [] { return std::string(); };
+
 template <class Work>
 ResultCode Call(Script& script, const char* operation, Work work) {
   return Call(
       script, operation, [] { return std::string(); }, std::move(work));
+}
+
+/// An operation that gives a value.
+template <class Place, class Value>
+ResultCode Answer(Script& script, const char* operation, Place& place, const Value& value) {
+  return Call(script, operation, [&] {
+    place = value;
+    return ResultCodes::Ok;
+  });
 }
 
 auto Detail(std::uint32_t number) {
@@ -84,21 +95,25 @@ protected:
   ScriptPtr script;
 };
 
+/// An operation that makes an object.
+template <class Object, class Place, class Detail, class... Arguments>
+ResultCode Make(const ScriptPtr& script, const char* operation, Detail detail, Place& place,
+                const Arguments&... arguments) {
+  return Call(*script, operation, detail, [&] {
+    place = std::make_shared<Object>(script, arguments...);
+    return ResultCodes::Ok;
+  });
+}
+
 class FakeDescriptor final : public Counted<Platform::FeatureDescriptor> {
 public:
   FakeDescriptor(const ScriptPtr& script, const FakeFeature& feature)
       : Counted(script), feature(feature) {}
   ResultCode GetName(std::u16string& name) const override {
-    return Call(*script, "GetName", [&] {
-      name = feature.name;
-      return ResultCodes::Ok;
-    });
+    return Answer(*script, "GetName", name, feature.name);
   }
   ResultCode GetKind(Platform::FeatureKind& kind) const override {
-    return Call(*script, "GetKind", [&] {
-      kind = feature.kind;
-      return ResultCodes::Ok;
-    });
+    return Answer(*script, "GetKind", kind, feature.kind);
   }
   ResultCode GetTensorKind(std::uint32_t& kind) const override {
     return Call(*script, "GetTensorKind", [&] {
@@ -126,10 +141,7 @@ public:
   FakeList(const ScriptPtr& script, const std::vector<FakeFeature>& features)
       : Counted(script), features(features) {}
   ResultCode GetSize(std::uint32_t& size) const override {
-    return Call(*script, "GetSize", [&] {
-      size = static_cast<std::uint32_t>(features.size());
-      return ResultCodes::Ok;
-    });
+    return Answer(*script, "GetSize", size, static_cast<std::uint32_t>(features.size()));
   }
   ResultCode GetAt(std::uint32_t index,
                    std::shared_ptr<Platform::FeatureDescriptor>& feature) const override {
@@ -148,10 +160,7 @@ class FakeIterator final : public Counted<Platform::MetadataIterator> {
 public:
   using Counted::Counted;
   ResultCode HasCurrent(bool& has) const override {
-    return Call(*script, "HasCurrent", [&] {
-      has = position < script->model.metadata.size();
-      return ResultCodes::Ok;
-    });
+    return Answer(*script, "HasCurrent", has, position < script->model.metadata.size());
   }
   ResultCode Current(std::u16string& key, std::u16string& value) const override {
     return Call(*script, "Current", [&] {
@@ -160,12 +169,7 @@ public:
       return ResultCodes::Ok;
     });
   }
-  ResultCode MoveNext() override {
-    return Call(*script, "MoveNext", [&] {
-      ++position;
-      return ResultCodes::Ok;
-    });
-  }
+  ResultCode MoveNext() override { return Answer(*script, "MoveNext", position, position + 1); }
 
 private:
   std::size_t position = 0;
@@ -188,10 +192,7 @@ public:
         });
   }
   ResultCode First(std::shared_ptr<Platform::MetadataIterator>& iterator) const override {
-    return Call(*script, "First", [&] {
-      iterator = std::make_shared<FakeIterator>(script);
-      return ResultCodes::Ok;
-    });
+    return Make<FakeIterator>(script, "First", NoDetail, iterator);
   }
 };
 
@@ -199,22 +200,13 @@ class FakeLoadedModel final : public Counted<Platform::Model> {
 public:
   using Counted::Counted;
   ResultCode GetInputFeatures(std::shared_ptr<Platform::FeatureList>& features) const override {
-    return Call(*script, "GetInputFeatures", [&] {
-      features = std::make_shared<FakeList>(script, script->model.inputs);
-      return ResultCodes::Ok;
-    });
+    return Make<FakeList>(script, "GetInputFeatures", NoDetail, features, script->model.inputs);
   }
   ResultCode GetOutputFeatures(std::shared_ptr<Platform::FeatureList>& features) const override {
-    return Call(*script, "GetOutputFeatures", [&] {
-      features = std::make_shared<FakeList>(script, script->model.outputs);
-      return ResultCodes::Ok;
-    });
+    return Make<FakeList>(script, "GetOutputFeatures", NoDetail, features, script->model.outputs);
   }
   ResultCode GetMetadata(std::shared_ptr<Platform::MetadataMap>& metadata) const override {
-    return Call(*script, "GetMetadata", [&] {
-      metadata = std::make_shared<FakeMetadata>(script);
-      return ResultCodes::Ok;
-    });
+    return Make<FakeMetadata>(script, "GetMetadata", NoDetail, metadata);
   }
 };
 
@@ -492,35 +484,23 @@ ResultCode FakeRuntime::LoadModel(const void*, std::uint32_t size,
 
 ResultCode FakeRuntime::CreateDevice(Platform::DeviceKind kind,
                                      std::shared_ptr<Platform::Device>& device) {
-  return Call(*script, "CreateDevice", Detail(static_cast<std::uint32_t>(kind)), [&] {
-    device = std::make_shared<FakeDevice>(script);
-    return ResultCodes::Ok;
-  });
+  return Make<FakeDevice>(script, "CreateDevice", Detail(static_cast<std::uint32_t>(kind)), device);
 }
 
 ResultCode FakeRuntime::CreateSessionOptions(std::shared_ptr<Platform::SessionOptions>& options) {
-  return Call(*script, "CreateSessionOptions", [&] {
-    options = std::make_shared<FakeOptions>(script);
-    return ResultCodes::Ok;
-  });
+  return Make<FakeOptions>(script, "CreateSessionOptions", NoDetail, options);
 }
 
 ResultCode FakeRuntime::CreateSession(const std::shared_ptr<Platform::Model>&,
                                       const std::shared_ptr<Platform::Device>&,
                                       const std::shared_ptr<Platform::SessionOptions>&,
                                       std::shared_ptr<Platform::Session>& session) {
-  return Call(*script, "CreateSession", [&] {
-    session = std::make_shared<FakeSession>(script);
-    return ResultCodes::Ok;
-  });
+  return Make<FakeSession>(script, "CreateSession", NoDetail, session);
 }
 
 ResultCode FakeRuntime::CreateBinding(const std::shared_ptr<Platform::Session>&,
                                       std::shared_ptr<Platform::Binding>& binding) {
-  return Call(*script, "CreateBinding", [&] {
-    binding = std::make_shared<FakeBinding>(script);
-    return ResultCodes::Ok;
-  });
+  return Make<FakeBinding>(script, "CreateBinding", NoDetail, binding);
 }
 
 ResultCode FakeRuntime::CreateTensor(std::uint32_t kind, const Shape& shape,
