@@ -128,12 +128,23 @@ KERNELS_INLINE Vec4 Mirror(Vec4 cur, Vec4 next) {
   const Vec4 t = {_mm_move_ss(cur.v, next.v)};
   return Shuffle<0, 3, 2, 1>(t, t);
 }
-/// As Interleave, of the floats in reversed order.
-KERNELS_INLINE void InterleaveReversed(Vec4 a, Vec4 b, Vec4& lo, Vec4& hi) {
-  const Vec4 p = UnpackHi(a, b), q = UnpackLo(a, b);
-  lo = Shuffle<2, 3, 0, 1>(p, p);
-  hi = Shuffle<2, 3, 0, 1>(q, q);
-}
+/// Pairs (even, odd) of registers that run backwards, put together one value late so that the
+/// stores are aligned: the last pair of the call before, then the given ones from the last to the
+/// second.
+template <class V>
+struct BackwardPairs;
+template <>
+struct BackwardPairs<Vec4> {
+  Vec4 before;
+  KERNELS_INLINE explicit BackwardPairs(float even, float odd)
+      : before{_mm_setr_ps(even, odd, 0.0f, 0.0f)} {}
+  KERNELS_INLINE void Store(Vec4 even, Vec4 odd, float* p) {
+    const Vec4 low = UnpackLo(even, odd), high = UnpackHi(even, odd);
+    Shuffle<0, 1, 2, 3>(before, high).StoreU(p);
+    Shuffle<0, 1, 2, 3>(high, low).StoreU(p + 4);
+    before = low;
+  }
+};
 
 // Interleaved values taken apart, or put together, inside the lanes alone. That leaves them in
 // "column order": value ColumnOf(i) stands at i.

@@ -88,12 +88,18 @@ KERNELS_INLINE Vec8 Shuffle(Vec8 a, Vec8 b) {
   return {_mm256_shuffle_ps(a.v, b.v, i | j << 2 | k << 4 | l << 6)};
 }
 
-/// The low lanes of both, the high lanes of both.
+/// One lane of each.
 KERNELS_INLINE Vec8 LowLanes(Vec8 a, Vec8 b) {
   return {_mm256_permute2f128_ps(a.v, b.v, 0x20)};
 }
 KERNELS_INLINE Vec8 HighLanes(Vec8 a, Vec8 b) {
   return {_mm256_permute2f128_ps(a.v, b.v, 0x31)};
+}
+KERNELS_INLINE Vec8 LowHighLanes(Vec8 a, Vec8 b) {
+  return {_mm256_blend_ps(a.v, b.v, 0xF0)};
+}
+KERNELS_INLINE Vec8 HighLowLanes(Vec8 a, Vec8 b) {
+  return {_mm256_permute2f128_ps(a.v, b.v, 0x21)};
 }
 KERNELS_INLINE Vec8 SwapLanes(Vec8 a) {
   return {_mm256_permute2f128_ps(a.v, a.v, 0x01)};
@@ -130,12 +136,20 @@ KERNELS_INLINE Vec8 Mirror(Vec8 cur, Vec8 next) {
   const __m256 u = _mm256_blend_ps(SwapLanes({t}).v, t, 0x11);
   return {_mm256_permute_ps(u, 0x6C)};  // (0, 3, 2, 1) of n0 c5 c6 c7 | c4 c1 c2 c3
 }
-KERNELS_INLINE void InterleaveReversed(Vec8 a, Vec8 b, Vec8& lo, Vec8& hi) {
-  const Vec8 p = Shuffle<3, 2, 1, 0>(a, a), q = Shuffle<3, 2, 1, 0>(b, b);
-  const Vec8 r = UnpackLo(p, q), s = UnpackHi(p, q);
-  lo = HighLanes(r, s);
-  hi = LowLanes(r, s);
-}
+template <>
+struct BackwardPairs<Vec8> {
+  Vec8 before;
+  KERNELS_INLINE explicit BackwardPairs(float even, float odd)
+      : before{_mm256_setr_ps(even, odd, 0, 0, 0, 0, 0, 0)} {}
+  KERNELS_INLINE void Store(Vec8 even, Vec8 odd, float* p) {
+    const Vec8 low = UnpackLo(even, odd), high = UnpackHi(even, odd);  // 0 1 | 4 5, 2 3 | 6 7
+    const Vec8 a = LowHighLanes(before, high), b = HighLanes(high, low);
+    const Vec8 c = HighLowLanes(low, high), d = LowLanes(high, low);
+    Vec8{_mm256_blend_ps(a.v, b.v, 0xCC)}.StoreU(p);
+    Vec8{_mm256_blend_ps(c.v, d.v, 0xCC)}.StoreU(p + 8);
+    before = low;
+  }
+};
 KERNELS_INLINE void LoadColumns(const float* p, Vec8& even, Vec8& odd) {
   const Vec8 lo = Vec8::LoadU(p), hi = Vec8::LoadU(p + 8);
   even = Shuffle<0, 2, 0, 2>(lo, hi);

@@ -11,67 +11,116 @@
 
 namespace Orvik::Tesmo::Kernels::KERNELS_BUILD {
 
-/// All bottom transforms of one breadth-first run. Offsets count complex values.
+/// All bottom transforms of one breadth-first run. Offsets count complex values (samples in real
+/// plans).
 struct BottomRun {
   int radix;
   int total;  ///< transforms: they start at input offsets 0 to total - 1 times `stride`
   std::ptrdiff_t stride;
-  const std::int32_t* place;  ///< place[j]: where the block of input offset j goes, in blocks
+  const std::int32_t* place;  ///< where the block of each input offset starts in the target
   const float* roots;         ///< of the radix, for generic kernels
 };
 
-template <class V>
-KERNELS_INLINE V PairsAt(const float* const* p) {
-  const auto half = [](const float* a, const float* b) KERNELS_INLINE_LAMBDA {
-    const __m128d lo = _mm_load_sd(reinterpret_cast<const double*>(a));
-    return _mm_castpd_ps(_mm_loadh_pd(lo, reinterpret_cast<const double*>(b)));
-  };
-  if constexpr (V::lanes == 1)
-    return {half(p[0], p[1])};
-  else
-    return V::Join(half(p[0], p[1]), half(p[2], p[3]));
-}
-
-/// One row of input: the values at the same offset behind each lane's start.
-template <class C>
-KERNELS_INLINE C GatherRow(const float* const* lane, std::ptrdiff_t offset) {
-  using V = typename LaneTraits<C>::Vector;
-  const float* p[countOf<C>];
-  for (int l = 0; l < countOf<C>; ++l)
-    p[l] = lane[l] + 2 * offset;
-  if constexpr (countOf<C> == V::width)
-    return Group(PairsAt<V>(p), PairsAt<V>(p + V::width / 2));
-  else
-    return Group(PairsAt<V>(p));
-}
-
-/// Writes values k to k + 3 (or k + 7) of each lane's transform, as one group of its block.
-template <class V>
-KERNELS_INLINE void StoreChunk(const Complex<V>* x, float* const* lane) {
-  if constexpr (V::lanes == 1) {
-    V re[4], im[4];
-    Unroll<4>([&](auto i) KERNELS_INLINE_LAMBDA { re[i] = x[i].re, im[i] = x[i].im; });
-    TransposeLanes(re[0], re[1], re[2], re[3]);
-    TransposeLanes(im[0], im[1], im[2], im[3]);
-    Unroll<4>([&](auto l) KERNELS_INLINE_LAMBDA { Complex<V>{re[l], im[l]}.StoreU(lane[l]); });
-  } else {
-    constexpr auto order = GroupOrder<V>();
-    const auto turn = [&](auto part, float* const* to) KERNELS_INLINE_LAMBDA {
-      V a[8];
-      // rows in the order of a group's low halves and high halves
-      Unroll<8>([&](auto i) KERNELS_INLINE_LAMBDA { a[i] = part(x[order[i]]); });
-      TransposeLanes(a[0], a[1], a[2], a[3]);
-      TransposeLanes(a[4], a[5], a[6], a[7]);
-      Unroll<4>([&](auto i) KERNELS_INLINE_LAMBDA {
-        LowLanes(a[i], a[i + 4]).StoreU(to[i]);
-        HighLanes(a[i], a[i + 4]).StoreU(to[i + 4]);
-      });
-    };
-    float* imaginary[8];
-    Unroll<8>([&](auto l) KERNELS_INLINE_LAMBDA { imaginary[l] = lane[l] + 8; });
-    turn([](const Complex<V>& z) KERNELS_INLINE_LAMBDA { return z.re; }, lane);
-    turn([](const Complex<V>& z) KERNELS_INLINE_LAMBDA { return z.im; }, imaginary);
+/// Kernels read neighbours in memory, `count` transforms at least. Where there are fewer, or the
+/// stride keeps them apart, each group's values are brought together first.
+template <int count, int room>
+void RunBottom(void (*kernel)(const float*, float*, const BottomRun&), const float* src, float* dst,
+               const BottomRun& run) {
+  if (run.stride == 1 && run.total >= count) return kernel(src, dst, run);
+  alignas(32) float gathered[2 * room * count];
+  std::int32_t place[count];
+  for (int first = 0; first < run.total; first += count) {
+    for (int l = 0; l < count; ++l) {
+      const int j = Smaller(first + l, run.total - 1);
+      place[l] = run.place[j];
+      for (int k = 0; k < run.radix; ++k) {
+        const float* value =
+            src + 2 * run.stride * (j + static_cast<std::ptrdiff_t>(run.total) * k);
+        gathered[2 * (count * k + l)] = value[0];
+        gathered[2 * (count * k + l) + 1] = value[1];
+      }
+    }
+    kernel(gathered, dst, {run.radix, count, 1, place, run.roots});
   }
+}
+
+/// body(rows, blocks) for groups of `count` transforms: their values k start at rows + 2 total k.
+/// The last group starts early, over transforms already done.
+template <int count, class Body>
+KERNELS_INLINE void ForBottomGroups(const float* src, float* dst, const BottomRun& run,
+                                    Body&& body) {
+  const std::int32_t* place = run.place;
+  for (int left = run.total; left > 0; left -= count) {
+    const int step = Smaller(left - count, 0);
+    float* block[count];
+    Unroll<count>([&](auto l) KERNELS_INLINE_LAMBDA { block[l] = dst + 2L * place[step + l]; });
+    body(src + 2 * step, block);
+    src += 2 * count;
+    place += count;
+  }
+}
+
+/// Row n2 - 1: cosines and negated sines of 2 pi n2 k / m for k from 0 to 3.
+template <int m>
+struct ColumnTwiddles {
+  alignas(16) float data[m / 4][8]{};
+  constexpr ColumnTwiddles() {
+    for (int n2 = 1; n2 < m / 4; ++n2)
+      for (int k = 0; k < 4; ++k) {
+        data[n2 - 1][k] = static_cast<float>(CosTurn(n2 * k, m));
+        data[n2 - 1][4 + k] = static_cast<float>(-SinTurn(n2 * k, m));
+      }
+  }
+};
+template <int m>
+inline constexpr ColumnTwiddles<m> columnTwiddles{};
+
+/// m = 4 B values into groups: radix 4 on interleaved rows, whose transposition takes the parts
+/// apart and puts four outputs side by side, then radix B across.
+template <class V, int B, Direction dir>
+void GroupedBottom(const float* src, float* dst, const BottomRun& run) {
+  constexpr int count = V::width / 2, m = 4 * B;
+  const std::ptrdiff_t row = 2L * run.total;
+  ForBottomGroups<count>(src, dst, run,
+                         [&](const float* rows, float* const* blocks) KERNELS_INLINE_LAMBDA {
+                           // in the lanes of half 0: transforms 0 and, with eight floats, 2; of
+                           // half 1: 1 and 3
+                           Complex<V> z[2][B];
+                           Unroll<B>([&](auto n2) KERNELS_INLINE_LAMBDA {
+                             Packed<V> x[4];
+                             Unroll<4>([&](auto n1) KERNELS_INLINE_LAMBDA {
+                               x[n1] = Packed<V>::LoadU(rows + (B * n1 + n2) * row);
+                             });
+                             Butterfly<4, dir>(x);
+                             TransposeLanes(x[0].v, x[1].v, x[2].v, x[3].v);
+                             z[0][n2] = {x[0].v, x[1].v};
+                             z[1][n2] = {x[2].v, x[3].v};
+                             if constexpr (n2 > 0) {
+                               const float* w = columnTwiddles<m>.data[n2 - 1];
+                               const Complex<V> twiddle = {V::LoadQuad(w), V::LoadQuad(w + 4)};
+                               z[0][n2] = Twist<dir>(z[0][n2], twiddle);
+                               z[1][n2] = Twist<dir>(z[1][n2], twiddle);
+                             }
+                           });
+                           Unroll<2>([&](auto half) KERNELS_INLINE_LAMBDA {
+                             Butterfly<B, dir>(z[half]);
+                             if constexpr (V::lanes == 1) {
+                               Unroll<B>([&](auto k2) KERNELS_INLINE_LAMBDA {
+                                 z[half][k2].StoreU(blocks[half] + 8 * k2);
+                               });
+                             } else {
+                               float* const block = blocks[half];
+                               const std::ptrdiff_t other = blocks[half + 2] - block;
+                               Unroll<B / 2>([&](auto i) KERNELS_INLINE_LAMBDA {
+                                 const Complex<V> a = z[half][2 * i], b = z[half][2 * i + 1];
+                                 UnpackLoPairs(a.re, b.re).StoreLanes(block + 16 * i, other);
+                                 UnpackHiPairs(a.re, b.re).StoreLanes(block + 16 * i + 4, other);
+                                 UnpackLoPairs(a.im, b.im).StoreLanes(block + 16 * i + 8, other);
+                                 UnpackHiPairs(a.im, b.im).StoreLanes(block + 16 * i + 12, other);
+                               });
+                             }
+                           });
+                         });
 }
 
 /// As many values of each lane's transform as a lane register holds, interleaved.
@@ -125,78 +174,64 @@ void StoreBlocks(const C* x, float* const* lane, int radix) {
   }
 }
 
-/// R = 0: any odd radix.
-template <class C, int R, Direction dir>
-void BottomKernel(const float* src, float* dst, const BottomRun& run) {
-  constexpr int count = countOf<C>;
-  const int radix = R > 0 ? R : run.radix;
-  const std::ptrdiff_t spacing = run.stride * run.total;
-  const bool contiguous = run.stride == 1 && run.total >= count;
-  // a group of offsets: the last one starts early, over offsets already done
-  for (int group = 0; group < run.total; group += count) {
-    const int first = Larger(Smaller(group, run.total - count), 0);
-    const float* in[count];
-    float* out[count];
-    for (int l = 0; l < count; ++l) {
-      const int j = Smaller(first + LaneOrder<C>()[static_cast<std::size_t>(l)], run.total - 1);
-      out[l] = dst + 2 * static_cast<std::ptrdiff_t>(run.place[j]) * radix;
-    }
-    if (!contiguous)
-      for (int l = 0; l < count; ++l)
-        in[l] = src + 2 * run.stride * Smaller(first + l, run.total - 1);
-    const auto row = [&](int k) KERNELS_INLINE_LAMBDA {
-      return contiguous ? LoadInterleaved<C>(src + 2 * (first + k * spacing))
-                        : GatherRow<C>(in, k * spacing);
-    };
-    if constexpr (R > 0) {
-      C x[R];
-      Unroll<R>([&](auto k) KERNELS_INLINE_LAMBDA { x[k] = row(k); });
-      Butterfly<R, dir>(x);
-      StoreBlocks<C, R>(x, out);
-    } else {
-      C x[genericLimit];
-      for (int k = 0; k < radix; ++k)
-        x[k] = row(k);
-      GenericButterfly<dir>(x, radix, run.roots);
-      StoreBlocks(x, out, radix);
-    }
+/// Interleaved transforms. R = 0: any odd radix.
+template <class V, int R, Direction dir>
+void PackedBottom(const float* src, float* dst, const BottomRun& run) {
+  using C = Packed<V>;
+  const std::ptrdiff_t row = 2L * run.total;
+  ForBottomGroups<countOf<C>>(
+      src, dst, run, [&](const float* rows, float* const* blocks) KERNELS_INLINE_LAMBDA {
+        C x[R > 0 ? R : genericLimit];
+        if constexpr (R > 0) {
+          Unroll<R>([&](auto k) KERNELS_INLINE_LAMBDA { x[k] = C::LoadU(rows + k * row); });
+          Butterfly<R, dir>(x);
+          StoreBlocks<C, R>(x, blocks);
+        } else {
+          for (int k = 0; k < run.radix; ++k)
+            x[k] = C::LoadU(rows + k * row);
+          GenericButterfly<dir>(x, run.radix, run.roots);
+          StoreBlocks(x, blocks, run.radix);
+        }
+      });
+}
+
+/// The bottom of a plan whose values are grouped: n is a multiple of V::width.
+template <class V, Direction dir>
+void RunGroupedBottom(const float* src, float* dst, const BottomRun& run) {
+  constexpr int count = V::width / 2;
+  switch (run.radix) {
+  case 16:
+    return RunBottom<count, 16>(GroupedBottom<V, 4, dir>, src, dst, run);
+  case 8:
+    return RunBottom<count, 8>(GroupedBottom<V, 2, dir>, src, dst, run);
+  default:
+    // with eight floats to a register, a multiple of 8 ends in no 4
+    if constexpr (V::lanes == 1) RunBottom<count, 4>(GroupedBottom<V, 1, dir>, src, dst, run);
   }
 }
 
-template <class C, Direction dir>
-void RunBottom(const float* src, float* dst, const BottomRun& run) {
-  if constexpr (std::is_same_v<C, Complex<typename LaneTraits<C>::Vector>>) {
-    // a multiple of a group's width ends in no smaller radix
-    constexpr int narrowest = countOf<C>;
-    switch (run.radix) {
-    case 4:
-      return BottomKernel<C, narrowest, dir>(src, dst, run);
-    case 8:
-      return BottomKernel<C, 8, dir>(src, dst, run);
-    default:
-      return BottomKernel<C, 16, dir>(src, dst, run);
-    }
-  } else {
-    switch (run.radix) {
-    case 2:
-      return BottomKernel<C, 2, dir>(src, dst, run);
-    case 3:
-      return BottomKernel<C, 3, dir>(src, dst, run);
-    case 4:
-      return BottomKernel<C, 4, dir>(src, dst, run);
-    case 5:
-      return BottomKernel<C, 5, dir>(src, dst, run);
-    case 6:
-      return BottomKernel<C, 6, dir>(src, dst, run);
-    case 7:
-      return BottomKernel<C, 7, dir>(src, dst, run);
-    case 11:
-      return BottomKernel<C, 11, dir>(src, dst, run);
-    case 13:
-      return BottomKernel<C, 13, dir>(src, dst, run);
-    default:
-      return BottomKernel<C, 0, dir>(src, dst, run);
-    }
+template <class V, Direction dir>
+void RunPackedBottom(const float* src, float* dst, const BottomRun& run) {
+  constexpr int count = V::width / 2;
+  switch (run.radix) {
+  case 2:
+    return RunBottom<count, 2>(PackedBottom<V, 2, dir>, src, dst, run);
+  case 3:
+    return RunBottom<count, 3>(PackedBottom<V, 3, dir>, src, dst, run);
+  case 4:
+    return RunBottom<count, 4>(PackedBottom<V, 4, dir>, src, dst, run);
+  case 5:
+    return RunBottom<count, 5>(PackedBottom<V, 5, dir>, src, dst, run);
+  case 6:
+    return RunBottom<count, 6>(PackedBottom<V, 6, dir>, src, dst, run);
+  case 7:
+    return RunBottom<count, 7>(PackedBottom<V, 7, dir>, src, dst, run);
+  case 11:
+    return RunBottom<count, 11>(PackedBottom<V, 11, dir>, src, dst, run);
+  case 13:
+    return RunBottom<count, 13>(PackedBottom<V, 13, dir>, src, dst, run);
+  default:
+    return RunBottom<count, genericLimit>(PackedBottom<V, 0, dir>, src, dst, run);
   }
 }
 

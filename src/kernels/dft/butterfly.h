@@ -89,6 +89,22 @@ constexpr int ChineseIndex(int A, int B, int k1, int k2) {
   return k;
 }
 
+/// As OddButterfly<5>, with cos(2 pi / 5), cos(4 pi / 5) = -1/4 +- sqrt(5)/4.
+template <Direction dir, class C>
+KERNELS_INLINE void Butterfly5(C* x) {
+  const C s1 = x[1] + x[4], d1 = x[1] - x[4], s2 = x[2] + x[3], d2 = x[2] - x[3];
+  const C sum = s1 + s2;
+  const C mean = x[0] - Scaled(sum, 0.25f), spread = Scaled(s1 - s2, 0.55901699437f);
+  const C even1 = mean + spread, even2 = mean - spread;
+  const C odd1 = Scaled(d1, sinOf<1, 5>) + Scaled(d2, sinOf<2, 5>);
+  const C odd2 = Scaled(d1, sinOf<2, 5>) - Scaled(d2, sinOf<1, 5>);
+  x[0] = x[0] + sum;
+  x[1] = AddTurned<dir>(even1, odd1);
+  x[4] = SubTurned<dir>(even1, odd1);
+  x[2] = AddTurned<dir>(even2, odd2);
+  x[3] = SubTurned<dir>(even2, odd2);
+}
+
 template <int R, Direction dir, class C>
 KERNELS_INLINE void Butterfly(C* x) {
   constexpr int A = OuterFactor(R);
@@ -105,6 +121,8 @@ KERNELS_INLINE void Butterfly(C* x) {
     x[2] = a - c;
     x[1] = AddTurned<dir>(b, d);
     x[3] = SubTurned<dir>(b, d);
+  } else if constexpr (R == 5) {
+    Butterfly5<dir>(x);
   } else if constexpr (B == 1) {
     OddButterfly<R, dir>(x);
   } else {

@@ -44,9 +44,9 @@ private:
       return;
     }
     if (Grouped(n))
-      RunBottom<Complex<Vec>, dir>(src, block, bottom);
+      RunGroupedBottom<Vec, dir>(src, block, bottom);
     else
-      RunBottom<Packed<Vec>, dir>(src, block, bottom);
+      RunPackedBottom<Vec, dir>(src, block, bottom);
     for (int i = spec.lastStage; i >= first; --i)
       Stage(i, block);
   }
@@ -168,9 +168,18 @@ public:
 
   /// n real samples to the bins 0 to n / 2, complex.
   IppStatus RealForward(const float* src, float* dst) {
-    for (std::ptrdiff_t k = 0; k < n; ++k) {
-      y[2 * k] = src[k] * spec.chirp[2 * k];
-      y[2 * k + 1] = src[k] * spec.chirp[2 * k + 1];
+    const float* c = spec.chirp;
+    std::ptrdiff_t k = 0;
+    for (; k + Vec::width <= n; k += Vec::width) {
+      const Vec x = Vec::LoadU(src + k);
+      Vec lo, hi;
+      Interleave(x, x, lo, hi);
+      (lo * Vec::LoadU(c + 2 * k)).StoreU(y + 2 * k);
+      (hi * Vec::LoadU(c + 2 * k + Vec::width)).StoreU(y + 2 * k + Vec::width);
+    }
+    for (; k < n; ++k) {
+      y[2 * k] = src[k] * c[2 * k];
+      y[2 * k + 1] = src[k] * c[2 * k + 1];
     }
     const IppStatus status = Convolve();
     if (status == ippStsNoErr)
@@ -178,26 +187,39 @@ public:
     return status;
   }
 
+  /// n is odd, and so c[n - k] = -c[k].
   IppStatus RealInverse(const float* src, float* dst) {
     const float* c = spec.chirp;
     y[0] = src[0] * c[0];
     y[1] = src[0] * c[1];
-    const auto put = [&](std::ptrdiff_t k, float re, float im) {
-      y[2 * k] = re * c[2 * k] - im * c[2 * k + 1];
-      y[2 * k + 1] = re * c[2 * k + 1] + im * c[2 * k];
-    };
-    for (std::ptrdiff_t k = 1; k <= n / 2; ++k) {
-      put(k, src[2 * k], -src[2 * k + 1]);
-      put(n - k, src[2 * k], src[2 * k + 1]);
-    }
+    std::ptrdiff_t k = 1;
+    for (; k + countOf<Packed<Vec>> <= n / 2 + 1; k += countOf<Packed<Vec>>)
+      Spread<Packed<Vec>>(src, k);
+    for (; k <= n / 2; ++k)
+      Spread<Packed<Vec2>>(src, k);
     const IppStatus status = Convolve();
     if (status != ippStsNoErr) return status;
-    for (std::ptrdiff_t k = 0; k < n; ++k)
+    for (k = 0; k + Vec::width <= n; k += Vec::width) {
+      const float* value = y + 2 * k;
+      Vec re, im;
+      Deinterleave(Vec::LoadU(value) * Vec::LoadU(c + 2 * k),
+                   Vec::LoadU(value + Vec::width) * Vec::LoadU(c + 2 * k + Vec::width), re, im);
+      (re - im).StoreU(dst + k);
+    }
+    for (; k < n; ++k)
       dst[k] = y[2 * k] * c[2 * k] - y[2 * k + 1] * c[2 * k + 1];
     return status;
   }
 
 private:
+  /// The conjugate of X[k] to k and X[k] to n - k, times their chirps.
+  template <class C>
+  KERNELS_INLINE void Spread(const float* src, std::ptrdiff_t k) {
+    const C x = C::LoadU(src + 2 * k), c = C::LoadU(spec.chirp + 2 * k);
+    (Conjugate(x) * c).StoreU(y + 2 * k);
+    Reversed(C{} - x * c).StoreU(y + 2 * (n - k - countOf<C> + 1));
+  }
+
   Ipp32fc* Y() const { return reinterpret_cast<Ipp32fc*>(y); }
   const Ipp32fc* Chirp() const { return reinterpret_cast<const Ipp32fc*>(spec.chirp); }
 

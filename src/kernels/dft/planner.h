@@ -145,7 +145,8 @@ inline bool MakeDigitOrder(IppsDFTSpec_R_32f& spec, const DftPlan& plan) {
     FillDigitOrder(plan, offsets);
     for (int block = 0; block < last.count; ++block)
       for (int digit = 0; digit < last.radix; ++digit)
-        spec.digitOrder[offsets[block] + digit * last.count] = block * last.radix + digit;
+        spec.digitOrder[offsets[block] + digit * last.count] =
+            (block * last.radix + digit) * last.remaining;
   }
   ippsFree(offsets);
   return made;

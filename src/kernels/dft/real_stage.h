@@ -303,7 +303,7 @@ void RealBottomForward(const float* src, float* dst, const BottomRun& run) {
     V x[R > 0 ? R : genericLimit];
     float* block[V::width];
     for (int l = 0; l < V::width; ++l)
-      block[l] = dst + static_cast<std::ptrdiff_t>(run.place[offset[l]]) * radix;
+      block[l] = dst + run.place[offset[l]];
     for (int k = 0; k < radix; ++k) {
       const float* row = src + k * spacing;
       if (contiguous) {
@@ -331,7 +331,7 @@ void RealBottomInverse(const float* src, float* dst, const BottomRun& run) {
     V x[R > 0 ? R : genericLimit];
     const float* block[V::width];
     for (int l = 0; l < V::width; ++l)
-      block[l] = src + static_cast<std::ptrdiff_t>(run.place[offset[l]]) * radix;
+      block[l] = src + run.place[offset[l]];
     BlocksToRows<V, R>(block, x, radix);
     if constexpr (R > 0)
       RealInverse<R>(x);

@@ -49,7 +49,7 @@ struct IppsDFTSpec_R_32f {
   std::int32_t hasPlan;
   std::int32_t lastStage;    ///< the last stage with twiddles; the bottom kernel is the one behind
   std::int32_t lastRun;      ///< the stage that the last breadth-first run starts with
-  std::int32_t* digitOrder;  ///< for each input offset of the last run, the place of its block
+  std::int32_t* digitOrder;  ///< for each input offset of the last run, where its block starts
   Orvik::Tesmo::Kernels::DftStageTables stages[Orvik::Tesmo::Kernels::StageLimit];
 };
 

@@ -62,7 +62,9 @@ void StageKernel(const float* src, float* dst, const StageRun& run) {
       store(i * count, x);
     }
   };
-  if (whole * count == run.m) {
+  // groups fill a block: nothing is left over
+  constexpr bool grouped = count == LaneTraits<C>::Vector::width;
+  if (grouped || whole * count == run.m) {
     pass();
   } else {
     // what does not fill the lanes goes with its neighbours, read before they change

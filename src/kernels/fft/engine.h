@@ -32,29 +32,51 @@ inline void RunDirect(const float* src, float* dst, int L) {
   }
 }
 
+/// One pass on `count` values.
+template <Direction dir, Output output>
+inline void RunPass(const Pass& pass, const float* data, float* out, const float* twiddles,
+                    std::ptrdiff_t count) {
+  if (pass.radix == 8)
+    LaterPass<dir, Vec, 8, output>(data, out, twiddles + pass.twiddles, pass.span, count);
+  else
+    LaterPass<dir, Vec, 4, output>(data, out, twiddles + pass.twiddles, pass.span, count);
+}
+
+/// Values whose passes stay in the first-level cache, with their factors.
+constexpr std::ptrdiff_t cachedValues = 2048;
+
+/// The passes from the second to `last` on `count` values, and with two lanes on their partners
+/// (see PairedBlock): one after the other where all that stays in the cache, else blocks depth
+/// first.
+template <Direction dir>
+void RunPasses(float* data, std::ptrdiff_t partner, std::ptrdiff_t count, const PassList& plan,
+               int last, const float* twiddles) {
+  const Pass& pass = plan.pass[last];
+  int first = last;
+  if (last > 1 && count * Vec::lanes > cachedValues) {
+    for (float* block = data; block < data + 2 * count; block += 2 * pass.span)
+      RunPasses<dir>(block, partner, pass.span, plan, last - 1, twiddles);
+  } else {
+    first = 2;
+    if (plan.pass[1].radix == 8)
+      SecondPass<dir, Vec, 8>(data, partner, twiddles, count);
+    else
+      SecondPass<dir, Vec, 4>(data, partner, twiddles, count);
+  }
+  for (int lane = 0; lane < Vec::lanes; ++lane, data += partner)
+    for (int s = first; s <= last; ++s)
+      RunPass<dir, Output::Stage>(plan.pass[s], data, data, twiddles, count);
+}
+
 /// The passes behind the first, in `stage`, the last one to dst.
 template <Direction dir, Output output>
 void LaterPasses(float* stage, float* dst, const float* twiddles, int L) {
-  const RadixList list = StageRadices(L);
+  const PassList& plan = passesOf[L];
   const std::ptrdiff_t M = std::ptrdiff_t{1} << L;
-  if (list.radix[1] == 8)
-    SecondPass<dir, Vec, 8>(stage, twiddles, M);
-  else
-    SecondPass<dir, Vec, 4>(stage, twiddles, M);
-  std::ptrdiff_t span = 4;
-  for (int s = 1;;) {
-    twiddles += 2 * span * (list.radix[s] - 1);
-    span *= list.radix[s++];
-    if (s + 1 == list.count) break;
-    if (list.radix[s] == 8)
-      LaterPass<dir, Vec, 8, Output::Stage>(stage, stage, twiddles, span, M);
-    else
-      LaterPass<dir, Vec, 4, Output::Stage>(stage, stage, twiddles, span, M);
-  }
-  if (list.radix[list.count - 1] == 8)
-    LaterPass<dir, Vec, 8, output>(stage, dst, twiddles, span, M);
-  else
-    LaterPass<dir, Vec, 4, output>(stage, dst, twiddles, span, M);
+  constexpr int halves = Vec::lanes;
+  for (int h = 0; h < halves; ++h)
+    RunPasses<dir>(stage + h * M, M / 2, M / (halves * halves), plan, plan.count - 2, twiddles);
+  RunPass<dir, output>(plan.pass[plan.count - 1], stage, dst, twiddles, M);
 }
 
 /// The column-wise levels over the 2^split pieces of `data`, a run of columns at a time through

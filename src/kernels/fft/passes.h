@@ -64,13 +64,13 @@ KERNELS_INLINE void Butterfly(Load load, Factor factor, Store store) {
 // in the odd quarter where the partners of i - 1 and i belong. So the second pass finds what it
 // needs where it writes, and takes the lanes apart. With one lane, block i stands at its place.
 
-/// Where the first pass leaves the group of block i, in floats.
+/// Where the first pass leaves the group of block i, in floats; `twice` is 2 i, as in bitRev.
 template <class V>
-KERNELS_INLINE std::ptrdiff_t PairedBlock(std::ptrdiff_t i, std::ptrdiff_t M) {
+KERNELS_INLINE std::ptrdiff_t PairedBlock(std::ptrdiff_t twice, std::ptrdiff_t M) {
   if constexpr (V::lanes == 1)
-    return 8 * i;
+    return 4 * twice;
   else
-    return 8 * (i & ~std::ptrdiff_t{1}) + (i & 1) * (M / 2);
+    return 4 * (twice & ~std::ptrdiff_t{2}) + ((twice & 2) >> 1) * (M >> 1);
 }
 
 /// Four rows of V::width / 2 columns to as many blocks of the stage buffer.
@@ -92,7 +92,7 @@ void FirstPass(const float* src, float* stage, const std::int32_t* bitRev, std::
   const float *s0 = src, *s1 = src + M / 2, *s2 = src + M, *s3 = src + 3 * M / 2;
   constexpr int columns = V::width / 2;
   for (std::ptrdiff_t c = 0; c < M / 4; c += columns) {
-    float* even = stage + PairedBlock<V>(bitRev[c] / 2, M);
+    float* even = stage + PairedBlock<V>(bitRev[c], M);
     FirstButterfly<dir>(V::LoadU(s0 + 2 * c), V::LoadU(s1 + 2 * c), V::LoadU(s2 + 2 * c),
                         V::LoadU(s3 + 2 * c), even, even + M);
   }
@@ -105,7 +105,7 @@ void FirstPassReversed(const float* src, float* stage, std::ptrdiff_t M) {
   for (std::ptrdiff_t i = 0; i < blocks; ++i) {
     const float* s = src + 8 * i;
     const auto row = [&](int r) { return V::GatherPairs(s + 2 * r, M, M / 2); };
-    float* even = stage + PairedBlock<V>(i, M);
+    float* even = stage + PairedBlock<V>(2 * i, M);
     FirstButterfly<dir>(row(0), row(2), row(1), row(3), even, even + M);
   }
 }
@@ -121,40 +121,39 @@ void FirstPassColumns(const float* src, float* stage, const std::int32_t* bitRev
     Butterfly4<dir>(x0, x1, x2, x3);
     TransposeLanes(x0.re, x1.re, x2.re, x3.re);
     TransposeLanes(x0.im, x1.im, x2.im, x3.im);
-    float* even = stage + PairedBlock<V>(bitRev[c] / 2, M);
+    float* even = stage + PairedBlock<V>(bitRev[c], M);
     x0.Store(even);
     x1.Store(even + M);
-    even = stage + PairedBlock<V>(bitRev[c + V::width / 2] / 2, M);
+    even = stage + PairedBlock<V>(bitRev[c + V::width / 2], M);
     x2.Store(even);
     x3.Store(even + M);
   }
 }
 
-/// The second pass, span 4, in place. Its factors are the same for every block.
+/// The second pass, span 4, in place on `count` values at `data`, and with two lanes on as many
+/// `partner` floats behind. Its factors are the same for every block.
 template <Direction dir, class V, int radix>
-void SecondPass(float* stage, const float* twiddles, std::ptrdiff_t M) {
+void SecondPass(float* data, std::ptrdiff_t partner, const float* twiddles, std::ptrdiff_t count) {
   using C = Complex<V>;
   C w[radix];
   for (int p = 1; p < radix; ++p)
     w[p] = {V::LoadQuad(twiddles + 8 * (p - 1)), V::LoadQuad(twiddles + 8 * (p - 1) + 4)};
   const auto factor = [&](int p) { return w[p]; };
-  if constexpr (V::lanes == 1) {
-    for (float* block = stage; block < stage + 2 * M; block += 8 * radix)
+  for (float* block = data; block < data + 2 * count; block += 8 * radix) {
+    if constexpr (V::lanes == 1) {
       Butterfly<dir, V, radix>([&](int m) { return C::Load(block + 8 * m); }, factor,
                                [&](int q, C x) { x.Store(block + 8 * q); });
-  } else {
-    for (float* half = stage; half < stage + 2 * M; half += M)
-      for (float* block = half; block < half + M / 2; block += 8 * radix) {
-        C y[radix];
-        Butterfly<dir, V, radix>(
-            [&](int m) { return C::Load(block + 8 * (m & ~1) + (m & 1) * (M / 2)); }, factor,
-            [&](int q, C x) { y[q] = x; });
-        for (int q = 0; q < radix; q += 2) {
-          C{LowLanes(y[q].re, y[q + 1].re), LowLanes(y[q].im, y[q + 1].im)}.Store(block + 8 * q);
-          C{HighLanes(y[q].re, y[q + 1].re), HighLanes(y[q].im, y[q + 1].im)}.Store(block + 8 * q +
-                                                                                    M / 2);
-        }
+    } else {
+      C y[radix];
+      Butterfly<dir, V, radix>(
+          [&](int m) { return C::Load(block + 8 * (m & ~1) + (m & 1) * partner); }, factor,
+          [&](int q, C x) { y[q] = x; });
+      for (int q = 0; q < radix; q += 2) {
+        float* out = block + 8 * q;
+        C{LowLanes(y[q].re, y[q + 1].re), LowLanes(y[q].im, y[q + 1].im)}.Store(out);
+        C{HighLanes(y[q].re, y[q + 1].re), HighLanes(y[q].im, y[q + 1].im)}.Store(out + partner);
       }
+    }
   }
 }
 

@@ -10,6 +10,7 @@
 #include "kernels/builds/limits.h"
 #include "kernels/fft/spec.h"
 
+#include <array>
 #include <cstdint>
 
 namespace Orvik::Tesmo::Kernels {
@@ -41,6 +42,32 @@ constexpr RadixList StageRadices(int L) {
   }
   return list;
 }
+/// The same with each pass's span and where its factors start, in floats.
+struct Pass {
+  std::int32_t radix, span, twiddles;
+};
+struct PassList {
+  int count;
+  Pass pass[8];
+};
+constexpr PassList PassesOf(int L) {
+  const RadixList radices = StageRadices(L);
+  PassList list{radices.count, {{4, 1, 0}}};
+  for (int s = 1; s < list.count; ++s) {
+    const Pass& before = list.pass[s - 1];
+    list.pass[s] = {radices.radix[s], before.span * before.radix,
+                    before.twiddles + (s > 1 ? 2 * before.span * (before.radix - 1) : 0)};
+  }
+  return list;
+}
+constexpr int maxFlatOrder = 18;
+inline constexpr std::array<PassList, maxFlatOrder + 1> passesOf = [] {
+  std::array<PassList, maxFlatOrder + 1> table{};
+  for (int L = 6; L <= maxFlatOrder; ++L)
+    table[L] = PassesOf(L);
+  return table;
+}();
+
 /// The column-wise passes over 2^split pieces.
 constexpr RadixList LevelRadices(int split) {
   RadixList list{0, {}};

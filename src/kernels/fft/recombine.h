@@ -47,10 +47,13 @@ struct TwoLevelForward {
   }
 };
 
-template <class V, class Factors>
-KERNELS_INLINE void ForwardGroups(float* data, Factors factors, std::ptrdiff_t M, V scale) {
+template <bool scaled, class V, class Factors>
+void ForwardGroups(float* data, Factors factors, std::ptrdiff_t M, float scale) {
   using C = Complex<V>;
   constexpr int width = 2 * V::width;  // floats of a group
+  const float re = data[0], im = data[V::width];
+  BackwardPairs<V> rising((re + im) * scale, (re - im) * scale);
+  const V s = V::Set1(scale);
   C current = C::LoadU(data);
   for (std::ptrdiff_t g = 0; g < M / width; ++g) {
     const std::ptrdiff_t low = g * width, high = 2 * M - width - low;
@@ -59,31 +62,30 @@ KERNELS_INLINE void ForwardGroups(float* data, Factors factors, std::ptrdiff_t M
     current = next;
     const V D = a.re - b.re, S = a.im + b.im;
     const V P = S * t.re + D * t.im, Q = S * t.im - D * t.re;
-    V lo, hi;
-    Interleave((a.re - P) * scale, (Q - a.im) * scale, lo, hi);
-    lo.StoreU(data + high);
-    hi.StoreU(data + high + V::width);
-    InterleaveReversed((b.re + P) * scale, (Q - b.im) * scale, lo, hi);
-    lo.StoreU(data + low + 2);
-    hi.StoreU(data + low + 2 + V::width);
+    C x = {a.re - P, Q - a.im}, y = {b.re + P, Q - b.im};
+    if constexpr (scaled) {
+      x = x * s;
+      y = y * s;
+    }
+    x.StoreInterleaved(data + high);
+    rising.Store(y.re, y.im, data + low);
   }
 }
 
 /// z in stage layout to X[0], X[N/2], X[1], ..., X[N/2 - 1], times `scale`.
 template <class V>
 void RecombineForward(float* data, const float* table, std::ptrdiff_t M, float scale) {
-  const float re = data[0], im = data[V::width];
   if (M >= 1 << twoLevelFrom)
-    ForwardGroups(data, TwoLevelForward<V>{{table}}, M, V::Set1(scale));
+    ForwardGroups<true, V>(data, TwoLevelForward<V>{{table}}, M, scale);
+  else if (scale == 1.0f)
+    ForwardGroups<false, V>(data, FlatFactors<V>{table}, M, scale);
   else
-    ForwardGroups(data, FlatFactors<V>{table}, M, V::Set1(scale));
-  data[0] = (re + im) * scale;
-  data[1] = (re - im) * scale;
+    ForwardGroups<true, V>(data, FlatFactors<V>{table}, M, scale);
 }
 
 template <Output output, class V, class Factors>
-KERNELS_INLINE void InverseGroups(const float* src, float* dst, Factors factors, std::ptrdiff_t M,
-                                  V scale, Complex<V> first) {
+void InverseGroups(const float* src, float* dst, Factors factors, std::ptrdiff_t M, V scale,
+                   Complex<V> first) {
   using C = Complex<V>;
   constexpr int width = 2 * V::width;
   C before = first;

@@ -1,0 +1,204 @@
+#include "kernels/builds.h"
+
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <limits>
+
+using namespace KernelTest;
+
+namespace {
+
+constexpr float inf = std::numeric_limits<float>::infinity();
+constexpr float nan = std::numeric_limits<float>::quiet_NaN();
+
+/// A kernel of up to two sources and a destination, and what it means for one element.
+struct ElementKernel {
+  const char* name;
+  std::function<IppStatus(const float* a, const float* b, float* dst, int len)> run;
+  std::function<float(float a, float b, float dst)> meaning;
+};
+const ElementKernel elementKernels[] = {
+    {"Copy", [](auto* a, auto*, float* d, int n) { return ippsCopy_32f(a, d, n); },
+     [](float a, float, float) { return a; }},
+    {"Add", [](auto* a, auto* b, float* d, int n) { return ippsAdd_32f(a, b, d, n); },
+     [](float a, float b, float) { return a + b; }},
+    {"Mul", [](auto* a, auto* b, float* d, int n) { return ippsMul_32f(a, b, d, n); },
+     [](float a, float b, float) { return a * b; }},
+    {"Mul_I", [](auto* a, auto*, float* d, int n) { return ippsMul_32f_I(a, d, n); },
+     [](float a, float, float d) { return d * a; }},
+    {"MulC 0.3", [](auto* a, auto*, float* d, int n) { return ippsMulC_32f(a, 0.3f, d, n); },
+     [](float a, float, float) { return a * 0.3f; }},
+    {"MulC 1", [](auto* a, auto*, float* d, int n) { return ippsMulC_32f(a, 1.0f, d, n); },
+     [](float a, float, float) { return a; }},
+    {"MulC 0", [](auto* a, auto*, float* d, int n) { return ippsMulC_32f(a, 0.0f, d, n); },
+     [](float, float, float) { return 0.0f; }},
+    {"MulC NaN", [](auto* a, auto*, float* d, int n) { return ippsMulC_32f(a, nan, d, n); },
+     [](float a, float, float) { return a * nan; }},
+    {"AddProductC",
+     [](auto* a, auto*, float* d, int n) { return ippsAddProductC_32f(a, 0.7f, d, n); },
+     [](float a, float, float d) {
+       const volatile float product = a * 0.7f;
+       return d + product;
+     }},
+};
+
+bool Same(float a, float b) {
+  return std::memcmp(&a, &b, sizeof a) == 0 || (std::isnan(a) && std::isnan(b));
+}
+
+TEST(Vector, ElementKernelsMeanTheirFormulaAtEveryLengthAndAlignment) {
+  std::vector<int> lengths = {127, 1024, 100003};
+  for (int n = 1; n <= 67; ++n)
+    lengths.push_back(n);
+  for (const auto& build : Builds()) {
+    const Selected selected(build);
+    for (const auto& kernel : elementKernels)
+      for (const int len : lengths)
+        for (std::size_t offset = 0; offset<32; offset += len> 67 ? 12 : 4) {
+          SCOPED_TRACE(std::string(kernel.name) + ", " + build.limits.name + ", len " +
+                       std::to_string(len) + ", offset " + std::to_string(offset));
+          const auto n = static_cast<std::size_t>(len);
+          Guarded<float> a(n, offset / 8 * 4), b(n, 20), dst(n, offset);
+          auto noise = Noise(3 * n, n);
+          noise[0] = inf;
+          noise[n / 2] = nan;
+          std::copy_n(noise.begin(), n, a.data());
+          std::copy_n(noise.begin() + len, n, b.data());
+          std::copy_n(noise.begin() + 2 * len, n, dst.data());
+          ASSERT_EQ(ippStsNoErr, kernel.run(a.data(), b.data(), dst.data(), len));
+          for (std::size_t i = 0; i < n; ++i)
+            ASSERT_TRUE(
+                Same(kernel.meaning(noise[i], noise[n + i], noise[2 * n + i]), dst.data()[i]))
+                << i << ": " << dst.data()[i];
+          ASSERT_TRUE(dst.Intact() && a.Intact() && b.Intact());
+          // In place: source and destination one array.
+          std::copy_n(noise.begin(), n, dst.data());
+          ASSERT_EQ(ippStsNoErr, kernel.run(dst.data(), b.data(), dst.data(), len));
+          for (std::size_t i = 0; i < n; ++i)
+            ASSERT_TRUE(Same(kernel.meaning(noise[i], noise[n + i], noise[i]), dst.data()[i])) << i;
+        }
+  }
+}
+
+TEST(Vector, SqrtReportsNegativesAndKeepsTheRest) {
+  const struct {
+    const char* name;
+    float special, root;
+    IppStatus status;
+  } rows[] = {{"none", 4.0f, 2.0f, ippStsNoErr},
+              {"zero", 0.0f, 0.0f, ippStsNoErr},
+              {"negative zero", -0.0f, -0.0f, ippStsNoErr},
+              {"negative", -1.0f, nan, ippStsSqrtNegArg},
+              {"infinity", inf, inf, ippStsNoErr},
+              {"minus infinity", -inf, nan, ippStsSqrtNegArg},
+              {"NaN", nan, nan, ippStsNoErr},
+              {"denormal", 1e-40f, std::sqrt(1e-40f), ippStsNoErr}};
+  for (const auto& build : Builds()) {
+    const Selected selected(build);
+    for (const auto& row : rows)
+      for (const int len : {1, 3, 16, 17, 40, 129})
+        for (std::size_t offset = 0; offset < 32; offset += 4) {
+          SCOPED_TRACE(std::string(row.name) + ", " + build.limits.name + ", len " +
+                       std::to_string(len) + ", offset " + std::to_string(offset));
+          const auto n = static_cast<std::size_t>(len);
+          Guarded<float> x(n, offset);
+          auto input = Noise(n, n);
+          for (float& v : input)
+            v = std::abs(v);
+          input[n / 2] = row.special;
+          std::copy(input.begin(), input.end(), x.data());
+          const unsigned control = _mm_getcsr();
+          ASSERT_EQ(row.status, ippsSqrt_32f_I(x.data(), len));
+          EXPECT_EQ(control & ~0x3Au, _mm_getcsr() & ~0x3Au);
+          for (std::size_t i = 0; i < n; ++i)
+            if (i == n / 2)
+              ASSERT_TRUE(Same(row.root, x.data()[i]) ||
+                          std::abs(row.root - x.data()[i]) < 1e-6 * row.root)
+                  << x.data()[i];
+            else
+              ASSERT_NEAR(std::sqrt(input[i]), x.data()[i], 2e-6 * std::sqrt(input[i])) << i;
+          ASSERT_TRUE(x.Intact());
+        }
+  }
+}
+
+TEST(Vector, InterleavingMovesEveryFrame) {
+  for (const auto& build : Builds()) {
+    const Selected selected(build);
+    for (int channels = 1; channels <= 17; ++channels)
+      for (const int len : {1, 2, 3, 4, 5, 7, 8, 9, 16, 31, 64, 100})
+        for (const std::size_t offset : {0u, 4u, 16u}) {
+          SCOPED_TRACE(std::string(build.limits.name) + ", channels " + std::to_string(channels) +
+                       ", len " + std::to_string(len) + ", offset " + std::to_string(offset));
+          const auto n = static_cast<std::size_t>(len),
+                     total = n * static_cast<std::size_t>(channels);
+          const IppStatus status = offset == 4 ? ippStsMisalignedBuf : ippStsNoErr;
+          const auto noise = Noise(total, total);
+          std::vector<Guarded<float>> planar;
+          std::vector<float*> pointers;
+          for (int c = 0; c < channels; ++c)
+            planar.emplace_back(n, c + 1 == channels ? offset : 0);
+          for (auto& channel : planar)
+            pointers.push_back(channel.data());
+          Guarded<float> flat(total, 0);
+          std::copy(noise.begin(), noise.end(), flat.data());
+          ASSERT_EQ(status, ippsDeinterleave_32f(flat.data(), channels, len, pointers.data()));
+          for (std::size_t i = 0; i < total; ++i)
+            ASSERT_EQ(noise[i], pointers[i % static_cast<std::size_t>(channels)]
+                                        [i / static_cast<std::size_t>(channels)])
+                << i;
+          Guarded<float> back(total, 0);
+          ASSERT_EQ(status, ippsInterleave_32f(pointers.data(), channels, len, back.data()));
+          ASSERT_EQ(0, std::memcmp(noise.data(), back.data(), total * sizeof(float)));
+          ASSERT_TRUE(back.Intact());
+          for (const auto& channel : planar)
+            ASSERT_TRUE(channel.Intact());
+        }
+  }
+}
+
+TEST(Vector, RefusesBeforeWriting) {
+  for (const auto& build : Builds()) {
+    const Selected selected(build);
+    SCOPED_TRACE(build.limits.name);
+    std::vector<float> x(8, 1.0f), y(8, 7.0f);
+    const std::vector<float> untouched = y;
+    float* channel[] = {y.data(), nullptr};
+    const float* source[] = {x.data(), nullptr};
+    float *d = y.data(), **c = channel;
+    const float *s = x.data(), *const *p = source;
+    struct Row {
+      const char* name;
+      IppStatus expected, got;
+    };
+    std::vector<Row> rows;
+    for (const auto& k : elementKernels) {
+      rows.push_back({k.name, ippStsNullPtrErr, k.run(nullptr, s, d, 0)});
+      rows.push_back({k.name, ippStsNullPtrErr, k.run(s, s, nullptr, 8)});
+      rows.push_back({k.name, ippStsSizeErr, k.run(s, s, d, 0)});
+      rows.push_back({k.name, ippStsSizeErr, k.run(s, s, d, -8)});
+    }
+    rows.push_back({"Add second", ippStsNullPtrErr, ippsAdd_32f(s, nullptr, d, 8)});
+    rows.push_back({"Mul second", ippStsNullPtrErr, ippsMul_32f(s, nullptr, d, 8)});
+    rows.push_back({"Sqrt", ippStsNullPtrErr, ippsSqrt_32f_I(nullptr, 0)});
+    rows.push_back({"Sqrt", ippStsSizeErr, ippsSqrt_32f_I(d, 0)});
+    rows.push_back({"Interleave source", ippStsNullPtrErr, ippsInterleave_32f(nullptr, 0, 0, d)});
+    rows.push_back(
+        {"Interleave destination", ippStsNullPtrErr, ippsInterleave_32f(p, 0, 0, nullptr)});
+    rows.push_back({"Interleave channels", ippStsNumChannelsErr, ippsInterleave_32f(p, 0, 0, d)});
+    rows.push_back({"Interleave length", ippStsSizeErr, ippsInterleave_32f(p, 2, 0, d)});
+    rows.push_back({"Interleave channel", ippStsNullPtrErr, ippsInterleave_32f(p, 2, 4, d)});
+    rows.push_back(
+        {"Deinterleave source", ippStsNullPtrErr, ippsDeinterleave_32f(nullptr, 0, 0, c)});
+    rows.push_back(
+        {"Deinterleave channels", ippStsNumChannelsErr, ippsDeinterleave_32f(s, -1, 0, c)});
+    rows.push_back({"Deinterleave length", ippStsSizeErr, ippsDeinterleave_32f(s, 2, 0, c)});
+    rows.push_back({"Deinterleave channel", ippStsNullPtrErr, ippsDeinterleave_32f(s, 2, 4, c)});
+    for (const Row& row : rows)
+      EXPECT_EQ(row.expected, row.got) << row.name;
+    EXPECT_EQ(untouched, y);
+  }
+}
+
+}  // namespace
