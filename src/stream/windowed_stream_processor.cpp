@@ -46,9 +46,12 @@ WindowedStreamProcessor::MakeArrays(std::uint64_t newSequenceSize,
     throw ContractException("Stream sizes out of range");
   const std::uint64_t ringFrames = core->GetHopLength() * newSequenceSize;
   const std::uint64_t stagingFrames = std::max(blockFrames, ringFrames);
-  return {MakeBuffer({stagingFrames, newChannelCount}),
-          MakeBuffer({stagingFrames, newChannelCount}), MakeBuffer({ringFrames, newChannelCount}),
-          MakeBuffer({ringFrames, newChannelCount})};
+  Arrays made;
+  made.inputStaging = MakeBuffer({stagingFrames, newChannelCount});
+  made.outputStaging = MakeBuffer({stagingFrames, newChannelCount});
+  made.inputRing = MakeBuffer({ringFrames, newChannelCount});
+  made.outputRing = MakeBuffer({ringFrames, newChannelCount});
+  return made;
 }
 
 std::int32_t WindowedStreamProcessor::GetSampleRate() {

@@ -64,9 +64,9 @@ protected:
 
   void Load(const char* path = nullptr) {
     handle = dlopen(path ? path : (folder / "libkalvrin.so.0").c_str(), RTLD_NOW | RTLD_LOCAL);
-    ASSERT_TRUE(handle) << dlerror();
+    ASSERT_TRUE(handle) << path;
     create = reinterpret_cast<decltype(create)>(dlsym(handle, "CreateStreamProcessor"));
-    ASSERT_TRUE(create) << dlerror();
+    ASSERT_TRUE(create);
   }
   void Unload() {
     if (handle) dlclose(handle);
@@ -203,6 +203,7 @@ TEST_F(LoadingTest, EightThreadsMakeRunAndEndStreamsAtOnce) {
   ASSERT_NO_FATAL_FAILURE(Load());
   std::barrier start(8);
   std::vector<std::thread> threads;
+  threads.reserve(8);
   for (int t = 0; t < 8; ++t) {
     threads.emplace_back([&, t] {
       start.arrive_and_wait();

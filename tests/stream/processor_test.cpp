@@ -28,7 +28,7 @@ using Stream = std::unique_ptr<StreamProcessor>;
 /// Input [C, S + L, X], output [1, C, S, X]; X is a window or a packed spectrum. `evaluate` as in
 /// FakeModel; by default the first S windows go through.
 FakeModel ModelFor(const StreamSizes& sizes,
-                   std::function<ResultCode(const FakeEvaluation&)> evaluate = nullptr) {
+                   const std::function<ResultCode(const FakeEvaluation&)>& evaluate = nullptr) {
   const auto window = static_cast<std::int64_t>(2 * sizes.hop);
   Platform::Shape input = {-1, -1, window}, output = {-1, -1, -1, window};
   if (sizes.isSpectral) {
