@@ -69,4 +69,13 @@ IppStatus ippsFFTFwd_CToC_32fc(const Ipp32fc* pSrc, Ipp32fc* pDst, const IppsFFT
 IppStatus ippsFFTInv_CToC_32fc(const Ipp32fc* pSrc, Ipp32fc* pDst, const IppsFFTSpec_C_32fc* pSpec,
                                Ipp8u* pBuffer);
 
+// Complex transforms of any length: statuses and limits as the real ones. pSrc may equal pDst.
+
+IppStatus ippsDFTInitAlloc_C_32fc(IppsDFTSpec_R_32f** ppSpec, int length, int flag, int hint);
+IppStatus ippsDFTFree_C_32fc(IppsDFTSpec_R_32f* pSpec);
+IppStatus ippsDFTFwd_CToC_32fc(const Ipp32fc* pSrc, Ipp32fc* pDst, const IppsDFTSpec_R_32f* pSpec,
+                               Ipp8u* pBuffer);
+IppStatus ippsDFTInv_CToC_32fc(const Ipp32fc* pSrc, Ipp32fc* pDst, const IppsDFTSpec_R_32f* pSpec,
+                               Ipp8u* pBuffer);
+
 }  // namespace Orvik::Tesmo::Kernels::KERNELS_BUILD

@@ -1,0 +1,370 @@
+// Included by a build's .cpp, which names its namespace in KERNELS_BUILD.
+#pragma once
+
+// Runs a spec: the walk over a plan's runs, the chirp convolution and the direct methods, and
+// around them what makes a complex transform of n points a real one of N.
+
+#include "kernels/dft/bottom.h"
+#include "kernels/dft/direct.h"
+#include "kernels/dft/planner.h"
+#include "kernels/dft/real_stage.h"
+#include "kernels/dft/recombine.h"
+#include "kernels/dft/stage.h"
+#include "kernels/memory.h"
+
+#include <cstring>
+
+namespace Orvik::Tesmo::Kernels::KERNELS_BUILD {
+
+inline BottomRun BottomOf(const IppsDFTSpec_R_32f& spec) {
+  const DftStageTables& last = spec.stages[spec.lastStage];
+  const DftStageTables& bottom = spec.stages[spec.lastStage + 1];
+  return {bottom.radix, last.count * last.radix, spec.stages[spec.lastRun].stride, spec.digitOrder,
+          bottom.directTable};
+}
+
+/// The complex plan. Blocks stand in `target` at the place of their results; the first stage goes
+/// on to `dst`, which may be the target.
+template <Direction dir>
+class ComplexWalk {
+public:
+  ComplexWalk(const IppsDFTSpec_R_32f& spec, int n, float* target, float* dst)
+      : spec(spec), n(n), target(target), dst(dst), bottom(BottomOf(spec)) {}
+
+  void Run(const float* src) { Run(0, src, target); }
+
+private:
+  void Run(int first, const float* src, float* block) {
+    if (first < spec.lastRun) {
+      const DftStageTables& stage = spec.stages[first];
+      for (int p = 0; p < stage.radix; ++p)
+        Run(first + 1, src + 2 * static_cast<std::ptrdiff_t>(p) * stage.stride,
+            block + 2 * static_cast<std::ptrdiff_t>(p) * stage.remaining);
+      Stage(first, block);
+      return;
+    }
+    if (Grouped(n))
+      RunBottom<Complex<Vec>, dir>(src, block, bottom);
+    else
+      RunBottom<Packed<Vec>, dir>(src, block, bottom);
+    for (int i = spec.lastStage; i >= first; --i)
+      Stage(i, block);
+  }
+
+  /// All blocks of a stage in its run.
+  void Stage(int index, float* blocks) {
+    const DftStageTables& stage = spec.stages[index];
+    const StageRun run = {stage.radix, stage.remaining, stage.twiddles, stage.directTable};
+    const std::ptrdiff_t size = 2 * static_cast<std::ptrdiff_t>(stage.radix) * stage.remaining;
+    for (int i = 0; i < stage.count; ++i, blocks += size) {
+      float* out = index == 0 ? dst : blocks;
+      if (!Grouped(n) && LanesOf(n, run.m).width < Vec::width / 2)
+        RunStage<Packed<Vec4>, dir, false>(blocks, out, run);
+      else if (!Grouped(n))
+        RunStage<Packed<Vec>, dir, false>(blocks, out, run);
+      else if (index == 0)
+        RunStage<Complex<Vec>, dir, true>(blocks, out, run);
+      else
+        RunStage<Complex<Vec>, dir, false>(blocks, out, run);
+    }
+  }
+
+  const IppsDFTSpec_R_32f& spec;
+  const std::ptrdiff_t n;
+  float* const target;
+  float* const dst;
+  const BottomRun bottom;
+};
+
+/// The real plan of an odd length. Stage i joins blocks of buffer i + 1 into those of buffer i;
+/// buffer 0 is the spectrum, the others the two halves of the work area in turn.
+class RealWalk {
+public:
+  RealWalk(const IppsDFTSpec_R_32f& spec, Ipp8u* work) : spec(spec), bottom(BottomOf(spec)) {
+    half[1] = reinterpret_cast<float*>(work);
+    half[0] = reinterpret_cast<float*>(
+        work + AlignUp(static_cast<std::size_t>(spec.length) * sizeof(float)));
+  }
+  void Forward(const float* src, Spectrum<float> spectrum) { Forward(0, src, 0, spectrum); }
+  void Inverse(Spectrum<const float> spectrum, float* dst) { Inverse(0, spectrum, 0, dst); }
+
+private:
+  RealStageRun StageOf(int index) const {
+    const DftStageTables& stage = spec.stages[index];
+    return {stage.radix, stage.remaining, stage.twiddles, stage.directTable};
+  }
+  float* Buffer(int index, std::ptrdiff_t offset) const { return half[index & 1] + offset; }
+
+  void Forward(int first, const float* src, std::ptrdiff_t offset, Spectrum<float> spectrum) {
+    const auto stage = [&](int index) {
+      const RealStageRun run = StageOf(index);
+      for (int i = 0; i < spec.stages[index].count; ++i) {
+        const std::ptrdiff_t at = offset + i * run.m * run.radix;
+        JoinRealStage(Buffer(index + 1, at),
+                      index == 0 ? spectrum : PackedSpectrum(Buffer(index, at)), run);
+      }
+    };
+    if (first < spec.lastRun) {
+      const DftStageTables& split = spec.stages[first];
+      for (std::ptrdiff_t p = 0; p < split.radix; ++p)
+        Forward(first + 1, src + p * split.stride, offset + p * split.remaining, spectrum);
+      stage(first);
+      return;
+    }
+    RunRealBottom(Direction::Forward, src, Buffer(spec.lastStage + 1, offset), bottom);
+    for (int i = spec.lastStage; i >= first; --i)
+      stage(i);
+  }
+
+  void Inverse(int first, Spectrum<const float> spectrum, std::ptrdiff_t offset, float* dst) {
+    const auto stage = [&](int index) {
+      const RealStageRun run = StageOf(index);
+      for (int i = 0; i < spec.stages[index].count; ++i) {
+        const std::ptrdiff_t at = offset + i * run.m * run.radix;
+        const float* packed = Buffer(index, at);
+        SplitRealStage(index == 0 ? spectrum : PackedSpectrum(packed), Buffer(index + 1, at), run);
+      }
+    };
+    if (first < spec.lastRun) {
+      stage(first);
+      const DftStageTables& split = spec.stages[first];
+      for (std::ptrdiff_t p = 0; p < split.radix; ++p)
+        Inverse(first + 1, spectrum, offset + p * split.remaining, dst + p * split.stride);
+      return;
+    }
+    for (int i = first; i <= spec.lastStage; ++i)
+      stage(i);
+    RunRealBottom(Direction::Inverse, Buffer(spec.lastStage + 1, offset), dst, bottom);
+  }
+
+  const IppsDFTSpec_R_32f& spec;
+  const BottomRun bottom;
+  float* half[2];
+};
+
+/// The chirp convolution of n complex values: y[k] = value(k) c[k], and X[k] = c[k] times what
+/// comes back. The work buffer holds y and, behind it, the inner transforms' own.
+class ChirpConvolution {
+public:
+  ChirpConvolution(const IppsDFTSpec_R_32f& spec, int n, Ipp8u* work)
+      : spec(spec), n(n), y(reinterpret_cast<float*>(work)),
+        inner(work + static_cast<std::ptrdiff_t>(spec.convLength) * 8) {}
+
+  IppStatus Complex(Direction dir, const float* src, float* dst) {
+    Ipp32fc* out = reinterpret_cast<Ipp32fc*>(dst);
+    ippsMul_32fc(reinterpret_cast<const Ipp32fc*>(src), Chirp(), Y(), n);
+    const IppStatus status = Convolve();
+    if (status != ippStsNoErr) return status;
+    ippsMul_32fc(Y(), Chirp(), out, n);
+    // the inverse is the forward transform read backwards
+    if (dir == Direction::Inverse)
+      for (int k = 1; 2 * k < n; ++k) {
+        const Ipp32fc value = out[k];
+        out[k] = out[n - k];
+        out[n - k] = value;
+      }
+    return status;
+  }
+
+  /// n real samples to the bins 0 to n / 2, complex.
+  IppStatus RealForward(const float* src, float* dst) {
+    for (std::ptrdiff_t k = 0; k < n; ++k) {
+      y[2 * k] = src[k] * spec.chirp[2 * k];
+      y[2 * k + 1] = src[k] * spec.chirp[2 * k + 1];
+    }
+    const IppStatus status = Convolve();
+    if (status == ippStsNoErr)
+      ippsMul_32fc(Y(), Chirp(), reinterpret_cast<Ipp32fc*>(dst), n / 2 + 1);
+    return status;
+  }
+
+  IppStatus RealInverse(const float* src, float* dst) {
+    const float* c = spec.chirp;
+    y[0] = src[0] * c[0];
+    y[1] = src[0] * c[1];
+    const auto put = [&](std::ptrdiff_t k, float re, float im) {
+      y[2 * k] = re * c[2 * k] - im * c[2 * k + 1];
+      y[2 * k + 1] = re * c[2 * k + 1] + im * c[2 * k];
+    };
+    for (std::ptrdiff_t k = 1; k <= n / 2; ++k) {
+      put(k, src[2 * k], -src[2 * k + 1]);
+      put(n - k, src[2 * k], src[2 * k + 1]);
+    }
+    const IppStatus status = Convolve();
+    if (status != ippStsNoErr) return status;
+    for (std::ptrdiff_t k = 0; k < n; ++k)
+      dst[k] = y[2 * k] * c[2 * k] - y[2 * k + 1] * c[2 * k + 1];
+    return status;
+  }
+
+private:
+  Ipp32fc* Y() const { return reinterpret_cast<Ipp32fc*>(y); }
+  const Ipp32fc* Chirp() const { return reinterpret_cast<const Ipp32fc*>(spec.chirp); }
+
+  IppStatus Convolve() {
+    ippsZero_32fc(Y() + n, spec.convLength - n);
+    IppStatus status = RunComplex(Direction::Forward, y, y, *spec.convSpec, inner);
+    if (status != ippStsNoErr) return status;
+    ippsMul_32fc_I(reinterpret_cast<const Ipp32fc*>(spec.chirpSpectrum), Y(), spec.convLength);
+    return RunComplex(Direction::Inverse, y, y, *spec.convSpec, inner);
+  }
+
+  const IppsDFTSpec_R_32f& spec;
+  const int n;
+  float* const y;
+  Ipp8u* const inner;
+};
+
+/// The complex part of any spec but a power of two: n points, unscaled. `work` is aligned.
+inline IppStatus RunPoints(Direction dir, const float* src, float* dst,
+                           const IppsDFTSpec_R_32f& spec, int n, Ipp8u* work) {
+  if (n <= DirectKernelLimit) {
+    DirectComplex(dir, n, src, dst, nullptr);
+    return ippStsNoErr;
+  }
+  if (spec.hasPlan) {
+    float* target = src == dst ? reinterpret_cast<float*>(work) : dst;
+    if (dir == Direction::Forward)
+      ComplexWalk<Direction::Forward>(spec, n, target, dst).Run(src);
+    else
+      ComplexWalk<Direction::Inverse>(spec, n, target, dst).Run(src);
+    return ippStsNoErr;
+  }
+  if (n > DirectSumLimit) return ChirpConvolution(spec, n, work).Complex(dir, src, dst);
+  ComplexDirectSum(dir, src, dst, n, spec.directTable);
+  return ippStsNoErr;
+}
+
+/// The caller's work buffer, aligned, or one for the duration of a call.
+class WorkArea {
+public:
+  WorkArea(Ipp8u* buffer, std::int32_t size) {
+    if (size > 0 && !buffer)
+      area = own = ippsMalloc(size);
+    else if (size > 0)
+      area = AlignUp(buffer);
+    missing = size > 0 && !area;
+  }
+  WorkArea(const WorkArea&) = delete;
+  WorkArea& operator=(const WorkArea&) = delete;
+  ~WorkArea() { ippsFree(own); }
+  Ipp8u* area = nullptr;
+  bool missing;
+
+private:
+  Ipp8u* own = nullptr;
+};
+
+inline IppStatus RunComplex(Direction dir, const float* src, float* dst,
+                            const IppsDFTSpec_C_32fc& spec, Ipp8u* buffer) {
+  const bool scaled = (dir == Direction::Forward ? spec.fwdScaled : spec.invScaled) != 0;
+  if (spec.length <= DirectKernelLimit) {
+    DirectComplex(dir, spec.length, src, dst, scaled ? &spec.scale : nullptr);
+    return ippStsNoErr;
+  }
+  const WorkArea work(buffer, spec.workSize);
+  if (work.missing) return ippStsMemAllocErr;
+  if (spec.usesFft) {
+    const auto run = dir == Direction::Forward ? ippsFFTFwd_CToC_32fc : ippsFFTInv_CToC_32fc;
+    return run(reinterpret_cast<const Ipp32fc*>(src), reinterpret_cast<Ipp32fc*>(dst),
+               spec.complexFftSpec, work.area);
+  }
+  const IppStatus status = RunPoints(dir, src, dst, spec, spec.length, work.area);
+  if (status == ippStsNoErr && scaled) ippsMulC_32f_I(spec.scale, dst, 2 * spec.length);
+  return status;
+}
+
+/// From packed order, in place: even N moves X[N/2] behind, odd N moves the pairs up.
+inline void PackedToCcs(float* x, int N) {
+  if (N % 2 == 0) {
+    x[N] = x[1];
+    x[N + 1] = 0.0f;
+  } else {
+    std::memmove(x + 2, x + 1, static_cast<std::size_t>(N - 1) * sizeof(float));
+  }
+  x[1] = 0.0f;
+}
+inline void CcsToPacked(const float* src, float* x, int N) {
+  const float nyquist = N % 2 == 0 ? src[N] : 0.0f;
+  x[0] = src[0];
+  if (N % 2 == 0) {
+    std::memmove(x + 2, src + 2, static_cast<std::size_t>(N - 2) * sizeof(float));
+    x[1] = nyquist;
+  } else {
+    std::memmove(x + 1, src + 2, static_cast<std::size_t>(N - 1) * sizeof(float));
+  }
+}
+
+inline IppStatus RunRealForward(const float* src, float* dst, const IppsDFTSpec_R_32f& spec,
+                                Ipp8u* buffer) {
+  const int N = spec.length;
+  if (N <= DirectKernelLimit) {
+    DirectReal(Direction::Forward, N, src, dst, spec.fwdScaled ? &spec.scale : nullptr);
+    PackedToCcs(dst, N);
+    return ippStsNoErr;
+  }
+  const WorkArea work(buffer, spec.workSize);
+  if (work.missing) return ippStsMemAllocErr;
+  IppStatus status = ippStsNoErr;
+  if (spec.usesFft) {
+    status = KERNELS_BUILD::ippsFFTFwd_RToPack_32f(src, dst, spec.fftSpec, work.area);
+    if (status == ippStsNoErr) PackedToCcs(dst, N);
+    return status;
+  }
+  if (N % 2 == 1) {
+    // the spectrum comes out in CCS order but for the imaginary part of X[0]
+    if (spec.realPlan)
+      RealWalk(spec, work.area).Forward(src, {dst, dst});
+    else if (N > DirectSumLimit)
+      status = ChirpConvolution(spec, N, work.area).RealForward(src, dst);
+    else
+      RealDirectSumForward(src, dst, N, spec.directTable);
+    if (status != ippStsNoErr) return status;
+    dst[1] = 0.0f;
+    if (spec.fwdScaled) ippsMulC_32f_I(spec.scale, dst, N + 1);
+    return status;
+  }
+  const int n = N / 2;
+  status = RunPoints(Direction::Forward, src, dst, spec, n, work.area);
+  if (status != ippStsNoErr) return status;
+  Recombine<Direction::Forward>(dst, dst, n, spec.recombFwd);
+  const float re = dst[0], im = dst[1];
+  dst[0] = re + im;
+  dst[1] = re - im;
+  if (spec.fwdScaled) ippsMulC_32f_I(spec.scale, dst, N);
+  PackedToCcs(dst, N);
+  return status;
+}
+
+inline IppStatus RunRealInverse(const float* src, float* dst, const IppsDFTSpec_R_32f& spec,
+                                Ipp8u* buffer) {
+  const int N = spec.length;
+  if (N <= DirectKernelLimit) {
+    CcsToPacked(src, dst, N);
+    DirectReal(Direction::Inverse, N, dst, dst, spec.invScaled ? &spec.scale : nullptr);
+    return ippStsNoErr;
+  }
+  const WorkArea work(buffer, spec.workSize);
+  if (work.missing) return ippStsMemAllocErr;
+  if (spec.usesFft) return KERNELS_BUILD::ippsFFTInv_CCSToR_32f(src, dst, spec.fftSpec, work.area);
+  IppStatus status = ippStsNoErr;
+  if (N % 2 == 1) {
+    if (spec.realPlan)
+      RealWalk(spec, work.area).Inverse({src, src}, dst);
+    else if (N > DirectSumLimit)
+      status = ChirpConvolution(spec, N, work.area).RealInverse(src, dst);
+    else
+      RealDirectSumInverse(src, dst, N, spec.directTable);
+  } else {
+    const int n = N / 2;
+    const float first = src[0], nyquist = src[N];
+    Recombine<Direction::Inverse>(src, dst, n, spec.recombInv);
+    dst[0] = first + nyquist;
+    dst[1] = first - nyquist;
+    status = RunPoints(Direction::Inverse, dst, dst, spec, n, work.area);
+  }
+  if (status == ippStsNoErr && spec.invScaled) ippsMulC_32f_I(spec.scale, dst, N);
+  return status;
+}
+
+}  // namespace Orvik::Tesmo::Kernels::KERNELS_BUILD

@@ -1,0 +1,88 @@
+// Included by a build's .cpp, which names its namespace in KERNELS_BUILD.
+#pragma once
+
+// Between the spectrum of N real samples and the complex spectrum z of the n = N / 2 values
+// x[2j] + i x[2j+1]. Values k and n - k are worked together, in groups from both ends; the middle
+// group, which may overlap its neighbours, is read first and written last.
+
+#include "kernels/dft/lanes.h"
+
+#include <cstddef>
+
+namespace Orvik::Tesmo::Kernels::KERNELS_BUILD {
+
+/// Values of k in a group: short transforms have no room for a wide one.
+constexpr int RecombineWidth(std::ptrdiff_t n) {
+  return n >= 2 * Vec::width ? Vec::width : 4;
+}
+/// Groups over k = 1 to n / 2, the last one perhaps overlapping.
+constexpr std::ptrdiff_t RecombineGroups(std::ptrdiff_t n) {
+  return (n / 2 + RecombineWidth(n) - 1) / RecombineWidth(n);
+}
+/// First k of a group.
+constexpr std::ptrdiff_t RecombineStart(std::ptrdiff_t n, std::ptrdiff_t group) {
+  const std::ptrdiff_t width = RecombineWidth(n);
+  return (group + 1) * width <= n / 2 ? 1 + group * width : n / 2 - width + 1;
+}
+
+template <class V>
+struct RecombinePair {
+  Complex<V> front, back;
+
+  KERNELS_INLINE void Load(const float* z, std::ptrdiff_t n, std::ptrdiff_t k) {
+    front = LoadInterleaved<Complex<V>>(z + 2 * k);
+    back = LoadReversed<V>(z + 2 * (n - k - V::width + 1));
+  }
+  KERNELS_INLINE void Store(float* z, std::ptrdiff_t n, std::ptrdiff_t k) const {
+    StoreInterleaved(front, z + 2 * k);
+    StoreReversed(back, z + 2 * (n - k - V::width + 1));
+  }
+  /// w: cos / 2 and (1 - sin) / 2 of 2 pi k / N.
+  KERNELS_INLINE void Forward(Complex<V> w) {
+    const V D = front.re - back.re, S = front.im + back.im;
+    const V P = S * w.re + D * w.im, Q = S * w.im - D * w.re;
+    const V re = front.re, im = front.im;
+    front = {back.re + P, Q - back.im};
+    back = {re - P, Q - im};
+  }
+  /// w: cos and -sin of 2 pi k / N.
+  KERNELS_INLINE void Inverse(Complex<V> w) {
+    const V T = front.re + back.re, U = front.im - back.im;
+    const V D = front.re - back.re, S = front.im + back.im;
+    const V P = w.im * D - w.re * S, Q = w.re * D + w.im * S;
+    front = {T + P, U + Q};
+    back = {T - P, Q - U};
+  }
+};
+
+/// All k from 1 to n - 1; 0 is the caller's. z may be src.
+template <class V, Direction dir>
+void RecombineGroupwise(const float* src, float* z, std::ptrdiff_t n, const float* table) {
+  const auto turn = [](RecombinePair<V>& pair, const float* w) KERNELS_INLINE_LAMBDA {
+    if constexpr (dir == Direction::Forward)
+      pair.Forward(Complex<V>::Load(w));
+    else
+      pair.Inverse(Complex<V>::Load(w));
+  };
+  const std::ptrdiff_t last = RecombineGroups(n) - 1;
+  RecombinePair<V> middle;
+  middle.Load(src, n, RecombineStart(n, last));
+  turn(middle, table + last * 2 * V::width);
+  for (std::ptrdiff_t group = 0; group < last; ++group) {
+    RecombinePair<V> pair;
+    pair.Load(src, n, 1 + group * V::width);
+    turn(pair, table + group * 2 * V::width);
+    pair.Store(z, n, 1 + group * V::width);
+  }
+  middle.Store(z, n, RecombineStart(n, last));
+}
+
+template <Direction dir>
+void Recombine(const float* src, float* z, std::ptrdiff_t n, const float* table) {
+  if (RecombineWidth(n) == Vec::width)
+    RecombineGroupwise<Vec, dir>(src, z, n, table);
+  else
+    RecombineGroupwise<Vec4, dir>(src, z, n, table);
+}
+
+}  // namespace Orvik::Tesmo::Kernels::KERNELS_BUILD

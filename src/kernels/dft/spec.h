@@ -1,0 +1,57 @@
+#pragma once
+
+// A planned transform, as the engine reads it. The same for every build but for the order of values
+// inside the tables, so a spec is only valid with the build that made it.
+
+#include "kernels/dft/plan.h"
+#include "kernels/ipps.h"
+
+#include <cstdint>
+
+struct IppsFFTSpec_C_32fc;
+
+namespace Orvik::Tesmo::Kernels {
+
+struct DftStageTables {
+  std::int32_t radix;
+  std::int32_t remaining;
+  std::int32_t stride;
+  std::int32_t count;
+  float*
+      directTable;  ///< odd radices from 15: the radix's roots. Neighbours of equal radix share it.
+  float* twiddles;  ///< null for the bottom kernel
+};
+
+inline constexpr std::int32_t RealDftId = 15;
+inline constexpr std::int32_t ComplexDftId = 13;
+
+}  // namespace Orvik::Tesmo::Kernels
+
+/// Immutable once planned. Every pointer is a block of the spec's own, or null.
+struct IppsDFTSpec_R_32f {
+  std::int32_t id;      ///< RealDftId or ComplexDftId; 0 once freed
+  std::int32_t length;  ///< N
+  std::int32_t fwdScaled, invScaled;
+  float scale;
+  std::int32_t hint;      ///< kept, decides nothing
+  std::int32_t workSize;  ///< bytes
+  std::int32_t usesFft;
+  std::int32_t realPlan;    ///< N is odd and has a plan of real kernels
+  std::int32_t convLength;  ///< M
+  float* directTable;       ///< n roots (cos, -sin)
+  float* recombFwd;         ///< of even N: lane groups of cos / 2 and (1 - sin) / 2
+  float* recombInv;         ///< lane groups of cos and -sin
+  float* chirp;             ///< c[k] = exp(-pi i k^2 / n), n complex values
+  float* chirpSpectrum;     ///< M complex values, with 1 / M in them
+  IppsFFTSpec_R_32f* fftSpec;
+  IppsFFTSpec_C_32fc* complexFftSpec;
+  IppsDFTSpec_R_32f* convSpec;  ///< complex, of length M
+  std::int32_t hasPlan;
+  std::int32_t lastStage;    ///< the last stage with twiddles; the bottom kernel is the one behind
+  std::int32_t lastRun;      ///< the stage that the last breadth-first run starts with
+  std::int32_t* digitOrder;  ///< for each input offset of the last run, the place of its block
+  Orvik::Tesmo::Kernels::DftStageTables stages[Orvik::Tesmo::Kernels::StageLimit];
+};
+
+/// A complex spec has the same layout and another id.
+using IppsDFTSpec_C_32fc = IppsDFTSpec_R_32f;

@@ -1,0 +1,98 @@
+// Included by a build's .cpp, which names its namespace in KERNELS_BUILD.
+#pragma once
+
+// The stages of a complex plan: butterflies of one radix over blocks of radix x m values, for each
+// q below m on the values at q, m + q, 2 m + q, ... after a twist by exp(-2 pi i p q / (radix m)).
+
+#include "kernels/dft/butterfly.h"
+
+#include <cstddef>
+
+namespace Orvik::Tesmo::Kernels::KERNELS_BUILD {
+
+struct StageRun {
+  int radix;
+  std::ptrdiff_t m;
+  const float* twiddles;  ///< groups of q in the lanes of C, and for each the powers p from 1 on
+  const float* roots;     ///< of the radix, for generic kernels
+};
+
+/// R = 0: any odd radix. `final`: interleaved values go out, whatever the lanes. dst may be src.
+template <class C, int R, Direction dir, bool final>
+void StageKernel(const float* src, float* dst, const StageRun& run) {
+  constexpr int count = countOf<C>;
+  constexpr int room = R > 0 ? R : genericLimit;
+  const int radix = R > 0 ? R : run.radix;
+  const std::ptrdiff_t row = 2 * run.m;
+  const auto load = [&](std::ptrdiff_t q, const float* w, C* x) KERNELS_INLINE_LAMBDA {
+    x[0] = C::LoadU(src + 2 * q);
+    const auto power = [&](int p) KERNELS_INLINE_LAMBDA {
+      x[p] = Twist<dir>(C::LoadU(src + p * row + 2 * q), C::Load(w + (p - 1) * 2 * count));
+    };
+    if constexpr (R > 0) {
+      Unroll<R - 1>([&](auto p) KERNELS_INLINE_LAMBDA { power(p + 1); });
+      Butterfly<R, dir>(x);
+    } else {
+      for (int p = 1; p < radix; ++p)
+        power(p);
+      GenericButterfly<dir>(x, radix, run.roots);
+    }
+  };
+  const auto store = [&](std::ptrdiff_t q, const C* x) KERNELS_INLINE_LAMBDA {
+    const auto power = [&](int p) KERNELS_INLINE_LAMBDA {
+      if constexpr (final)
+        StoreInterleaved(x[p], dst + p * row + 2 * q);
+      else
+        x[p].StoreU(dst + p * row + 2 * q);
+    };
+    if constexpr (R > 0)
+      Unroll<R>([&](auto p) KERNELS_INLINE_LAMBDA { power(p); });
+    else
+      for (int p = 0; p < radix; ++p)
+        power(p);
+  };
+
+  const std::ptrdiff_t group = static_cast<std::ptrdiff_t>(radix - 1) * 2 * count;
+  const std::ptrdiff_t whole = run.m / count;
+  const auto pass = [&]() KERNELS_INLINE_LAMBDA {
+    const float* w = run.twiddles;
+    for (std::ptrdiff_t i = 0; i < whole; ++i, w += group) {
+      C x[room];
+      load(i * count, w, x);
+      store(i * count, x);
+    }
+  };
+  if (whole * count == run.m) {
+    pass();
+  } else {
+    // what does not fill the lanes goes with its neighbours, read before they change
+    C rest[room];
+    load(run.m - count, run.twiddles + whole * group, rest);
+    pass();
+    store(run.m - count, rest);
+  }
+}
+
+template <class C, Direction dir, bool final>
+void RunStage(const float* src, float* dst, const StageRun& run) {
+  switch (run.radix) {
+  case 2:
+    return StageKernel<C, 2, dir, final>(src, dst, run);
+  case 3:
+    return StageKernel<C, 3, dir, final>(src, dst, run);
+  case 4:
+    return StageKernel<C, 4, dir, final>(src, dst, run);
+  case 5:
+    return StageKernel<C, 5, dir, final>(src, dst, run);
+  case 7:
+    return StageKernel<C, 7, dir, final>(src, dst, run);
+  case 11:
+    return StageKernel<C, 11, dir, final>(src, dst, run);
+  case 13:
+    return StageKernel<C, 13, dir, final>(src, dst, run);
+  default:
+    return StageKernel<C, 0, dir, final>(src, dst, run);
+  }
+}
+
+}  // namespace Orvik::Tesmo::Kernels::KERNELS_BUILD
