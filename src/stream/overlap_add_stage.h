@@ -22,12 +22,12 @@ public:
     std::uint64_t channelCount = 0;
     std::uint64_t hopStride = 0;     ///< floats per hop
     std::uint64_t windowStride = 0;  ///< floats per window
-    Buffer window;                   ///< windowStride floats: each value once per channel
-    Buffer inputTail;                ///< hopStride floats: the last hop of the last run's input
-    Buffer overlapTail;              ///< hopStride floats: the part of it still to be added to
-    Buffer
-        assembly;  ///< sequenceSize windows: first the input in one piece, then the model's output
-    Buffer windows;  ///< sequenceSize windows, one after the other, for the model
+    Buffer window;                   ///< a window: each value once per channel
+    Buffer inputTail;                ///< a hop: the last one of the last run's input
+    Buffer overlapTail;              ///< a hop: the second half of the last run's last window
+    Buffer assembly;                 ///< sequenceSize windows: the input in one piece, then the
+                                     ///< model's output
+    Buffer windows;                  ///< sequenceSize windows in a row, for the model
   };
 
   /// `squareRootWindow` 1: the square root of a Hann window before and after the model; 0: no
