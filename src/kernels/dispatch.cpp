@@ -65,10 +65,6 @@ using namespace Orvik::Tesmo::Kernels;
   X(ippsDFTInv_CCSToR_32f, (const Ipp32f* s, Ipp32f* d, const IppsDFTSpec_R_32f* p, Ipp8u* b),     \
     (s, d, p, b), AABCDE)
 
-#if !__has_include("kernels/dft/members.inl")
-#undef DFT_ENTRIES
-#define DFT_ENTRIES(X)
-#endif
 #define ALL_ENTRIES(X) VECTOR_ENTRIES(X) FFT_ENTRIES(X) DFT_ENTRIES(X)
 
 std::int32_t ippVariantIndex = 0;
