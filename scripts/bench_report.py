@@ -46,20 +46,29 @@ def print_table(table, reference, title):
     return contenders
 
 
-def print_fft(times):
+def print_transforms(times, title, ranges):
+    """ranges: name -> which orders or lengths it takes"""
     table = groups(times, 3)
     for way in ("forward", "inverse"):
         rows = {k: v for k, v in table.items() if k[0] == way}
-        contenders = print_table(rows, "FFTW", f"Real FFT, {way}, by order")
-    print("\nRatio to FFTW over both ways: geometric mean, and the worst order")
-    for low, high in ((6, 14), (15, 20)):
+        contenders = print_table(rows, "FFTW", f"{title}, {way}")
+    print("\nRatio to FFTW over both ways: geometric mean, and the worst")
+    for name, takes in ranges.items():
         for c in contenders:
             ratios = [(v[c] / v["FFTW"], k) for k, v in table.items()
-                      if low <= int(k[1]) <= high and c in v and "FFTW" in v]
+                      if takes(int(k[1])) and c in v and "FFTW" in v]
             if ratios and c != "FFTW":
                 worst, where = max(ratios)
-                print(f"  orders {low:>2} to {high}  {c:<8} {geometric_mean([r for r, _ in ratios]):.3f}"
+                print(f"  {name:<16} {c:<8} {geometric_mean([r for r, _ in ratios]):.3f}"
                       f"   {worst:.2f} ({where[0]} {where[1]})")
+
+
+FFT_RANGES = {"orders 6 to 14": range(6, 15).__contains__, "orders 15 to 20": range(15, 21).__contains__}
+# as bench/dft_lengths.h groups them
+DFT_RANGES = {"audio windows": {240, 320, 400, 480, 640, 800, 960, 1440, 1920, 2880}.__contains__,
+              "odd factors": {441, 882, 1764, 600, 1000, 1200}.__contains__,
+              "primes": {997, 1009, 2003}.__contains__,
+              "a long prime": {10007}.__contains__}
 
 
 def plot(times, stem):
@@ -98,10 +107,14 @@ def main(argv):
         case ["table", *paths]:
             for path in paths:
                 times = medians(path)
-                if any(n.startswith("fft/") for n in times):
-                    print_fft(times)
-                else:
-                    print_table(groups(times, 4), "memcpy", "Vector kernels, by length and byte offset")
+                for prefix, title, ranges in (("fft/", "Real FFT by order", FFT_RANGES),
+                                              ("dft/", "Real DFT by length", DFT_RANGES)):
+                    transforms = {n: t for n, t in times.items() if n.startswith(prefix)}
+                    if transforms:
+                        print_transforms(transforms, title, ranges)
+                vectors = {n: t for n, t in times.items() if n.startswith("vector/")}
+                if vectors:
+                    print_table(groups(vectors, 4), "memcpy", "Vector kernels, by length and byte offset")
         case ["plot", path, stem]:
             plot(medians(path), stem)
         case ["compare", old, new]:
