@@ -27,7 +27,7 @@ int Plan(Arguments arguments) {
   const auto length = static_cast<int>(ParseCount(operands[0], 1, 1 << 29));
   SelectKernelBuild();
   const auto plan = Kernels::DescribeTransform(length);
-  if (!plan) throw Refusal("no transform of length " + operands[0] + " can be planned");
+  if (!plan) throw Refusal("no transform of " + operands[0] + " samples can be planned");
 
   std::cout << "Real transform of " << Counted(static_cast<std::uint64_t>(length), "sample")
             << '\n';
