@@ -4,14 +4,14 @@ JOBS ?= $(shell nproc)
 CMAKE_ARGS ?=
 configure = cmake -S . -B $(1) -G Ninja $(2) $(CMAKE_ARGS)
 
-.PHONY: help build test demo lint asan tsan bench install clean
+.PHONY: help build test test-large demo lint asan tsan bench bench-compare install clean
 
 help:            ## this list
 	@sed -n 's/^\([a-z-]*\):.*##  */\1\t/p' $(MAKEFILE_LIST) | expand -t 12
 
 build:           ## library, engine and programs, in build/lib and build/bin
 	@scripts/install-packages build
-	@$(call configure,$(BUILD),-DKALVRIN_TESTS=OFF) >/dev/null
+	@$(call configure,$(BUILD)) >/dev/null
 	@cmake --build $(BUILD) -j $(JOBS)
 
 test:            ## build everything and run all tests
@@ -19,6 +19,12 @@ test:            ## build everything and run all tests
 	@$(call configure,$(BUILD),-DKALVRIN_TESTS=ON) >/dev/null
 	@cmake --build $(BUILD) -j $(JOBS)
 	@ctest --test-dir $(BUILD) -j $(JOBS) --output-on-failure
+
+test-large:      ## transforms of up to 2^29 samples (12 GiB of memory, some minutes)
+	@scripts/install-packages build test
+	@$(call configure,$(BUILD),-DKALVRIN_TESTS=ON) >/dev/null
+	@cmake --build $(BUILD) -j $(JOBS) --target fft_large_test
+	@$(BUILD)/bin/fft_large_test
 
 demo: build      ## speech and music through a real model: WAV files and a picture
 	@scripts/install-packages demo
@@ -39,6 +45,10 @@ tsan:            ## all tests under the thread sanitizer
 bench:           ## speed beside FFTW and KissFFT, as a table and a plot
 	@scripts/install-packages build bench
 	@scripts/bench $(BUILD)-bench $(JOBS)
+
+bench-compare:   ## the last two runs of bench side by side
+	@for b in vector fft; do scripts/bench_report.py compare \
+	  $(BUILD)-bench/bench-$$b.previous.json $(BUILD)-bench/bench-$$b.json; done
 
 install: build   ## into PREFIX (default /usr/local)
 	@cmake --install $(BUILD) $(if $(PREFIX),--prefix $(PREFIX))

@@ -22,6 +22,7 @@ struct Command {
 extern const Command infoCommand;
 extern const Command checkCommand;
 extern const Command renderCommand;
+extern const Command planCommand;
 
 /// All of them, in the order of the help. A new subcommand is one more row in commands.cpp.
 std::span<const Command* const> Commands();

@@ -3,7 +3,8 @@
 namespace Orvik::Tesmo::Tool {
 
 std::span<const Command* const> Commands() {
-  static constexpr const Command* all[] = {&infoCommand, &checkCommand, &renderCommand};
+  static constexpr const Command* all[] = {&infoCommand, &checkCommand, &renderCommand,
+                                           &planCommand};
   return all;
 }
 

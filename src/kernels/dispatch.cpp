@@ -65,20 +65,19 @@ using namespace Orvik::Tesmo::Kernels;
   X(ippsDFTInv_CCSToR_32f, (const Ipp32f* s, Ipp32f* d, const IppsDFTSpec_R_32f* p, Ipp8u* b),     \
     (s, d, p, b), AABCDE)
 
-#if !__has_include("kernels/dft/members.inl")
-#undef DFT_ENTRIES
-#define DFT_ENTRIES(X)
-#endif
 #define ALL_ENTRIES(X) VECTOR_ENTRIES(X) FFT_ENTRIES(X) DFT_ENTRIES(X)
 
 std::int32_t ippVariantIndex = 0;
 
+// A parameter list and a list of arguments bring their own parentheses.
+// NOLINTBEGIN(bugprone-macro-parentheses)
 #define TABLE(name, params, args, sharing)                                                         \
   static IppStatus(*name##_variants[variantCount]) params = sharing(name);                         \
   extern "C" IppStatus name params {                                                               \
     return name##_variants[ippVariantIndex] args;                                                  \
   }
 ALL_ENTRIES(TABLE)
+// NOLINTEND(bugprone-macro-parentheses)
 
 #define ROW(name, params, args, sharing)                                                           \
   {#name, reinterpret_cast<const void* const*>(name##_variants)},

@@ -261,9 +261,23 @@ KERNELS_INLINE Complex<V> EighthTurn(Complex<V> a) {
 template <class V>
 struct Pairs {
   V v;
+  static KERNELS_INLINE Pairs Load(const float* p) { return {V::Load(p)}; }
+  static KERNELS_INLINE Pairs LoadU(const float* p) { return {V::LoadU(p)}; }
+  KERNELS_INLINE void StoreU(float* p) const { v.StoreU(p); }
   friend KERNELS_INLINE Pairs operator+(Pairs a, Pairs b) { return {a.v + b.v}; }
   friend KERNELS_INLINE Pairs operator-(Pairs a, Pairs b) { return {a.v - b.v}; }
+  friend KERNELS_INLINE Pairs operator*(Pairs a, V s) { return {a.v * s}; }
+  friend KERNELS_INLINE Pairs operator*(Pairs a, Pairs b) {
+    return {AddSub(a.v * DupEven(b.v), SwapPairs(a.v) * DupOdd(b.v))};
+  }
 };
+template <Direction dir, class V>
+KERNELS_INLINE Pairs<V> Twist(Pairs<V> x, Pairs<V> w) {
+  if constexpr (dir == Direction::Forward)
+    return x * w;
+  else
+    return {x.v * DupEven(w.v) + ((SwapPairs(x.v) * DupOdd(w.v)) ^ SignOdd<V>())};
+}
 template <Direction dir, class V>
 KERNELS_INLINE Pairs<V> AddTurned(Pairs<V> a, Pairs<V> b) {
   const V swapped = SwapPairs(b.v);

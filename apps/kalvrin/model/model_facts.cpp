@@ -24,9 +24,11 @@ ModelFacts::ModelFacts(const Platform::Model& model)
       lookahead(Dnn::FindMetadataDecimal(model, u"LookaheadNumBlocks")) {}
 
 StreamRequest ModelFacts::Settle(StreamRequest request) const {
-  const auto own = static_cast<std::uint64_t>(info.GetBaselineSequenceSize());
+  const std::int32_t own = info.GetBaselineSequenceSize();
   if (request.channelCount == 0) request.channelCount = UsualChannelCount(layout);
-  if (request.sequenceSize == 0) request.sequenceSize = own != 0 ? own : 4;
+  // a negative one stays 0, for the core to refuse
+  if (request.sequenceSize == 0 && own >= 0)
+    request.sequenceSize = own != 0 ? static_cast<std::uint64_t>(own) : 4;
   if (request.blockFrames == 0) request.blockFrames = layout.GetHopLength();
   return request;
 }

@@ -73,7 +73,7 @@ std::string Request(const Circumstances& c) {
 }
 
 constexpr const char* channelFreedom =
-    "ask for the fixed number with --channels, or export the model with a free channel dimension";
+    "use as many channels as the model fixes, or export it with a free channel dimension";
 constexpr const char* sequenceFreedom =
     "ask for another --sequence, set BaselineSequenceSize in the model, or export it with a free "
     "sequence dimension";
@@ -147,10 +147,10 @@ const Row rows[] = {
      "correct AudioClassNames in the model's metadata"},
     {"The input has no channel dimension: only 1 channel is possible",
      [](const Circumstances& c) { return Input(c) + Channels(c); }, "1 channel",
-     "ask for --channels 1, or give the input a channel dimension"},
+     "use 1 channel, or give the input a channel dimension"},
     {"The output has no channel dimension: only 1 channel is possible",
      [](const Circumstances& c) { return Output(c) + Channels(c); }, "1 channel",
-     "ask for --channels 1, or give the output a channel dimension"},
+     "use 1 channel, or give the output a channel dimension"},
     {"The input has no sequence dimension: only sequence size 1 without lookahead is possible",
      [](const Circumstances& c) { return Input(c) + Windows(c); }, "1 window, no lookahead",
      "set BaselineSequenceSize to 1 and LookaheadNumBlocks to 0, or ask for --sequence 1"},
@@ -174,7 +174,7 @@ const Row rows[] = {
     {"Stream sizes out of range", Request, "sizes whose buffers stay below 256 MiB",
      "ask for smaller sizes"},
     {"The number of channels must be at least 1", Request, "1 channel or more",
-     "ask for --channels 1 or more"},
+     "use 1 channel or more"},
     {"The sequence size must be at least 1", Request, "1 window or more",
      "ask for --sequence 1 or more"},
 };

@@ -7,6 +7,4 @@
 
 #include "kernels/fft/members.inl"
 
-#if __has_include("kernels/dft/members.inl")
 #include "kernels/dft/members.inl"
-#endif

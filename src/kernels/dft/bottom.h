@@ -9,7 +9,7 @@
 
 #include <cstddef>
 
-namespace Orvik::Tesmo::Kernels::KERNELS_BUILD {
+namespace Orvik::Tesmo::Kernels::KERNELS_BUILD::Dft {
 
 /// All bottom transforms of one breadth-first run. Offsets count complex values (samples in real
 /// plans).
@@ -87,9 +87,9 @@ void GroupedBottom(const float* src, float* dst, const BottomRun& run) {
                            // half 1: 1 and 3
                            Complex<V> z[2][B];
                            Unroll<B>([&](auto n2) KERNELS_INLINE_LAMBDA {
-                             Packed<V> x[4];
+                             Pairs<V> x[4];
                              Unroll<4>([&](auto n1) KERNELS_INLINE_LAMBDA {
-                               x[n1] = Packed<V>::LoadU(rows + (B * n1 + n2) * row);
+                               x[n1] = Pairs<V>::LoadU(rows + (B * n1 + n2) * row);
                              });
                              Butterfly<4, dir>(x);
                              TransposeLanes(x[0].v, x[1].v, x[2].v, x[3].v);
@@ -125,7 +125,7 @@ void GroupedBottom(const float* src, float* dst, const BottomRun& run) {
 
 /// As many values of each lane's transform as a lane register holds, interleaved.
 template <class V>
-KERNELS_INLINE void StoreChunk(const Packed<V>* x, float* const* lane) {
+KERNELS_INLINE void StoreChunk(const Pairs<V>* x, float* const* lane) {
   const V lo = UnpackLoPairs(x[0].v, x[1].v), hi = UnpackHiPairs(x[0].v, x[1].v);
   if constexpr (V::lanes == 1) {
     lo.StoreU(lane[0]);
@@ -141,7 +141,7 @@ KERNELS_INLINE void StoreChunk(const Packed<V>* x, float* const* lane) {
 
 /// Transforms shorter than a chunk: pairs of values.
 template <class V>
-KERNELS_INLINE void StorePairs(const Packed<V>* x, float* const* lane) {
+KERNELS_INLINE void StorePairs(const Pairs<V>* x, float* const* lane) {
   const V lo = UnpackLoPairs(x[0].v, x[1].v), hi = UnpackHiPairs(x[0].v, x[1].v);
   lo.StoreLanes(lane[0], lane[2] - lane[0]);
   hi.StoreLanes(lane[1], lane[3] - lane[1]);
@@ -176,8 +176,8 @@ void StoreBlocks(const C* x, float* const* lane, int radix) {
 
 /// Interleaved transforms. R = 0: any odd radix.
 template <class V, int R, Direction dir>
-void PackedBottom(const float* src, float* dst, const BottomRun& run) {
-  using C = Packed<V>;
+void PairsBottom(const float* src, float* dst, const BottomRun& run) {
+  using C = Pairs<V>;
   const std::ptrdiff_t row = 2L * run.total;
   ForBottomGroups<countOf<C>>(
       src, dst, run, [&](const float* rows, float* const* blocks) KERNELS_INLINE_LAMBDA {
@@ -211,28 +211,28 @@ void RunGroupedBottom(const float* src, float* dst, const BottomRun& run) {
 }
 
 template <class V, Direction dir>
-void RunPackedBottom(const float* src, float* dst, const BottomRun& run) {
+void RunPairsBottom(const float* src, float* dst, const BottomRun& run) {
   constexpr int count = V::width / 2;
   switch (run.radix) {
   case 2:
-    return RunBottom<count, 2>(PackedBottom<V, 2, dir>, src, dst, run);
+    return RunBottom<count, 2>(PairsBottom<V, 2, dir>, src, dst, run);
   case 3:
-    return RunBottom<count, 3>(PackedBottom<V, 3, dir>, src, dst, run);
+    return RunBottom<count, 3>(PairsBottom<V, 3, dir>, src, dst, run);
   case 4:
-    return RunBottom<count, 4>(PackedBottom<V, 4, dir>, src, dst, run);
+    return RunBottom<count, 4>(PairsBottom<V, 4, dir>, src, dst, run);
   case 5:
-    return RunBottom<count, 5>(PackedBottom<V, 5, dir>, src, dst, run);
+    return RunBottom<count, 5>(PairsBottom<V, 5, dir>, src, dst, run);
   case 6:
-    return RunBottom<count, 6>(PackedBottom<V, 6, dir>, src, dst, run);
+    return RunBottom<count, 6>(PairsBottom<V, 6, dir>, src, dst, run);
   case 7:
-    return RunBottom<count, 7>(PackedBottom<V, 7, dir>, src, dst, run);
+    return RunBottom<count, 7>(PairsBottom<V, 7, dir>, src, dst, run);
   case 11:
-    return RunBottom<count, 11>(PackedBottom<V, 11, dir>, src, dst, run);
+    return RunBottom<count, 11>(PairsBottom<V, 11, dir>, src, dst, run);
   case 13:
-    return RunBottom<count, 13>(PackedBottom<V, 13, dir>, src, dst, run);
+    return RunBottom<count, 13>(PairsBottom<V, 13, dir>, src, dst, run);
   default:
-    return RunBottom<count, genericLimit>(PackedBottom<V, 0, dir>, src, dst, run);
+    return RunBottom<count, genericLimit>(PairsBottom<V, 0, dir>, src, dst, run);
   }
 }
 
-}  // namespace Orvik::Tesmo::Kernels::KERNELS_BUILD
+}  // namespace Orvik::Tesmo::Kernels::KERNELS_BUILD::Dft

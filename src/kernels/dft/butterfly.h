@@ -14,7 +14,7 @@
 
 #define KERNELS_INLINE_LAMBDA __attribute__((always_inline))
 
-namespace Orvik::Tesmo::Kernels::KERNELS_BUILD {
+namespace Orvik::Tesmo::Kernels::KERNELS_BUILD::Dft {
 
 /// body(i) for i in [0, N), each i a compile-time constant.
 template <int N, class Body>
@@ -285,4 +285,4 @@ KERNELS_INLINE void RealInverse(V* x) {
   }
 }
 
-}  // namespace Orvik::Tesmo::Kernels::KERNELS_BUILD
+}  // namespace Orvik::Tesmo::Kernels::KERNELS_BUILD::Dft

@@ -10,7 +10,7 @@
 #include <array>
 #include <cstring>
 
-namespace Orvik::Tesmo::Kernels::KERNELS_BUILD {
+namespace Orvik::Tesmo::Kernels::KERNELS_BUILD::Dft {
 
 using DirectKernel = void (*)(const float* src, float* dst, float scale);
 
@@ -61,9 +61,9 @@ inline void DirectReal(Direction dir, int length, const float* src, float* dst,
 
 inline void ComplexDirectSum(Direction dir, const float* src, float* dst, int n,
                              const float* roots) {
-  Packed<Vec2> x[DirectSumLimit];
+  Pairs<Vec2> x[DirectSumLimit];
   for (int j = 0; j < n; ++j)
-    x[j] = Packed<Vec2>::LoadU(src + 2 * j);
+    x[j] = Pairs<Vec2>::LoadU(src + 2 * j);
   if (dir == Direction::Forward)
     GenericButterfly<Direction::Forward>(x, n, roots);
   else
@@ -92,4 +92,4 @@ inline void RealDirectSumInverse(const float* src, float* dst, int n, const floa
   CopyFloats(x, dst, n);
 }
 
-}  // namespace Orvik::Tesmo::Kernels::KERNELS_BUILD
+}  // namespace Orvik::Tesmo::Kernels::KERNELS_BUILD::Dft

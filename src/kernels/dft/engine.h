@@ -14,7 +14,7 @@
 
 #include <cstring>
 
-namespace Orvik::Tesmo::Kernels::KERNELS_BUILD {
+namespace Orvik::Tesmo::Kernels::KERNELS_BUILD::Dft {
 
 inline BottomRun BottomOf(const IppsDFTSpec_R_32f& spec) {
   const DftStageTables& last = spec.stages[spec.lastStage];
@@ -46,7 +46,7 @@ private:
     if (Grouped(n))
       RunGroupedBottom<Vec, dir>(src, block, bottom);
     else
-      RunPackedBottom<Vec, dir>(src, block, bottom);
+      RunPairsBottom<Vec, dir>(src, block, bottom);
     for (int i = spec.lastStage; i >= first; --i)
       Stage(i, block);
   }
@@ -59,9 +59,9 @@ private:
     for (int i = 0; i < stage.count; ++i, blocks += size) {
       float* out = index == 0 ? dst : blocks;
       if (!Grouped(n) && LanesOf(n, run.m).width < Vec::width / 2)
-        RunStage<Packed<Vec4>, dir, false>(blocks, out, run);
+        RunStage<Pairs<Vec4>, dir, false>(blocks, out, run);
       else if (!Grouped(n))
-        RunStage<Packed<Vec>, dir, false>(blocks, out, run);
+        RunStage<Pairs<Vec>, dir, false>(blocks, out, run);
       else if (index == 0)
         RunStage<Complex<Vec>, dir, true>(blocks, out, run);
       else
@@ -193,10 +193,10 @@ public:
     y[0] = src[0] * c[0];
     y[1] = src[0] * c[1];
     std::ptrdiff_t k = 1;
-    for (; k + countOf<Packed<Vec>> <= n / 2 + 1; k += countOf<Packed<Vec>>)
-      Spread<Packed<Vec>>(src, k);
+    for (; k + countOf<Pairs<Vec>> <= n / 2 + 1; k += countOf<Pairs<Vec>>)
+      Spread<Pairs<Vec>>(src, k);
     for (; k <= n / 2; ++k)
-      Spread<Packed<Vec2>>(src, k);
+      Spread<Pairs<Vec2>>(src, k);
     const IppStatus status = Convolve();
     if (status != ippStsNoErr) return status;
     for (k = 0; k + Vec::width <= n; k += Vec::width) {
@@ -389,4 +389,4 @@ inline IppStatus RunRealInverse(const float* src, float* dst, const IppsDFTSpec_
   return status;
 }
 
-}  // namespace Orvik::Tesmo::Kernels::KERNELS_BUILD
+}  // namespace Orvik::Tesmo::Kernels::KERNELS_BUILD::Dft

@@ -3,38 +3,23 @@
 
 // Two ways to hold several complex values in registers, with the same operations, so that every
 // butterfly and every pass is written once:
-//   Complex<V>  real and imaginary parts apart: V::width values (from the vector headers)
-//   Packed<V>   real and imaginary parts in turn: V::width / 2 values
-// In memory both take the same place: a group of Complex<V> holds V::width values as V::width real
-// parts and V::width imaginary parts, in the order of GroupOrder.
+//   Complex<V>  real and imaginary parts apart: V::width values
+//   Pairs<V>    real and imaginary parts in turn: V::width / 2 values
+// In memory both take the same place. A group of Complex<V> is V::width real parts and as many
+// imaginary parts, in column order: what interleaves without a step across lanes.
 
 #include "kernels/vec4.h"
 
-#include <array>
 #include <cstddef>
 #include <type_traits>
 
-namespace Orvik::Tesmo::Kernels::KERNELS_BUILD {
+namespace Orvik::Tesmo::Kernels::KERNELS_BUILD::Dft {
 
 // Nothing of the standard library's inline code belongs into a build: the linker might keep one
 // build's copy for all.
 template <class T>
 KERNELS_INLINE constexpr T Smaller(T a, T b) {
   return a < b ? a : b;
-}
-template <class T>
-KERNELS_INLINE constexpr T Larger(T a, T b) {
-  return a > b ? a : b;
-}
-
-/// Which value stands at each place of a group: with eight, the order that two unpacks inside the
-/// lanes turn into interleaved values.
-template <class V>
-constexpr std::array<int, V::width> GroupOrder() {
-  if constexpr (V::lanes == 1)
-    return {0, 1, 2, 3};
-  else
-    return {0, 1, 4, 5, 2, 3, 6, 7};
 }
 
 /// One complex value: the low half of a 128-bit register.
@@ -70,48 +55,6 @@ KERNELS_INLINE Vec2 ReversePairs(Vec2 a) {
   return a;
 }
 
-template <class V>
-struct Packed {
-  V v;
-  static KERNELS_INLINE Packed Load(const float* p) { return {V::Load(p)}; }
-  static KERNELS_INLINE Packed LoadU(const float* p) { return {V::LoadU(p)}; }
-  KERNELS_INLINE void StoreU(float* p) const { v.StoreU(p); }
-  friend KERNELS_INLINE Packed operator+(Packed a, Packed b) { return {a.v + b.v}; }
-  friend KERNELS_INLINE Packed operator-(Packed a, Packed b) { return {a.v - b.v}; }
-  friend KERNELS_INLINE Packed operator*(Packed a, V s) { return {a.v * s}; }
-  friend KERNELS_INLINE Packed operator*(Packed a, Packed b) {
-    return {AddSub(a.v * DupEven(b.v), SwapPairs(a.v) * DupOdd(b.v))};
-  }
-};
-
-template <class V>
-KERNELS_INLINE Packed<V> Conjugate(Packed<V> a) {
-  return {a.v ^ SignOdd<V>()};
-}
-template <class V>
-KERNELS_INLINE Packed<V> Reversed(Packed<V> a) {
-  return {ReversePairs(a.v)};
-}
-
-template <Direction dir, class V>
-KERNELS_INLINE Packed<V> Twist(Packed<V> x, Packed<V> w) {
-  if constexpr (dir == Direction::Forward)
-    return x * w;
-  else
-    return {x.v * DupEven(w.v) + ((SwapPairs(x.v) * DupOdd(w.v)) ^ SignOdd<V>())};
-}
-template <Direction dir, class V>
-KERNELS_INLINE Packed<V> AddTurned(Packed<V> a, Packed<V> b) {
-  if constexpr (dir == Direction::Forward)
-    return {a.v + (SwapPairs(b.v) ^ SignOdd<V>())};
-  else
-    return {AddSub(a.v, SwapPairs(b.v))};
-}
-template <Direction dir, class V>
-KERNELS_INLINE Packed<V> SubTurned(Packed<V> a, Packed<V> b) {
-  return AddTurned < dir == Direction::Forward ? Direction::Inverse : Direction::Forward > (a, b);
-}
-
 template <class C>
 struct LaneTraits;
 template <class V>
@@ -125,27 +68,13 @@ struct LaneTraits<Complex<float>> {
   static constexpr int count = 1;
 };
 template <class V>
-struct LaneTraits<Packed<V>> {
+struct LaneTraits<Pairs<V>> {
   using Vector = V;
   static constexpr int count = V::width / 2;
 };
 /// Complex values in one C.
 template <class C>
 inline constexpr int countOf = LaneTraits<C>::count;
-
-/// Which of neighbouring values in memory stands in each lane once loaded.
-template <class C>
-constexpr std::array<int, static_cast<std::size_t>(countOf<C>)> LaneOrder() {
-  using V = typename LaneTraits<C>::Vector;
-  if constexpr (countOf<C> == V::width)
-    return GroupOrder<V>();
-  else if constexpr (countOf<C> == 4)
-    return {0, 1, 2, 3};
-  else if constexpr (countOf<C> == 2)
-    return {0, 1};
-  else
-    return {0};
-}
 
 template <class V>
 KERNELS_INLINE V Splat(float x) {
@@ -175,62 +104,41 @@ KERNELS_INLINE Complex<V> Turned(Complex<V> x) {
     return {Negated(x.im), x.re};
 }
 template <Direction dir, class V>
-KERNELS_INLINE Packed<V> Turned(Packed<V> x) {
+KERNELS_INLINE Pairs<V> Turned(Pairs<V> x) {
   if constexpr (dir == Direction::Forward)
     return {SwapPairs(x.v) ^ SignOdd<V>()};
   else
     return {SwapPairs(x.v) ^ SignEven<V>()};
 }
-
-/// Interleaved values in memory to and from a group.
 template <class V>
-KERNELS_INLINE Complex<V> Group(V lo, V hi) {
-  return {Shuffle<0, 2, 0, 2>(lo, hi), Shuffle<1, 3, 1, 3>(lo, hi)};
+KERNELS_INLINE Pairs<V> Conjugate(Pairs<V> x) {
+  return {x.v ^ SignOdd<V>()};
 }
 template <class V>
-KERNELS_INLINE Packed<V> Group(V v) {
-  return {v};
-}
-template <class C>
-KERNELS_INLINE C LoadInterleaved(const float* p) {
-  using V = typename LaneTraits<C>::Vector;
-  if constexpr (countOf<C> == V::width)
-    return Group(V::LoadU(p), V::LoadU(p + V::width));
-  else
-    return C::LoadU(p);
-}
-template <class V>
-KERNELS_INLINE void StoreInterleaved(Complex<V> z, float* p) {
-  UnpackLo(z.re, z.im).StoreU(p);
-  UnpackHi(z.re, z.im).StoreU(p + V::width);
-}
-template <class V>
-KERNELS_INLINE void StoreInterleaved(Packed<V> z, float* p) {
-  z.StoreU(p);
+KERNELS_INLINE Pairs<V> Reversed(Pairs<V> x) {
+  return {ReversePairs(x.v)};
 }
 
-/// The same with the values in reversed order: `p` is where the last of them stands in memory.
+/// Keeps a loaded value in its register: without a third operand the compiler would rather load it
+/// again for each product, and the load ports are what the stages wait for.
 template <class V>
-KERNELS_INLINE Complex<V> LoadReversed(const float* p) {
-  if constexpr (V::lanes == 1) {
-    const V lo = V::LoadU(p), hi = V::LoadU(p + 4);
-    return {Shuffle<2, 0, 2, 0>(hi, lo), Shuffle<3, 1, 3, 1>(hi, lo)};
-  } else {
-    const V lo = V::LoadLanes(p + 4, -4), hi = V::LoadLanes(p + 12, -4);
-    return {Shuffle<2, 0, 2, 0>(hi, lo), Shuffle<3, 1, 3, 1>(hi, lo)};
-  }
+KERNELS_INLINE Complex<V> Held(Complex<V> x) {
+  asm("" : "+x"(x.re.v), "+x"(x.im.v));
+  return x;
 }
 template <class V>
-KERNELS_INLINE void StoreReversed(Complex<V> z, float* p) {
-  const V hi = UnpackLo(z.re, z.im), lo = UnpackHi(z.re, z.im);
-  const V hiTurned = Shuffle<2, 3, 0, 1>(hi, hi), loTurned = Shuffle<2, 3, 0, 1>(lo, lo);
-  if constexpr (V::lanes == 1) {
-    loTurned.StoreU(p);
-    hiTurned.StoreU(p + 4);
-  } else {
-    loTurned.StoreLanes(p + 4, -4);
-    hiTurned.StoreLanes(p + 12, -4);
-  }
+KERNELS_INLINE Pairs<V> Held(Pairs<V> x) {
+  asm("" : "+x"(x.v.v));
+  return x;
 }
 
-}  // namespace Orvik::Tesmo::Kernels::KERNELS_BUILD
+template <class V>
+KERNELS_INLINE void StoreInterleaved(Complex<V> x, float* p) {
+  StoreColumns(x.re, x.im, p);
+}
+template <class V>
+KERNELS_INLINE void StoreInterleaved(Pairs<V> x, float* p) {
+  x.StoreU(p);
+}
+
+}  // namespace Orvik::Tesmo::Kernels::KERNELS_BUILD::Dft

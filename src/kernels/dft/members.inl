@@ -7,13 +7,13 @@ namespace Orvik::Tesmo::Kernels::KERNELS_BUILD {
 IppStatus ippsDFTInitAlloc_R_32f(IppsDFTSpec_R_32f** ppSpec, int length, int flag, int hint) {
   if (!ppSpec) return ippStsNullPtrErr;
   if (length < 1) return ippStsSizeErr;
-  return MakeSpec(ppSpec, length, flag, hint, DftKind::Real);
+  return Dft::MakeSpec(ppSpec, length, flag, hint, DftKind::Real);
 }
 
 IppStatus ippsDFTFree_R_32f(IppsDFTSpec_R_32f* pSpec) {
   if (!pSpec) return ippStsNullPtrErr;
   if (pSpec->id != RealDftId) return ippStsContextMatchErr;
-  ReleaseSpec(pSpec);
+  Dft::ReleaseSpec(pSpec);
   return ippStsNoErr;
 }
 
@@ -34,25 +34,25 @@ static IppStatus CheckTransform(const void* src, const void* dst, const IppsDFTS
 IppStatus ippsDFTFwd_RToCCS_32f(const Ipp32f* pSrc, Ipp32f* pDst, const IppsDFTSpec_R_32f* pSpec,
                                 Ipp8u* pBuffer) {
   const IppStatus status = CheckTransform(pSrc, pDst, pSpec, RealDftId);
-  return status != ippStsNoErr ? status : RunRealForward(pSrc, pDst, *pSpec, pBuffer);
+  return status != ippStsNoErr ? status : Dft::RunRealForward(pSrc, pDst, *pSpec, pBuffer);
 }
 
 IppStatus ippsDFTInv_CCSToR_32f(const Ipp32f* pSrc, Ipp32f* pDst, const IppsDFTSpec_R_32f* pSpec,
                                 Ipp8u* pBuffer) {
   const IppStatus status = CheckTransform(pSrc, pDst, pSpec, RealDftId);
-  return status != ippStsNoErr ? status : RunRealInverse(pSrc, pDst, *pSpec, pBuffer);
+  return status != ippStsNoErr ? status : Dft::RunRealInverse(pSrc, pDst, *pSpec, pBuffer);
 }
 
 IppStatus ippsDFTInitAlloc_C_32fc(IppsDFTSpec_C_32fc** ppSpec, int length, int flag, int hint) {
   if (!ppSpec) return ippStsNullPtrErr;
   if (length < 1) return ippStsSizeErr;
-  return MakeSpec(ppSpec, length, flag, hint, DftKind::Complex);
+  return Dft::MakeSpec(ppSpec, length, flag, hint, DftKind::Complex);
 }
 
 IppStatus ippsDFTFree_C_32fc(IppsDFTSpec_C_32fc* pSpec) {
   if (!pSpec) return ippStsNullPtrErr;
   if (pSpec->id != ComplexDftId) return ippStsContextMatchErr;
-  ReleaseSpec(pSpec);
+  Dft::ReleaseSpec(pSpec);
   return ippStsNoErr;
 }
 
@@ -61,7 +61,7 @@ IppStatus ippsDFTFwd_CToC_32fc(const Ipp32fc* pSrc, Ipp32fc* pDst, const IppsDFT
   const IppStatus status = CheckTransform(pSrc, pDst, pSpec, ComplexDftId);
   return status != ippStsNoErr
              ? status
-             : RunComplex(Direction::Forward, reinterpret_cast<const float*>(pSrc),
+             : Dft::RunComplex(Direction::Forward, reinterpret_cast<const float*>(pSrc),
                           reinterpret_cast<float*>(pDst), *pSpec, pBuffer);
 }
 
@@ -70,7 +70,7 @@ IppStatus ippsDFTInv_CToC_32fc(const Ipp32fc* pSrc, Ipp32fc* pDst, const IppsDFT
   const IppStatus status = CheckTransform(pSrc, pDst, pSpec, ComplexDftId);
   return status != ippStsNoErr
              ? status
-             : RunComplex(Direction::Inverse, reinterpret_cast<const float*>(pSrc),
+             : Dft::RunComplex(Direction::Inverse, reinterpret_cast<const float*>(pSrc),
                           reinterpret_cast<float*>(pDst), *pSpec, pBuffer);
 }
 

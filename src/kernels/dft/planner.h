@@ -6,12 +6,13 @@
 #include "kernels/dft/real_stage.h"
 #include "kernels/dft/recombine.h"
 #include "kernels/dft/spec.h"
+#include "kernels/fft/plan.h"
 
 #include <cmath>
 #include <cstring>
 #include <limits>
 
-namespace Orvik::Tesmo::Kernels::KERNELS_BUILD {
+namespace Orvik::Tesmo::Kernels::KERNELS_BUILD::Dft {
 
 /// A block of `count` values; false when there is no memory for it.
 template <class T>
@@ -70,7 +71,7 @@ template <class At>
 void FillGroup(float* group, int width, bool apart, At&& at) {
   for (int l = 0; l < width; ++l) {
     const int value =
-        apart && width == Vec::width ? GroupOrder<Vec>()[static_cast<std::size_t>(l)] : l;
+        apart ? ColumnOf(l, width) : l;
     const auto [re, im] = at(value);
     group[apart ? l : 2 * l] = re;
     group[apart ? width + l : 2 * l + 1] = im;
@@ -318,4 +319,4 @@ inline IppStatus MakeSpec(IppsDFTSpec_R_32f** made, int length, int flag, int hi
   return status;
 }
 
-}  // namespace Orvik::Tesmo::Kernels::KERNELS_BUILD
+}  // namespace Orvik::Tesmo::Kernels::KERNELS_BUILD::Dft

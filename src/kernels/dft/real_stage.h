@@ -10,7 +10,7 @@
 
 #include "kernels/dft/bottom.h"
 
-namespace Orvik::Tesmo::Kernels::KERNELS_BUILD {
+namespace Orvik::Tesmo::Kernels::KERNELS_BUILD::Dft {
 
 template <class Float>
 struct Spectrum {
@@ -219,11 +219,11 @@ template <class Kernel>
 KERNELS_INLINE void WithLanes(const RealStageRun& run, Kernel&& kernel) {
   switch (RealStageWidth(run.m)) {
   case 1:
-    return WithRadix<Packed<Vec2>>(run.radix, kernel);
+    return WithRadix<Pairs<Vec2>>(run.radix, kernel);
   case 2:
-    return WithRadix<Packed<Vec4>>(run.radix, kernel);
+    return WithRadix<Pairs<Vec4>>(run.radix, kernel);
   default:
-    return WithRadix<Packed<Vec>>(run.radix, kernel);
+    return WithRadix<Pairs<Vec>>(run.radix, kernel);
   }
 }
 
@@ -288,7 +288,7 @@ KERNELS_INLINE void ForOffsets(const BottomRun& run, Body&& body) {
   constexpr int width = V::width;
   for (int group = 0; group < run.total; group += width) {
     int offset[width];
-    const int first = Larger(Smaller(group, run.total - width), 0);
+    const int first = run.total < width ? 0 : Smaller(group, run.total - width);
     for (int l = 0; l < width; ++l)
       offset[l] = Smaller(first + l, run.total - 1);
     body(offset, run.stride == 1 && run.total >= width);
@@ -358,7 +358,7 @@ inline void SplitRealStage(Spectrum<const float> in, float* blocks, const RealSt
   WithLanes(run, [&]<class C, int R>() { SplitBlocks<C, R>(in, blocks, run); });
 }
 inline void RunRealBottom(Direction dir, const float* src, float* dst, const BottomRun& run) {
-  WithRadix<Packed<Vec>>(run.radix, [&]<class C, int R>() {
+  WithRadix<Pairs<Vec>>(run.radix, [&]<class C, int R>() {
     if (dir == Direction::Forward)
       RealBottomForward<Vec, R>(src, dst, run);
     else
@@ -366,4 +366,4 @@ inline void RunRealBottom(Direction dir, const float* src, float* dst, const Bot
   });
 }
 
-}  // namespace Orvik::Tesmo::Kernels::KERNELS_BUILD
+}  // namespace Orvik::Tesmo::Kernels::KERNELS_BUILD::Dft

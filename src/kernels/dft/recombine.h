@@ -9,7 +9,7 @@
 
 #include <cstddef>
 
-namespace Orvik::Tesmo::Kernels::KERNELS_BUILD {
+namespace Orvik::Tesmo::Kernels::KERNELS_BUILD::Dft {
 
 /// Values of k in a group: short transforms have no room for a wide one.
 constexpr int RecombineWidth(std::ptrdiff_t n) {
@@ -30,12 +30,12 @@ struct RecombinePair {
   Complex<V> front, back;
 
   KERNELS_INLINE void Load(const float* z, std::ptrdiff_t n, std::ptrdiff_t k) {
-    front = LoadInterleaved<Complex<V>>(z + 2 * k);
-    back = LoadReversed<V>(z + 2 * (n - k - V::width + 1));
+    LoadColumns(z + 2 * k, front.re, front.im);
+    LoadColumnsReversed(z + 2 * (n - k - V::width + 1), back.re, back.im);
   }
   KERNELS_INLINE void Store(float* z, std::ptrdiff_t n, std::ptrdiff_t k) const {
-    StoreInterleaved(front, z + 2 * k);
-    StoreReversed(back, z + 2 * (n - k - V::width + 1));
+    StoreColumns(front.re, front.im, z + 2 * k);
+    StoreColumnsReversed(back.re, back.im, z + 2 * (n - k - V::width + 1));
   }
   /// w: cos / 2 and (1 - sin) / 2 of 2 pi k / N.
   KERNELS_INLINE void Forward(Complex<V> w) {
@@ -85,4 +85,4 @@ void Recombine(const float* src, float* z, std::ptrdiff_t n, const float* table)
     RecombineGroupwise<Vec4, dir>(src, z, n, table);
 }
 
-}  // namespace Orvik::Tesmo::Kernels::KERNELS_BUILD
+}  // namespace Orvik::Tesmo::Kernels::KERNELS_BUILD::Dft

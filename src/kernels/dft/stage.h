@@ -8,7 +8,7 @@
 
 #include <cstddef>
 
-namespace Orvik::Tesmo::Kernels::KERNELS_BUILD {
+namespace Orvik::Tesmo::Kernels::KERNELS_BUILD::Dft {
 
 struct StageRun {
   int radix;
@@ -27,7 +27,7 @@ void StageKernel(const float* src, float* dst, const StageRun& run) {
   const auto load = [&](std::ptrdiff_t q, const float* w, C* x) KERNELS_INLINE_LAMBDA {
     x[0] = C::LoadU(src + 2 * q);
     const auto power = [&](int p) KERNELS_INLINE_LAMBDA {
-      x[p] = Twist<dir>(C::LoadU(src + p * row + 2 * q), C::Load(w + (p - 1) * 2 * count));
+      x[p] = Twist<dir>(Held(C::LoadU(src + p * row + 2 * q)), C::Load(w + (p - 1) * 2 * count));
     };
     if constexpr (R > 0) {
       Unroll<R - 1>([&](auto p) KERNELS_INLINE_LAMBDA { power(p + 1); });
@@ -97,4 +97,4 @@ void RunStage(const float* src, float* dst, const StageRun& run) {
   }
 }
 
-}  // namespace Orvik::Tesmo::Kernels::KERNELS_BUILD
+}  // namespace Orvik::Tesmo::Kernels::KERNELS_BUILD::Dft

@@ -1,0 +1,126 @@
+#!/usr/bin/python3
+"""Reads what the benchmarks wrote.
+
+bench_report.py table FILE...        medians in ns and as ratio to FFTW or memcpy
+bench_report.py plot FILE STEM       STEM.png and STEM.svg: 2.5 N log2 N / time over orders
+bench_report.py compare OLD NEW      medians of two runs side by side
+"""
+import json
+import math
+import statistics
+import sys
+from collections import defaultdict
+
+
+def medians(path):
+    """name -> median ns over the repetitions, of processor time: a preempted turn counts as one"""
+    times = defaultdict(list)
+    for row in json.load(open(path))["benchmarks"]:
+        if row.get("run_type") == "iteration":
+            times[row["name"].split("/repeats:")[0]].append(row["cpu_time"])
+    return {name: statistics.median(t) for name, t in times.items()}
+
+
+def groups(times, depth):
+    """the name up to `depth` parts -> contender -> ns"""
+    table = defaultdict(dict)
+    for name, ns in times.items():
+        parts = name.split("/")
+        table[tuple(parts[1:depth])][parts[-1]] = ns
+    return dict(sorted(table.items(), key=lambda row: [int(p) if p.isdigit() else p for p in row[0]]))
+
+
+def geometric_mean(values):
+    return math.exp(sum(map(math.log, values)) / len(values))
+
+
+def print_table(table, reference, title):
+    contenders = [reference] + sorted({c for row in table.values() for c in row} - {reference})
+    print(f"\n{title}, median ns (ratio to {reference})")
+    print(" " * 24 + "".join(f"{c:>19}" for c in contenders))
+    for key, row in table.items():
+        cells = "".join(
+            f"{row[c]:>12.1f}" + (f" {row[c] / row[reference]:>5.2f} " if reference in row else " " * 7)
+            if c in row else " " * 19 for c in contenders)
+        print(f"{' '.join(key):<24}{cells}")
+    return contenders
+
+
+def print_transforms(times, title, ranges):
+    """ranges: name -> which orders or lengths it takes"""
+    table = groups(times, 3)
+    for way in ("forward", "inverse"):
+        rows = {k: v for k, v in table.items() if k[0] == way}
+        contenders = print_table(rows, "FFTW", f"{title}, {way}")
+    print("\nRatio to FFTW over both ways: geometric mean, and the worst")
+    for name, takes in ranges.items():
+        for c in contenders:
+            ratios = [(v[c] / v["FFTW"], k) for k, v in table.items()
+                      if takes(int(k[1])) and c in v and "FFTW" in v]
+            if ratios and c != "FFTW":
+                worst, where = max(ratios)
+                print(f"  {name:<16} {c:<8} {geometric_mean([r for r, _ in ratios]):.3f}"
+                      f"   {worst:.2f} ({where[0]} {where[1]})")
+
+
+FFT_RANGES = {"orders 6 to 14": range(6, 15).__contains__, "orders 15 to 20": range(15, 21).__contains__}
+# as bench/dft_lengths.h groups them
+DFT_RANGES = {"audio windows": {240, 320, 400, 480, 640, 800, 960, 1440, 1920, 2880}.__contains__,
+              "odd factors": {441, 882, 1764, 600, 1000, 1200}.__contains__,
+              "primes": {997, 1009, 2003}.__contains__,
+              "a long prime": {10007}.__contains__}
+
+
+def plot(times, stem):
+    import matplotlib
+    matplotlib.use("Agg")
+    from matplotlib import pyplot
+    table = groups(times, 3)
+    figure, axes = pyplot.subplots(1, 2, figsize=(11, 4.2), sharey=True)
+    style = {"avx": dict(color="#c0392b", lw=2.4), "sse3": dict(color="#e67e22", lw=2),
+             "FFTW": dict(color="#2c3e50", lw=1.6, ls="--"), "KissFFT": dict(color="#7f8c8d", lw=1.6, ls=":")}
+    for ax, way in zip(axes, ("forward", "inverse")):
+        for contender, look in style.items():
+            points = sorted((int(k[1]), v[contender]) for k, v in table.items()
+                            if k[0] == way and contender in v)
+            ax.plot([o for o, _ in points], [2.5 * 2**o * o / ns for o, ns in points],
+                    label=contender, marker="o", ms=3, **look)
+        ax.set_title(f"Real FFT, {way}")
+        ax.set_xlabel("log2 N")
+        ax.grid(alpha=0.3)
+    axes[0].set_ylabel("2.5 N log2 N / time (GFLOP/s)")
+    axes[0].set_ylim(bottom=0)
+    axes[1].legend(frameon=False)
+    figure.tight_layout()
+    for kind in ("png", "svg"):
+        figure.savefig(f"{stem}.{kind}", dpi=120)
+
+
+def compare(old, new):
+    for name in new:
+        if name in old:
+            print(f"{name:<44}{old[name]:>14.1f}{new[name]:>14.1f} ns {new[name] / old[name]:>7.3f}")
+
+
+def main(argv):
+    match argv:
+        case ["table", *paths]:
+            for path in paths:
+                times = medians(path)
+                for prefix, title, ranges in (("fft/", "Real FFT by order", FFT_RANGES),
+                                              ("dft/", "Real DFT by length", DFT_RANGES)):
+                    transforms = {n: t for n, t in times.items() if n.startswith(prefix)}
+                    if transforms:
+                        print_transforms(transforms, title, ranges)
+                vectors = {n: t for n, t in times.items() if n.startswith("vector/")}
+                if vectors:
+                    print_table(groups(vectors, 4), "memcpy", "Vector kernels, by length and byte offset")
+        case ["plot", path, stem]:
+            plot(medians(path), stem)
+        case ["compare", old, new]:
+            compare(medians(old), medians(new))
+        case _:
+            sys.exit(__doc__)
+
+
+main(sys.argv[1:])
