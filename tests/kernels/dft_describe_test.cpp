@@ -23,7 +23,7 @@ TEST(DescribeTransform, ShowsMethodRunsAndSizes) {
       {15, "direct kernel", 15, {}, 0, 0},
       {30, "direct kernel of half the length", 15, {}, 0, 0},
       {512, "FFT, one buffer", 256, {{4, 4, 4, 4}}, 0, 2080},
-      {1 << 18, "FFT in pieces", 1 << 17, {{4, 4, 8, 8, 8}, {4, 4}}, 0, 65568},
+      {1 << 18, "FFT in pieces", 1 << 17, {{4, 8, 8, 8, 4}, {4, 4}}, 0, 65568},
       {17, "direct sum", 17, {}, 0, 100},
       {480, "mixed radix", 240, {{16, 3, 5}}, 0, 1984},
       {441, "mixed radix, real", 441, {{7, 7, 3, 3}}, 0, 3592},
