@@ -11,7 +11,7 @@ help:            ## this list
 
 build:           ## library, engine and programs, in build/lib and build/bin
 	@scripts/install-packages build
-	@$(call configure,$(BUILD),-DKALVRIN_TESTS=OFF) >/dev/null
+	@$(call configure,$(BUILD)) >/dev/null
 	@cmake --build $(BUILD) -j $(JOBS)
 
 test:            ## build everything and run all tests

@@ -16,7 +16,7 @@ using namespace Orvik::Tesmo::Kernels;
 namespace {
 
 constexpr int maxLength = 4096, maxChannels = 8;
-alignas(64) float sources[2][maxLength + 64], destination[maxLength + 64];
+alignas(64) float sources[2][maxLength + 80], destination[maxLength + 80];
 
 struct Call {
   const float *a, *b;
@@ -28,6 +28,7 @@ struct Call {
 struct Kernel {
   const char* name;
   void (*run)(const Call&);
+  int channels = 1;
 };
 template <int channels>
 void Interleave(const Call& c) {
@@ -46,12 +47,12 @@ const Kernel kernels[] = {
     {"MulC", [](const Call& c) { ippsMulC_32f(c.a, 0.5f, c.dst, c.len); }},
     {"AddProductC", [](const Call& c) { ippsAddProductC_32f(c.a, 0.5f, c.dst, c.len); }},
     {"Sqrt_I", [](const Call& c) { ippsSqrt_32f_I(c.dst, c.len); }},
-    {"Interleave2", Interleave<2>},
-    {"Interleave6", Interleave<6>},
-    {"Interleave8", Interleave<8>},
-    {"Deinterleave2", Deinterleave<2>},
-    {"Deinterleave6", Deinterleave<6>},
-    {"Deinterleave8", Deinterleave<8>},
+    {"Interleave2", Interleave<2>, 2},
+    {"Interleave6", Interleave<6>, 6},
+    {"Interleave8", Interleave<8>, 8},
+    {"Deinterleave2", Deinterleave<2>, 2},
+    {"Deinterleave6", Deinterleave<6>, 6},
+    {"Deinterleave8", Deinterleave<8>, 8},
 };
 
 void Register(const Kernel& kernel, const std::string& contender, int variant, int len,
@@ -60,11 +61,12 @@ void Register(const Kernel& kernel, const std::string& contender, int variant, i
                            std::to_string(offset) + "/" + contender;
   benchmark::RegisterBenchmark(name.c_str(), [=](benchmark::State& state) {
     ippVariantIndex = variant;
+    const int channels = kernel.channels;
     Call call{
         sources[0] + offset / 4, sources[1] + offset / 4, destination + offset / 4, len, {}, {}};
-    for (int c = 0; c < maxChannels; ++c) {
-      call.planes[c] = call.a + c * (len / maxChannels);
-      call.planesOut[c] = call.dst + c * (len / maxChannels);
+    for (int c = 0; c < channels; ++c) {
+      call.planes[c] = call.a + c * (len / channels);
+      call.planesOut[c] = call.dst + c * (len / channels);
     }
     std::memset(destination, 0, sizeof destination);
     for (auto _ : state) {

@@ -1,7 +1,7 @@
 # How everything here is compiled: one language level, warnings as errors, no contracted arithmetic,
 # one folder for libraries and one for programs.
 
-option(KALVRIN_TESTS "Build the tests" ON)
+option(KALVRIN_TESTS "Build the tests (needs GoogleTest, the ONNX protobuf classes and python3-onnx)" OFF)
 option(KALVRIN_BENCH "Build the benchmarks (needs Google Benchmark, FFTW and KissFFT)" OFF)
 set(KALVRIN_SANITIZER "" CACHE STRING "Instrument everything: address or thread")
 set_property(CACHE KALVRIN_SANITIZER PROPERTY STRINGS "" address thread)
@@ -22,7 +22,7 @@ set(CMAKE_LIBRARY_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/lib)
 set(CMAKE_ARCHIVE_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/lib)
 set(CMAKE_RUNTIME_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/bin)
 
-add_compile_options(-Wall -Wextra -Wpedantic -Wshadow=local -Wnon-virtual-dtor -Werror
+add_compile_options(-Wall -Wextra -Wpedantic $<$<CXX_COMPILER_ID:GNU>:-Wshadow=local> -Wnon-virtual-dtor -Werror
                     -ffp-contract=off -fstack-protector-strong)
 add_link_options(-Wl,-z,relro,-z,now,-z,noexecstack)
 

@@ -1,4 +1,4 @@
-#!/usr/bin/env python3
+#!/usr/bin/python3
 """Reads what the benchmarks wrote.
 
 bench_report.py table FILE...        medians in ns and as ratio to FFTW or memcpy
@@ -13,11 +13,11 @@ from collections import defaultdict
 
 
 def medians(path):
-    """name -> median ns over the repetitions"""
+    """name -> median ns over the repetitions, of processor time: a preempted turn counts as one"""
     times = defaultdict(list)
     for row in json.load(open(path))["benchmarks"]:
         if row.get("run_type") == "iteration":
-            times[row["name"].split("/repeats:")[0]].append(row["real_time"])
+            times[row["name"].split("/repeats:")[0]].append(row["cpu_time"])
     return {name: statistics.median(t) for name, t in times.items()}
 
 
@@ -27,7 +27,7 @@ def groups(times, depth):
     for name, ns in times.items():
         parts = name.split("/")
         table[tuple(parts[1:depth])][parts[-1]] = ns
-    return table
+    return dict(sorted(table.items(), key=lambda row: [int(p) if p.isdigit() else p for p in row[0]]))
 
 
 def geometric_mean(values):

@@ -8,13 +8,7 @@
 ///   1. CreateStreamProcessor: the slow work (the model, its session, every buffer). Null: refused.
 ///   2. ResetGains, or SetMasterGain and SetAudioClassGain. A new stream has every gain at 0: it is
 ///      silent until one of these is called.
-///   3. ProcessBlock, again and again, `frames` frames in and as many out, later by
-///
-///        latency = capacityFrames - prefillFrames + hopLength * (1 + lookaheadBlocks)   [frames]
-///
-///      with capacityFrames = hopLength * sequenceSize, prefillFrames = blockFrames when
-///      blockFrames is less than capacityFrames and divides it, else 0; hopLength is half of the
-///      model's window.
+///   3. ProcessBlock, again and again, `frames` frames in and as many out, later by LatencyFrames.
 ///   4. `delete` the object, before the library is unloaded.
 ///
 /// Threads: one call at a time on one object, from any thread. The gain operations alone may run
@@ -70,6 +64,20 @@ public:
 };
 
 inline StreamProcessor::~StreamProcessor() = default;
+
+/// Frames from a sample at `input` to the same sample at `output` of ProcessBlock, in blocks of
+/// `blockFrames` (from 1) and `sequenceSize` windows per evaluation (from 1, as in force).
+/// `windowLength` in samples and `lookaheadBlocks` in windows are the model's: `kalvrin info` says
+/// them.
+///   latency = capacityFrames - prefillFrames + hopLength * (1 + lookaheadBlocks)
+constexpr std::uint64_t LatencyFrames(std::uint64_t windowLength, std::uint64_t lookaheadBlocks,
+                                      std::uint64_t sequenceSize, std::uint64_t blockFrames) {
+  const std::uint64_t hopLength = windowLength / 2;
+  const std::uint64_t capacityFrames = hopLength * sequenceSize;
+  const bool prefilled = blockFrames < capacityFrames && capacityFrames % blockFrames == 0;
+  const std::uint64_t prefillFrames = prefilled ? blockFrames : 0;
+  return capacityFrames - prefillFrames + hopLength * (1 + lookaheadBlocks);
+}
 
 }  // namespace Orvik::Tesmo
 

@@ -69,12 +69,15 @@ using namespace Orvik::Tesmo::Kernels;
 
 std::int32_t ippVariantIndex = 0;
 
+// A parameter list and a list of arguments bring their own parentheses.
+// NOLINTBEGIN(bugprone-macro-parentheses)
 #define TABLE(name, params, args, sharing)                                                         \
   static IppStatus(*name##_variants[variantCount]) params = sharing(name);                         \
   extern "C" IppStatus name params {                                                               \
     return name##_variants[ippVariantIndex] args;                                                  \
   }
 ALL_ENTRIES(TABLE)
+// NOLINTEND(bugprone-macro-parentheses)
 
 #define ROW(name, params, args, sharing)                                                           \
   {#name, reinterpret_cast<const void* const*>(name##_variants)},

@@ -40,7 +40,9 @@ public:
   virtual ResultCode GetKind(FeatureKind& kind) const = 0;
   /// Of a tensor feature only; NoInterface otherwise.
   virtual ResultCode GetTensorKind(std::uint32_t& kind) const = 0;
-  /// Of a tensor feature only; NoInterface otherwise. Free dimensions are -1 or 0.
+  /// Of a tensor feature only; NoInterface otherwise. Free dimensions are -1 or 0. An output's
+  /// dimension that the model leaves free may be fixed here by what the engine infers from the
+  /// graph.
   virtual ResultCode GetShape(Shape& shape) const = 0;
 };
 
@@ -81,12 +83,14 @@ public:
   virtual ResultCode GetMetadata(std::shared_ptr<MetadataMap>& metadata) const = 0;
 };
 
-/// A dense tensor with storage of its own.
+/// A dense tensor with storage of its own. It may be bound in one binding at a time.
 class Tensor {
 public:
   virtual ~Tensor() = default;
-  /// Address of the elements, for reading and writing until Release; row-major, no gaps. Null for a
-  /// tensor without elements. Not for strings (NoInterface).
+  /// Address of the elements, for reading and writing until Release; row-major, no gaps, 64-byte
+  /// aligned. Null for a tensor without elements. Not for strings (NoInterface). The values of a
+  /// recurrent state are those that the next evaluation reads; their address changes with Evaluate
+  /// and Prepare, so neither may run before Release.
   virtual ResultCode Acquire(void*& data) = 0;
   virtual void Release() = 0;
 };
@@ -102,7 +106,8 @@ class SessionOptions {
 public:
   virtual ~SessionOptions() = default;
   virtual ResultCode SetBatchSizeOverride(std::uint32_t size) = 0;
-  /// Threads for parallel work inside one operator.
+  /// Threads for parallel work inside one operator. Both may answer NotImplemented where the engine
+  /// cannot be had so; 1 is always served.
   virtual ResultCode SetIntraOpNumThreadsOverride(std::uint32_t threads) = 0;
 };
 
@@ -121,9 +126,10 @@ public:
   virtual ResultCode Bind(Side side, std::u16string_view name,
                           const std::shared_ptr<Tensor>& tensor) = 0;
   /// Brings the present set of bound tensors into force: does everything that a first evaluation
-  /// would otherwise do late (allocate, choose, fail on shapes) by evaluating once, and leaves all
+  /// would otherwise do late (allocate, choose, fail on shapes) by evaluating zeros, and leaves all
   /// bound tensors zero (strings empty). On failure the binding is unusable until a Prepare
-  /// succeeds.
+  /// succeeds. Fails for an unbound input, for tensors of another type or shape than the model has
+  /// there, and for one tensor bound to two outputs; an output left unbound is not computed.
   virtual ResultCode Prepare() = 0;
 };
 
@@ -133,7 +139,8 @@ public:
   virtual ~Session() = default;
   /// Runs the model once on what the bound tensors hold, on the calling thread, and returns when
   /// it has run. On failure recurrent states keep their values. IllegalMethodCall before Prepare.
-  /// `correlationId` names the evaluation to the engine; it has no effect on the result.
+  /// `correlationId` names the evaluation where the engine has a use for a name; it has no effect
+  /// on the result.
   virtual ResultCode Evaluate(Binding& binding, const char16_t* correlationId) = 0;
 };
 

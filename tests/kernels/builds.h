@@ -87,7 +87,7 @@ double RelativeError(const A& a, const B& b, std::size_t count) {
 
 /// The relative L2 error that single precision allows a transform of 2^order values.
 inline double Tolerance(int order) {
-  return 7e-8 * std::sqrt(order < 2 ? 2.0 : order);
+  return 7e-8 * std::sqrt(order < 4 ? 4.0 : order);
 }
 
 }  // namespace KernelTest

@@ -54,12 +54,13 @@ TEST(Fft, IsTheDefinitionUnderEveryFlag) {
         std::vector<float> y(N + 2), z(N + 2);
         ASSERT_EQ(ippStsNoErr, fft.Forward(x.data(), y.data()));
         const double n = static_cast<double>(N);
-        EXPECT_LT(RelativeError(y, Scaled(X, ForwardScale(flag, n)), bins), Tolerance(order));
+        // 1/sqrt(N) is one Newton step from the processor's estimate.
+        const double tolerance = Tolerance(order) + (flag == IPP_FFT_DIV_BY_SQRTN ? 2e-7 : 0.0);
+        EXPECT_LT(RelativeError(y, Scaled(X, ForwardScale(flag, n)), bins), tolerance);
         EXPECT_EQ(0.0f, y[1]);
         EXPECT_EQ(0.0f, y[order == 0 ? 1 : N + 1]);
         ASSERT_EQ(ippStsNoErr, fft.Inverse(spectrum.data(), z.data()));
-        EXPECT_LT(RelativeError(z, Scaled(samples, n * InverseScale(flag, n)), N),
-                  Tolerance(order));
+        EXPECT_LT(RelativeError(z, Scaled(samples, n * InverseScale(flag, n)), N), tolerance);
       }
   }
 }

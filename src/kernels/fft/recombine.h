@@ -83,7 +83,7 @@ void RecombineForward(float* data, const float* table, std::ptrdiff_t M, float s
     ForwardGroups<true, V>(data, FlatFactors<V>{table}, M, scale);
 }
 
-template <Output output, class V, class Factors>
+template <Output output, bool scaled, class V, class Factors>
 void InverseGroups(const float* src, float* dst, Factors factors, std::ptrdiff_t M, V scale,
                    Complex<V> first) {
   using C = Complex<V>;
@@ -97,7 +97,11 @@ void InverseGroups(const float* src, float* dst, Factors factors, std::ptrdiff_t
     const C t = factors.At(g);
     const V D = a.re - b.re, S = a.im + b.im, T = a.re + b.re, U = a.im - b.im;
     const V P = t.im * D - t.re * S, Q = t.re * D + t.im * S;
-    const C z = C{T + P, U + Q} * scale, mirrored = C{T - P, Q - U} * scale;
+    C z = {T + P, U + Q}, mirrored = {T - P, Q - U};
+    if constexpr (scaled) {
+      z = z * scale;
+      mirrored = mirrored * scale;
+    }
     if constexpr (output == Output::Stage) {
       C{MirrorColumns(z.re, before.re), MirrorColumns(z.im, before.im)}.StoreU(dst + low);
       mirrored.StoreU(dst + high);
@@ -116,9 +120,11 @@ void RecombineInverse(const float* src, float* dst, const float* table, std::ptr
   const float re = (src[0] + src[2 * M]) * scale, im = (src[0] - src[2 * M]) * scale;
   const Complex<V> first = {V::Set1(re), V::Set1(im)};
   if (M >= 1 << twoLevelFrom)
-    InverseGroups<output>(src, dst, TwoLevelFactors<V>{table}, M, V::Set1(scale), first);
+    InverseGroups<output, true>(src, dst, TwoLevelFactors<V>{table}, M, V::Set1(scale), first);
+  else if (scale == 1.0f)
+    InverseGroups<output, false>(src, dst, FlatFactors<V>{table}, M, V::Set1(scale), first);
   else
-    InverseGroups<output>(src, dst, FlatFactors<V>{table}, M, V::Set1(scale), first);
+    InverseGroups<output, true>(src, dst, FlatFactors<V>{table}, M, V::Set1(scale), first);
   if constexpr (output == Output::Interleaved) {
     dst[0] = re;
     dst[1] = im;

@@ -14,16 +14,16 @@ template <class T>
 struct Tag {};
 
 template <class V, class Op>
-KERNELS_INLINE void ForEachElement(float* pDst, int len, Op op) {
+KERNELS_INLINE void ForEachElement(float* pDst, std::ptrdiff_t len, Op op) {
   constexpr int block = 2 * V::width;
-  int i = 0;
+  std::ptrdiff_t i = 0;
   if (len > block) {
     const auto address = reinterpret_cast<std::uintptr_t>(pDst);
     const bool canAlign = address % sizeof(float) == 0;
-    const int peel = canAlign ? static_cast<int>(-(address / sizeof(float)) % V::width) : 0;
+    const std::ptrdiff_t peel = canAlign ? -(address / sizeof(float)) % V::width : 0;
     for (; i < peel; ++i)
       pDst[i] = op(Tag<float>{}, i);
-    const int last = len - block;
+    const std::ptrdiff_t last = len - block;
     for (; i <= last; i += block) {
       const V a = op(Tag<V>{}, i), b = op(Tag<V>{}, i + V::width);
       a.StoreU(pDst + i);
@@ -37,9 +37,9 @@ KERNELS_INLINE void ForEachElement(float* pDst, int len, Op op) {
 /// An operand of ForEachElement.
 struct Source {
   const float* p;
-  KERNELS_INLINE float At(Tag<float>, int i) const { return p[i]; }
+  KERNELS_INLINE float At(Tag<float>, std::ptrdiff_t i) const { return p[i]; }
   template <class V>
-  KERNELS_INLINE V At(Tag<V>, int i) const {
+  KERNELS_INLINE V At(Tag<V>, std::ptrdiff_t i) const {
     return V::LoadU(p + i);
   }
 };

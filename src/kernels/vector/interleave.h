@@ -107,7 +107,7 @@ inline void InterleaveChannels(const float* const* pSrc, int channels, int len, 
     for (int c = 0; c < quads; c += 4)
       i = InterleaveQuad<V>(pSrc + c, 0, len, pDst + c, channels);
   const int blocks = i, whole = channels == 2 || channels == 6 ? channels : quads;
-  for (i = 0; i < len; ++i)
+  for (i = whole == channels ? blocks : 0; i < len; ++i)
     for (int c = i < blocks ? whole : 0; c < channels; ++c)
       pDst[static_cast<std::ptrdiff_t>(i) * channels + c] = pSrc[c][i];
 }

@@ -32,7 +32,7 @@ IppStatus ippsAdd_32f(const Ipp32f* pSrc1, const Ipp32f* pSrc2, Ipp32f* pDst, in
   if (!pSrc1 || !pSrc2 || !pDst) return ippStsNullPtrErr;
   if (len < 1) return ippStsSizeErr;
   const Source a{pSrc1}, b{pSrc2};
-  ForEachElement<Vec>(pDst, len, [=](auto t, int i) { return a.At(t, i) + b.At(t, i); });
+  ForEachElement<Vec>(pDst, len, [=](auto t, std::ptrdiff_t i) { return a.At(t, i) + b.At(t, i); });
   return ippStsNoErr;
 }
 
@@ -40,7 +40,7 @@ IppStatus ippsMul_32f(const Ipp32f* pSrc1, const Ipp32f* pSrc2, Ipp32f* pDst, in
   if (!pSrc1 || !pSrc2 || !pDst) return ippStsNullPtrErr;
   if (len < 1) return ippStsSizeErr;
   const Source a{pSrc1}, b{pSrc2};
-  ForEachElement<Vec>(pDst, len, [=](auto t, int i) { return a.At(t, i) * b.At(t, i); });
+  ForEachElement<Vec>(pDst, len, [=](auto t, std::ptrdiff_t i) { return a.At(t, i) * b.At(t, i); });
   return ippStsNoErr;
 }
 
@@ -48,7 +48,8 @@ IppStatus ippsMul_32f_I(const Ipp32f* pSrc, Ipp32f* pSrcDst, int len) {
   if (!pSrc || !pSrcDst) return ippStsNullPtrErr;
   if (len < 1) return ippStsSizeErr;
   const Source a{pSrc}, b{pSrcDst};
-  ForEachElement<Vec>(pSrcDst, len, [=](auto t, int i) { return b.At(t, i) * a.At(t, i); });
+  ForEachElement<Vec>(pSrcDst, len,
+                      [=](auto t, std::ptrdiff_t i) { return b.At(t, i) * a.At(t, i); });
   return ippStsNoErr;
 }
 
@@ -58,7 +59,8 @@ IppStatus ippsMulC_32f(const Ipp32f* pSrc, Ipp32f val, Ipp32f* pDst, int len) {
   if (val == 1.0f) return ippsCopy_32f(pSrc, pDst, len);
   if (val == 0.0f) return ippsZero_32f(pDst, len);
   const Source a{pSrc};
-  ForEachElement<Vec>(pDst, len, [=](auto t, int i) { return a.At(t, i) * Spread(t, val); });
+  ForEachElement<Vec>(pDst, len,
+                      [=](auto t, std::ptrdiff_t i) { return a.At(t, i) * Spread(t, val); });
   return ippStsNoErr;
 }
 
@@ -72,8 +74,9 @@ IppStatus ippsAddProductC_32f(const Ipp32f* pSrc, Ipp32f val, Ipp32f* pSrcDst, i
   if (!pSrc || !pSrcDst) return ippStsNullPtrErr;
   if (len < 1) return ippStsSizeErr;
   const Source a{pSrc}, b{pSrcDst};
-  ForEachElement<Vec>(pSrcDst, len,
-                      [=](auto t, int i) { return b.At(t, i) + a.At(t, i) * Spread(t, val); });
+  ForEachElement<Vec>(pSrcDst, len, [=](auto t, std::ptrdiff_t i) {
+    return b.At(t, i) + a.At(t, i) * Spread(t, val);
+  });
   return ippStsNoErr;
 }
 

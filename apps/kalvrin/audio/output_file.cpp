@@ -1,0 +1,97 @@
+#include "audio/output_file.h"
+
+#include "command_line/errors.h"
+
+#include <cerrno>
+#include <cstdio>
+#include <fcntl.h>
+#include <filesystem>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace Orvik::Tesmo::Tool {
+namespace {
+
+[[noreturn]] void RefuseToWrite(const std::string& name, int error) {
+  throw Refusal("cannot write " + name + ": " + SystemErrorText(error));
+}
+
+std::string FolderOf(const std::string& path) {
+  const std::string folder = std::filesystem::path(path).parent_path();
+  return folder.empty() ? "." : folder;
+}
+
+}  // namespace
+
+OutputFile::OutputFile(const std::string& path) : name(path == "-" ? "standard output" : path) {
+  Inspect(path);
+  const std::string folder = target.empty() ? TemporaryFolder() : FolderOf(target);
+  contents = OpenScratchFile(folder);
+  if (!contents)
+    throw Refusal("cannot write " + name + ": no file can be made in " + folder + " (" +
+                  SystemErrorText(errno) + ")");
+}
+
+/// Finds out what stands under `path` now, and thereby how Commit has to work.
+void OutputFile::Inspect(const std::string& path) {
+  toStandardOutput = path == "-";
+  if (toStandardOutput) return;
+  struct stat present {};
+  if (stat(path.c_str(), &present) != 0) {
+    if (errno != ENOENT) RefuseToWrite(name, errno);
+    target = path;
+    return;
+  }
+  if (S_ISDIR(present.st_mode)) RefuseToWrite(name, EISDIR);
+  if (!S_ISREG(present.st_mode)) {
+    stream = Descriptor(open(path.c_str(), O_WRONLY | O_CLOEXEC));
+    if (!stream) RefuseToWrite(name, errno);
+    return;
+  }
+  // Replacing needs no right to the old file; asking for it keeps a write-protected file safe.
+  if (access(path.c_str(), W_OK) != 0) RefuseToWrite(name, errno);
+  target = std::filesystem::canonical(path);
+  keptMode = present.st_mode & 07777;
+}
+
+void OutputFile::Commit() {
+  if (!target.empty()) return Publish();
+  if (lseek(contents.Get(), 0, SEEK_SET) != 0) RefuseToWrite(name, errno);
+  CopyToEnd(contents.Get(), name, toStandardOutput ? STDOUT_FILENO : stream.Get(), name);
+}
+
+void OutputFile::Publish() {
+  // Some file systems report a full disk only when the data really go there.
+  if (fsync(contents.Get()) != 0 && errno != EINVAL) RefuseToWrite(name, errno);
+  // A name of our own first: linking cannot replace a file, renaming can.
+  const std::string passing = FolderOf(target) + "/.kalvrin-" + std::to_string(getpid());
+  unlink(passing.c_str());
+  if (!GiveName(passing)) CopyTo(passing);
+  if (keptMode != 0) chmod(passing.c_str(), keptMode);
+  if (std::rename(passing.c_str(), target.c_str()) != 0) {
+    const int error = errno;
+    unlink(passing.c_str());
+    RefuseToWrite(name, error);
+  }
+}
+
+/// False where the file system gives no name to an unnamed file.
+bool OutputFile::GiveName(const std::string& path) {
+  const std::string self = "/proc/self/fd/" + std::to_string(contents.Get());
+  return linkat(AT_FDCWD, self.c_str(), AT_FDCWD, path.c_str(), AT_SYMLINK_FOLLOW) == 0;
+}
+
+void OutputFile::CopyTo(const std::string& path) {
+  const Descriptor copy(open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666));
+  if (!copy) RefuseToWrite(name, errno);
+  try {
+    if (lseek(contents.Get(), 0, SEEK_SET) != 0) RefuseToWrite(name, errno);
+    CopyToEnd(contents.Get(), name, copy.Get(), name);
+    if (fsync(copy.Get()) != 0) RefuseToWrite(name, errno);
+  } catch (...) {
+    unlink(path.c_str());
+    throw;
+  }
+}
+
+}  // namespace Orvik::Tesmo::Tool

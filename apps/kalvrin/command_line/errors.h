@@ -1,0 +1,25 @@
+#pragma once
+
+// How a subcommand ends when it does not end well. Every text is one sentence for the user, without
+// the leading "kalvrin: " and without a full stop; main prints it and chooses the exit status.
+
+#include <stdexcept>
+
+namespace Orvik::Tesmo::Tool {
+
+/// What the help promises.
+namespace ExitStatus {
+inline constexpr int Ok = 0, Refused = 1, Usage = 2;
+}
+
+/// The model or the audio is refused, or something failed on the way.
+struct Refusal : std::runtime_error {
+  using std::runtime_error::runtime_error;
+};
+
+/// The command line is wrong.
+struct UsageError : std::runtime_error {
+  using std::runtime_error::runtime_error;
+};
+
+}  // namespace Orvik::Tesmo::Tool

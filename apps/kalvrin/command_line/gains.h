@@ -1,0 +1,25 @@
+#pragma once
+
+// Gains as people write them on a command line, and as they like to read them back.
+
+#include <string>
+#include <string_view>
+
+namespace Orvik::Tesmo::Tool {
+
+struct ClassGain {
+  std::string name;  // UTF-8, as typed
+  float gain = 1;    // linear, from 0
+};
+
+/// A linear factor from 0 ("0.5"), or decibels ("-6dB", "-6 db", "-infdB" for silence). The result
+/// is linear and finite. UsageError.
+float ParseGain(std::string_view text);
+
+/// "NAME=GAIN", cut at the last equals sign. UsageError.
+ClassGain ParseClassGain(std::string_view text);
+
+/// "1", "0.5012 (-6.0 dB)", "0".
+std::string GainText(float gain);
+
+}  // namespace Orvik::Tesmo::Tool

@@ -1,0 +1,11 @@
+#include "command.h"
+
+namespace Orvik::Tesmo::Tool {
+
+std::span<const Command* const> Commands() {
+  static constexpr const Command* all[] = {&infoCommand, &checkCommand, &renderCommand,
+                                           &planCommand};
+  return all;
+}
+
+}  // namespace Orvik::Tesmo::Tool

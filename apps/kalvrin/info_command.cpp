@@ -1,0 +1,244 @@
+#include "command.h"
+#include "model/engine.h"
+#include "model/model_file.h"
+#include "model/refusals.h"
+#include "model/report.h"
+#include "runtime/metadata.h"
+#include "runtime/metadata_json.h"
+#include "runtime/model_loading.h"
+
+#include <algorithm>
+#include <iomanip>
+#include <iostream>
+#include <iterator>
+#include <optional>
+
+namespace Orvik::Tesmo::Tool {
+namespace {
+
+constexpr const char* inputRoles[] = {"channels", "windows", "features", "components"};
+constexpr const char* outputRoles[] = {"classes", "channels", "windows", "features", "components"};
+
+/// The shape with what each dimension means: "[channels *, windows *, samples 512]".
+template <std::size_t N, class PositionOf>
+std::string MeaningText(const Platform::Shape& shape, const char* const (&roles)[N],
+                        const char* features, PositionOf positionOf) {
+  std::string text = "[";
+  for (std::size_t position = 0; position < shape.size(); ++position)
+    for (std::size_t role = 0; role < N; ++role) {
+      if (positionOf(role) != static_cast<int>(position)) continue;
+      const std::string_view name = roles[role];
+      text += (position == 0 ? "" : ", ") + std::string(name == "features" ? features : name) +
+              ' ' + (Dnn::IsFree(shape[position]) ? "*" : std::to_string(shape[position]));
+    }
+  return text + "]";
+}
+
+std::string InputText(const Dnn::ModelLayout& layout) {
+  const char* features = layout.GetInputComponents() > 1 ? "bins" : "samples";
+  return MeaningText(layout.GetDeclaredInputShape(), inputRoles, features, [&](std::size_t role) {
+    return layout.GetInputDimension(static_cast<Dnn::InputRole>(role));
+  });
+}
+
+std::string OutputText(const Dnn::ModelLayout& layout) {
+  const char* features = layout.GetOutputComponents() > 1 ? "bins" : "samples";
+  return MeaningText(layout.GetDeclaredOutputShape(), outputRoles, features, [&](std::size_t role) {
+    return layout.GetOutputDimension(static_cast<Dnn::OutputRole>(role));
+  });
+}
+
+void PrintFeatures(const char* title, const std::vector<FeatureDescription>& features,
+                   const std::string& audioShape) {
+  std::cout << title << '\n';
+  for (std::size_t i = 0; i < features.size(); ++i) {
+    const FeatureDescription& feature = features[i];
+    std::string text = TypeText(feature);
+    if (feature.kind == Platform::FeatureKind::Tensor)
+      text += ' ' + (i == 0 && !audioShape.empty() ? audioShape : ShapeText(feature.shape));
+    text += i == 0 ? "  audio" : "  state " + std::to_string(i);
+    PrintField(std::cout, feature.name, text);
+  }
+}
+
+void PrintGeometry(const ModelFacts& facts, const StreamRequest& settled) {
+  const auto& layout = facts.layout;
+  const std::uint64_t window = layout.GetWindowLength();
+  PrintField(std::cout, "works on",
+             layout.GetInputComponents() > 1
+                 ? "spectra of " + Counted(layout.GetFeatureSize(), "bin")
+                 : std::string("samples"));
+  PrintField(std::cout, "window", LatencyText(window, facts));
+  PrintField(std::cout, "hop", LatencyText(layout.GetHopLength(), facts));
+  const bool own = facts.info.GetBaselineSequenceSize() != 0;
+  PrintField(std::cout, "sequence",
+             Counted(settled.sequenceSize, "window") + " per evaluation, " +
+                 (own ? "the model's own choice" : "the library's default"));
+  PrintField(std::cout, "lookahead",
+             Counted(static_cast<std::uint64_t>(facts.lookahead), "window"));
+  PrintField(std::cout, "states", std::to_string(layout.GetStateCount()));
+}
+
+void PrintClasses(const ModelFacts& facts) {
+  std::cout << "classes\n";
+  const auto names = facts.ClassNames();
+  for (std::size_t id = 0; id < names.size(); ++id)
+    PrintField(std::cout, std::to_string(id + 1), names[id]);
+  PrintField(std::cout, "and", "Rest, which is what no class claims");
+}
+
+void PrintBindings(const ModelFacts& facts) {
+  std::cout << "channel bindings\n";
+  const auto& bindings = facts.info.GetChannelBindings();
+  if (bindings.empty())
+    PrintField(std::cout, "none", "every channel is a mixture, which the model splits");
+  for (const auto& binding : bindings)
+    PrintField(std::cout, "channel " + std::to_string(binding.channel),
+               "carries " + PrintableText(binding.audioClass) +
+                   " alone: it is scaled by that gain and gets nothing from the model");
+}
+
+struct KnownKey {
+  std::u16string_view name;
+  enum class Kind { Text, Number, List } kind;
+};
+constexpr KnownKey knownKeys[] = {
+    {u"Name", KnownKey::Kind::Text},
+    {u"SampleRate", KnownKey::Kind::Number},
+    {u"LookaheadNumBlocks", KnownKey::Kind::Number},
+    {u"OverlapInSamples", KnownKey::Kind::Number},
+    {u"BaselineSequenceSize", KnownKey::Kind::Number},
+    {u"AudioClassNames", KnownKey::Kind::List},
+    {u"ChannelToAudioClassBindings", KnownKey::Kind::List},
+};
+
+/// Whether a present value is of the type that its key asks for; otherwise the default holds.
+bool Counts(const KnownKey& key, const std::u16string& value) {
+  using Type = Dnn::MetadataJson::Type;
+  if (key.kind == KnownKey::Kind::Text) return true;
+  const Type type = Dnn::ParseMetadataJson(value).type;
+  if (key.kind == KnownKey::Kind::List) return type == Type::Array;
+  return type == Type::Unsigned || type == Type::Integer;
+}
+
+std::string DefaultText(const ModelFacts& facts, std::u16string_view key) {
+  const struct {
+    std::u16string_view key;
+    std::string value;
+  } defaults[] = {
+      {u"Name", PrintableText(facts.info.GetName())},
+      {u"SampleRate", std::to_string(facts.info.GetSampleRate())},
+      {u"LookaheadNumBlocks", std::to_string(facts.info.GetLookaheadNumBlocks())},
+      {u"OverlapInSamples", std::to_string(facts.info.GetOverlapInSamples())},
+      {u"BaselineSequenceSize", std::to_string(facts.info.GetBaselineSequenceSize())},
+      {u"AudioClassNames", "[\"" + facts.ClassNames().front() + "\"]"},
+      {u"ChannelToAudioClassBindings", "[]"},
+  };
+  return std::ranges::find(defaults, key, [](const auto& row) { return row.key; })->value;
+}
+
+void PrintKey(std::string_view key, std::string_view text) {
+  std::cout << "  " << std::left << std::setw(28) << key << ' ' << text << '\n';
+}
+
+void PrintMetadata(const ModelDescription& model, const ModelFacts& facts) {
+  std::cout << "metadata\n";
+  for (const KnownKey& key : knownKeys) {
+    const auto entry = model.metadata.find(std::u16string(key.name));
+    const bool present = entry != model.metadata.end();
+    std::string text;
+    if (present && Counts(key, entry->second))
+      text = PrintableText(entry->second);
+    else if (present)
+      text = DefaultText(facts, key.name) + " (default; the model's " +
+             PrintableText(entry->second) + " is of another type)";
+    else
+      text = DefaultText(facts, key.name) + " (default)";
+    PrintKey(PrintableText(key.name), text);
+  }
+  for (const auto& entry : model.metadata)
+    if (std::ranges::find(knownKeys, entry.first, &KnownKey::name) == std::end(knownKeys))
+      PrintKey(PrintableText(entry.first), PrintableText(entry.second) + " (not read)");
+}
+
+/// A stream reads two of the keys in a way of its own, and its reading is what one hears.
+std::vector<std::string> SecondReadings(const ModelFacts& facts) {
+  std::vector<std::string> notes;
+  const auto add = [&notes](const std::string& key, std::int32_t taken, std::int32_t read) {
+    if (taken != read)
+      notes.push_back("a stream takes " + key + " as " + std::to_string(taken) +
+                      ", by the digits at the start of its text; 0 without any");
+  };
+  add("SampleRate", facts.sampleRateHz, facts.info.GetSampleRate());
+  add("LookaheadNumBlocks", facts.lookahead, facts.info.GetLookaheadNumBlocks());
+  return notes;
+}
+
+void PrintLatencies(const ModelFacts& facts, StreamRequest settled) {
+  std::cout << "latency with " << Counted(settled.sequenceSize, "window") << " per evaluation\n";
+  for (const std::uint64_t block : {32, 64, 128, 256, 480, 512, 960, 1024, 2048, 4096}) {
+    settled.blockFrames = block;
+    PrintField(std::cout, "block " + std::to_string(block),
+               LatencyText(LatencyFrames(facts.Sizes(settled)), facts));
+  }
+}
+
+int PrintRefusal(const ModelFile& file, const ModelDescription* model) {
+  const auto explanation = ExplainCurrentException(model, {});
+  std::cerr << "kalvrin: " << file.path << " is refused: " << explanation.reason << "; "
+            << explanation.change << '\n';
+  return ExitStatus::Refused;
+}
+
+int Info(Arguments arguments) {
+  struct NoSettings {
+  } none;
+  const auto operands = ParseArguments<NoSettings>(arguments, {}, none);
+  ExpectOperands(operands, infoCommand.operands);
+  const ModelFile file = ReadModelFile(operands[0]);
+  Engine engine;
+  std::optional<ModelDescription> model;
+  std::optional<ModelFacts> facts;
+  int status = ExitStatus::Ok;
+  try {
+    const auto loaded =
+        Dnn::LoadLearningModel(engine.Runtime(), file.bytes.data(), file.bytes.size());
+    model = DescribeModel(*loaded);
+    facts.emplace(*loaded);
+  } catch (...) {
+    status = PrintRefusal(file, model ? &*model : nullptr);
+  }
+  if (!model) return status;
+
+  std::cout << (facts ? PrintableText(facts->info.GetName()) : file.path) << " ("
+            << file.bytes.size() << " bytes)\n";
+  const StreamRequest settled = facts ? facts->Settle({}) : StreamRequest{};
+  if (facts) PrintGeometry(*facts, settled);
+  PrintFeatures("inputs", model->inputs, facts ? InputText(facts->layout) : "");
+  PrintFeatures("outputs", model->outputs, facts ? OutputText(facts->layout) : "");
+  if (!facts) return status;
+  PrintClasses(*facts);
+  PrintBindings(*facts);
+  PrintMetadata(*model, *facts);
+  PrintLatencies(*facts, settled);
+  PrintNotes(std::cout, Notes(*facts));
+  PrintNotes(std::cout, SecondReadings(*facts));
+  return status;
+}
+
+}  // namespace
+
+constinit const Command infoCommand = {
+    "info",
+    "MODEL",
+    "print what a model declares: tensors, sizes, classes, metadata, latency",
+    "Prints the inputs and outputs with the meaning of their dimensions, window, hop, states,\n"
+    "classes, channel bindings, metadata with the defaults marked, and the latency for usual "
+    "block\n"
+    "lengths. A free dimension is a star. Whether the library takes the model at certain sizes is\n"
+    "the business of 'kalvrin check'.\n",
+    nullptr,
+    Info,
+};
+
+}  // namespace Orvik::Tesmo::Tool

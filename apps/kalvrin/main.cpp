@@ -1,0 +1,124 @@
+// The command-line host: finds the subcommand, prints help, and turns every way of failing into one
+// line on standard error and an exit status.
+
+#include "command.h"
+#include "command_line/errors.h"
+#include "command_line/interrupt.h"
+#include "failure/exceptions.h"
+#include "failure/result_code.h"
+#include "model/refusals.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <iostream>
+#include <string>
+
+namespace Orvik::Tesmo::Tool {
+namespace {
+
+void PrintOverview(std::ostream& out) {
+  out << "kalvrin runs multichannel audio through a neural model.\n\nusage:\n";
+  for (const Command* command : Commands())
+    out << "  kalvrin " << command->name << ' ' << command->operands << " [OPTION...]\n";
+  out << "  kalvrin help [COMMAND]\n  kalvrin --version\n\ncommands:\n";
+  for (const Command* command : Commands())
+    PrintOption(out, command->name, "", command->summary);
+  PrintOption(out, "help", "", "this text, or all about one command");
+  out << "\nA file name of - stands for standard input or output.\n"
+         "Exit status: 0 all well, 1 the model or the audio is refused or something failed, 2 the\n"
+         "command line is wrong.\n";
+}
+
+void PrintHelp(std::ostream& out, const Command& command) {
+  out << "usage: kalvrin " << command.name << ' ' << command.operands
+      << (command.printOptions ? " [OPTION...]\n\n" : "\n\n") << command.details;
+  if (!command.printOptions) return;
+  out << "\noptions:\n";
+  command.printOptions(out);
+}
+
+const Command& FindCommand(std::string_view name) {
+  for (const Command* command : Commands())
+    if (command->name == name) return *command;
+  throw UsageError("there is no command '" + std::string(name) + "'");
+}
+
+bool AsksForHelp(Arguments arguments) {
+  for (const std::string_view argument : arguments) {
+    if (argument == "--") return false;
+    if (argument == "--help" || argument == "-h") return true;
+  }
+  return false;
+}
+
+int Help(Arguments arguments) {
+  if (arguments.size() > 1) throw UsageError("help takes one command");
+  if (arguments.empty())
+    PrintOverview(std::cout);
+  else
+    PrintHelp(std::cout, FindCommand(arguments.front()));
+  return ExitStatus::Ok;
+}
+
+int Dispatch(Arguments arguments) {
+  if (arguments.empty()) {
+    PrintOverview(std::cerr);
+    return ExitStatus::Usage;
+  }
+  const std::string_view name = arguments.front();
+  const Arguments rest = arguments.subspan(1);
+  if (name == "--version") {
+    std::cout << "kalvrin " KALVRIN_VERSION "\n";
+    return ExitStatus::Ok;
+  }
+  if (name == "--help" || name == "-h") return Help({});
+  if (name == "help") return Help(rest);
+  if (name.starts_with('-')) throw UsageError("there is no option " + std::string(name));
+  const Command& command = FindCommand(name);
+  if (!AsksForHelp(rest)) return command.run(rest);
+  PrintHelp(std::cout, command);
+  return ExitStatus::Ok;
+}
+
+/// What was printed has to have arrived, too.
+int FlushResults(int status) {
+  errno = 0;
+  if (std::cout.flush()) return status;
+  throw Refusal("cannot write standard output: " +
+                std::string(std::strerror(errno)));  // NOLINT(concurrency-mt-unsafe): one thread
+}
+
+void PrintFailure(std::string_view text) {
+  std::cerr << "kalvrin: " << text << '\n';
+}
+
+std::string UsageHint(Arguments arguments) {
+  for (const Command* command : Commands())
+    if (!arguments.empty() && command->name == arguments.front())
+      return "'kalvrin help " + std::string(command->name) + "' explains it";
+  return "'kalvrin help' lists what there is";
+}
+
+int Run(Arguments arguments) {
+  try {
+    return FlushResults(Dispatch(arguments));
+  } catch (const UsageError& error) {
+    PrintFailure(std::string(error.what()) + "; " + UsageHint(arguments));
+    return ExitStatus::Usage;
+  } catch (const Interrupted& interrupted) {
+    EndBySignal(interrupted.signal);
+  } catch (...) {
+    PrintFailure(TextOfCurrentException());
+    return ExitStatus::Refused;
+  }
+}
+
+}  // namespace
+}  // namespace Orvik::Tesmo::Tool
+
+int main(int count, char** values) {
+  using namespace Orvik::Tesmo::Tool;
+  CatchSignals();
+  return Run(Arguments(values, static_cast<std::size_t>(count)).subspan(1));
+}

@@ -1,0 +1,37 @@
+#pragma once
+
+#include "platform/platform.h"
+
+#include <cstdint>
+#include <map>
+#include <string>
+#include <vector>
+
+namespace Orvik::Tesmo::Tool {
+
+/// What a model declares, before anything is made of it.
+struct FeatureDescription {
+  std::string name;  // printable
+  Platform::FeatureKind kind = Platform::FeatureKind::Other;
+  std::uint32_t tensorKind = 0;  // of tensors only, as is the shape
+  Platform::Shape shape;
+};
+
+struct ModelDescription {
+  std::vector<FeatureDescription> inputs, outputs;
+  std::map<std::u16string, std::u16string> metadata;
+};
+
+/// Throws what the engine fails with.
+ModelDescription DescribeModel(const Platform::Model& model);
+
+/// UTF-8 for people. Bytes that are no valid text, and control characters, come as "?".
+std::string PrintableText(std::u16string_view text);
+
+/// "float32", "int64", "sequence", ...
+std::string TypeText(const FeatureDescription& feature);
+
+/// "[1, *, 480]", free dimensions as stars.
+std::string ShapeText(const Platform::Shape& shape);
+
+}  // namespace Orvik::Tesmo::Tool

@@ -1,0 +1,283 @@
+#include "model/refusals.h"
+
+#include "command_line/errors.h"
+#include "failure/exceptions.h"
+#include "failure/result_code.h"
+#include "model/report.h"
+#include "runtime/metadata.h"
+#include "runtime/metadata_json.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <new>
+#include <stdexcept>
+
+namespace Orvik::Tesmo::Tool {
+namespace {
+
+/// What a row's `found` looks at.
+struct Circumstances {
+  const ModelDescription& model;
+  const StreamRequest& request;
+};
+
+std::string Feature(const char* side, const std::vector<FeatureDescription>& features) {
+  if (features.empty()) return std::string("there is no ") + side;
+  const FeatureDescription& feature = features.front();
+  std::string text = std::string("the ") + side + " '" + feature.name + "' is " + TypeText(feature);
+  if (feature.kind == Platform::FeatureKind::Tensor) text += " " + ShapeText(feature.shape);
+  return text;
+}
+
+std::string Input(const Circumstances& c) {
+  return Feature("input", c.model.inputs);
+}
+std::string Output(const Circumstances& c) {
+  return Feature("output", c.model.outputs);
+}
+std::string Both(const Circumstances& c) {
+  return Input(c) + ", " + Output(c);
+}
+
+std::string Metadata(const Circumstances& c, const char16_t* key) {
+  const auto entry = c.model.metadata.find(key);
+  if (entry == c.model.metadata.end()) return PrintableText(key) + " is missing";
+  return PrintableText(key) + " is " + PrintableText(entry->second);
+}
+
+std::string Channels(const Circumstances& c) {
+  return "; asked for: " + Counted(c.request.channelCount, "channel");
+}
+
+std::string Windows(const Circumstances& c) {
+  return "; asked for: " + Counted(c.request.sequenceSize, "window") + "; " +
+         Metadata(c, u"LookaheadNumBlocks");
+}
+
+std::string States(const Circumstances& c) {
+  std::string text;
+  for (std::size_t i = 1; i < std::max(c.model.inputs.size(), c.model.outputs.size()); ++i) {
+    const auto side = [i](const std::vector<FeatureDescription>& features) {
+      return i < features.size() ? "'" + features[i].name + "' (" + TypeText(features[i]) + ")"
+                                 : std::string("nothing");
+    };
+    text += (text.empty() ? "" : ", ") + side(c.model.inputs) + " with " + side(c.model.outputs);
+  }
+  return text.empty() ? "no state" : "states pair " + text;
+}
+
+std::string Request(const Circumstances& c) {
+  return "asked for: " + Counted(c.request.channelCount, "channel") + ", " +
+         Counted(c.request.sequenceSize, "window") + " per evaluation, blocks of " +
+         Counted(c.request.blockFrames, "frame");
+}
+
+constexpr const char* channelFreedom =
+    "use as many channels as the model fixes, or export it with a free channel dimension";
+constexpr const char* sequenceFreedom =
+    "ask for another --sequence, set BaselineSequenceSize in the model, or export it with a free "
+    "sequence dimension";
+constexpr const char* bothComponents =
+    "[channels, windows, bins, 2] in and [classes, channels, windows, bins, 2] out";
+
+/// The text that is thrown, and what there is to say about it.
+struct Row {
+  std::string_view reason;
+  std::string (*found)(const Circumstances&);
+  const char* expected;
+  const char* change;
+};
+const Row rows[] = {
+    {"The first input is not a tensor", Input, "a float32 tensor as first input",
+     "put the audio input first, and make it a tensor"},
+    {"The first output is not a tensor", Output, "a float32 tensor as first output",
+     "put the audio output first, and make it a tensor"},
+    {"The first input is not a tensor of 32-bit floats", Input, "float32 audio",
+     "export the model with a float32 input; a Cast node inside can change the type"},
+    {"The first output is not a tensor of 32-bit floats", Output, "float32 audio",
+     "export the model with a float32 output; a Cast node inside can change the type"},
+    {"The first input must have 1 to 4 dimensions", Input,
+     "[channels, windows, samples], the first ones left out at will, or "
+     "[channels, windows, bins, 2]",
+     "reshape the input inside the model (Reshape, Squeeze)"},
+    {"The first output must have 1 to 5 dimensions", Output,
+     "[classes, channels, windows, samples], the first ones left out at will, or "
+     "[classes, channels, windows, bins, 2]",
+     "reshape the output inside the model (Reshape, Squeeze)"},
+    {"The window length (Features) of the input must be fixed", Input,
+     "a number of samples or bins in the features dimension",
+     "export the model with a fixed window length"},
+    {"Spectra (Components) must be on the input (4 dimensions) and on the output (5 dimensions), "
+     "or on neither",
+     Both, bothComponents, "give both sides the components dimension, or neither"},
+    {"The last dimension of a spectral input must be 2: real and imaginary part", Input,
+     bothComponents, "give the spectrum as pairs of real and imaginary part"},
+    {"The last dimension of a spectral output must be 2: real and imaginary part", Output,
+     bothComponents, "give the spectrum as pairs of real and imaginary part"},
+    {"The window length (Features) must be even", Input, "an even number of samples",
+     "export the model with an even window length"},
+    {"A spectrum must have 2 bins (Features) or more", Input, "n + 1 bins for 2n samples",
+     "export the model with a longer window"},
+    {"LookaheadNumBlocks of the model is negative",
+     [](const Circumstances& c) { return Metadata(c, u"LookaheadNumBlocks"); }, "a number from 0",
+     "correct LookaheadNumBlocks in the model's metadata"},
+    {"BaselineSequenceSize of the model is negative",
+     [](const Circumstances& c) { return Metadata(c, u"BaselineSequenceSize"); },
+     "a number from 0, 0 for no preference",
+     "correct BaselineSequenceSize in the model's metadata"},
+    {"Unexpected feature kind", States, "tensors for all inputs from the second on",
+     "make every state of the model a tensor"},
+    {"Input sequence size cannot be changed on this model",
+     [](const Circumstances& c) { return Input(c) + Windows(c); },
+     "the input's sequence dimension free, or the windows asked for plus the lookahead",
+     sequenceFreedom},
+    {"Output sequence size cannot be changed on this model",
+     [](const Circumstances& c) { return Output(c) + Windows(c); },
+     "the output's sequence dimension free, or the windows asked for without the lookahead",
+     sequenceFreedom},
+    {"Number of input channels cannot be changed on this model",
+     [](const Circumstances& c) { return Input(c) + Channels(c); },
+     "the input's channel dimension free, or the channels asked for", channelFreedom},
+    {"Number of output channels cannot be changed on this model",
+     [](const Circumstances& c) { return Output(c) + Channels(c); },
+     "the output's channel dimension free, or the channels asked for", channelFreedom},
+    {"Incorrect number of extracted audio classes",
+     [](const Circumstances& c) { return Output(c) + ", " + Metadata(c, u"AudioClassNames"); },
+     "as many names in AudioClassNames as the output has classes (missing names count as one)",
+     "correct AudioClassNames in the model's metadata"},
+    {"The input has no channel dimension: only 1 channel is possible",
+     [](const Circumstances& c) { return Input(c) + Channels(c); }, "1 channel",
+     "use 1 channel, or give the input a channel dimension"},
+    {"The output has no channel dimension: only 1 channel is possible",
+     [](const Circumstances& c) { return Output(c) + Channels(c); }, "1 channel",
+     "use 1 channel, or give the output a channel dimension"},
+    {"The input has no sequence dimension: only sequence size 1 without lookahead is possible",
+     [](const Circumstances& c) { return Input(c) + Windows(c); }, "1 window, no lookahead",
+     "set BaselineSequenceSize to 1 and LookaheadNumBlocks to 0, or ask for --sequence 1"},
+    {"The output has no sequence dimension: only sequence size 1 is possible",
+     [](const Circumstances& c) { return Output(c) + Windows(c); }, "1 window",
+     "set BaselineSequenceSize to 1 in the model's metadata, or ask for --sequence 1"},
+    {"The output has no class dimension: only 1 audio class is possible",
+     [](const Circumstances& c) { return Output(c) + ", " + Metadata(c, u"AudioClassNames"); },
+     "one class", "give the output a class dimension, or AudioClassNames one name"},
+    {"The output's windows (Features) must be as long as the input's", Both,
+     "the same number of samples or bins on both sides",
+     "export the model with equal window lengths in and out"},
+    {"Model is not compatible with automatic buffer binding", States,
+     "as many outputs as inputs, input and output number i (from the second on) one state of one "
+     "type and shape",
+     "give every state input its output, in the same order"},
+    {"Invalid tensor kind", States, "states of a type that ONNX defines",
+     "export the model with another type of state"},
+    {"Kensor kind is not supported yet", States, "states of numbers, booleans or strings",
+     "export the model with another type of state (complex numbers as pairs)"},
+    {"Stream sizes out of range", Request, "sizes whose buffers stay below 256 MiB",
+     "ask for smaller sizes"},
+    {"The number of channels must be at least 1", Request, "1 channel or more",
+     "use 1 channel or more"},
+    {"The sequence size must be at least 1", Request, "1 window or more",
+     "ask for --sequence 1 or more"},
+};
+
+/// Keys whose values are read as JSON.
+constexpr const char16_t* jsonKeys[] = {u"SampleRate",       u"LookaheadNumBlocks",
+                                        u"OverlapInSamples", u"BaselineSequenceSize",
+                                        u"AudioClassNames",  u"ChannelToAudioClassBindings"};
+
+/// The first metadata value that is no JSON; null where all are.
+const char16_t* MalformedKey(const ModelDescription& model) {
+  for (const char16_t* key : jsonKeys) {
+    const auto entry = model.metadata.find(key);
+    if (entry == model.metadata.end()) continue;
+    try {
+      Dnn::ParseMetadataJson(entry->second);
+    } catch (const std::bad_alloc&) {
+      throw;
+    } catch (const std::exception&) {
+      return key;
+    }
+  }
+  return nullptr;
+}
+
+Explanation ExplainText(const std::string& text, const Circumstances& circumstances) {
+  const auto row = std::ranges::find(rows, std::string_view(text), &Row::reason);
+  if (row != std::end(rows)) return {text, row->found(circumstances), row->expected, row->change};
+  if (const char16_t* key = MalformedKey(circumstances.model))
+    return {"the metadata value of " + PrintableText(key) + " is not JSON",
+            Metadata(circumstances, key),
+            "a whole JSON text: 16000 for a number, [\"Speech\",\"Music\"] for names, "
+            "[[0,\"Speech\"]] for bindings",
+            "correct " + PrintableText(key) + " in the model's metadata"};
+  return {text, Both(circumstances), {}, "correct the model, or ask for other sizes"};
+}
+
+Explanation ExplainEngine(const std::string& words, const Circumstances& circumstances) {
+  const ModelDescription& model = circumstances.model;
+  if (model.inputs.empty() || model.outputs.empty())
+    return {"the model has no audio", Both(circumstances), "an input and an output for the audio",
+            "export the model with an input named 'input' and an output named 'output'"};
+  if (model.inputs.front().name != "input" || model.outputs.front().name != "output")
+    return {"the audio of the model does not have the names that belong to it", Both(circumstances),
+            "a first input named 'input' and a first output named 'output'",
+            "rename the first input and the first output, or put the audio first"};
+  return {"the inference engine cannot run the model with these sizes: " + words,
+          Request(circumstances) + "; " + Both(circumstances),
+          "a model that runs at these sizes with all its states at zero",
+          "correct the model where the engine says, or ask for other sizes"};
+}
+
+std::string TextOf(const winrt::hresult_error& error) {
+  char code[16];
+  std::snprintf(code, sizeof code, "0x%08X", static_cast<unsigned>(error.code()));
+  return *error.message() ? error.message() : std::string("it gives the code ") + code;
+}
+
+std::string TextOf(const DSP::IPPException& error) {
+  return PrintableText(error.message) + ", status " + std::to_string(error.status);
+}
+
+}  // namespace
+
+Explanation ExplainCurrentException(const ModelDescription* model, const StreamRequest& request) {
+  static const ModelDescription unknown;
+  const Circumstances circumstances{model ? *model : unknown, request};
+  try {
+    throw;
+  } catch (const winrt::hresult_error& error) {
+    if (model) return ExplainEngine(TextOf(error), circumstances);
+    return {"the file is no model that the inference engine can load: " + TextOf(error),
+            {},
+            "an ONNX model in one file, without data in files beside it",
+            "export the model anew, with its weights inside the file"};
+  } catch (const std::bad_alloc&) {
+    return {"there is not enough memory for the model at these sizes", Request(circumstances),
+            "sizes that fit into memory", "ask for smaller sizes"};
+  } catch (const DSP::IPPException& error) {
+    return {"no transform can be made for the window: " + TextOf(error), Input(circumstances),
+            "a window length within the range of the transforms",
+            "export the model with a shorter window"};
+  } catch (const Refusal&) {
+    throw;
+  } catch (const UsageError&) {
+    throw;
+  } catch (const std::exception& error) {
+    return ExplainText(error.what(), circumstances);
+  }
+}
+
+std::string TextOfCurrentException() {
+  try {
+    throw;
+  } catch (const winrt::hresult_error& error) {
+    return TextOf(error);
+  } catch (const DSP::IPPException& error) {
+    return TextOf(error);
+  } catch (const std::bad_alloc&) {
+    return "there is not enough memory";
+  } catch (const std::exception& error) {
+    return error.what();
+  }
+}
+
+}  // namespace Orvik::Tesmo::Tool

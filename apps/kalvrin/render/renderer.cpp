@@ -1,0 +1,229 @@
+#include "render/renderer.h"
+
+#include "audio/file_names.h"
+#include "command_line/errors.h"
+#include "command_line/interrupt.h"
+#include "model/refusals.h"
+#include "model/report.h"
+#include "render/mix.h"
+#include "runtime/model_loading.h"
+#include "stream/assemble_stream.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstdio>
+#include <ostream>
+
+namespace Orvik::Tesmo::Tool {
+
+Renderer::Renderer(RenderSettings wanted)
+    : settings(std::move(wanted)), reader(settings.input), modelFile(ReadModelFile(settings.model)),
+      channelCount(static_cast<std::size_t>(reader.ChannelCount())) {
+  format = ChooseFormat(settings.container, settings.encoding, reader.Format());
+  settings.stream.channelCount = channelCount;
+  BuildMix();
+  if (!settings.stemFolder.empty()) BuildStems();
+  if (ModelRate() != reader.SampleRate())
+    toModelRate.emplace(reader.SampleRate(), ModelRate(), static_cast<unsigned>(channelCount));
+  const std::size_t block = settings.stream.blockFrames;
+  planar.resize(channelCount * block);
+  for (std::size_t c = 0; c < channelCount; ++c)
+    channels.push_back(planar.data() + c * block);
+}
+
+/// The rate at which the streams run; the file's own where the model states none.
+double Renderer::ModelRate() const {
+  return facts->sampleRateHz > 0 ? facts->sampleRateHz : reader.SampleRate();
+}
+
+void Renderer::BuildMix() {
+  std::unique_ptr<StreamProcessor> mix;
+  std::optional<ModelDescription> description;
+  try {
+    const auto model =
+        Dnn::LoadLearningModel(engine.Runtime(), modelFile.bytes.data(), modelFile.bytes.size());
+    description = DescribeModel(*model);
+    facts.emplace(*model);
+    settings.stream = facts->Settle(settings.stream);
+    mix = MakeStream();
+  } catch (...) {
+    const auto explanation =
+        ExplainCurrentException(description ? &*description : nullptr, settings.stream);
+    std::string text = modelFile.path + " is refused: " + explanation.reason;
+    if (!explanation.found.empty()) text += " (" + explanation.found + ")";
+    throw Refusal(text + "; " + explanation.change);
+  }
+  ExpectRate();
+  latency = LatencyFrames(facts->Sizes(settings.stream));
+  SetMix(*mix, settings, *facts);
+  AddLane(std::move(mix)).AddWriter(MakeWriter(settings.output));
+}
+
+void Renderer::BuildStems() {
+  stemFolder.emplace(settings.stemFolder);
+  const auto stems = StemsOf(*facts);
+  // Scripts rely on the names of mix and remainder, so these two come first.
+  std::vector<std::string> titles = {"Mix", "Rest"};
+  for (const Stem& stem : stems)
+    if (!stem.isRemainder) titles.push_back(stem.title);
+  const auto names = SafeFileNames(titles);
+  const auto pathOf = [&](std::size_t index) {
+    return settings.stemFolder + "/" + names[index] + std::string(ExtensionOf(format.container));
+  };
+  lanes.front()->AddWriter(MakeWriter(pathOf(0)));
+  std::size_t index = 2;
+  for (const Stem& stem : stems) {
+    auto stream = MakeStream();
+    SetStem(*stream, stem);
+    AddLane(std::move(stream)).AddWriter(MakeWriter(pathOf(stem.isRemainder ? 1 : index++)));
+  }
+}
+
+void Renderer::ExpectRate() const {
+  if (settings.resample || ModelRate() == reader.SampleRate()) return;
+  throw Refusal(reader.Name() + " has a sample rate of " + std::to_string(reader.SampleRate()) +
+                " Hz, and the model works at " + std::to_string(facts->sampleRateHz) +
+                " Hz; --resample converts there and back");
+}
+
+std::unique_ptr<StreamProcessor> Renderer::MakeStream() {
+  return AssembleStream(engine.Runtime(), modelFile.bytes.data(), modelFile.bytes.size(),
+                        settings.stream.sequenceSize, settings.stream.channelCount,
+                        settings.stream.blockFrames);
+}
+
+Lane& Renderer::AddLane(std::unique_ptr<StreamProcessor> stream) {
+  LaneSizes sizes{};
+  sizes.channelCount = channelCount;
+  sizes.blockFrames = settings.stream.blockFrames;
+  sizes.skippedFrames = settings.rawLatency ? 0 : latency;
+  sizes.modelRateHz = ModelRate();
+  sizes.fileRateHz = reader.SampleRate();
+  lanes.push_back(std::make_unique<Lane>(std::move(stream), sizes));
+  return *lanes.back();
+}
+
+std::unique_ptr<AudioWriter> Renderer::MakeWriter(const std::string& path) const {
+  return std::make_unique<AudioWriter>(path, format, reader.ChannelCount(), reader.SampleRate(),
+                                       reader.FrameCount(), reader.Tags());
+}
+
+void Renderer::Run() {
+  {
+    ProgressBar progress;
+    ReadAll(progress);
+    Flush();
+  }
+  // The stems first: once the output is there, everything is.
+  for (auto lane = lanes.rbegin(); lane != lanes.rend(); ++lane)
+    for (auto writer = (*lane)->Writers().rbegin(); writer != (*lane)->Writers().rend(); ++writer)
+      (*writer)->Commit();
+}
+
+void Renderer::ReadAll(ProgressBar& progress) {
+  constexpr std::size_t framesAtOnce = 4096;
+  std::vector<float> read(framesAtOnce * channelCount);
+  std::vector<float> converted;
+  for (;;) {
+    ThrowIfInterrupted();
+    const std::size_t frames = reader.Read(read.data(), framesAtOnce);
+    if (frames == 0) break;
+    readFrames += frames;
+    const std::span<const float> audio(read.data(), frames * channelCount);
+    if (toModelRate) {
+      converted.clear();
+      toModelRate->Process(audio, converted);
+      Feed(converted);
+    } else {
+      Feed(audio);
+    }
+    if (const auto expected = reader.FrameCount())
+      progress.Update(static_cast<double>(readFrames) / static_cast<double>(*expected));
+  }
+  if (!toModelRate) return;
+  converted.clear();
+  toModelRate->Finish(converted);
+  Feed(converted);
+}
+
+void Renderer::Feed(std::span<const float> audio) {
+  pending.insert(pending.end(), audio.begin(), audio.end());
+  modelFrames += audio.size() / channelCount;
+  std::size_t used = 0;
+  for (; pending.size() - used >= planar.size(); used += planar.size())
+    RunBlock(pending.data() + used);
+  pending.erase(pending.begin(), pending.begin() + static_cast<std::ptrdiff_t>(used));
+}
+
+void Renderer::RunBlock(const float* interleaved) {
+  const std::size_t block = settings.stream.blockFrames;
+  for (std::size_t c = 0; c < channelCount; ++c)
+    for (std::size_t i = 0; i < block; ++i)
+      planar[c * block + i] = interleaved[i * channelCount + c];
+  for (const auto& lane : lanes)
+    lane->Process(channels.data());
+  runFrames += block;
+}
+
+/// Pushes what is still inside the streams out, by silence, and ends the files.
+void Renderer::Flush() {
+  const std::uint64_t delay = settings.rawLatency ? latency : 0;
+  for (const auto& lane : lanes)
+    lane->SetLength(modelFrames + delay);
+  while (modelFrames > 0 && runFrames < modelFrames + latency) {
+    ThrowIfInterrupted();
+    pending.resize(planar.size());
+    RunBlock(pending.data());
+    pending.clear();
+  }
+  const auto fileDelay = static_cast<std::uint64_t>(
+      std::llround(static_cast<double>(delay) * reader.SampleRate() / ModelRate()));
+  for (const auto& lane : lanes)
+    lane->Finish(readFrames + fileDelay);
+}
+
+void Renderer::PrintSummary(std::ostream& out) const {
+  const double audioSeconds = static_cast<double>(readFrames) / reader.SampleRate();
+  const double processing = lanes.front()->ProcessingSeconds();
+  PrintField(out, "model",
+             PrintableText(facts->info.GetName()) + ": " + StreamText(settings.stream, *facts));
+  PrintField(out, "audio",
+             Counted(channelCount, "channel") + ", " + std::to_string(reader.SampleRate()) +
+                 " Hz, " + DurationText(audioSeconds));
+  PrintField(out, "gains", MixText(settings, *facts));
+  PrintField(out, "latency",
+             LatencyText(latency, *facts) + (settings.rawLatency ? ", left in" : ", taken out"));
+  char speed[96];
+  std::snprintf(speed, sizeof speed, "real-time factor %.4f (%s of processing)",
+                audioSeconds > 0 ? processing / audioSeconds : 0.0,
+                DurationText(processing).c_str());
+  PrintField(out, "speed", speed);
+  for (const auto& lane : lanes)
+    for (const auto& writer : lane->Writers())
+      PrintField(out, "written", writer->Name() + " (" + FormatText(format) + ")");
+}
+
+void Renderer::PrintWarnings(std::ostream& out) const {
+  const auto warn = [&out](const std::string& text) {
+    out << "kalvrin: warning: " << text << '\n';
+  };
+  for (const std::string& note : Notes(*facts))
+    warn(note);
+  if (reader.NonFiniteSamples() != 0)
+    warn(reader.Name() + " holds values that are not finite (" +
+         Counted(reader.NonFiniteSamples(), "sample") + ", the first in frame " +
+         std::to_string(reader.FirstNonFiniteFrame()) + "); they are taken as silence");
+  for (const auto& lane : lanes)
+    for (const auto& writer : lane->Writers()) {
+      if (writer->NonFiniteSamples() != 0)
+        warn("the model gave values that are not finite (" +
+             Counted(writer->NonFiniteSamples(), "sample") + " of " + writer->Name() +
+             "); they are written as silence");
+      if (writer->ClippedSamples() != 0)
+        warn(writer->Name() + " is louder than full scale (" +
+             Counted(writer->ClippedSamples(), "sample") +
+             ") and was cut; a lower --master or --encoding float avoids that");
+    }
+}
+
+}  // namespace Orvik::Tesmo::Tool

@@ -1,0 +1,66 @@
+#pragma once
+
+#include "audio/audio_reader.h"
+#include "command_line/progress_bar.h"
+#include "model/engine.h"
+#include "model/model_file.h"
+#include "render/lane.h"
+#include "render/render_settings.h"
+#include "render/stem_folder.h"
+
+#include <iosfwd>
+#include <memory>
+#include <optional>
+#include <vector>
+
+namespace Orvik::Tesmo::Tool {
+
+/// One render from its files to its files. The streams of the stems run beside that of the mix,
+/// over the same blocks.
+class Renderer {
+public:
+  /// Opens everything and builds the streams. Refusal, UsageError.
+  explicit Renderer(RenderSettings settings);
+
+  /// Runs the audio through; at the end the output files appear. Refusal, Interrupted.
+  void Run();
+
+  /// After Run: what was done, as labelled lines.
+  void PrintSummary(std::ostream& out) const;
+  /// After Run: what the user should know, one "kalvrin: warning: ..." each.
+  void PrintWarnings(std::ostream& out) const;
+
+private:
+  void BuildMix();
+  void BuildStems();
+  void ExpectRate() const;
+  std::unique_ptr<StreamProcessor> MakeStream();
+  Lane& AddLane(std::unique_ptr<StreamProcessor> stream);
+  std::unique_ptr<AudioWriter> MakeWriter(const std::string& path) const;
+  void ReadAll(ProgressBar& progress);
+  void Feed(std::span<const float> modelFrames);
+  void RunBlock(const float* interleaved);
+  void Flush();
+
+  double ModelRate() const;
+
+  RenderSettings settings;
+  AudioReader reader;
+  ModelFile modelFile;
+  Engine engine;
+  std::optional<ModelFacts> facts;
+  std::size_t channelCount;
+  std::uint64_t latency = 0;  // model frames
+  AudioFormat format;
+  std::optional<StemFolder> stemFolder;
+  std::vector<std::unique_ptr<Lane>> lanes;  // the first is the mix
+  std::optional<Resampler> toModelRate;
+  std::vector<float> pending;  // model frames that do not fill a block yet, interleaved
+  std::vector<float> planar;
+  std::vector<const float*> channels;
+  std::uint64_t readFrames = 0;   // of the file
+  std::uint64_t modelFrames = 0;  // gone into `pending`
+  std::uint64_t runFrames = 0;    // gone through the streams
+};
+
+}  // namespace Orvik::Tesmo::Tool

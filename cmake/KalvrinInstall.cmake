@@ -1,0 +1,17 @@
+# What `cmake --install` puts where. Nothing in it holds the prefix, so the tree can be moved.
+include(CMakePackageConfigHelpers)
+
+set(package ${CMAKE_INSTALL_LIBDIR}/cmake/kalvrin)
+file(RELATIVE_PATH KALVRIN_PREFIX_FROM_PC
+  /${CMAKE_INSTALL_LIBDIR}/pkgconfig /)
+configure_file(${PROJECT_SOURCE_DIR}/cmake/kalvrin.pc.in ${PROJECT_BINARY_DIR}/kalvrin.pc @ONLY)
+write_basic_package_version_file(${PROJECT_BINARY_DIR}/kalvrinConfigVersion.cmake
+  COMPATIBILITY SameMinorVersion)
+
+install(TARGETS kalvrin EXPORT kalvrin LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
+install(FILES ${PROJECT_BINARY_DIR}/lib/libonnxruntime.so.1 DESTINATION ${CMAKE_INSTALL_LIBDIR})
+install(DIRECTORY ${PROJECT_SOURCE_DIR}/include/kalvrin DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
+# The targets file is the whole configuration: the library needs no other package.
+install(EXPORT kalvrin NAMESPACE kalvrin:: FILE kalvrinConfig.cmake DESTINATION ${package})
+install(FILES ${PROJECT_BINARY_DIR}/kalvrinConfigVersion.cmake DESTINATION ${package})
+install(FILES ${PROJECT_BINARY_DIR}/kalvrin.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)

@@ -1,0 +1,100 @@
+#include "platform/onnxruntime/tensor_buffer.h"
+
+#include <cstring>
+#include <iterator>
+#include <new>
+#include <utility>
+
+namespace Orvik::Tesmo::Platform::OnnxRuntime {
+namespace {
+
+constexpr std::size_t alignment = 64;
+constexpr std::size_t stringBytes = 32;
+
+/// By kind; 0 for a kind that no tensor can have.
+constexpr std::size_t elementBytes[] = {0, 4, 1, 1, 2, 2, 4, 8, stringBytes, 1, 2, 8, 4, 8, 0, 0};
+
+std::size_t ElementBytes(std::uint32_t kind) {
+  const std::size_t size = kind < std::size(elementBytes) ? elementBytes[kind] : 0;
+  if (size == 0) Refuse(ResultCodes::InvalidArgument, "there is no tensor of this element type");
+  return size;
+}
+
+std::size_t ElementCount(const Shape& shape, std::size_t elementSize) {
+  bool isEmpty = false;
+  for (const std::int64_t dimension : shape) {
+    if (dimension < 0)
+      Refuse(ResultCodes::InvalidArgument, "a dimension of the tensor is negative");
+    isEmpty |= dimension == 0;
+  }
+  if (isEmpty) return 0;
+  const std::uint64_t greatest = TensorBuffer::greatestBytes / elementSize;
+  std::uint64_t count = 1;
+  for (const std::int64_t dimension : shape) {
+    if (static_cast<std::uint64_t>(dimension) > greatest / count)
+      Refuse(ResultCodes::OutOfMemory, "the tensor is too large");
+    count *= static_cast<std::uint64_t>(dimension);
+  }
+  return count;
+}
+
+}  // namespace
+
+TensorBuffer::TensorBuffer(std::shared_ptr<const Engine> usedEngine, std::uint32_t kind,
+                           const Shape& shape)
+    : engine(std::move(usedEngine)), hasStrings(kind == TensorKind::String),
+      count(ElementCount(shape, ElementBytes(kind))), bytes(count * ElementBytes(kind)) {
+  if (hasStrings)
+    CreateStrings(shape);
+  else
+    CreateNumbers(kind, shape);
+}
+
+/// calloc gives pages that are zero without being touched; it does not align as far as wanted.
+void TensorBuffer::CreateNumbers(std::uint32_t kind, const Shape& shape) {
+  std::size_t room = bytes + alignment;
+  memory.reset(std::calloc(room, 1));
+  if (!memory) throw std::bad_alloc();
+  void* start = memory.get();
+  start = std::align(alignment, bytes, start, room);
+  engine->Check(engine->Api().createTensorOverMemory(
+      engine->CpuMemory(), start, bytes, shape.data(), shape.size(), static_cast<int>(kind),
+      Receive(value, engine->Api().releaseValue)));
+  if (count != 0) data = start;
+}
+
+void TensorBuffer::CreateStrings(const Shape& shape) {
+  engine->Check(engine->Api().createTensor(engine->Allocator(), shape.data(), shape.size(),
+                                           static_cast<int>(TensorKind::String),
+                                           Receive(value, engine->Api().releaseValue)));
+  Clear();
+}
+
+void TensorBuffer::Clear() {
+  if (data) std::memset(data, 0, bytes);
+  for (std::size_t i = 0; hasStrings && i < count; ++i)
+    engine->Check(engine->Api().setString(value.get(), "", i));
+}
+
+void TensorBuffer::CopyFrom(const TensorBuffer& source) {
+  if (data) std::memcpy(data, source.data, bytes);
+  if (hasStrings && count != 0) CopyStrings(source);
+}
+
+void TensorBuffer::CopyStrings(const TensorBuffer& source) {
+  const OrtApi& api = engine->Api();
+  std::size_t length = 0;
+  engine->Check(api.getStringsLength(source.value.get(), &length));
+  copiedText.resize(length + 1);
+  copiedOffsets.resize(count + 1);
+  engine->Check(
+      api.getStrings(source.value.get(), copiedText.data(), length, copiedOffsets.data(), count));
+  copiedOffsets[count] = length;
+  // from the back, so that the end of each string can be marked where the next one began
+  for (std::size_t i = count; i-- > 0;) {
+    copiedText[copiedOffsets[i + 1]] = '\0';
+    engine->Check(api.setString(value.get(), copiedText.data() + copiedOffsets[i], i));
+  }
+}
+
+}  // namespace Orvik::Tesmo::Platform::OnnxRuntime

@@ -1,0 +1,59 @@
+#pragma once
+
+#include "platform/onnxruntime/engine.h"
+#include "platform/platform.h"
+
+#include <cstdint>
+#include <cstdlib>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace Orvik::Tesmo::Platform::OnnxRuntime {
+
+/// The elements of a tensor, row-major without gaps, and the engine's value over them. Numbers lie
+/// in memory of our own; strings are the engine's, reached only through its entries.
+class TensorBuffer {
+public:
+  /// All elements zero, strings empty. Fails with InvalidArgument for a kind that has no elements
+  /// here or a negative dimension, with OutOfMemory above `greatestBytes`.
+  TensorBuffer(std::shared_ptr<const Engine> engine, std::uint32_t kind, const Shape& shape);
+  TensorBuffer(const TensorBuffer&) = delete;
+  TensorBuffer& operator=(const TensorBuffer&) = delete;
+
+  OrtValue* Value() const { return value.get(); }
+  bool HasStrings() const { return hasStrings; }
+  /// 64-byte aligned; null without elements and for strings.
+  void* Data() const { return data; }
+
+  void Clear();
+  /// `source` has the same kind and shape. Numbers are copied without any allocation. Strings are
+  /// cut at a zero character, since the engine takes them zero-terminated.
+  void CopyFrom(const TensorBuffer& source);
+
+  /// Far above the tensors of an audio stream and low enough that a wrong shape fails at once, not
+  /// after it has filled the memory. A string counts as `stringBytes`.
+  static constexpr std::uint64_t greatestBytes = std::uint64_t{1} << 31;
+
+private:
+  struct Free {
+    void operator()(void* memory) const { std::free(memory); }
+  };
+
+  void CreateNumbers(std::uint32_t kind, const Shape& shape);
+  void CreateStrings(const Shape& shape);
+  void CopyStrings(const TensorBuffer& source);
+
+  std::shared_ptr<const Engine> engine;
+  bool hasStrings;
+  std::size_t count;
+  std::size_t bytes;
+  std::unique_ptr<void, Free> memory;
+  void* data = nullptr;
+  Handle<OrtValue> value;
+
+  std::vector<char> copiedText;
+  std::vector<std::size_t> copiedOffsets;
+};
+
+}  // namespace Orvik::Tesmo::Platform::OnnxRuntime

@@ -1,0 +1,44 @@
+#pragma once
+
+#include "platform/platform.h"
+#include "runtime/metadata.h"
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace Orvik::Tesmo::Dnn {
+
+/// What a model declares in its metadata, with the defaults of what it does not. Keeps nothing of
+/// the model and never changes. Pointers and references live as long as the object.
+class ModelInfo final {
+public:
+  /// Throws what the readers of metadata.h throw.
+  explicit ModelInfo(const Platform::Model& model);
+
+  virtual const char16_t* GetName() const;
+  /// As JSON, 48000 where it is missing; the host is told FindMetadataDecimal's reading.
+  virtual std::int32_t GetSampleRate() const;
+  /// As JSON, 0 where it is missing; the audio path goes by FindMetadataDecimal's reading.
+  virtual std::int32_t GetLookaheadNumBlocks() const;
+  /// The model's own affair; windows always overlap by one half.
+  virtual std::int32_t GetOverlapInSamples() const;
+  /// Windows per evaluation where the host names none; 0: no preference.
+  virtual std::int32_t GetBaselineSequenceSize() const;
+  /// At least 1.
+  virtual std::uint32_t GetAudioClassCount() const;
+  /// Zero-terminated. Throws ContractException where `id` is not below the count.
+  virtual const char16_t* GetAudioClassName(std::uint32_t id) const;
+  virtual const std::vector<ChannelBinding>& GetChannelBindings() const;
+
+private:
+  std::u16string name;
+  std::int32_t sampleRate;
+  std::int32_t lookaheadNumBlocks;
+  std::int32_t overlapInSamples;
+  std::int32_t baselineSequenceSize;
+  std::vector<std::u16string> audioClassNames;
+  std::vector<ChannelBinding> channelBindings;
+};
+
+}  // namespace Orvik::Tesmo::Dnn

@@ -1,0 +1,100 @@
+#include "stream/overlap_add_stage.h"
+
+#include "failure/sections.h"
+#include "primitives/signal_primitives.h"
+#include "stream/windowed_stream_processor.h"
+
+#include <cmath>
+#include <utility>
+
+namespace Orvik::Tesmo {
+
+namespace {
+
+/// The periodic Hann window w(i) = (1 - cos(2 pi i / n)) / 2 in single precision, each value
+/// `channelCount` times in a row. w(i) + w(i + n/2) = 1.
+void FillHannWindow(float* window, std::uint64_t n, std::uint64_t channelCount) {
+  const float step = 6.2831855f / static_cast<float>(n);
+  for (std::uint64_t i = 0; i < n; ++i) {
+    const float value = (1.0f - std::cos(static_cast<float>(i) * step)) * 0.5f;
+    for (std::uint64_t c = 0; c < channelCount; ++c)
+      *window++ = value;
+  }
+}
+
+}  // namespace
+
+OverlapAddStage::OverlapAddStage(std::uint32_t hopLength, std::uint64_t sequenceSize,
+                                 std::uint64_t channelCount, std::int32_t squareRootWindow)
+    : hopLength(hopLength), squareRootWindow(squareRootWindow) {
+  Configure(sequenceSize, channelCount);
+}
+
+OverlapAddStage::~OverlapAddStage() = default;
+
+OverlapAddStage::Configuration OverlapAddStage::Prepare(std::uint64_t newSequenceSize,
+                                                        std::uint64_t newChannelCount) const {
+  Configuration next;
+  next.sequenceSize = newSequenceSize;
+  next.channelCount = newChannelCount;
+  next.window = MakeBuffer({2, hopLength, newChannelCount});
+  next.hopStride = hopLength * newChannelCount;
+  next.windowStride = 2 * next.hopStride;
+  FillHannWindow(next.window.get(), 2 * hopLength, newChannelCount);
+  if (squareRootWindow) SignalPrimitives::Sqrt_I(next.window.get(), next.windowStride);
+  next.assembly = MakeBuffer({newSequenceSize, next.windowStride});
+  next.windows = MakeBuffer({newSequenceSize, next.windowStride});
+  next.inputTail = MakeBuffer({next.hopStride});
+  next.overlapTail = MakeBuffer({next.hopStride});
+  return next;
+}
+
+void OverlapAddStage::Adopt(Configuration&& prepared) noexcept {
+  current = std::move(prepared);
+}
+
+void OverlapAddStage::Configure(std::uint64_t newSequenceSize, std::uint64_t newChannelCount) {
+  Adopt(Prepare(newSequenceSize, newChannelCount));
+}
+
+void OverlapAddStage::SetSequenceSize(std::uint64_t size) {
+  Configure(size, current.channelCount);
+}
+
+void OverlapAddStage::SetChannelCount(std::uint64_t count) {
+  Configure(current.sequenceSize, count);
+}
+
+RT_CODE void OverlapAddStage::Run(WindowedStreamProcessor& processor, const float* input,
+                                  float* output) {
+  namespace Signal = SignalPrimitives;
+  const std::uint64_t S = current.sequenceSize;
+  const std::uint64_t hop = current.hopStride;
+  const std::uint64_t stride = current.windowStride;
+  const float* const window = current.window.get();
+  float* const inputTail = current.inputTail.get();
+  float* const overlapTail = current.overlapTail.get();
+  float* const assembly = current.assembly.get();
+  float* const windows = current.windows.get();
+
+  Signal::Copy(inputTail, assembly, hop);
+  Signal::Copy(input, assembly + hop, S * hop);
+  Signal::Copy(input + (S - 1) * hop, inputTail, hop);
+  for (std::uint64_t s = 0; s < S; ++s) {
+    if (squareRootWindow)
+      Signal::Mul(window, assembly + s * hop, windows + s * stride, stride);
+    else
+      Signal::Copy(assembly + s * hop, windows + s * stride, stride);
+  }
+
+  processor.Evaluate(windows, assembly);
+
+  for (std::uint64_t s = 0; s < S; ++s) {
+    float* const fromModel = assembly + s * stride;
+    Signal::Mul_I(window, fromModel, stride);
+    Signal::Add(overlapTail, fromModel, output + s * hop, hop);
+    Signal::Copy(fromModel + hop, overlapTail, hop);
+  }
+}
+
+}  // namespace Orvik::Tesmo

@@ -1,0 +1,138 @@
+#include "stream/windowed_stream_processor.h"
+
+#include "failure/sections.h"
+#include "primitives/signal_primitives.h"
+
+#include <algorithm>
+#include <utility>
+
+namespace Orvik::Tesmo {
+
+WindowedStreamProcessor::WindowedStreamProcessor(std::unique_ptr<Dnn::Kalvrin> core,
+                                                 std::unique_ptr<OverlapAddStage> overlapAdd,
+                                                 std::uint64_t sequenceSize,
+                                                 std::uint64_t channelCount,
+                                                 std::uint64_t blockFrames,
+                                                 std::shared_ptr<const void> keeps)
+    : keeps(std::move(keeps)), sequenceSize(sequenceSize), channelCount(channelCount),
+      blockFrames(blockFrames), core(std::move(core)), overlapAdd(std::move(overlapAdd)),
+      sampleRate(this->core->GetSampleRate()), readCursor(0), writeCursor(0),
+      arrays(MakeArrays(sequenceSize, channelCount)) {
+  readCursor = PrefillFrames();
+}
+
+WindowedStreamProcessor::~WindowedStreamProcessor() = default;
+
+std::uint64_t WindowedStreamProcessor::CapacityFrames() const {
+  return core->GetHopLength() * sequenceSize;
+}
+
+std::uint64_t WindowedStreamProcessor::PrefillFrames() const {
+  const std::uint64_t capacityFrames = CapacityFrames();
+  return capacityFrames > blockFrames && capacityFrames % blockFrames == 0 ? blockFrames : 0;
+}
+
+bool WindowedStreamProcessor::SizesFit(std::uint64_t newSequenceSize,
+                                       std::uint64_t newChannelCount) const {
+  // The longest arrays: the windows of one evaluation in the stage, and a block.
+  return BufferFits({2, core->GetHopLength(), newSequenceSize, newChannelCount}) &&
+         BufferFits({blockFrames, newChannelCount});
+}
+
+WindowedStreamProcessor::Arrays
+WindowedStreamProcessor::MakeArrays(std::uint64_t newSequenceSize,
+                                    std::uint64_t newChannelCount) const {
+  if (!SizesFit(newSequenceSize, newChannelCount))
+    throw ContractException("Stream sizes out of range");
+  const std::uint64_t ringFrames = core->GetHopLength() * newSequenceSize;
+  const std::uint64_t stagingFrames = std::max(blockFrames, ringFrames);
+  return {MakeBuffer({stagingFrames, newChannelCount}),
+          MakeBuffer({stagingFrames, newChannelCount}), MakeBuffer({ringFrames, newChannelCount}),
+          MakeBuffer({ringFrames, newChannelCount})};
+}
+
+std::int32_t WindowedStreamProcessor::GetSampleRate() {
+  return sampleRate;
+}
+
+bool WindowedStreamProcessor::SetMasterGain(float gain) {
+  return core->SetMasterGain(gain);
+}
+
+void WindowedStreamProcessor::ResetGains() {
+  core->ResetGains();
+}
+
+bool WindowedStreamProcessor::SetAudioClassGain(const char16_t* name, float gain) {
+  return core->SetAudioClassGain(name, gain);
+}
+
+void WindowedStreamProcessor::SetSequenceSize(std::uint64_t size) {
+  Resize(size, channelCount, &Dnn::Kalvrin::SetSequenceSize, size);
+}
+
+void WindowedStreamProcessor::SetChannelCount(std::uint64_t count) {
+  Resize(sequenceSize, count, &Dnn::Kalvrin::SetChannelCount, count);
+}
+
+void WindowedStreamProcessor::Resize(std::uint64_t newSequenceSize, std::uint64_t newChannelCount,
+                                     bool (Dnn::Kalvrin::*changeCore)(std::uint64_t),
+                                     std::uint64_t changedTo) {
+  if (!SizesFit(newSequenceSize, newChannelCount)) return;
+  // Whatever can fail here comes before the core changes, so that the three always agree.
+  OverlapAddStage::Configuration newStage = overlapAdd->Prepare(newSequenceSize, newChannelCount);
+  Arrays newArrays = MakeArrays(newSequenceSize, newChannelCount);
+  if (!(core.get()->*changeCore)(changedTo)) return;
+  overlapAdd->Adopt(std::move(newStage));
+  arrays = std::move(newArrays);
+  sequenceSize = newSequenceSize;
+  channelCount = newChannelCount;
+}
+
+RT_CODE void WindowedStreamProcessor::ProcessBlock(const float* const* input, float* const* output,
+                                                   std::uint64_t frames,
+                                                   std::int32_t continuation) {
+  const std::uint64_t capacityFrames = CapacityFrames();
+  if (continuation == 0) {
+    readCursor = PrefillFrames();
+    writeCursor = 0;
+  }
+  // A host may forget `continuation` 0 after the rings have become shorter.
+  readCursor = std::min(readCursor, capacityFrames);
+  writeCursor = std::min(writeCursor, capacityFrames);
+
+  const std::uint64_t n = std::min(frames, blockFrames);
+  if (n == 0) return;
+  const std::uint64_t C = channelCount;
+  SignalPrimitives::Interleave(input, static_cast<std::int32_t>(C), static_cast<std::int32_t>(n),
+                               arrays.inputStaging.get());
+
+  std::uint64_t taken = 0;
+  std::uint64_t put = 0;
+  while (taken < n || put < n) {
+    if (const std::uint64_t take = std::min(n - taken, capacityFrames - readCursor); take != 0) {
+      SignalPrimitives::Copy(arrays.outputRing.get() + readCursor * C,
+                             arrays.outputStaging.get() + taken * C, take * C);
+      taken += take;
+      readCursor += take;
+    } else if (const std::uint64_t give = std::min(n - put, capacityFrames - writeCursor);
+               give != 0) {
+      SignalPrimitives::Copy(arrays.inputStaging.get() + put * C,
+                             arrays.inputRing.get() + writeCursor * C, give * C);
+      put += give;
+      writeCursor += give;
+    } else {
+      overlapAdd->Run(*this, arrays.inputRing.get(), arrays.outputRing.get());
+      readCursor = 0;
+      writeCursor = 0;
+    }
+  }
+  SignalPrimitives::Deinterleave(arrays.outputStaging.get(), static_cast<std::int32_t>(C),
+                                 static_cast<std::int32_t>(n), output);
+}
+
+RT_CODE void WindowedStreamProcessor::Evaluate(const float* input, float* output) {
+  core->EvaluateWindow(input, output);
+}
+
+}  // namespace Orvik::Tesmo

@@ -1,0 +1,162 @@
+// Whatever goes wrong: one clear line, exit status 1, and no file that looks finished.
+
+#include "apps/audio_files.h"
+#include "apps/tool_process.h"
+#include "support/audio_models.h"
+
+#include <gtest/gtest.h>
+
+#include <csignal>
+#include <sndfile.h>
+
+namespace TestSupport {
+namespace {
+
+class Failure : public testing::Test {
+protected:
+  Failure() {
+    WriteFile(folder / "model.onnx", MakeAudioModel({}));
+    WriteFile(folder / "failing.onnx", MakeAudioModel({.failsFromEvaluation = 5}));
+    WriteFile(folder / "mono.onnx", MakeAudioModel({.inputShape = Dimensions{1, "T", 8}}));
+    WriteFile(folder / "text.onnx", "no model");
+    WriteFile(folder / "text.wav", "no audio");
+    WriteAudio(folder / "in.wav", MakeNoise(20000, 2, 1));
+    WriteAudio(folder / "wide.wav", MakeNoise(100, 64, 1));
+    const std::string whole = ReadFile(folder / "in.wav");
+    WriteFile(folder / "header.wav", whole.substr(0, 20));
+    Audio flac = MakeNoise(20000, 2, 1);
+    flac.format = SF_FORMAT_FLAC | SF_FORMAT_PCM_16;
+    WriteAudio(folder / "in.flac", flac);
+    std::string damaged = ReadFile(folder / "in.flac");
+    damaged.replace(damaged.size() / 2, 2000, 2000, '\xFF');
+    WriteFile(folder / "damaged.flac", damaged);
+    before = folder.Names();
+  }
+
+  TemporaryFolder folder;
+  std::vector<std::string> before;
+};
+
+TEST_F(Failure, IsOneLineAndLeavesNothing) {
+  const struct {
+    const char* line;
+    const char* message;
+  } rows[] = {
+      {"render model.onnx nowhere.wav out.wav",
+       "cannot read nowhere.wav: No such file or directory"},
+      {"render model.onnx . out.wav", "cannot read .: Is a directory"},
+      {"render model.onnx text.wav out.wav", "text.wav is no audio that can be read: "},
+      {"render model.onnx header.wav out.wav", "header.wav is no audio that can be read: "},
+      {"render model.onnx - out.wav", "standard input is no audio that can be read: "},
+      {"render nowhere.onnx in.wav out.wav", "cannot read nowhere.onnx: No such file"},
+      {"render text.onnx in.wav out.wav", "text.onnx is refused: the file is no model"},
+      {"render mono.onnx in.wav out.wav",
+       "mono.onnx is refused: Number of input channels cannot be changed"},
+      {"render failing.onnx in.wav out.wav", "the model failed at "},
+      {"render failing.onnx in.wav out.wav --stems stems", "the model failed at "},
+      {"render model.onnx in.wav nowhere/out.wav",
+       "cannot write nowhere/out.wav: no file can be made in nowhere"},
+      {"render model.onnx in.wav /proc/out.wav",
+       "cannot write /proc/out.wav: no file can be made in /proc"},
+      {"render model.onnx in.wav .", "cannot write .: Is a directory"},
+      {"render model.onnx in.wav text.wav/out.wav",
+       "cannot write text.wav/out.wav: Not a directory"},
+      {"render model.onnx in.wav out.wav --stems text.wav", "cannot make the folder text.wav"},
+      {"render model.onnx in.wav out.wav --stems a/b", "cannot make the folder a/b"},
+      {"render model.onnx in.wav /dev/full", "cannot write /dev/full: No space left on device"},
+      {"render model.onnx in.wav - > /dev/full",
+       "cannot write standard output: No space left on device"},
+      {"render model.onnx wide.wav out.flac",
+       "FLAC, 24-bit cannot hold 64 channels at 48000 Hz; FLAC holds at most 8"},
+      {"render model.onnx in.wav out.flac --encoding float",
+       "FLAC holds 16-bit and 24-bit samples only"},
+      {"render model.onnx in.wav out.ogg --encoding pcm16",
+       "--encoding has no meaning for Ogg Vorbis"},
+      {"render model.onnx damaged.flac out.wav", "damaged.flac cannot be read past "},
+  };
+  for (const auto& row : rows) {
+    const Outcome outcome = RunShell("cd " + folder / "" + " && \"$TOOL\" " + row.line);
+    EXPECT_EQ(outcome.exitStatus, 1) << row.line << '\n' << outcome.err;
+    EXPECT_EQ(outcome.err.rfind(std::string("kalvrin: ") + row.message, 0) == 0 ||
+                  outcome.err.find(row.message) != std::string::npos,
+              true)
+        << row.line << '\n'
+        << outcome.err;
+    EXPECT_EQ(std::count(outcome.err.begin(), outcome.err.end(), '\n'), 1) << outcome.err;
+    EXPECT_EQ(outcome.out, "") << row.line;
+    EXPECT_EQ(folder.Names(), before) << row.line;
+  }
+}
+
+TEST_F(Failure, AFullDiskKeepsTheOldFile) {
+  for (const char* name : {"out.wav", "out.flac", "out.ogg"}) {
+    const std::string old = "what was there";
+    WriteFile(folder / name, old);
+    // 8 blocks of 512 bytes is all that a file may have.
+    const Outcome outcome = RunShell(
+        "cd " + folder / "" + " && ulimit -f 8 && \"$TOOL\" render model.onnx in.wav " + name);
+    EXPECT_EQ(outcome.exitStatus, 1) << name;
+    EXPECT_EQ(outcome.err, std::string("kalvrin: cannot write ") + name + ": File too large\n");
+    EXPECT_EQ(ReadFile(folder / name), old) << name;
+    std::filesystem::remove(folder / name);
+    EXPECT_EQ(folder.Names(), before) << name;
+  }
+}
+
+TEST_F(Failure, AProtectedFileIsKept) {
+  WriteFile(folder / "out.wav", "old");
+  const auto all = std::filesystem::perms::all;
+  std::filesystem::permissions(folder / "", all);
+  std::filesystem::permissions(folder / "out.wav", std::filesystem::perms::owner_read);
+  // Root may write everything, so the program runs as nobody then.
+  const std::string nobody = "setpriv --reuid=65534 --regid=65534 --clear-groups ";
+  const std::string line = "\"$TOOL\" render model.onnx in.wav out.wav";
+  const Outcome outcome =
+      RunShell("cd " + folder / "" + " && " + (geteuid() == 0 ? nobody + line : line));
+  if (outcome.exitStatus >= 126) GTEST_SKIP() << "nobody may not run the program: " << outcome.err;
+  EXPECT_EQ(outcome.exitStatus, 1);
+  EXPECT_EQ(outcome.err, "kalvrin: cannot write out.wav: Permission denied\n");
+  EXPECT_EQ(ReadFile(folder / "out.wav"), "old");
+}
+
+/// An hour of silence that takes no room on the disk.
+void WriteLongAudio(const std::string& path) {
+  WriteAudio(
+      path,
+      {.rate = 48000, .channels = 1, .format = SF_FORMAT_AU | SF_FORMAT_PCM_16, .samples = {0, 0}});
+  std::string header = ReadFile(path).substr(0, 24);
+  header.replace(8, 4, 4, '\xFF');  // the length of the data: unknown
+  WriteFile(path, header);
+  std::filesystem::resize_file(path, 24 + 2ULL * 48000 * 3600);
+}
+
+TEST_F(Failure, AKilledRenderLeavesNothing) {
+  WriteLongAudio(folder / "long.au");
+  before = folder.Names();
+  for (const int signal : {SIGKILL, SIGINT, SIGTERM, SIGHUP}) {
+    ToolOnTerminal tool({"render", folder / "model.onnx", folder / "long.au", folder / "out.wav",
+                         "--stems", folder / "stems"});
+    ASSERT_TRUE(tool.WaitFor("%")) << "no progress bar";
+    tool.Kill(signal);
+    const Outcome outcome = tool.Finish();
+    EXPECT_EQ(outcome.signal, signal) << outcome.exitStatus << outcome.err;
+    // Killed outright, it could not remove the folder that it had made; that one is empty.
+    std::error_code ignored;
+    std::filesystem::remove(folder / "stems", ignored);
+    EXPECT_EQ(folder.Names(), before) << "signal " << signal;
+  }
+}
+
+TEST_F(Failure, TheProgressBarIsForTerminalsOnly) {
+  ToolOnTerminal tool({"render", folder / "model.onnx", folder / "in.wav", folder / "out.wav"});
+  const Outcome onTerminal = tool.Finish();
+  EXPECT_EQ(onTerminal.exitStatus, 0);
+  EXPECT_NE(onTerminal.err.find("[#"), std::string::npos);
+  EXPECT_TRUE(onTerminal.err.ends_with("\r\x1b[K")) << "the line is not wiped";
+  const Outcome inPipe =
+      RunTool({"render", folder / "model.onnx", folder / "in.wav", folder / "out.wav"});
+  EXPECT_EQ(inPipe.err, "");
+}
+
+}  // namespace
+}  // namespace TestSupport

@@ -1,0 +1,295 @@
+// `kalvrin info` and `kalvrin check` over models of every kind, and the frame around all commands.
+
+#include "apps/tool_process.h"
+#include "support/audio_models.h"
+
+#include <gtest/gtest.h>
+
+namespace TestSupport {
+namespace {
+
+using Options = AudioModelOptions;
+
+/// Every line of `expected` has to occur in `text`.
+void ExpectLines(const std::string& text, const std::vector<std::string>& expected,
+                 const std::string& what) {
+  for (const std::string& line : expected)
+    EXPECT_NE(text.find(line), std::string::npos) << what << ": no '" << line << "' in\n" << text;
+}
+
+TEST(CommandLine, HelpVersionAndWrongUse) {
+  const struct {
+    const char* arguments;
+    int status;
+    const char *out, *err;
+  } rows[] = {
+      {"", 2, "", "usage:"},
+      {"--help", 0, "render MODEL IN OUT", ""},
+      {"-h", 0, "Exit status:", ""},
+      {"help", 0, "check MODEL", ""},
+      {"help render", 0, "--gain NAME=GAIN", ""},
+      {"render a b c --help", 0, "usage: kalvrin render MODEL IN OUT", ""},
+      {"info -h", 0, "usage: kalvrin info MODEL", ""},
+      {"--version", 0, "kalvrin 0.", ""},
+      {"help nonsense", 2, "", "kalvrin: there is no command 'nonsense'"},
+      {"help info check", 2, "", "kalvrin: help takes one command"},
+      {"nonsense", 2, "", "'kalvrin help' lists what there is"},
+      {"--nonsense", 2, "", "kalvrin: there is no option --nonsense"},
+      {"info", 2, "", "kalvrin: MODEL is missing; 'kalvrin help info' explains it"},
+      {"info a b", 2, "", "kalvrin: 'b' is one too many"},
+      {"check a --channels 0", 2, "", "--channels: '0' is not a whole number from 1 to 1024"},
+      {"check a --channels 1025", 2, "", "--channels: '1025'"},
+      {"check a --block", 2, "", "--block needs a value"},
+      {"render a b", 2, "", "OUT is missing"},
+      {"render a b c.mp3", 2, "", "no audio format has the extension .mp3"},
+      {"render a b c --format mp3", 2, "", "--format: 'mp3' is not wav, flac or ogg"},
+      {"render a b c --gain Speech", 2, "", "--gain: 'Speech' is not NAME=GAIN"},
+      {"render a b c --rest=-1", 2, "", "--rest: '-1' is no gain"},
+      {"render - - c", 2, "", "MODEL and IN cannot both be standard input"},
+      {"info /nowhere/model", 1, "", "cannot read /nowhere/model: No such file or directory"},
+      {"info /tmp", 1, "", "cannot read /tmp: Is a directory"},
+      {"info /dev/null", 1, "", "/dev/null is empty"},
+      {"--version > /dev/full", 1, "", "cannot write standard output: No space left on device"},
+  };
+  for (const auto& row : rows) {
+    const Outcome outcome = RunShell(std::string("\"$TOOL\" ") + row.arguments);
+    EXPECT_EQ(outcome.exitStatus, row.status) << row.arguments << '\n' << outcome.err;
+    ExpectLines(outcome.out, {row.out}, row.arguments);
+    ExpectLines(outcome.err, {row.err}, row.arguments);
+    EXPECT_EQ(outcome.err.empty(), row.status == 0) << row.arguments;
+    EXPECT_EQ(outcome.out.empty(), row.status != 0) << row.arguments;
+  }
+}
+
+TEST(Info, PrintsWhatAModelDeclares) {
+  const struct {
+    const char* name;
+    Options model;
+    std::vector<std::string> lines;
+  } rows[] = {
+      {"bare",
+       {.features = 512},
+       {"(Model name N/A) (", "works on   samples", "window     512 frames\n", "hop        256",
+        "4 windows per evaluation, the library's default", "lookahead  0 windows", "states     0",
+        "input      float32 [channels *, windows *, samples 512]  audio",
+        "output     float32 [classes 1, channels *, windows *, samples 512]  audio",
+        "1          Extracted", "none       every channel is a mixture",
+        "SampleRate                   48000 (default)",
+        "AudioClassNames              [\"Extracted\"] (default)",
+        "note: a stream takes SampleRate as 0,", "block 128  1152 frames\n",
+        "block 480  1280 frames\n", "block 512  768 frames\n"}},
+      {"rich",
+       {.features = 257,
+        .lookahead = 2,
+        .classGains = {1, 0.5F},
+        .inputRank = 4,
+        .outputRank = 5,
+        .states = {{.element = Element::Int64, .shape = {"C", 3}}},
+        .metadata = {{"Name", "Splitter"},
+                     {"SampleRate", "16000"},
+                     {"LookaheadNumBlocks", "2"},
+                     {"BaselineSequenceSize", "6"},
+                     {"AudioClassNames", "[\"Speech\",\"\xC3\x9C\"]"},
+                     {"ChannelToAudioClassBindings", "[[1,\"speech\"],[0,\"Noise\"]]"},
+                     {"Author", "someone\nelse"}}},
+       {"Splitter (", "spectra of 257 bins", "window     512 frames (32.0 ms)",
+        "6 windows per evaluation, the model's own choice", "lookahead  2 windows", "states     1",
+        "[channels *, windows *, bins 257, components 2]", "state1     int64 [*, 3]  state 1",
+        "newState1  int64 [*, 3]  state 1", "1          Speech", "2          \xC3\x9C",
+        "channel 1  carries speech alone", "OverlapInSamples             0 (default)",
+        "SampleRate                   16000\n",
+        "Author                       someone?else (not read)", "block 256  2048 frames (128.0 ms)",
+        "note: channel 0 is bound to Noise, which is no class"}},
+      {"odd metadata",
+       {.classGains = {1, 1, 1},
+        .metadata = {{"SampleRate", "44100.0"},
+                     {"LookaheadNumBlocks", "null"},
+                     {"AudioClassNames", "[\"A\",\"rest\",\"a\"]"}}},
+       {"48000 (default; the model's 44100.0 is of another type)",
+        "a stream takes SampleRate as 44100", "0 (default; the model's null is of another type)",
+        "note: class 3, a, has the name of an earlier class",
+        "note: the class rest hides the remainder"}},
+  };
+  const TemporaryFolder folder;
+  for (const auto& row : rows) {
+    WriteFile(folder / "model.onnx", MakeAudioModel(row.model));
+    const Outcome outcome = RunTool({"info", folder / "model.onnx"});
+    EXPECT_EQ(outcome.exitStatus, 0) << row.name << ": " << outcome.err;
+    ExpectLines(outcome.out, row.lines, row.name);
+  }
+}
+
+TEST(Info, PrintsTheTensorsOfARefusedModel) {
+  const TemporaryFolder folder;
+  WriteFile(folder / "model.onnx", MakeAudioModel({.features = 7}));
+  const Outcome outcome = RunTool({"info", folder / "model.onnx"});
+  EXPECT_EQ(outcome.exitStatus, 1);
+  ExpectLines(outcome.out, {"input      float32 [*, *, 7]"}, "out");
+  ExpectLines(outcome.err, {"is refused: The window length (Features) must be even; export"},
+              "err");
+}
+
+TEST(Check, AcceptsAModelAtTheSizesItTakes) {
+  const struct {
+    const char* name;
+    Options model;
+    std::vector<std::string> arguments, lines;
+  } rows[] = {
+      {"free sizes",
+       {.features = 512, .metadata = {{"SampleRate", "48000"}}},
+       {},
+       {"2 channels, 4 windows of 512 frames per evaluation, blocks of 256 frames",
+        "latency    1024 frames (21.3 ms)"}},
+      {"sizes asked for",
+       {},
+       {"--channels=3", "--sequence=2", "--block=5"},
+       {"3 channels, 2 windows of 8 frames per evaluation, blocks of 5 frames",
+        "latency    12 frames\n"}},
+      {"fixed sizes",
+       {.inputShape = Dimensions{5, 6, 8}, .metadata = {{"BaselineSequenceSize", "6"}}},
+       {},
+       {"5 channels, 6 windows"}},
+      {"no channel dimension", {.inputRank = 2}, {}, {"1 channel, 4 windows"}},
+      {"spectra", {.features = 9, .inputRank = 4, .outputRank = 5}, {}, {"windows of 16 frames"}},
+  };
+  const TemporaryFolder folder;
+  for (const auto& row : rows) {
+    WriteFile(folder / "model.onnx", MakeAudioModel(row.model));
+    std::vector<std::string> arguments = {"check", folder / "model.onnx"};
+    arguments.insert(arguments.end(), row.arguments.begin(), row.arguments.end());
+    const Outcome outcome = RunTool(arguments);
+    EXPECT_EQ(outcome.exitStatus, 0) << row.name << ": " << outcome.out << outcome.err;
+    EXPECT_EQ(outcome.out.rfind("accepted: ", 0), 0) << row.name;
+    ExpectLines(outcome.out, row.lines, row.name);
+  }
+}
+
+std::string ModelWith(const char* key, const char* value) {
+  return MakeAudioModel({.metadata = {{key, value}}});
+}
+
+/// An audio model whose nodes are one, from 'input' of `in` to 'output' of `out`.
+std::string Bridge(Element in, Element out, const char* operation,
+                   const std::vector<Attribute>& attributes = {}) {
+  return ModelBuilder()
+      .Input("input", in, {"C", "T", 8})
+      .Output("output", out, {"K", "C", "T", 8})
+      .Node("Unsqueeze", {"input", "axis"}, {"whole"})
+      .Int64s("axis", {1}, {0})
+      .Node(operation, {"whole"}, {"output"}, attributes)
+      .Build();
+}
+
+TEST(Check, ExplainsEveryRefusal) {
+  const Options rank1{.inputRank = 1, .outputRank = 1};
+  const struct {
+    const char* name;
+    std::string model;
+    const char* arguments;
+    const char *reason, *found, *change;
+  } rows[] = {
+      {"no model", "These are no model bytes.", "", "the file is no model", "",
+       "export the model anew"},
+      {"float64 in", Bridge(Element::Double, Element::Float, "Cast", {{"to", 1}}), "",
+       "The first input is not a tensor of 32-bit floats", "'input' is double [*, *, 8]", "Cast"},
+      {"float64 out", Bridge(Element::Float, Element::Double, "Cast", {{"to", 11}}), "",
+       "The first output is not a tensor of 32-bit floats", "'output' is double", "Cast"},
+      {"sequence in",
+       ModelBuilder()
+           .SequenceInput("input", Element::Float)
+           .Output("output", Element::Float, {"T", 8})
+           .Node("ConcatFromSequence", {"input"}, {"output"}, {{"axis", 0}})
+           .Build(),
+       "", "The first input is not a tensor", "'input' is sequence", "audio input first"},
+      {"sequence out",
+       ModelBuilder()
+           .Input("input", Element::Float, {"T", 8})
+           .SequenceOutput("output", Element::Float)
+           .Node("SequenceConstruct", {"input"}, {"output"})
+           .Build(),
+       "", "The first output is not a tensor", "'output' is sequence", "audio output first"},
+      {"5 dimensions in", MakeAudioModel({.inputShape = Dimensions{1, 1, 1, 8, 2}}), "",
+       "The first input must have 1 to 4 dimensions", "[1, 1, 1, 8, 2]", "reshape"},
+      {"free window", MakeAudioModel({.inputShape = Dimensions{"C", "T", "W"}}), "",
+       "The window length (Features) of the input must be fixed", "[*, *, *]", "fixed window"},
+      {"spectra in only", MakeAudioModel({.inputRank = 4}), "", "Spectra (Components) must be",
+       "'output'", "neither"},
+      {"three components",
+       MakeAudioModel({.inputRank = 4,
+                       .outputRank = 5,
+                       .inputShape = Dimensions{"C", "T", 8, 3},
+                       .outputShape = Dimensions{"K", "C", "T", 8, 3}}),
+       "", "The last dimension of a spectral input", "[*, *, 8, 3]", "pairs"},
+      {"odd window", MakeAudioModel({.features = 9}), "",
+       "The window length (Features) must be even", "9", "even"},
+      {"one bin", MakeAudioModel({.features = 1, .inputRank = 4, .outputRank = 5}), "",
+       "A spectrum must have 2 bins", "[*, *, 1, 2]", "longer"},
+      {"negative lookahead", ModelWith("LookaheadNumBlocks", "-1"), "",
+       "LookaheadNumBlocks of the model is negative", "LookaheadNumBlocks is -1",
+       "correct LookaheadNumBlocks"},
+      {"negative baseline", ModelWith("BaselineSequenceSize", "-1"), "",
+       "BaselineSequenceSize of the model is negative", "BaselineSequenceSize is -1",
+       "correct BaselineSequenceSize"},
+      {"no JSON", ModelWith("SampleRate", "16000 Hz"), "",
+       "the metadata value of SampleRate is not JSON", "SampleRate is 16000 Hz",
+       "correct SampleRate"},
+      {"fixed channels", MakeAudioModel({.inputShape = Dimensions{1, "T", 8}}), "--channels 2",
+       "Number of input channels cannot be changed", "[1, *, 8]; asked for: 2 channels",
+       "as many channels as"},
+      {"fixed channels out", MakeAudioModel({.outputShape = Dimensions{"K", 1, "T", 8}}),
+       "--channels 2", "Number of output channels cannot be changed",
+       "[1, 1, *, 8]; asked for: 2 channels", "as many channels as"},
+      {"fixed windows", MakeAudioModel({.inputShape = Dimensions{"C", 4, 8}}), "--sequence 3",
+       "Input sequence size cannot be changed",
+       "asked for: 3 windows; LookaheadNumBlocks is missing", "--sequence"},
+      {"fixed windows out", MakeAudioModel({.outputShape = Dimensions{"K", "C", 4, 8}}),
+       "--sequence 3", "Output sequence size cannot be changed", "asked for: 3 windows",
+       "--sequence"},
+      {"classes without names",
+       MakeAudioModel({.classGains = {1, 1}, .outputShape = Dimensions{2, "C", "T", 8}}), "",
+       "Incorrect number of extracted audio classes", "AudioClassNames is missing",
+       "correct AudioClassNames"},
+      {"names without classes",
+       MakeAudioModel({.outputRank = 3, .metadata = {{"AudioClassNames", "[\"A\",\"B\"]"}}}), "",
+       "The output has no class dimension", "AudioClassNames is [\"A\",\"B\"]", "class dimension"},
+      {"no channels in", MakeAudioModel({.inputRank = 2, .outputRank = 2}), "--channels 2",
+       "The input has no channel dimension", "2 channels", "use 1 channel"},
+      {"no channels out", MakeAudioModel({.outputRank = 2}), "--channels 2",
+       "The output has no channel dimension", "2 channels", "use 1 channel"},
+      {"no windows in", MakeAudioModel(rank1), "--channels 1",
+       "The input has no sequence dimension", "4 windows", "--sequence 1"},
+      {"no windows out", MakeAudioModel({.outputRank = 1}), "--channels 1",
+       "The output has no sequence dimension", "4 windows", "--sequence 1"},
+      {"other window out", MakeAudioModel({.outputFeatures = 6}), "",
+       "The output's windows (Features) must be as long", "[1, *, *, 6]", "equal window lengths"},
+      {"state without output",
+       ModelBuilder()
+           .Input("input", Element::Float, {"C", "T", 8})
+           .Input("memory", Element::Float, {3})
+           .Output("output", Element::Float, {"C", "T", 8})
+           .Node("Identity", {"input"}, {"output"})
+           .Build(),
+       "", "Model is not compatible with automatic buffer binding",
+       "'memory' (float32) with nothing", "its output"},
+      {"other names", MakeAudioModel({.inputName = "sound"}), "",
+       "the audio of the model does not have the names", "'sound'", "rename"},
+      {"fails when run", MakeAudioModel({.failsFromEvaluation = 0}), "",
+       "the inference engine cannot run the model", "2 channels", "where the engine says"},
+      {"huge", MakeAudioModel({.features = 1 << 20}), "--sequence 1000000 --channels 1000", "",
+       "1000000 windows", "smaller sizes"},
+  };
+  const TemporaryFolder folder;
+  for (const auto& row : rows) {
+    const std::string path = folder / "model.onnx";
+    WriteFile(path, row.model);
+    const Outcome outcome = RunShell("\"$TOOL\" check " + path + ' ' + row.arguments);
+    EXPECT_EQ(outcome.exitStatus, 1) << row.name << ": " << outcome.out << outcome.err;
+    const auto change = outcome.out.find("change ");
+    ExpectLines(outcome.out, {std::string("refused: ") + row.reason, row.found}, row.name);
+    ASSERT_NE(change, std::string::npos) << row.name << ": " << outcome.out;
+    ExpectLines(outcome.out.substr(change), {row.change}, row.name);
+  }
+}
+
+}  // namespace
+}  // namespace TestSupport

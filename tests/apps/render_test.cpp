@@ -1,0 +1,398 @@
+// `kalvrin render` on sound models and sound audio: what comes out, where, and in which form.
+
+#include "apps/audio_files.h"
+#include "apps/tool_process.h"
+#include "support/audio_models.h"
+#include "support/seed.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <limits>
+#include <sndfile.h>
+
+namespace TestSupport {
+namespace {
+
+using Options = AudioModelOptions;
+
+/// A folder with model.onnx and in.wav.
+class Render : public testing::Test {
+protected:
+  void Prepare(const Options& model, const Audio& audio) {
+    WriteFile(folder / "model.onnx", MakeAudioModel(model));
+    WriteAudio(folder / "in.wav", audio);
+  }
+
+  Outcome Run(const std::string& out, const std::vector<std::string>& options = {}) {
+    std::vector<std::string> arguments = {"render", folder / "model.onnx", folder / "in.wav",
+                                          folder / out};
+    arguments.insert(arguments.end(), options.begin(), options.end());
+    Outcome outcome = RunTool(arguments);
+    EXPECT_EQ(outcome.exitStatus, 0) << outcome.err;
+    return outcome;
+  }
+
+  TemporaryFolder folder;
+};
+
+/// Interleaved `audio` later by `frames`, behind silence.
+std::vector<float> Later(const Audio& audio, std::size_t frames) {
+  std::vector<float> samples(frames * static_cast<std::size_t>(audio.channels));
+  samples.insert(samples.end(), audio.samples.begin(), audio.samples.end());
+  return samples;
+}
+
+std::vector<float> Scaled(std::vector<float> samples, double gain) {
+  for (float& sample : samples)
+    sample = static_cast<float>(sample * gain);
+  return samples;
+}
+
+Audio MakeSine(int rate, double frequencyHz, std::size_t frames) {
+  Audio audio;
+  audio.rate = rate;
+  for (std::size_t i = 0; i < frames; ++i)
+    audio.samples.push_back(
+        static_cast<float>(0.5 * std::sin(2 * M_PI * frequencyHz * static_cast<double>(i) / rate)));
+  return audio;
+}
+
+constexpr double rounding = 6e-7;
+
+TEST_F(Render, UnityGivesTheInputBackInStepAndInLength) {
+  const Options spectral{.features = 17,
+                         .lookahead = 1,
+                         .inputRank = 4,
+                         .outputRank = 5,
+                         .metadata = {{"LookaheadNumBlocks", "1"}}};
+  const struct {
+    const char* name;
+    Options model;
+    std::size_t frames;
+    int channels, format;
+    const char* out;
+    std::vector<std::string> options;
+    int outFormat;
+    double tolerance;
+  } rows[] = {
+      {"float WAV", {}, 1000, 2, 0, "out.wav", {}, SF_FORMAT_WAV | SF_FORMAT_FLOAT, rounding},
+      {"16-bit",
+       {},
+       999,
+       1,
+       SF_FORMAT_WAV | SF_FORMAT_PCM_16,
+       "out.wav",
+       {},
+       SF_FORMAT_WAV | SF_FORMAT_PCM_16,
+       0},
+      {"24-bit",
+       {},
+       999,
+       1,
+       SF_FORMAT_WAV | SF_FORMAT_PCM_24,
+       "out.WAV",
+       {},
+       SF_FORMAT_WAV | SF_FORMAT_PCM_24,
+       0},
+      {"FLAC",
+       spectral,
+       5000,
+       2,
+       SF_FORMAT_WAV | SF_FORMAT_PCM_16,
+       "out.flac",
+       {},
+       SF_FORMAT_FLAC | SF_FORMAT_PCM_16,
+       0},
+      {"float to FLAC", {}, 100, 8, 0, "out.flac", {}, SF_FORMAT_FLAC | SF_FORMAT_PCM_24, rounding},
+      {"chosen encoding",
+       {},
+       100,
+       2,
+       0,
+       "out",
+       {"--encoding=pcm32"},
+       SF_FORMAT_WAV | SF_FORMAT_PCM_32,
+       rounding},
+      {"chosen format",
+       {},
+       100,
+       2,
+       0,
+       "out.x",
+       {"--format", "flac"},
+       SF_FORMAT_FLAC | SF_FORMAT_PCM_24,
+       rounding},
+      {"from FLAC",
+       {},
+       100,
+       2,
+       SF_FORMAT_FLAC | SF_FORMAT_PCM_24,
+       "out.wav",
+       {},
+       SF_FORMAT_WAV | SF_FORMAT_PCM_24,
+       0},
+      {"64 channels", {}, 300, 64, 0, "out.wav", {}, SF_FORMAT_WAVEX | SF_FORMAT_FLOAT, rounding},
+      {"spectra, lookahead",
+       spectral,
+       1234,
+       3,
+       0,
+       "out.wav",
+       {},
+       SF_FORMAT_WAVEX | SF_FORMAT_FLOAT,
+       rounding},
+      {"odd block",
+       spectral,
+       1234,
+       1,
+       0,
+       "out.wav",
+       {"--block=13", "--sequence=3"},
+       SF_FORMAT_WAV | SF_FORMAT_FLOAT,
+       rounding},
+      {"one frame", {}, 1, 1, 0, "out.wav", {}, SF_FORMAT_WAV | SF_FORMAT_FLOAT, rounding},
+      {"no audio", {}, 0, 2, 0, "out.wav", {}, SF_FORMAT_WAV | SF_FORMAT_FLOAT, 0},
+      {"no audio, FLAC", {}, 0, 2, 0, "out.flac", {}, SF_FORMAT_FLAC | SF_FORMAT_PCM_24, 0},
+      {"no audio, Ogg", {}, 0, 2, 0, "out.ogg", {}, SF_FORMAT_OGG | SF_FORMAT_VORBIS, 0},
+  };
+  std::uint64_t seed = TestSeed();
+  for (const auto& row : rows) {
+    Audio audio = MakeNoise(row.frames, row.channels, seed++);
+    audio.format = row.format;
+    Prepare(row.model, audio);
+    const Outcome outcome = Run(row.out, row.options);
+    EXPECT_EQ(outcome.err, "") << row.name;
+    if (outcome.exitStatus != 0) continue;
+    const Audio out = ReadAudio(folder / row.out);
+    EXPECT_EQ(out.format, row.outFormat) << row.name << std::hex << ' ' << out.format;
+    EXPECT_EQ(out.channels, row.channels) << row.name;
+    EXPECT_EQ(out.rate, 48000) << row.name;
+    EXPECT_LE(GreatestDifference(out.samples, ReadAudio(folder / "in.wav").samples), row.tolerance)
+        << row.name;
+  }
+}
+
+TEST_F(Render, OggIsInStepAndSoundsTheSame) {
+  const Audio audio = MakeSine(48000, 997, 30001);
+  Prepare({}, audio);
+  Run("out.ogg");
+  const Audio out = ReadAudio(folder / "out.ogg");
+  EXPECT_EQ(out.format, SF_FORMAT_OGG | SF_FORMAT_VORBIS);
+  EXPECT_LE(GreatestDifference(out.samples, audio.samples), 0.03);
+}
+
+TEST_F(Render, RawLatencyDelaysByWhatTheSummarySays) {
+  const struct {
+    std::vector<std::string> options;
+    std::size_t latency;  // window 16, hop 8
+  } rows[] = {
+      {{}, 32 - 8 + 8},          {{"--block=4"}, 32 - 4 + 8}, {{"--block=5"}, 32 + 8},
+      {{"--sequence=1"}, 8 + 8}, {{"--block=100"}, 32 + 8},
+  };
+  const Audio audio = MakeNoise(500, 2, TestSeed());
+  Prepare({.features = 16}, audio);
+  for (const auto& row : rows) {
+    auto options = row.options;
+    options.emplace_back("--raw-latency");
+    const Outcome outcome = Run("out.wav", options);
+    const std::string latency = std::to_string(row.latency) + " frames, left in";
+    EXPECT_NE(outcome.out.find(latency), std::string::npos) << latency << '\n' << outcome.out;
+    EXPECT_LE(GreatestDifference(ReadAudio(folder / "out.wav").samples, Later(audio, row.latency)),
+              rounding)
+        << latency;
+  }
+}
+
+TEST_F(Render, GainsOfClassesRestAndMaster) {
+  // Class A is 0.5 of the input, class B is 0.25, and so Rest is 0.25.
+  const Options model{.classGains = {0.5F, 0.25F},
+                      .metadata = {{"AudioClassNames", "[\"A\",\"\xC3\x96l=1\"]"}}};
+  const struct {
+    std::vector<std::string> options;
+    double gain;
+    const char* summary;
+  } rows[] = {
+      {{"--gain", "A=0"}, 0.5, "A 0, \xC3\x96l=1 1, Rest 1"},
+      {{"--gain=a=-6dB"}, 0.5 + 0.5 * std::pow(10, -0.3), "A 0.5012 (-6.0 dB)"},
+      {{"--gain=\xC3\xB6l=1=3"}, 1, nullptr},  // refused: only A to Z fold
+      {{"--gain=\xC3\x96l=1=3"}, 1.5, "\xC3\x96l=1 3 (+9.5 dB)"},
+      {{"--rest=0"}, 0.75, "Rest 0"},
+      {{"--gain=Rest=0", "--gain=A=0"}, 0.25, "A 0"},
+      {{"--gain=A=0", "--gain=A=2"}, 1.5, "A 2"},
+      {{"--master=-20 dB"}, 0.1, "master 0.1 (-20.0 dB)"},
+      {{"--master=0.5", "--rest=3"}, 0.75, "master 0.5"},
+  };
+  const Audio audio = MakeNoise(300, 2, TestSeed());
+  Prepare(model, audio);
+  for (const auto& row : rows) {
+    std::vector<std::string> arguments = {"render", folder / "model.onnx", folder / "in.wav",
+                                          folder / "out.wav"};
+    arguments.insert(arguments.end(), row.options.begin(), row.options.end());
+    const Outcome outcome = RunTool(arguments);
+    if (!row.summary) {
+      EXPECT_EQ(outcome.exitStatus, 2);
+      EXPECT_NE(outcome.err.find("the model has no class '\xC3\xB6l=1', only A, \xC3\x96l=1, Rest"),
+                std::string::npos)
+          << outcome.err;
+      continue;
+    }
+    EXPECT_EQ(outcome.exitStatus, 0) << outcome.err;
+    EXPECT_NE(outcome.out.find(row.summary), std::string::npos) << row.summary << '\n'
+                                                                << outcome.out;
+    EXPECT_LE(
+        GreatestDifference(ReadAudio(folder / "out.wav").samples, Scaled(audio.samples, row.gain)),
+        2e-6)
+        << row.options[0];
+  }
+}
+
+TEST_F(Render, StemsAddUpToTheInput) {
+  const Options model{.classGains = {0.5F, 0.125F, 2},
+                      .metadata = {{"AudioClassNames", R"(["Speech/1","mix","speech/1"])"},
+                                   {"ChannelToAudioClassBindings", R"([[1,"Speech/1"]])"}}};
+  const Audio audio = MakeNoise(700, 2, TestSeed());
+  Prepare(model, audio);
+  const Outcome outcome =
+      Run("out.wav", {"--stems", folder / "stems", "--gain", "mix=0", "--master", "0.5"});
+  std::vector<float> sum(audio.samples.size());
+  // The third class has the name of the first: no gain reaches it, and it is no stem.
+  for (const char* name : {"stems/Speech_1.wav", "stems/mix-2.wav", "stems/Rest.wav"}) {
+    const Audio stem = ReadAudio(folder / name);
+    ASSERT_EQ(stem.samples.size(), sum.size()) << name;
+    for (std::size_t i = 0; i < sum.size(); ++i)
+      sum[i] += stem.samples[i];
+    EXPECT_NE(outcome.out.find(name), std::string::npos) << outcome.out;
+  }
+  // What is left of the second class of the name is missing on the channel that is a mixture.
+  std::vector<float> expected = audio.samples;
+  for (std::size_t i = 0; i < expected.size(); i += 2)
+    expected[i] -= 2 * expected[i];
+  EXPECT_LE(GreatestDifference(sum, expected), 3e-6);
+  EXPECT_EQ(ReadFile(folder / "stems/Mix.wav"), ReadFile(folder / "out.wav"));
+  const Audio speech = ReadAudio(folder / "stems/Speech_1.wav");
+  for (std::size_t i = 0; i < expected.size(); ++i)
+    ASSERT_NEAR(speech.samples[i], audio.samples[i] * (i % 2 ? 1 : 0.5), rounding) << i;
+}
+
+TEST_F(Render, ResamplesThereAndBack) {
+  const Options model{.features = 64, .metadata = {{"SampleRate", "48000"}}};
+  for (const int rate : {44100, 8000, 96000, 48000})
+    for (const std::size_t frames : {20011, 1, 0}) {
+      const Audio audio = MakeSine(rate, 1000, frames);
+      Prepare(model, audio);
+      Run("out.wav", {"--resample"});
+      const Audio out = ReadAudio(folder / "out.wav");
+      EXPECT_EQ(out.rate, rate);
+      ASSERT_EQ(out.samples.size(), frames) << rate;
+      // The ends lack what lies beyond them; between them the sine comes back.
+      for (std::size_t i = 500; i + 500 < frames; ++i)
+        ASSERT_NEAR(out.samples[i], audio.samples[i], 1e-4) << rate << " Hz, frame " << i;
+    }
+  Prepare(model, MakeSine(44100, 1000, 441));
+  Run("out.wav", {"--resample", "--raw-latency"});
+  // 128 frames of latency at 48000 Hz are 117.6 at 44100 Hz.
+  EXPECT_EQ(ReadAudio(folder / "out.wav").Frames(), 441U + 118U);
+}
+
+TEST_F(Render, RefusesAnotherRateWithoutResampling) {
+  Prepare({.metadata = {{"SampleRate", "48000"}}}, MakeSine(44100, 1000, 100));
+  const Outcome outcome =
+      RunTool({"render", folder / "model.onnx", folder / "in.wav", folder / "out.wav"});
+  EXPECT_EQ(outcome.exitStatus, 1);
+  EXPECT_NE(outcome.err.find("44100 Hz, and the model works at 48000 Hz; --resample"),
+            std::string::npos)
+      << outcome.err;
+  EXPECT_EQ(folder.Names(), (std::vector<std::string>{"in.wav", "model.onnx"}));
+}
+
+TEST_F(Render, ThroughPipesAndOntoItself) {
+  const Audio audio = MakeNoise(5000, 2, TestSeed());
+  const struct {
+    const char* line;
+    bool summaryOnErrors;
+  } rows[] = {
+      {"cat in.wav | \"$TOOL\" render model.onnx - - | cat > out.wav", true},
+      {"\"$TOOL\" render model.onnx - - < in.wav > out.wav", true},
+      {"\"$TOOL\" render model.onnx in.wav - --format=flac > out.wav", true},
+      {"cat model.onnx | \"$TOOL\" render - in.wav out.wav", false},
+      {"mkfifo pipe; cat pipe > out.wav & \"$TOOL\" render model.onnx in.wav pipe; wait", false},
+      {"cp in.wav out.wav; \"$TOOL\" render model.onnx out.wav out.wav", false},
+  };
+  for (const auto& row : rows) {
+    Prepare({}, audio);
+    std::filesystem::remove(folder / "out.wav");
+    const Outcome outcome = RunShell("cd " + folder / "" + " && " + row.line);
+    EXPECT_EQ(outcome.exitStatus, 0) << row.line << '\n' << outcome.err;
+    const std::string& summary = row.summaryOnErrors ? outcome.err : outcome.out;
+    EXPECT_NE(summary.find("real-time factor "), std::string::npos) << row.line;
+    EXPECT_TRUE((row.summaryOnErrors ? outcome.out : outcome.err).empty())
+        << row.line << outcome.err;
+    EXPECT_LE(GreatestDifference(ReadAudio(folder / "out.wav").samples, audio.samples), rounding)
+        << row.line;
+  }
+}
+
+TEST_F(Render, NonFiniteAndLoudSamplesAreMadeGoodAndReported) {
+  constexpr float infinity = std::numeric_limits<float>::infinity();
+  Audio audio = MakeNoise(400, 2, TestSeed());
+  audio.samples[200] = std::numeric_limits<float>::quiet_NaN();
+  audio.samples[301] = -infinity;
+  Prepare({.states = {{.element = Element::Float,
+                       .shape = {1},
+                       .update = StateOptions::Update::Keep,
+                       .isHeard = true}}},
+          audio);
+  const Outcome outcome = Run("out.wav", {"--master", "4", "--encoding", "pcm16"});
+  EXPECT_NE(outcome.err.find(
+                "in.wav holds values that are not finite (2 samples, the first in frame 100)"),
+            std::string::npos)
+      << outcome.err;
+  EXPECT_NE(outcome.err.find("out.wav is louder than full scale ("), std::string::npos)
+      << outcome.err;
+  audio.samples[200] = audio.samples[301] = 0;
+  std::vector<float> expected = Scaled(audio.samples, 4);
+  for (float& sample : expected)
+    sample = std::clamp(sample, -1.0F, 32767.0F / 32768);
+  EXPECT_LE(GreatestDifference(ReadAudio(folder / "out.wav").samples, expected), 1.0 / 32768);
+
+  // A model that gives no numbers: 0 times an infinite gain.
+  Prepare({.classGains = {infinity}}, MakeNoise(100, 1, TestSeed()));
+  const Outcome poisoned = Run("out.wav", {"--rest=0"});
+  EXPECT_NE(poisoned.err.find("the model gave values that are not finite (100 samples"),
+            std::string::npos)
+      << poisoned.err;
+  EXPECT_EQ(ReadAudio(folder / "out.wav").samples, std::vector<float>(100));
+}
+
+TEST_F(Render, KeepsTitleAndLoudspeakersAndEqualRendersAreEqualFiles) {
+  Prepare({}, MakeNoise(100, 3, TestSeed()));
+  SF_INFO info{};
+  info.samplerate = 48000;
+  info.channels = 3;
+  info.format = SF_FORMAT_WAVEX | SF_FORMAT_PCM_16;
+  SNDFILE* file = sf_open((folder / "in.wav").c_str(), SFM_WRITE, &info);
+  ASSERT_NE(file, nullptr);
+  const int map[] = {SF_CHANNEL_MAP_LEFT, SF_CHANNEL_MAP_RIGHT, SF_CHANNEL_MAP_LFE};
+  int written[3] = {map[0], map[1], map[2]};
+  ASSERT_EQ(sf_command(file, SFC_SET_CHANNEL_MAP_INFO, written, sizeof written), SF_TRUE);
+  sf_set_string(file, SF_STR_TITLE, "A title");
+  const std::vector<float> samples(300);
+  sf_writef_float(file, samples.data(), 100);
+  sf_close(file);
+
+  Run("a.wav");
+  Run("b.wav");
+  EXPECT_EQ(ReadFile(folder / "a.wav"), ReadFile(folder / "b.wav"));
+  info = {};
+  file = sf_open((folder / "a.wav").c_str(), SFM_READ, &info);
+  ASSERT_NE(file, nullptr);
+  EXPECT_STREQ(sf_get_string(file, SF_STR_TITLE), "A title");
+  int read[3] = {};
+  EXPECT_EQ(sf_command(file, SFC_GET_CHANNEL_MAP_INFO, read, sizeof read), SF_TRUE);
+  EXPECT_TRUE(std::equal(read, read + 3, map));
+  sf_close(file);
+}
+
+}  // namespace
+}  // namespace TestSupport

@@ -1,0 +1,333 @@
+#include "core/kalvrin.h"
+#include "failure/exceptions.h"
+#include "support/fake_platform.h"
+#include "support/outcome.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <limits>
+#include <string>
+#include <vector>
+
+namespace {
+
+using namespace Orvik::Tesmo;
+using namespace Orvik::Tesmo::Dnn;
+using TestSupport::FakeModel;
+using TestSupport::FakeRuntime;
+using TestSupport::Outcome;
+using Calls = std::vector<std::string>;
+
+constexpr float NaN = std::numeric_limits<float>::quiet_NaN();
+constexpr float Infinity = std::numeric_limits<float>::infinity();
+
+/// One class, one state, a lookahead of one window.
+FakeModel StatefulModel() {
+  FakeModel model = TestSupport::MakeFakeSampleModel(4, {0.5F});
+  model.inputs.push_back({u"state", {-1}});
+  model.outputs.push_back({u"newState", {-1}});
+  model.metadata.push_back({u"LookaheadNumBlocks", u"1"});
+  model.metadata.push_back({u"ChannelToAudioClassBindings", u"[[5,\"Class0\"]]"});
+  return model;
+}
+
+/// Evaluates `core` twice on ones, from whatever it has kept; the second output, or the failure.
+std::string Heard(Kalvrin& core) {
+  std::vector<float> block(core.GetGeometry().windowLength * core.GetSequenceSize() *
+                           core.GetGeometry().channelCount);
+  return Outcome([&] {
+    for (int i = 0; i < 2; ++i) {
+      block.assign(block.size(), 1.0F);
+      core.EvaluateWindow(block.data(), block.data());
+    }
+    if (block != std::vector<float>(block.size(), 1.0F)) throw ContractException("wrong output");
+  });
+}
+
+TEST(Kalvrin, SetsUpInOrder) {
+  FakeRuntime runtime(StatefulModel());
+  Kalvrin core(runtime, "model", 5, 2, 1);
+  Calls calls;
+  for (const std::string& call : runtime.GetCalls()) {
+    const bool isReading = call.rfind("Get", 0) == 0 || call == "HasCurrent" || call == "Current" ||
+                           call == "MoveNext";
+    if (!isReading) calls.push_back(call);
+  }
+  EXPECT_EQ(calls, (Calls{"LoadModel(5)",
+                          "Lookup(Name)",
+                          "Lookup(SampleRate)",
+                          "Lookup(LookaheadNumBlocks)",
+                          "Lookup(OverlapInSamples)",
+                          "Lookup(BaselineSequenceSize)",
+                          "Lookup(AudioClassNames)",
+                          "Lookup(ChannelToAudioClassBindings)",
+                          "CreateDevice(1)",
+                          "CreateSessionOptions",
+                          "SetBatchSizeOverride(1)",
+                          "SetIntraOpNumThreadsOverride(1)",
+                          "CreateSession",
+                          "CreateBinding",
+                          "First",
+                          "CreateTensor(1:1,3,4)",
+                          "CreateTensor(1:1,1,2,4)",
+                          "CreateTensor(1:1)",
+                          "Bind(in state)",
+                          "Bind(out newState)",
+                          "Bind(in input)",
+                          "Bind(out output)",
+                          "Prepare"}));
+  runtime.ClearCalls();
+  float block[8] = {};
+  core.EvaluateWindow(block, block);
+  EXPECT_EQ(runtime.GetCalls(),
+            (Calls{"Acquire", "Release", "Evaluate(RunId)", "Acquire", "Release"}));
+}
+
+TEST(Kalvrin, SettlesItsSizes) {
+  const std::u16string lookahead = u"LookaheadNumBlocks", baseline = u"BaselineSequenceSize";
+  const struct {
+    std::u16string key, text;
+    std::uint64_t asked, sequenceSize;
+    std::uint32_t lookahead;
+    std::int32_t sampleRate;
+    const char* outcome;
+  } rows[] = {
+      {u"", u"", 0, 4, 0, 0, "ok"},
+      {u"", u"", 3, 3, 0, 0, "ok"},
+      {baseline, u"8", 0, 8, 0, 0, "ok"},
+      {baseline, u"8", 3, 3, 0, 0, "ok"},
+      {baseline, u"0", 0, 4, 0, 0, "ok"},
+      {baseline, u"-1", 3, 3, 0, 0, "ok"},
+      {baseline, u"-1", 0, 0, 0, 0, "BaselineSequenceSize of the model is negative"},
+      {baseline, u"2147483647", 0, 0, 0, 0, "bad_alloc"},
+      {lookahead, u"2.5", 1, 1, 2, 0, "ok"},
+      {lookahead, u"\"2\"", 1, 1, 0, 0, "ok"},
+      {lookahead, u"-1", 1, 0, 0, 0, "LookaheadNumBlocks of the model is negative"},
+      {lookahead, u"9999999999", 1, 0, 0, 0, "bad_alloc"},
+      {u"OverlapInSamples", u"3", 1, 1, 0, 0, "ok"},
+      {u"SampleRate", u"16000", 1, 1, 0, 16000, "ok"},
+      {u"SampleRate", u"16000.0", 1, 1, 0, 16000, "ok"},
+  };
+  for (const auto& row : rows) {
+    FakeModel model = TestSupport::MakeFakeSampleModel(10, {1});
+    model.metadata.push_back({row.key, row.text});
+    FakeRuntime runtime(model);
+    const std::string where(row.text.begin(), row.text.end());
+    EXPECT_EQ(Outcome([&] {
+                Kalvrin core(runtime, "model", 5, row.asked, 1);
+                EXPECT_EQ(core.GetSequenceSize(), row.sequenceSize) << where;
+                EXPECT_EQ(core.GetGeometry().lookaheadBlocks, row.lookahead) << where;
+                EXPECT_EQ(core.GetSampleRate(), row.sampleRate) << where;
+                EXPECT_EQ(core.GetHopLength(), 5U);
+                EXPECT_EQ(core.IsSpectral(), 0);
+              }),
+              row.outcome)
+        << where;
+    EXPECT_EQ(runtime.GetLiveObjects(), 0) << where;
+  }
+}
+
+TEST(Kalvrin, EveryFailureOfTheEngineEndsConstructionAndLeavesNothing) {
+  for (const ResultCode code : {ResultCodes::AccessDenied, ResultCodes::OutOfMemory}) {
+    FakeRuntime runtime(StatefulModel());
+    const char* const failure = code == ResultCodes::OutOfMemory ? "bad_alloc" : "0x80070005";
+    for (std::size_t n = 1;; ++n) {
+      runtime.ClearCalls();
+      runtime.FailCall(n, code);
+      const std::string outcome = Outcome([&] { Kalvrin core(runtime, "model", 5, 2, 2); });
+      if (!runtime.StopFailing()) break;
+      const bool isWish = runtime.GetCalls()[n - 1] == "SetIntraOpNumThreadsOverride(1)";
+      EXPECT_EQ(outcome, isWish ? "ok" : failure) << runtime.GetCalls()[n - 1];
+      EXPECT_EQ(runtime.GetLiveObjects(), 0) << runtime.GetCalls()[n - 1];
+    }
+    Kalvrin core(runtime, "model", 5, 2, 2);
+    core.ResetGains();
+    EXPECT_EQ(Heard(core), "ok");
+  }
+}
+
+TEST(Kalvrin, ARefusedChangeOfSizeLosesNothing) {
+  bool (Kalvrin::*const changes[])(std::uint64_t) = {&Kalvrin::SetSequenceSize,
+                                                     &Kalvrin::SetChannelCount};
+  for (const auto change : changes) {
+    FakeRuntime runtime(StatefulModel());
+    Kalvrin core(runtime, "model", 5, 2, 2);
+    core.ResetGains();
+    const std::int64_t liveObjects = runtime.GetLiveObjects();
+    std::size_t n = 1;
+    for (;; ++n) {
+      runtime.ClearCalls();
+      runtime.FailCall(n, ResultCodes::AccessDenied);
+      const bool changed = (core.*change)(3);
+      if (!runtime.StopFailing()) break;
+      const std::string& call = runtime.GetCalls()[n - 1];
+      EXPECT_FALSE(changed) << call;
+      EXPECT_EQ(core.GetSequenceSize(), 2U) << call;
+      EXPECT_EQ(core.GetGeometry().channelCount, 2U) << call;
+      EXPECT_EQ(runtime.GetLiveObjects(), liveObjects) << call;
+      EXPECT_EQ(Heard(core), "ok") << call;
+    }
+    EXPECT_GT(n, 15U);
+    EXPECT_EQ(Heard(core), "ok") << "after the change";
+  }
+}
+
+TEST(Kalvrin, SaysSoWhenNothingIsBoundUntilAChangeOfSizeSucceeds) {
+  for (const char* operation : {"Bind", "Prepare"}) {
+    FakeRuntime runtime(StatefulModel());
+    Kalvrin core(runtime, "model", 5, 2, 2);
+    core.ResetGains();
+    runtime.FailCall(1, ResultCodes::Fail, operation, 2);
+    EXPECT_FALSE(core.SetSequenceSize(3)) << operation;
+    EXPECT_TRUE(runtime.StopFailing());
+    EXPECT_EQ(Heard(core), "0x8000000D") << operation;
+    EXPECT_FALSE(core.SetSequenceSize(0)) << operation;
+    EXPECT_EQ(Heard(core), "0x8000000D") << operation;
+    EXPECT_TRUE(core.SetSequenceSize(2)) << operation;
+    EXPECT_EQ(Heard(core), "ok") << operation;
+  }
+}
+
+TEST(Kalvrin, RefusesSizesThatTheModelOrMemoryDoesNotHave) {
+  FakeModel fixedModel = TestSupport::MakeFakeSampleModel(4, {1});
+  fixedModel.inputs[0].shape = {2, 4, 4};
+  const FakeModel freeModel = TestSupport::MakeFakeSampleModel(4, {1});
+  constexpr std::uint64_t huge = ~std::uint64_t{0};
+  const struct {
+    const char* name;
+    const FakeModel& model;
+    std::uint64_t sequenceSize, channelCount;  ///< 0 here: not asked for, below: refused
+    bool changes;
+  } rows[] = {
+      {"fixed sequence", fixedModel, 3, 2, false},
+      {"fixed channels", fixedModel, 4, 1, false},
+      {"same sizes", fixedModel, 4, 2, true},
+      {"no windows", freeModel, 0, 2, false},
+      {"no channels", freeModel, 4, 0, false},
+      {"all windows", freeModel, huge, 2, false},
+      {"all channels", freeModel, 4, huge, false},
+      {"low bits only", freeModel, huge / 2 + 5, 2, false},
+      {"other sizes", freeModel, 7, 2, true},
+      {"more channels", freeModel, 4, 6, true},
+  };
+  for (const auto& row : rows) {
+    FakeRuntime runtime(row.model);
+    Kalvrin core(runtime, "model", 5, 4, 2);
+    core.ResetGains();
+    const bool changed = row.sequenceSize != 4 ? core.SetSequenceSize(row.sequenceSize)
+                                               : core.SetChannelCount(row.channelCount);
+    EXPECT_EQ(changed, row.changes) << row.name;
+    EXPECT_EQ(core.GetSequenceSize(), row.changes ? row.sequenceSize : 4) << row.name;
+    EXPECT_EQ(core.GetGeometry().channelCount, row.changes ? row.channelCount : 2) << row.name;
+    EXPECT_EQ(Heard(core), "ok") << row.name;
+    EXPECT_EQ(Outcome([&] {
+                Kalvrin fresh(runtime, "model", 5, row.sequenceSize ? row.sequenceSize : huge,
+                              row.channelCount);
+              }) == "ok",
+              row.changes)
+        << row.name;
+  }
+}
+
+TEST(Kalvrin, GainsHaveTheirRange) {
+  FakeRuntime runtime(TestSupport::MakeFakeSampleModel(2, {0.5F}));
+  Kalvrin core(runtime, "model", 5, 1, 1);
+  const char* const range = "Linear gain out of range";
+  const struct {
+    float gain;
+    bool masterTakes;
+    const char* classOutcome;
+  } rows[] = {{0, true, "ok"},          {-0.0F, true, "ok"}, {1e30F, true, "ok"},
+              {Infinity, true, "ok"},   {NaN, false, "ok"},  {-1e-30F, false, range},
+              {-Infinity, false, range}};
+  for (const auto& row : rows) {
+    EXPECT_EQ(core.SetMasterGain(row.gain), row.masterTakes) << row.gain;
+    for (const auto* name : {u"Class0", u"rest"}) {
+      EXPECT_EQ(Outcome([&] { EXPECT_TRUE(core.SetAudioClassGain(name, row.gain)); }),
+                row.classOutcome)
+          << row.gain;
+    }
+    EXPECT_FALSE(core.SetAudioClassGain(u"Class1", row.gain)) << row.gain;
+    EXPECT_FALSE(core.SetAudioClassGain(nullptr, row.gain)) << row.gain;
+  }
+}
+
+TEST(Kalvrin, TheFirstClassOfANameIsTheOneThatIsSet) {
+  // class k gives gain k of 1, 10, 100 times the input; Rest is what is left
+  const struct {
+    const char* name;
+    std::u16string names;
+    const char16_t* set;  ///< to 3, after ResetGains
+    float expected;       ///< output for an input of 1
+  } rows[] = {
+      {"first of two", u"[\"S\",\"s\",\"M\"]", u"S", 1 + 2 * 1 - 10},
+      {"second of two stays at 0", u"[\"S\",\"M\",\"m\"]", u"M", 1 + 2 * 10 - 100},
+      {"a class called Rest hides the remainder", u"[\"rest\",\"S\",\"M\"]", u"Rest", 1 + 2 * 1},
+      {"remainder", u"[\"A\",\"B\",\"C\"]", u"rEST", 3 - 2 * 111},
+      {"a name with a zero inside ends there", u"[\"A\\u0000x\",\"B\",\"C\"]", u"a", 1 + 2 * 1},
+  };
+  for (const auto& row : rows) {
+    FakeModel model = TestSupport::MakeFakeSampleModel(2, {1, 10, 100});
+    model.metadata = {{u"AudioClassNames", row.names}};
+    FakeRuntime runtime(model);
+    Kalvrin core(runtime, "model", 5, 1, 1);
+    core.ResetGains();
+    EXPECT_TRUE(core.SetAudioClassGain(row.set, 3.0F)) << row.name;
+    float block[2] = {1, 1};
+    core.EvaluateWindow(block, block);
+    EXPECT_EQ(block[0], row.expected) << row.name;
+  }
+}
+
+TEST(Kalvrin, ALaterBindingOfAChannelCountsAndMoreChannelsBringMoreBindings) {
+  const struct {
+    std::u16string bindings;
+    std::vector<float> expected;  ///< by channel: 2 for the class, -1 for a mixture (see below)
+  } rows[] = {
+      {u"[]", {-1, -1, -1}},
+      {u"[[0,\"Class0\"],[0,\"Nothing\"]]", {-1, -1, -1}},
+      {u"[[0,\"Nothing\"],[0,\"cLASS0\"]]", {2, -1, -1}},
+      {u"[[2,\"Class0\"],[1,\"Rest\"],[7,\"Class0\"]]", {-1, 4, 2}},
+  };
+  for (const auto& row : rows) {
+    FakeModel model = TestSupport::MakeFakeSampleModel(2, {2.5F});
+    model.metadata.push_back({u"ChannelToAudioClassBindings", row.bindings});
+    FakeRuntime runtime(model);
+    Kalvrin core(runtime, "model", 5, 1, 1);
+    core.SetMasterGain(1);
+    core.SetAudioClassGain(u"Class0", 2);
+    core.SetAudioClassGain(u"Rest", 4);
+    for (std::size_t channels = 1; channels <= 3; ++channels) {
+      ASSERT_TRUE(core.SetChannelCount(channels));
+      std::vector<float> block(2 * channels, 1.0F);
+      core.EvaluateWindow(block.data(), block.data());
+      for (std::size_t c = 0; c < channels; ++c)
+        EXPECT_EQ(block[c], row.expected[c]) << c << " of " << channels;
+    }
+  }
+}
+
+TEST(AudioClassSet, ChecksItsIds) {
+  SingleAudioClass left(u"Left"), right(u"Right");
+  ConcatenatedAudioClassSet both({&left, &right});
+  const char* const range = "Audio class ID out of range";
+  AudioClassSet* const sets[] = {&left, &both};
+  for (AudioClassSet* set : sets) {
+    const struct {
+      std::uint32_t id;
+      const char* outcome;
+    } rows[] = {{0, "ok"}, {set->GetCount() - 1, "ok"}, {set->GetCount(), range}, {~0U, range}};
+    for (const auto& row : rows) {
+      EXPECT_EQ(Outcome([&] { (void)set->GetName(row.id); }), row.outcome) << row.id;
+      EXPECT_EQ(Outcome([&] { (void)set->GetGain(row.id); }), row.outcome) << row.id;
+      EXPECT_EQ(Outcome([&] { set->SetGain(row.id, 0.5F); }), row.outcome) << row.id;
+    }
+  }
+  both.SetGain(1, 0.25F);
+  EXPECT_EQ(right.GetGain(0), 0.25F);
+  EXPECT_EQ(left.GetGain(0), 0.5F);
+  EXPECT_EQ(both.GetName(1), right.GetName(0));
+}
+
+}  // namespace

@@ -1,0 +1,158 @@
+#include "platform/onnxruntime/utf16.h"
+#include "platform/rig.h"
+#include "support/audio_models.h"
+
+#include <gtest/gtest.h>
+
+#include <map>
+#include <sstream>
+
+namespace {
+
+using namespace TestSupport;
+
+/// "name kind element [dimensions]" of a feature; no element and dimensions where it is no tensor.
+std::string Describe(const FeatureList& features, std::uint32_t index) {
+  std::shared_ptr<FeatureDescriptor> feature;
+  if (const ResultCode code = features.GetAt(index, feature); Failed(code)) return Hex(code);
+  std::u16string name;
+  FeatureKind kind{};
+  CheckResult(feature->GetName(name));
+  CheckResult(feature->GetKind(kind));
+  std::ostringstream text;
+  for (const char16_t unit : name)
+    text << (unit < 128 ? static_cast<char>(unit) : '?');
+  text << " " << static_cast<int>(kind);
+  std::uint32_t element = 0;
+  Shape shape;
+  const ResultCode elementCode = feature->GetTensorKind(element);
+  const ResultCode shapeCode = feature->GetShape(shape);
+  if (Failed(elementCode) || Failed(shapeCode)) {
+    text << " " << Hex(elementCode) << " " << Hex(shapeCode);
+    return text.str();
+  }
+  text << " " << element << " [";
+  for (const std::int64_t dimension : shape)
+    text << dimension << " ";
+  text << "]";
+  return text.str();
+}
+
+std::vector<std::string> DescribeAll(const FeatureList& features) {
+  std::uint32_t size = 0;
+  CheckResult(features.GetSize(size));
+  std::vector<std::string> all;
+  for (std::uint32_t i = 0; i <= size; ++i)
+    all.push_back(Describe(features, i));
+  return all;
+}
+
+TEST(Features, AreReadInOrderWithEveryWayToDeclareAShape) {
+  ModelBuilder model;
+  model.Input("free", Element::Float, {"N", "", -1, 0, 5})
+      .Input("scalar", Element::Int64, {})
+      .InputWithoutShape("shapeless", Element::String)
+      .SequenceInput("list", Element::Float)
+      .Input("constant", Element::Float, {1})
+      .Floats("constant", {1}, {1})
+      .Output("out", Element::Float, {"N", "", -1, 0, 5})
+      .SequenceOutput("outList", Element::Float)
+      .Output("\xC3\xA4", Element::Float16, {2})
+      .Node("Identity", {"free"}, {"out"})
+      .Node("Identity", {"list"}, {"outList"})
+      .Node("Cast", {"pair"}, {"\xC3\xA4"}, {{"to", 10}})
+      .Floats("pair", {2}, {1, 2});
+  Rig rig(model.Build());
+  std::shared_ptr<FeatureList> inputs;
+  std::shared_ptr<FeatureList> outputs;
+  ASSERT_EQ(rig.model->GetInputFeatures(inputs), ResultCodes::Ok);
+  ASSERT_EQ(rig.model->GetOutputFeatures(outputs), ResultCodes::Ok);
+  EXPECT_EQ(
+      DescribeAll(*inputs),
+      (std::vector<std::string>{"free 0 1 [-1 -1 -1 0 5 ]", "scalar 0 7 []", "shapeless 0 8 []",
+                                "list 1 0x80004002 0x80004002", "0x8000000B"}));
+  EXPECT_EQ(DescribeAll(*outputs),
+            (std::vector<std::string>{"out 0 1 [-1 -1 -1 0 5 ]", "outList 1 0x80004002 0x80004002",
+                                      "? 0 10 [2 ]", "0x8000000B"}));
+}
+
+TEST(Features, OfAModelWithoutInputsCanBeAsked) {
+  const Rig rig(ModelBuilder()
+                    .Output("output", Element::Float, {1})
+                    .Floats("one", {1}, {1})
+                    .Node("Identity", {"one"}, {"output"})
+                    .Build());
+  std::shared_ptr<FeatureList> inputs;
+  ASSERT_EQ(rig.model->GetInputFeatures(inputs), ResultCodes::Ok);
+  EXPECT_EQ(DescribeAll(*inputs), std::vector<std::string>{"0x8000000B"});
+}
+
+TEST(Metadata, IsFoundByKeyAndByWalk) {
+  Rig rig(MakeAudioModel({.metadata = {{"SampleRate", "16000"},
+                                       {"Empty", ""},
+                                       {"Twice", "first"},
+                                       {"Twice", "last"},
+                                       {"\xC3\xA4", "\xE2\x82\xAC"},
+                                       {"Broken", "a\xFFz"}}}));
+  std::shared_ptr<MetadataMap> metadata;
+  ASSERT_EQ(rig.model->GetMetadata(metadata), ResultCodes::Ok);
+  const std::map<std::u16string, std::u16string> expected = {
+      {u"SampleRate", u"16000"}, {u"Empty", u""},          {u"Twice", u"last"},
+      {u"\u00E4", u"\u20AC"},    {u"Broken", u"a\uFFFDz"},
+  };
+
+  std::map<std::u16string, std::u16string> walked;
+  std::shared_ptr<MetadataIterator> iterator;
+  ASSERT_EQ(metadata->First(iterator), ResultCodes::Ok);
+  std::u16string key;
+  std::u16string value;
+  for (bool has = false; iterator->HasCurrent(has) == ResultCodes::Ok && has;
+       CheckResult(iterator->MoveNext())) {
+    ASSERT_EQ(iterator->Current(key, value), ResultCodes::Ok);
+    EXPECT_TRUE(walked.emplace(key, value).second) << "a key came twice";
+  }
+  EXPECT_EQ(walked, expected);
+  EXPECT_EQ(Hex(iterator->Current(key, value)), Hex(ResultCodes::OutOfBounds));
+
+  for (const auto& [name, text] : expected) {
+    ASSERT_EQ(metadata->Lookup(name, value), ResultCodes::Ok);
+    EXPECT_EQ(value, text);
+  }
+  for (const char16_t* missing : {u"samplerate", u"", u"SampleRat", u"SampleRate "})
+    EXPECT_EQ(Hex(metadata->Lookup(missing, value)), Hex(ResultCodes::OutOfBounds));
+}
+
+TEST(Metadata, OfAModelWithoutAnyIsEmpty) {
+  const Rig rig(MakeAudioModel());
+  std::shared_ptr<MetadataMap> metadata;
+  std::shared_ptr<MetadataIterator> iterator;
+  ASSERT_EQ(rig.model->GetMetadata(metadata), ResultCodes::Ok);
+  ASSERT_EQ(metadata->First(iterator), ResultCodes::Ok);
+  bool has = true;
+  ASSERT_EQ(iterator->HasCurrent(has), ResultCodes::Ok);
+  EXPECT_FALSE(has);
+}
+
+TEST(ToUtf16, ReplacesWhatIsNoUtf8) {
+  const struct {
+    const char* name;
+    std::string_view text;
+    std::u16string_view expected;
+  } rows[] = {
+      {"ascii", "Az\x7F", u"Az\x7F"},
+      {"two, three and four bytes", "\xC2\x80\xEF\xBF\xBD\xF0\x9F\x8E\xA7",
+       u"\x0080\xFFFD\xD83C\xDFA7"},
+      {"last character", "\xF4\x8F\xBF\xBF", u"\xDBFF\xDFFF"},
+      {"beyond the last", "\xF4\x90\x80\x80", u"\xFFFD\xFFFD\xFFFD\xFFFD"},
+      {"overlong", "\xC0\xAF\xE0\x80\xAF", u"\xFFFD\xFFFD\xFFFD\xFFFD\xFFFD"},
+      {"surrogate", "\xED\xA0\x80", u"\xFFFD\xFFFD\xFFFD"},
+      {"lone following byte", "a\x80z", u"a\xFFFDz"},
+      {"cut inside, then text", "\xF0\x9F\x8Ez", u"\xFFFDz"},
+      {"cut at the end", "\xE2\x82", u"\xFFFD"},
+      {"cut by another start", "\xE2\xE2\x82\xAC", u"\xFFFD\x20AC"},
+  };
+  for (const auto& row : rows)
+    EXPECT_EQ(OnnxRuntime::ToUtf16(row.text), row.expected) << row.name;
+}
+
+}  // namespace

@@ -1,0 +1,168 @@
+#include "platform/onnxruntime/runtime.h"
+
+#include "platform/rig.h"
+#include "support/audio_models.h"
+
+#include <dlfcn.h>
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <thread>
+
+namespace {
+
+using namespace TestSupport;
+
+TEST(CreateOnnxRuntime, RefusesWhatIsNoEngine) {
+  const struct {
+    const char* name;
+    void* module;
+    ResultCode code;
+  } rows[] = {
+      {"no module", nullptr, ResultCodes::ClassNotRegistered},
+      {"another library", dlopen("libm.so.6", RTLD_NOW), ResultCodes::ClassNotAvailable},
+      {"engine too old", dlopen(KALVRIN_TEST_OLD_ENGINE, RTLD_NOW), ResultCodes::ClassNotAvailable},
+  };
+  for (const auto& row : rows) {
+    std::shared_ptr<Runtime> runtime;
+    EXPECT_EQ(Hex(CreateOnnxRuntime(row.module, runtime)), Hex(row.code)) << row.name;
+    EXPECT_EQ(runtime, nullptr) << row.name;
+  }
+}
+
+/// In a process of its own, where nothing else holds the library in memory.
+TEST(CreateOnnxRuntimeDeathTest, ServesAgainAfterItsModuleWasTakenOutOfMemory) {
+  const auto openCloseThrice = [] {
+    const std::string bytes = MakeAudioModel();
+    for (int round = 0; round < 3; ++round) {
+      if (dlopen(KALVRIN_TEST_ENGINE, RTLD_NOW | RTLD_NOLOAD)) std::_Exit(1);
+      void* module = dlopen(KALVRIN_TEST_ENGINE, RTLD_NOW | RTLD_LOCAL);
+      std::shared_ptr<Runtime> runtime;
+      CheckResult(CreateOnnxRuntime(module, runtime));
+      std::shared_ptr<Model> model;
+      CheckResult(
+          runtime->LoadModel(bytes.data(), static_cast<std::uint32_t>(bytes.size()), model));
+      runtime.reset();
+      model.reset();
+      dlclose(module);
+    }
+    std::_Exit(0);
+  };
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  EXPECT_EXIT(openCloseThrice(), testing::ExitedWithCode(0), "");
+}
+
+std::string UnknownOperator() {
+  return ModelBuilder()
+      .Input("input", Element::Float, {1})
+      .Output("output", Element::Float, {1})
+      .Node("NoSuchOperator", {"input"}, {"output"})
+      .Build();
+}
+
+TEST(LoadModel, RefusesBytesThatAreNoModelAndSaysWhy) {
+  const std::string good = MakeAudioModel();
+  const struct {
+    const char* name;
+    std::string bytes;
+    ResultCode code;
+    const char* said;  ///< part of the engine's message, which is the only reason a user gets
+  } rows[] = {
+      {"empty", "", ResultCodes::InvalidArgument, "no model bytes"},
+      {"text", "this is not a model", ResultCodes::InvalidArgument, "protobuf"},
+      {"zeros", std::string(100, '\0'), ResultCodes::InvalidArgument, "protobuf"},
+      {"first half", good.substr(0, good.size() / 2), ResultCodes::InvalidArgument, "protobuf"},
+      {"last byte missing", good.substr(0, good.size() - 1), ResultCodes::InvalidArgument,
+       "protobuf"},
+      {"unknown operator", UnknownOperator(), ResultCodes::InvalidArgument, "NoSuchOperator"},
+      {"future opset", ModelBuilder().OpsetVersion(9999).Build(), ResultCodes::Fail, "opset"},
+      {"future format", ModelBuilder().IrVersion(9999).Build(), ResultCodes::Fail, "IR version"},
+  };
+  for (const auto& row : rows) {
+    std::shared_ptr<Model> model;
+    const ResultCode code = TheRuntime().LoadModel(
+        row.bytes.data(), static_cast<std::uint32_t>(row.bytes.size()), model);
+    EXPECT_EQ(Hex(code), Hex(row.code)) << row.name;
+    EXPECT_EQ(model, nullptr) << row.name;
+    const std::string said = winrt::hresult_error(code).message();
+    EXPECT_NE(said.find(row.said), std::string::npos) << row.name << ": " << said;
+  }
+}
+
+TEST(LoadModel, NeedsItsBytesOnlyDuringTheCall) {
+  auto bytes = std::make_unique<std::string>(MakeAudioModel({.classGains = {3}}));
+  Rig rig(*bytes);
+  bytes->assign(bytes->size(), '\xFF');
+  bytes.reset();
+  const auto input = rig.Input("input", {1, 1, 8});
+  const auto output = rig.Output("output", {1, 1, 1, 8});
+  ASSERT_EQ(Hex(rig.Prepare()), Hex(ResultCodes::Ok));
+  Elements(*input, 8)[5] = 2;
+  ASSERT_EQ(Hex(rig.Evaluate()), Hex(ResultCodes::Ok));
+  EXPECT_EQ(Elements(*output, 8)[5], 6.0F);
+}
+
+TEST(SessionOptions, TakeOneThreadAndABatchOfOneOnly) {
+  std::shared_ptr<SessionOptions> options;
+  ASSERT_EQ(Hex(TheRuntime().CreateSessionOptions(options)), Hex(ResultCodes::Ok));
+  for (const std::uint32_t value : {0U, 1U, 2U}) {
+    const ResultCode expected = value == 1 ? ResultCodes::Ok : ResultCodes::NotImplemented;
+    EXPECT_EQ(Hex(options->SetBatchSizeOverride(value)), Hex(expected)) << value;
+    EXPECT_EQ(Hex(options->SetIntraOpNumThreadsOverride(value)), Hex(expected)) << value;
+  }
+  std::shared_ptr<Device> device;
+  EXPECT_EQ(Hex(TheRuntime().CreateDevice(static_cast<DeviceKind>(2), device)),
+            Hex(ResultCodes::InvalidArgument));
+}
+
+/// The host's streams and threads are the host's, also when things go wrong.
+TEST(Runtime, WritesNothingAndStartsNoThread) {
+  const auto threadCount = [] {
+    const std::filesystem::directory_iterator tasks("/proc/self/task");
+    return std::distance(begin(tasks), end(tasks));
+  };
+  const auto threadsBefore = threadCount();
+  testing::internal::CaptureStdout();
+  testing::internal::CaptureStderr();
+  std::shared_ptr<Model> model;
+  EXPECT_TRUE(Failed(TheRuntime().LoadModel("nonsense", 8, model)));
+  Rig rig(MakeAudioModel({.outputShape = Dimensions{1, 1, 1, 9}, .failsOnLevel = true}));
+  const auto input = rig.Input("input", {1, 1, 8});
+  rig.Output("output", {1, 1, 1, 8});
+  EXPECT_EQ(Hex(rig.Prepare()), Hex(ResultCodes::Ok));
+  Elements(*input, 8)[0] = 3;
+  EXPECT_TRUE(Failed(rig.Evaluate()));
+  EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
+  EXPECT_EQ(testing::internal::GetCapturedStdout(), "");
+  EXPECT_EQ(threadCount(), threadsBefore);
+}
+
+TEST(Runtime, MakesAndRunsSessionsOnSeveralThreadsAtOnce) {
+  const auto work = [](int thread, int& wrong) {
+    for (int round = 0; round < 10; ++round) {
+      const auto gain = static_cast<float>(thread + 2);
+      Rig rig(MakeAudioModel({.classGains = {gain}, .states = {{.isHeard = true}}}));
+      const auto input = rig.Input("input", {1, 1, 8});
+      const auto output = rig.Output("output", {1, 1, 1, 8});
+      rig.State("state1", "newState1", {1});
+      CheckResult(rig.Prepare());
+      for (int evaluation = 0; evaluation < 10; ++evaluation) {
+        Elements(*input, 8)[0] = static_cast<float>(round);
+        CheckResult(rig.Evaluate());
+        wrong += Elements(*output, 8)[0] !=
+                 gain * static_cast<float>(round) + static_cast<float>(evaluation);
+      }
+    }
+  };
+  int wrong[4] = {};
+  std::vector<std::thread> threads;
+  threads.reserve(std::size(wrong));
+  for (int i = 0; i < 4; ++i)
+    threads.emplace_back(work, i, std::ref(wrong[i]));
+  for (std::thread& thread : threads)
+    thread.join();
+  for (int i = 0; i < 4; ++i)
+    EXPECT_EQ(wrong[i], 0) << "thread " << i;
+}
+
+}  // namespace

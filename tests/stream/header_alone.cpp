@@ -1,0 +1,1 @@
+#include "kalvrin/stream_processor.h"

@@ -1,0 +1,30 @@
+#!/usr/bin/env bash
+# Installs, moves what was installed, and builds and runs a host against it, by the CMake package and
+# by pkg-config. usage: install_test.sh BUILDDIR CMAKE CXX WRITE_MODEL
+set -euo pipefail
+build=$1 cmake=$2 cxx=$3 writeModel=$4
+client=$(cd "$(dirname "$0")/client" && pwd)
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+prefix="$work/a place of its own"
+
+"$cmake" --install "$build" --prefix "$work/first" >/dev/null
+mv "$work/first" "$prefix"
+library=$(find "$prefix" -name libkalvrin.so.0)
+for file in "$library" "${library%.0}" "${library%/*}/libonnxruntime.so.1" \
+    "$prefix/include/kalvrin/stream_processor.h" "$prefix/bin/kalvrin"; do
+  [ -e "$file" ] || { echo "not installed: $file"; exit 1; }
+done
+if grep -rlF -e "$work/first" -e "$build" "$prefix/include" "${library%/*}/cmake" "${library%/*}/pkgconfig" "$library"; then
+  echo "these hold a path of this machine"; exit 1
+fi
+"$writeModel" "$work/model.onnx"
+
+"$cmake" -S "$client" -B "$work/client" -DCMAKE_PREFIX_PATH="$prefix" -DCMAKE_CXX_COMPILER="$cxx" >/dev/null
+"$cmake" --build "$work/client" >/dev/null
+"$work/client/client" "$work/model.onnx" || { echo "client of the CMake package: exit status $?"; exit 1; }
+
+export PKG_CONFIG_PATH="${library%/*}/pkgconfig"
+eval "flags=($(pkg-config --cflags --libs kalvrin))"
+"$cxx" "$client/main.cpp" -o "$work/by-pkg-config" "${flags[@]}" -Wl,-rpath,"${library%/*}"
+"$work/by-pkg-config" "$work/model.onnx" || { echo "client by pkg-config: exit status $?"; exit 1; }

@@ -1,0 +1,74 @@
+#pragma once
+
+// Ready-made audio models in the library's convention: input 0 is audio, output 0 the classes,
+// input and output i from 1 on one recurrent state. One record says what is wanted; every member
+// has a default, and the default model passes samples through.
+
+#include "support/model_builder.h"
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace TestSupport {
+
+/// A recurrent state beside the audio.
+struct StateOptions {
+  enum class Update {
+    Count,        ///< new = old + 1; for booleans not old; for strings "a" everywhere
+    Keep,         ///< new = old, by a node
+    PassThrough,  ///< no node: the output has the name of an input, `outputName` or its own
+  };
+
+  Element element = Element::Float;
+  Dimensions shape = {1};
+  Update update = Update::Count;
+  /// Adds the mean of the old values to every sample of the audio (for strings: the share of "a").
+  bool isHeard = false;
+  std::string inputName = {};   ///< empty: "state" and the index, from 1
+  std::string outputName = {};  ///< empty: "newState" and the index; for PassThrough inputName
+};
+
+struct AudioModelOptions {
+  /// What happens to the audio before lookahead and gains.
+  enum class Body {
+    PassThrough,
+    Delay,  ///< by one evaluation of `delayWindows` windows, in a state [channels, windows, W]
+    Gru,    ///< GRU over the windows, hidden size W, weights by MakeGruWeights(W), state [1, -1, W]
+  };
+
+  std::int64_t features = 8;            ///< W; in rank 4 the number of bins
+  std::int64_t lookahead = 0;           ///< L: the last L windows do not come out
+  std::vector<float> classGains = {1};  ///< class k is gain k times the audio
+  std::size_t inputRank = 3;            ///< 1 to 4: [W], [S+L, W], [C, S+L, W], [C, S+L, F, 2]
+  std::size_t outputRank = 4;           ///< 1 to 5: [W] ... [K, C, S, W], [K, C, S, F, 2]
+  std::int64_t outputFeatures = 0;      ///< other than 0: output feature i is input i modulo W
+  std::optional<Dimensions> inputShape = {};  ///< declared in place of the free one
+  std::optional<Dimensions> outputShape = {};
+  std::string inputName = "input";
+  std::string outputName = "output";
+  Body body = Body::PassThrough;  ///< its state, if any, comes before `states`
+  std::int64_t delayWindows = 4;  ///< of the delay: S + L
+  std::vector<StateOptions> states = {};
+  std::vector<std::pair<std::string, std::string>> metadata = {};
+  /// Adds a counting state with which evaluation number n (from 0) and all later ones fail.
+  std::optional<std::int64_t> failsFromEvaluation = {};
+  /// The evaluation fails while the greatest sample of the input is 1 or above (or -2 or below).
+  bool failsOnLevel = false;
+};
+
+/// The model's bytes. An output rank that has no room for a dimension needs that dimension to be 1
+/// (or, for components, takes the first). Spectra come by inputRank 4, outputRank 5.
+std::string MakeAudioModel(const AudioModelOptions& options = {});
+
+/// Weights in the order of the ONNX operator GRU (gates z, r, h), small enough to be stable.
+struct GruWeights {
+  std::vector<float> input;      ///< [3 H, H]
+  std::vector<float> recurrent;  ///< [3 H, H]
+  std::vector<float> bias;       ///< [6 H]
+};
+GruWeights MakeGruWeights(std::int64_t hidden);
+
+}  // namespace TestSupport

@@ -1,0 +1,101 @@
+#pragma once
+
+// A scripted engine behind the platform boundary: the model is data and a function, every call is
+// recorded by name, any call can be made to fail, and objects are counted.
+
+#include "platform/platform.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace TestSupport {
+
+namespace Platform = Orvik::Tesmo::Platform;
+
+struct FakeFeature {
+  std::u16string name;
+  Platform::Shape shape;
+  std::uint32_t tensorKind = Platform::TensorKind::Float;
+  Platform::FeatureKind kind = Platform::FeatureKind::Tensor;
+};
+
+/// The elements of one bound tensor during an evaluation.
+struct FakeTensorView {
+  Platform::Shape shape;
+  void* data = nullptr;  ///< of a string tensor: an array of std::u16string
+  std::size_t count = 0;
+
+  float* Floats() const { return static_cast<float*>(data); }
+};
+
+/// What a model's function works on, in the order of the features. The inputs never change while it
+/// runs, also those of recurrent states. Outputs of states start as zeros; all others hold what the
+/// evaluation before left there.
+struct FakeEvaluation {
+  std::vector<FakeTensorView> inputs;
+  std::vector<FakeTensorView> outputs;
+};
+
+struct FakeModel {
+  std::vector<FakeFeature> inputs;
+  std::vector<FakeFeature> outputs;
+  std::vector<std::pair<std::u16string, std::u16string>> metadata = {};
+  /// Runs at each Evaluate and once in each Prepare. A failing code fails the call.
+  std::function<ResultCode(const FakeEvaluation&)> evaluate = {};
+};
+
+/// A model on samples with free sizes, input [C, S + L, W], output [K, C, S, W], where class k is
+/// the first S windows of the input times `classGains[k]`.
+FakeModel MakeFakeSampleModel(std::int64_t windowLength, std::vector<float> classGains);
+
+/// The engine. It outlives whatever is made from it. One thread at a time.
+class FakeRuntime final : public Platform::Runtime {
+public:
+  explicit FakeRuntime(FakeModel model);
+  ~FakeRuntime() override;
+
+  /// Every call of the boundary since the last ClearCalls, by the name of the operation, with its
+  /// arguments in brackets where they matter: "GetInputFeatures", "Bind(in input)", "Evaluate".
+  const std::vector<std::string>& GetCalls() const;
+  void ClearCalls();
+  /// Recording allocates. On at first.
+  void SetRecording(bool recording);
+
+  /// `times` calls from number `n` on, from 1 for the next one, fail with `code`. A name counts
+  /// only the calls of that operation (without brackets); null counts all. Replaces what was asked
+  /// for before.
+  void FailCall(std::size_t n, ResultCode code, const char* operation = nullptr,
+                std::size_t times = 1);
+  /// Takes FailCall back. True where the call has failed in the meantime.
+  bool StopFailing();
+
+  std::int64_t GetLiveObjects() const;      ///< objects made and not yet destroyed
+  std::int64_t GetHeldTensors() const;      ///< Acquire without its Release
+  std::int64_t GetEvaluationCount() const;  ///< completed Evaluate calls, those in Prepare left out
+
+  ResultCode LoadModel(const void* bytes, std::uint32_t size,
+                       std::shared_ptr<Platform::Model>& model) override;
+  ResultCode CreateDevice(Platform::DeviceKind kind,
+                          std::shared_ptr<Platform::Device>& device) override;
+  ResultCode CreateSessionOptions(std::shared_ptr<Platform::SessionOptions>& options) override;
+  ResultCode CreateSession(const std::shared_ptr<Platform::Model>& model,
+                           const std::shared_ptr<Platform::Device>& device,
+                           const std::shared_ptr<Platform::SessionOptions>& options,
+                           std::shared_ptr<Platform::Session>& session) override;
+  ResultCode CreateBinding(const std::shared_ptr<Platform::Session>& session,
+                           std::shared_ptr<Platform::Binding>& binding) override;
+  ResultCode CreateTensor(std::uint32_t kind, const Platform::Shape& shape,
+                          std::shared_ptr<Platform::Tensor>& tensor) override;
+
+  struct Script;
+
+private:
+  std::shared_ptr<Script> script;
+};
+
+}  // namespace TestSupport

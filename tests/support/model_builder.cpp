@@ -1,0 +1,204 @@
+#include "support/model_builder.h"
+
+#include <onnx/onnx_pb.h>
+
+namespace TestSupport {
+namespace {
+
+constexpr const char* machineLearningDomain = "ai.onnx.ml";
+
+void SetTensor(onnx::TypeProto& type, Element element) {
+  type.mutable_tensor_type()->set_elem_type(static_cast<std::int32_t>(element));
+}
+
+void SetTensor(onnx::TypeProto& type, Element element, const Dimensions& shape) {
+  SetTensor(type, element);
+  onnx::TensorShapeProto& declared = *type.mutable_tensor_type()->mutable_shape();
+  for (const Dimension& dimension : shape) {
+    onnx::TensorShapeProto::Dimension& added = *declared.add_dim();
+    if (dimension.isFixed)
+      added.set_dim_value(dimension.value);
+    else if (!dimension.symbol.empty())
+      added.set_dim_param(dimension.symbol);
+  }
+}
+
+onnx::TypeProto& AddFeature(onnx::ValueInfoProto& feature, const std::string& name) {
+  feature.set_name(name);
+  return *feature.mutable_type();
+}
+
+onnx::TensorProto& AddInitializer(onnx::ModelProto& model, const std::string& name, Element element,
+                                  const std::vector<std::int64_t>& shape) {
+  onnx::TensorProto& tensor = *model.mutable_graph()->add_initializer();
+  tensor.set_name(name);
+  tensor.set_data_type(static_cast<std::int32_t>(element));
+  tensor.mutable_dims()->Assign(shape.begin(), shape.end());
+  return tensor;
+}
+
+void AddAttribute(onnx::NodeProto& node, const Attribute& attribute) {
+  onnx::AttributeProto& added = *node.add_attribute();
+  added.set_name(attribute.name);
+  switch (attribute.type) {
+  case Attribute::Type::Int:
+    added.set_type(onnx::AttributeProto::INT);
+    added.set_i(attribute.ints.front());
+    break;
+  case Attribute::Type::Float:
+    added.set_type(onnx::AttributeProto::FLOAT);
+    added.set_f(attribute.floats.front());
+    break;
+  case Attribute::Type::String:
+    added.set_type(onnx::AttributeProto::STRING);
+    added.set_s(attribute.strings.front());
+    break;
+  case Attribute::Type::Ints:
+    added.set_type(onnx::AttributeProto::INTS);
+    added.mutable_ints()->Assign(attribute.ints.begin(), attribute.ints.end());
+    break;
+  case Attribute::Type::Floats:
+    added.set_type(onnx::AttributeProto::FLOATS);
+    added.mutable_floats()->Assign(attribute.floats.begin(), attribute.floats.end());
+    break;
+  case Attribute::Type::Strings:
+    added.set_type(onnx::AttributeProto::STRINGS);
+    for (const std::string& value : attribute.strings)
+      added.add_strings(value);
+    break;
+  }
+}
+
+}  // namespace
+
+Attribute Attribute::Strings(std::string name, std::vector<std::string> values) {
+  Attribute attribute(std::move(name), Type::Strings);
+  attribute.strings = std::move(values);
+  return attribute;
+}
+
+Attribute Attribute::Floats(std::string name, std::vector<float> values) {
+  Attribute attribute(std::move(name), Type::Floats);
+  attribute.floats = std::move(values);
+  return attribute;
+}
+
+ModelBuilder::ModelBuilder() : model(std::make_unique<onnx::ModelProto>()) {
+  model->set_ir_version(8);
+  model->add_opset_import()->set_version(17);
+  model->mutable_graph()->set_name("test");
+}
+
+ModelBuilder::ModelBuilder(ModelBuilder&&) noexcept = default;
+ModelBuilder& ModelBuilder::operator=(ModelBuilder&&) noexcept = default;
+ModelBuilder::~ModelBuilder() = default;
+
+ModelBuilder& ModelBuilder::Input(const std::string& name, Element element,
+                                  const Dimensions& shape) {
+  SetTensor(AddFeature(*model->mutable_graph()->add_input(), name), element, shape);
+  return *this;
+}
+
+ModelBuilder& ModelBuilder::Output(const std::string& name, Element element,
+                                   const Dimensions& shape) {
+  SetTensor(AddFeature(*model->mutable_graph()->add_output(), name), element, shape);
+  return *this;
+}
+
+ModelBuilder& ModelBuilder::InputWithoutShape(const std::string& name, Element element) {
+  SetTensor(AddFeature(*model->mutable_graph()->add_input(), name), element);
+  return *this;
+}
+
+ModelBuilder& ModelBuilder::OutputWithoutShape(const std::string& name, Element element) {
+  SetTensor(AddFeature(*model->mutable_graph()->add_output(), name), element);
+  return *this;
+}
+
+ModelBuilder& ModelBuilder::SequenceInput(const std::string& name, Element element) {
+  onnx::TypeProto& type = AddFeature(*model->mutable_graph()->add_input(), name);
+  SetTensor(*type.mutable_sequence_type()->mutable_elem_type(), element);
+  return *this;
+}
+
+ModelBuilder& ModelBuilder::SequenceOutput(const std::string& name, Element element) {
+  onnx::TypeProto& type = AddFeature(*model->mutable_graph()->add_output(), name);
+  SetTensor(*type.mutable_sequence_type()->mutable_elem_type(), element);
+  return *this;
+}
+
+ModelBuilder& ModelBuilder::MapOutput(const std::string& name, Element key, Element value) {
+  onnx::TypeProto& type = AddFeature(*model->mutable_graph()->add_output(), name);
+  type.mutable_map_type()->set_key_type(static_cast<std::int32_t>(key));
+  SetTensor(*type.mutable_map_type()->mutable_value_type(), value);
+  return *this;
+}
+
+ModelBuilder& ModelBuilder::Node(const std::string& operation,
+                                 const std::vector<std::string>& inputs,
+                                 const std::vector<std::string>& outputs,
+                                 const std::vector<Attribute>& attributes,
+                                 const std::string& domain) {
+  onnx::NodeProto& node = *model->mutable_graph()->add_node();
+  node.set_op_type(operation);
+  node.set_domain(domain);
+  for (const std::string& name : inputs)
+    node.add_input(name);
+  for (const std::string& name : outputs)
+    node.add_output(name);
+  for (const Attribute& attribute : attributes)
+    AddAttribute(node, attribute);
+  if (domain == machineLearningDomain && model->opset_import_size() == 1) {
+    onnx::OperatorSetIdProto& imported = *model->add_opset_import();
+    imported.set_domain(machineLearningDomain);
+    imported.set_version(2);
+  }
+  return *this;
+}
+
+ModelBuilder& ModelBuilder::Floats(const std::string& name, const std::vector<std::int64_t>& shape,
+                                   const std::vector<float>& values) {
+  AddInitializer(*model, name, Element::Float, shape)
+      .mutable_float_data()
+      ->Assign(values.begin(), values.end());
+  return *this;
+}
+
+ModelBuilder& ModelBuilder::Int64s(const std::string& name, const std::vector<std::int64_t>& shape,
+                                   const std::vector<std::int64_t>& values) {
+  AddInitializer(*model, name, Element::Int64, shape)
+      .mutable_int64_data()
+      ->Assign(values.begin(), values.end());
+  return *this;
+}
+
+ModelBuilder& ModelBuilder::Strings(const std::string& name, const std::vector<std::int64_t>& shape,
+                                    const std::vector<std::string>& values) {
+  onnx::TensorProto& tensor = AddInitializer(*model, name, Element::String, shape);
+  for (const std::string& value : values)
+    tensor.add_string_data(value);
+  return *this;
+}
+
+ModelBuilder& ModelBuilder::Metadata(const std::string& key, const std::string& value) {
+  onnx::StringStringEntryProto& entry = *model->add_metadata_props();
+  entry.set_key(key);
+  entry.set_value(value);
+  return *this;
+}
+
+ModelBuilder& ModelBuilder::OpsetVersion(std::int64_t version) {
+  model->mutable_opset_import(0)->set_version(version);
+  return *this;
+}
+
+ModelBuilder& ModelBuilder::IrVersion(std::int64_t version) {
+  model->set_ir_version(version);
+  return *this;
+}
+
+std::string ModelBuilder::Build() const {
+  return model->SerializeAsString();
+}
+
+}  // namespace TestSupport

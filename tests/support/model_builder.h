@@ -1,0 +1,116 @@
+#pragma once
+
+// Makes serialized ONNX models (opset 17, IR version 8) for tests, node by node.
+
+#include <cstdint>
+#include <initializer_list>
+#include <memory>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace onnx {
+class ModelProto;
+class ValueInfoProto;
+}  // namespace onnx
+
+namespace TestSupport {
+
+/// Element types by their ONNX number.
+enum class Element : std::int32_t {
+  Float = 1,
+  UInt8 = 2,
+  Int8 = 3,
+  UInt16 = 4,
+  Int16 = 5,
+  Int32 = 6,
+  Int64 = 7,
+  String = 8,
+  Bool = 9,
+  Float16 = 10,
+  Double = 11,
+  UInt32 = 12,
+  UInt64 = 13,
+};
+
+/// One dimension of a declared shape: a number (taken as it stands, also 0 and negative ones), a
+/// symbol, or, by an empty symbol, neither.
+struct Dimension {
+  Dimension(int fixed) : value(fixed) {}
+  Dimension(std::int64_t fixed) : value(fixed) {}
+  Dimension(const char* name) : isFixed(false), symbol(name) {}
+
+  bool isFixed = true;
+  std::int64_t value = 0;
+  std::string symbol;
+};
+using Dimensions = std::vector<Dimension>;
+
+struct Attribute {
+  enum class Type { Int, Float, String, Ints, Strings, Floats };
+
+  Attribute(std::string name, int value) : name(std::move(name)), type(Type::Int), ints{value} {}
+  Attribute(std::string name, double value)
+      : name(std::move(name)), type(Type::Float), floats{static_cast<float>(value)} {}
+  Attribute(std::string name, const char* value)
+      : name(std::move(name)), type(Type::String), strings{value} {}
+  Attribute(std::string name, std::vector<std::int64_t> values)
+      : name(std::move(name)), type(Type::Ints), ints(std::move(values)) {}
+  static Attribute Strings(std::string name, std::vector<std::string> values);
+  static Attribute Floats(std::string name, std::vector<float> values);
+
+  std::string name;
+  Type type;
+  std::vector<std::int64_t> ints;
+  std::vector<float> floats;
+  std::vector<std::string> strings;
+
+private:
+  Attribute(std::string name, Type type) : name(std::move(name)), type(type) {}
+};
+
+/// Every operation but Build adds to the model and gives the builder itself. Nothing is checked:
+/// broken models can be made too.
+class ModelBuilder {
+public:
+  ModelBuilder();
+  ModelBuilder(ModelBuilder&&) noexcept;
+  ModelBuilder& operator=(ModelBuilder&&) noexcept;
+  ~ModelBuilder();
+
+  ModelBuilder& Input(const std::string& name, Element element, const Dimensions& shape);
+  ModelBuilder& Output(const std::string& name, Element element, const Dimensions& shape);
+  /// Tensors that declare no shape at all (not the same as the empty shape of a scalar).
+  ModelBuilder& InputWithoutShape(const std::string& name, Element element);
+  ModelBuilder& OutputWithoutShape(const std::string& name, Element element);
+  /// Features that are no tensors.
+  ModelBuilder& SequenceInput(const std::string& name, Element element);
+  ModelBuilder& SequenceOutput(const std::string& name, Element element);
+  ModelBuilder& MapOutput(const std::string& name, Element key, Element value);
+
+  /// An empty name in `inputs` or `outputs` is an optional one left out. `domain` "" is ONNX's own;
+  /// "ai.onnx.ml" (version 2) is declared by its first node.
+  ModelBuilder& Node(const std::string& operation, const std::vector<std::string>& inputs,
+                     const std::vector<std::string>& outputs,
+                     const std::vector<Attribute>& attributes = {}, const std::string& domain = "");
+
+  ModelBuilder& Floats(const std::string& name, const std::vector<std::int64_t>& shape,
+                       const std::vector<float>& values);
+  ModelBuilder& Int64s(const std::string& name, const std::vector<std::int64_t>& shape,
+                       const std::vector<std::int64_t>& values);
+  ModelBuilder& Strings(const std::string& name, const std::vector<std::int64_t>& shape,
+                        const std::vector<std::string>& values);
+
+  /// Keys may repeat; values may hold any bytes.
+  ModelBuilder& Metadata(const std::string& key, const std::string& value);
+  ModelBuilder& OpsetVersion(std::int64_t version);
+  ModelBuilder& IrVersion(std::int64_t version);
+
+  /// The model's bytes.
+  std::string Build() const;
+
+private:
+  std::unique_ptr<onnx::ModelProto> model;
+};
+
+}  // namespace TestSupport
