@@ -9,9 +9,9 @@ using namespace Orvik::Tesmo::Kernels;
 namespace {
 
 std::vector<int> Radices(const DftPlan& plan) {
-  std::vector<int> radices;
-  for (int i = 0; i < plan.stageCount; ++i)
-    radices.push_back(plan.stages[static_cast<std::size_t>(i)].radix);
+  std::vector<int> radices(static_cast<std::size_t>(plan.stageCount));
+  for (std::size_t i = 0; i < radices.size(); ++i)
+    radices[i] = plan.stages[i].radix;
   return radices;
 }
 
@@ -85,9 +85,9 @@ TEST(DftPlan, RunsEndBehindBlocksAboveTheLimit) {
   for (const Row& row : rows) {
     SCOPED_TRACE(row.length);
     const DftPlan plan = PlanDft(row.length, DftKind::Real);
-    std::vector<int> counts;
-    for (int i = 0; i < plan.stageCount; ++i)
-      counts.push_back(plan.stages[static_cast<std::size_t>(i)].count);
+    std::vector<int> counts(static_cast<std::size_t>(plan.stageCount));
+    for (std::size_t i = 0; i < counts.size(); ++i)
+      counts[i] = plan.stages[i].count;
     EXPECT_EQ(counts, row.counts);
     EXPECT_EQ(LastRunStart(plan), row.lastRun);
   }

@@ -223,12 +223,24 @@ private:
   Ipp32fc* Y() const { return reinterpret_cast<Ipp32fc*>(y); }
   const Ipp32fc* Chirp() const { return reinterpret_cast<const Ipp32fc*>(spec.chirp); }
 
+  /// Whether the inner transforms want their work area only as a stage buffer for running in place.
+  bool RunsBetweenVectors() const {
+    if (!spec.convSpec->usesFft) return true;
+    int order = 0;
+    while (1 << order < spec.convLength)
+      ++order;
+    return MethodOf(limits, order + 1) == Method::Flat;
+  }
+
   IppStatus Convolve() {
+    // between two vectors the room for a stage buffer holds the second
+    float* const spectrum = RunsBetweenVectors() ? reinterpret_cast<float*>(inner) : y;
     ippsZero_32fc(Y() + n, spec.convLength - n);
-    IppStatus status = RunComplex(Direction::Forward, y, y, *spec.convSpec, inner);
+    IppStatus status = RunComplex(Direction::Forward, y, spectrum, *spec.convSpec, inner);
     if (status != ippStsNoErr) return status;
-    ippsMul_32fc_I(reinterpret_cast<const Ipp32fc*>(spec.chirpSpectrum), Y(), spec.convLength);
-    return RunComplex(Direction::Inverse, y, y, *spec.convSpec, inner);
+    ippsMul_32fc_I(reinterpret_cast<const Ipp32fc*>(spec.chirpSpectrum),
+                   reinterpret_cast<Ipp32fc*>(spectrum), spec.convLength);
+    return RunComplex(Direction::Inverse, spectrum, y, *spec.convSpec, inner);
   }
 
   const IppsDFTSpec_R_32f& spec;

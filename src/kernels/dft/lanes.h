@@ -28,7 +28,7 @@ struct Vec2 {
   __m128 v;
 
   static KERNELS_INLINE Vec2 LoadU(const float* p) {
-    return {_mm_castpd_ps(_mm_load_sd(reinterpret_cast<const double*>(p)))};
+    return {_mm_castsi128_ps(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(p)))};
   }
   static KERNELS_INLINE Vec2 Load(const float* p) { return LoadU(p); }
   KERNELS_INLINE void StoreU(float* p) const { _mm_storel_pi(reinterpret_cast<__m64*>(p), v); }

@@ -70,11 +70,10 @@ private:
 template <class At>
 void FillGroup(float* group, int width, bool apart, At&& at) {
   for (int l = 0; l < width; ++l) {
-    const int value =
-        apart ? ColumnOf(l, width) : l;
-    const auto [re, im] = at(value);
-    group[apart ? l : 2 * l] = re;
-    group[apart ? width + l : 2 * l + 1] = im;
+    const int value = apart ? ColumnOf(l, width) : l;
+    const Ipp32fc factor = at(value);
+    group[apart ? l : 2 * l] = factor.re;
+    group[apart ? width + l : 2 * l + 1] = factor.im;
   }
 }
 
@@ -103,7 +102,7 @@ inline bool MakeTwiddles(DftStageTables& stage, const StageLanes& lanes, std::in
       FillGroup(group, lanes.width, lanes.apart, [&](int l) {
         const std::int64_t block = static_cast<std::int64_t>(stage.radix) * stage.remaining;
         const float* w = roots.At(p * (q + l), block);
-        return std::pair(w[0], w[1]);
+        return Ipp32fc{w[0], w[1]};
       });
   }
   return true;
@@ -127,11 +126,11 @@ inline bool MakeRecombination(IppsDFTSpec_R_32f& spec, const RootTable& roots) {
     const std::ptrdiff_t k = RecombineStart(n, g);
     FillGroup(spec.recombFwd + g * 2 * width, width, true, [&](int l) {
       const float* w = roots.At(k + l, spec.length);
-      return std::pair(0.5f * w[0], 0.5f * w[1] + 0.5f);
+      return Ipp32fc{0.5f * w[0], 0.5f * w[1] + 0.5f};
     });
     FillGroup(spec.recombInv + g * 2 * width, width, true, [&](int l) {
       const float* w = roots.At(k + l, spec.length);
-      return std::pair(w[0], w[1]);
+      return Ipp32fc{w[0], w[1]};
     });
   }
   return true;
