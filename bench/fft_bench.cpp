@@ -133,6 +133,7 @@ int main(int argc, char** argv) {
   int count = static_cast<int>(rest.size());
   benchmark::Initialize(&count, rest.data());
   if (benchmark::ReportUnrecognizedArguments(count, rest.data())) return 1;
+  fftwf_set_timelimit(60);  // seconds a plan: past 2^19 a patient search takes hours
   if (!wisdom.empty()) fftwf_import_wisdom_from_filename(wisdom.c_str());
 
   constexpr int variantOf[buildCount] = {0, 2, 3, 4, 5};
