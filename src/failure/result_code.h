@@ -10,7 +10,9 @@ using ResultCode = std::int32_t;
 
 /// The codes that mean something to the library; an implementation may give others.
 namespace ResultCodes {
-constexpr ResultCode FromBits(std::uint32_t bits) { return static_cast<ResultCode>(bits); }
+constexpr ResultCode FromBits(std::uint32_t bits) {
+  return static_cast<ResultCode>(bits);
+}
 
 inline constexpr ResultCode Ok = 0;
 inline constexpr ResultCode NotImplemented = FromBits(0x80004001);
@@ -38,7 +40,9 @@ inline constexpr std::size_t ErrorInformationCapacity = 512;
 /// until the next exception made from a failing code takes it over. Allocates nothing.
 void HoldErrorInformation(const char* text) noexcept;
 
-constexpr bool Failed(ResultCode code) { return code < 0; }
+constexpr bool Failed(ResultCode code) {
+  return code < 0;
+}
 
 namespace winrt {
 

@@ -2,8 +2,8 @@
 
 // One window between real samples and its packed spectrum.
 //
-// The packed spectrum (CCS) of N real samples, N even: N + 2 floats, the N/2 + 1 bins X[0] to X[N/2]
-// as real and imaginary parts in turn. N odd: N + 1 floats, bins X[0] to X[(N-1)/2].
+// The packed spectrum (CCS) of N real samples, N even: N + 2 floats, the N/2 + 1 bins X[0] to
+// X[N/2] as real and imaginary parts in turn. N odd: N + 1 floats, bins X[0] to X[(N-1)/2].
 //   forward: X[k] = sum over n of x[n] exp(-2 pi i n k / N), unscaled
 //   inverse: x[n] = 1/N sum over all N bins of X[k] exp(+2 pi i n k / N)
 // The imaginary parts of X[0] and (N even) X[N/2] are written as 0 and never read.
@@ -28,8 +28,8 @@ public:
   virtual void InverseInPlace(float* pSrcDst) = 0;
 };
 
-/// A transform of `size` samples: the FFT for powers of two, the general DFT for every other length.
-/// Throws DSP::IPPException when no plan can be made, std::bad_alloc.
+/// A transform of `size` samples: the FFT for powers of two, the general DFT for every other
+/// length. Throws DSP::IPPException when no plan can be made, std::bad_alloc.
 std::unique_ptr<SpectralTransform> CreateSpectralTransform(std::uint64_t size);
 
 }  // namespace Orvik::Tesmo

@@ -62,7 +62,7 @@ IppStatus ippsDFTFwd_CToC_32fc(const Ipp32fc* pSrc, Ipp32fc* pDst, const IppsDFT
   return status != ippStsNoErr
              ? status
              : Dft::RunComplex(Direction::Forward, reinterpret_cast<const float*>(pSrc),
-                          reinterpret_cast<float*>(pDst), *pSpec, pBuffer);
+                               reinterpret_cast<float*>(pDst), *pSpec, pBuffer);
 }
 
 IppStatus ippsDFTInv_CToC_32fc(const Ipp32fc* pSrc, Ipp32fc* pDst, const IppsDFTSpec_C_32fc* pSpec,
@@ -71,7 +71,7 @@ IppStatus ippsDFTInv_CToC_32fc(const Ipp32fc* pSrc, Ipp32fc* pDst, const IppsDFT
   return status != ippStsNoErr
              ? status
              : Dft::RunComplex(Direction::Inverse, reinterpret_cast<const float*>(pSrc),
-                          reinterpret_cast<float*>(pDst), *pSpec, pBuffer);
+                               reinterpret_cast<float*>(pDst), *pSpec, pBuffer);
 }
 
 }  // namespace Orvik::Tesmo::Kernels::KERNELS_BUILD
