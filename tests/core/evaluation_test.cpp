@@ -12,7 +12,6 @@
 #include <algorithm>
 #include <deque>
 #include <limits>
-#include <optional>
 #include <random>
 #include <string>
 #include <thread>
@@ -39,24 +38,17 @@ struct ModelRule {
   std::size_t ClassCount() const { return present.size(); }
 
   FakeModel Make(const std::u16string& bindings) const {
-    FakeModel model;
-    const auto bins = static_cast<std::int64_t>(windowLength / 2 + 1);
-    const auto samples = static_cast<std::int64_t>(windowLength);
+    FakeModel model =
+        TestSupport::MakeFakeSampleModel(static_cast<std::int64_t>(windowLength), present);
     if (isSpectral) {
-      model.inputs = {{u"input", {-1, -1, bins, 2}}};
-      model.outputs = {{u"output", {-1, -1, -1, bins, 2}}};
-    } else {
-      model.inputs = {{u"input", {-1, -1, samples}}};
-      model.outputs = {{u"output", {-1, -1, -1, samples}}};
+      const auto bins = static_cast<std::int64_t>(windowLength / 2 + 1);
+      model.inputs[0].shape = {-1, -1, bins, 2};
+      model.outputs[0].shape = {-1, -1, -1, bins, 2};
     }
     model.inputs.push_back({u"count", {-1}});
     model.outputs.push_back({u"newCount", {-1}});
-    std::u16string names = u"\"A\"";
-    for (std::size_t k = 1; k < ClassCount(); ++k)
-      names += u",\"" + std::u16string(1, static_cast<char16_t>(u'A' + k)) + u"\"";
-    model.metadata = {{u"AudioClassNames", u"[" + names + u"]"},
-                      {u"LookaheadNumBlocks", {static_cast<char16_t>(u'0' + lookahead)}},
-                      {u"ChannelToAudioClassBindings", bindings}};
+    model.metadata.push_back({u"LookaheadNumBlocks", {static_cast<char16_t>(u'0' + lookahead)}});
+    model.metadata.push_back({u"ChannelToAudioClassBindings", bindings});
     model.evaluate = [rule = *this](const FakeEvaluation& run) { return rule.Evaluate(run); };
     return model;
   }
@@ -90,9 +82,9 @@ struct Reference {
   const ModelRule& rule;
   std::size_t sequenceSize, channelCount;
   double master = 0, rest = 0;
-  std::vector<double> gains;                  ///< by class
-  std::vector<std::optional<double*>> bound;  ///< by channel
-  std::vector<std::deque<double>> history;    ///< by channel: the lookahead windows kept
+  std::vector<double> gains;                ///< by class
+  std::vector<const double*> bound;         ///< by channel; null: a mixture
+  std::vector<std::deque<double>> history;  ///< by channel: the lookahead windows kept
   double evaluations = 0;
 
   void Restart(std::size_t S, std::size_t C) {
@@ -112,7 +104,7 @@ struct Reference {
       for (std::size_t i = 0; i < frames; ++i) {
         double& y = output[i * channelCount + c];
         if (bound[c]) {
-          y = x[i] * **bound[c] * master;
+          y = x[i] * *bound[c] * master;
           continue;
         }
         y = rest * master * x[i];
@@ -151,18 +143,16 @@ void CompareOneStream(std::uint64_t seed) {
   constexpr std::size_t maxChannels = 4;
   Reference reference{rule, 0, 0, 0, 0, std::vector<double>(K), {}, {}};
   reference.bound.resize(maxChannels);
-  const std::u16string names[] = {u"a", u"B", u"c", u"rEST", u"nobody"};
+  const std::u16string names[] = {u"class0", u"Class1", u"cLASS2", u"rEST", u"nobody"};
   std::u16string bindings;
-  for (std::size_t c = 0; c < maxChannels; ++c) {
-    const std::size_t choice = upTo(0, 8);
-    if (choice >= std::size(names)) continue;
+  for (std::size_t n = upTo(0, 2 * maxChannels); n > 0; --n) {  // a later one of a channel counts
+    const std::size_t c = upTo(0, maxChannels - 1), choice = upTo(0, std::size(names) - 1);
     bindings += (bindings.empty() ? u"[" : u",[") +
                 std::u16string(1, static_cast<char16_t>(u'0' + c)) + u",\"" + names[choice] +
                 u"\"]";
-    if (choice < K)
-      reference.bound[c] = &reference.gains[choice];
-    else if (choice == 3)
-      reference.bound[c] = &reference.rest;
+    reference.bound[c] = choice < K    ? &reference.gains[choice]
+                         : choice == 3 ? &reference.rest
+                                       : nullptr;
   }
 
   FakeRuntime runtime(rule.Make(u"[" + bindings + u"]"));
@@ -281,7 +271,7 @@ TEST(Evaluation, AFailedCallWritesNothingAndTheNextOneWorks) {
     FakeRuntime runtime(rule.Make(u"[]"));
     Kalvrin core(runtime, "model", 5, 1, 1);
     core.ResetGains();
-    core.SetAudioClassGain(u"A", 2.0F);
+    core.SetAudioClassGain(u"Class0", 2.0F);
     float first[2] = {1, 1}, failing[2] = {9, 9}, output[2] = {5, 5}, next[2] = {3, 3};
     core.EvaluateWindow(first, first);
     runtime.FailCall(row.n, ResultCodes::AccessDenied, row.operation);

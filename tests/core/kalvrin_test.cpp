@@ -17,7 +17,6 @@ using namespace Orvik::Tesmo::Dnn;
 using TestSupport::FakeModel;
 using TestSupport::FakeRuntime;
 using TestSupport::Outcome;
-using Calls = std::vector<std::string>;
 
 constexpr float NaN = std::numeric_limits<float>::quiet_NaN();
 constexpr float Infinity = std::numeric_limits<float>::infinity();
@@ -45,45 +44,6 @@ std::string Heard(Kalvrin& core) {
   });
 }
 
-TEST(Kalvrin, SetsUpInOrder) {
-  FakeRuntime runtime(StatefulModel());
-  Kalvrin core(runtime, "model", 5, 2, 1);
-  Calls calls;
-  for (const std::string& call : runtime.GetCalls()) {
-    const bool isReading = call.rfind("Get", 0) == 0 || call == "HasCurrent" || call == "Current" ||
-                           call == "MoveNext";
-    if (!isReading) calls.push_back(call);
-  }
-  EXPECT_EQ(calls, (Calls{"LoadModel(5)",
-                          "Lookup(Name)",
-                          "Lookup(SampleRate)",
-                          "Lookup(LookaheadNumBlocks)",
-                          "Lookup(OverlapInSamples)",
-                          "Lookup(BaselineSequenceSize)",
-                          "Lookup(AudioClassNames)",
-                          "Lookup(ChannelToAudioClassBindings)",
-                          "CreateDevice(1)",
-                          "CreateSessionOptions",
-                          "SetBatchSizeOverride(1)",
-                          "SetIntraOpNumThreadsOverride(1)",
-                          "CreateSession",
-                          "CreateBinding",
-                          "First",
-                          "CreateTensor(1:1,3,4)",
-                          "CreateTensor(1:1,1,2,4)",
-                          "CreateTensor(1:1)",
-                          "Bind(in state)",
-                          "Bind(out newState)",
-                          "Bind(in input)",
-                          "Bind(out output)",
-                          "Prepare"}));
-  runtime.ClearCalls();
-  float block[8] = {};
-  core.EvaluateWindow(block, block);
-  EXPECT_EQ(runtime.GetCalls(),
-            (Calls{"Acquire", "Release", "Evaluate(RunId)", "Acquire", "Release"}));
-}
-
 TEST(Kalvrin, SettlesItsSizes) {
   const std::u16string lookahead = u"LookaheadNumBlocks", baseline = u"BaselineSequenceSize";
   const struct {
@@ -96,18 +56,15 @@ TEST(Kalvrin, SettlesItsSizes) {
       {u"", u"", 0, 4, 0, 0, "ok"},
       {u"", u"", 3, 3, 0, 0, "ok"},
       {baseline, u"8", 0, 8, 0, 0, "ok"},
-      {baseline, u"8", 3, 3, 0, 0, "ok"},
       {baseline, u"0", 0, 4, 0, 0, "ok"},
       {baseline, u"-1", 3, 3, 0, 0, "ok"},
       {baseline, u"-1", 0, 0, 0, 0, "BaselineSequenceSize of the model is negative"},
       {baseline, u"2147483647", 0, 0, 0, 0, "bad_alloc"},
       {lookahead, u"2.5", 1, 1, 2, 0, "ok"},
-      {lookahead, u"\"2\"", 1, 1, 0, 0, "ok"},
       {lookahead, u"-1", 1, 0, 0, 0, "LookaheadNumBlocks of the model is negative"},
       {lookahead, u"9999999999", 1, 0, 0, 0, "bad_alloc"},
       {u"OverlapInSamples", u"3", 1, 1, 0, 0, "ok"},
       {u"SampleRate", u"16000", 1, 1, 0, 16000, "ok"},
-      {u"SampleRate", u"16000.0", 1, 1, 0, 16000, "ok"},
   };
   for (const auto& row : rows) {
     FakeModel model = TestSupport::MakeFakeSampleModel(10, {1});
@@ -132,15 +89,19 @@ TEST(Kalvrin, EveryFailureOfTheEngineEndsConstructionAndLeavesNothing) {
   for (const ResultCode code : {ResultCodes::AccessDenied, ResultCodes::OutOfMemory}) {
     FakeRuntime runtime(StatefulModel());
     const char* const failure = code == ResultCodes::OutOfMemory ? "bad_alloc" : "0x80070005";
+    int overrides = 0;
     for (std::size_t n = 1;; ++n) {
       runtime.ClearCalls();
       runtime.FailCall(n, code);
       const std::string outcome = Outcome([&] { Kalvrin core(runtime, "model", 5, 2, 2); });
       if (!runtime.StopFailing()) break;
-      const bool isWish = runtime.GetCalls()[n - 1] == "SetIntraOpNumThreadsOverride(1)";
-      EXPECT_EQ(outcome, isWish ? "ok" : failure) << runtime.GetCalls()[n - 1];
-      EXPECT_EQ(runtime.GetLiveObjects(), 0) << runtime.GetCalls()[n - 1];
+      const std::string& call = runtime.GetCalls()[n - 1];
+      const bool isWish = call == "SetIntraOpNumThreadsOverride(1)";
+      EXPECT_EQ(outcome, isWish ? "ok" : failure) << call;
+      EXPECT_EQ(runtime.GetLiveObjects(), 0) << call;
+      overrides += isWish || call == "SetBatchSizeOverride(1)" ? 1 : 0;
     }
+    EXPECT_EQ(overrides, 2) << "the engine is asked for one thread and a batch of one";
     Kalvrin core(runtime, "model", 5, 2, 2);
     core.ResetGains();
     EXPECT_EQ(Heard(core), "ok");
@@ -202,11 +163,9 @@ TEST(Kalvrin, RefusesSizesThatTheModelOrMemoryDoesNotHave) {
   } rows[] = {
       {"fixed sequence", fixedModel, 3, 2, false},
       {"fixed channels", fixedModel, 4, 1, false},
-      {"same sizes", fixedModel, 4, 2, true},
       {"no windows", freeModel, 0, 2, false},
       {"no channels", freeModel, 4, 0, false},
       {"all windows", freeModel, huge, 2, false},
-      {"all channels", freeModel, 4, huge, false},
       {"low bits only", freeModel, huge / 2 + 5, 2, false},
       {"other sizes", freeModel, 7, 2, true},
       {"more channels", freeModel, 4, 6, true},
@@ -280,48 +239,16 @@ TEST(Kalvrin, TheFirstClassOfANameIsTheOneThatIsSet) {
   }
 }
 
-TEST(Kalvrin, ALaterBindingOfAChannelCountsAndMoreChannelsBringMoreBindings) {
-  const struct {
-    std::u16string bindings;
-    std::vector<float> expected;  ///< by channel: 2 for the class, -1 for a mixture (see below)
-  } rows[] = {
-      {u"[]", {-1, -1, -1}},
-      {u"[[0,\"Class0\"],[0,\"Nothing\"]]", {-1, -1, -1}},
-      {u"[[0,\"Nothing\"],[0,\"cLASS0\"]]", {2, -1, -1}},
-      {u"[[2,\"Class0\"],[1,\"Rest\"],[7,\"Class0\"]]", {-1, 4, 2}},
-  };
-  for (const auto& row : rows) {
-    FakeModel model = TestSupport::MakeFakeSampleModel(2, {2.5F});
-    model.metadata.push_back({u"ChannelToAudioClassBindings", row.bindings});
-    FakeRuntime runtime(model);
-    Kalvrin core(runtime, "model", 5, 1, 1);
-    core.SetMasterGain(1);
-    core.SetAudioClassGain(u"Class0", 2);
-    core.SetAudioClassGain(u"Rest", 4);
-    for (std::size_t channels = 1; channels <= 3; ++channels) {
-      ASSERT_TRUE(core.SetChannelCount(channels));
-      std::vector<float> block(2 * channels, 1.0F);
-      core.EvaluateWindow(block.data(), block.data());
-      for (std::size_t c = 0; c < channels; ++c)
-        EXPECT_EQ(block[c], row.expected[c]) << c << " of " << channels;
-    }
-  }
-}
-
 TEST(AudioClassSet, ChecksItsIds) {
   SingleAudioClass left(u"Left"), right(u"Right");
   ConcatenatedAudioClassSet both({&left, &right});
-  const char* const range = "Audio class ID out of range";
   AudioClassSet* const sets[] = {&left, &both};
   for (AudioClassSet* set : sets) {
-    const struct {
-      std::uint32_t id;
-      const char* outcome;
-    } rows[] = {{0, "ok"}, {set->GetCount() - 1, "ok"}, {set->GetCount(), range}, {~0U, range}};
-    for (const auto& row : rows) {
-      EXPECT_EQ(Outcome([&] { (void)set->GetName(row.id); }), row.outcome) << row.id;
-      EXPECT_EQ(Outcome([&] { (void)set->GetGain(row.id); }), row.outcome) << row.id;
-      EXPECT_EQ(Outcome([&] { set->SetGain(row.id, 0.5F); }), row.outcome) << row.id;
+    for (const std::uint32_t id : {0U, set->GetCount() - 1, set->GetCount(), ~0U}) {
+      const char* const outcome = id < set->GetCount() ? "ok" : "Audio class ID out of range";
+      EXPECT_EQ(Outcome([&] { (void)set->GetName(id); }), outcome) << id;
+      EXPECT_EQ(Outcome([&] { (void)set->GetGain(id); }), outcome) << id;
+      EXPECT_EQ(Outcome([&] { set->SetGain(id, 0.5F); }), outcome) << id;
     }
   }
   both.SetGain(1, 0.25F);

@@ -4,6 +4,7 @@
 
 #include <dlfcn.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 
@@ -43,10 +44,11 @@ std::shared_ptr<Tensor> MakeTensor(std::uint32_t kind, const Shape& shape) {
   return tensor;
 }
 
-Rig::Rig(const std::string& modelBytes) {
+Rig::Rig(std::string modelBytes) {
   Runtime& runtime = TheRuntime();
   CheckResult(
       runtime.LoadModel(modelBytes.data(), static_cast<std::uint32_t>(modelBytes.size()), model));
+  std::fill(modelBytes.begin(), modelBytes.end(), '\xFF');  // not needed any more
   std::shared_ptr<Device> device;
   CheckResult(runtime.CreateDevice(DeviceKind::Cpu, device));
   std::shared_ptr<SessionOptions> options;

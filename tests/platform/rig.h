@@ -36,7 +36,7 @@ std::span<T> Elements(Tensor& tensor, std::size_t count) {
 /// A model, a session and a binding. What fails here is thrown.
 class Rig {
 public:
-  explicit Rig(const std::string& modelBytes);
+  explicit Rig(std::string modelBytes);
 
   std::shared_ptr<Tensor> Input(std::string_view name, const Shape& shape,
                                 std::uint32_t kind = TensorKind::Float);

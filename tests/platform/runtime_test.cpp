@@ -52,16 +52,13 @@ TEST(CreateOnnxRuntimeDeathTest, ServesAgainAfterItsModuleWasTakenOutOfMemory) {
   EXPECT_EXIT(openCloseThrice(), testing::ExitedWithCode(0), "");
 }
 
-std::string UnknownOperator() {
-  return ModelBuilder()
-      .Input("input", Element::Float, {1})
-      .Output("output", Element::Float, {1})
-      .Node("NoSuchOperator", {"input"}, {"output"})
-      .Build();
-}
-
 TEST(LoadModel, RefusesBytesThatAreNoModelAndSaysWhy) {
   const std::string good = MakeAudioModel();
+  const std::string unknownOperator = ModelBuilder()
+                                          .Input("input", Element::Float, {1})
+                                          .Output("output", Element::Float, {1})
+                                          .Node("NoSuchOperator", {"input"}, {"output"})
+                                          .Build();
   const struct {
     const char* name;
     std::string bytes;
@@ -69,14 +66,11 @@ TEST(LoadModel, RefusesBytesThatAreNoModelAndSaysWhy) {
     const char* said;  ///< part of the engine's message, which is the only reason a user gets
   } rows[] = {
       {"empty", "", ResultCodes::InvalidArgument, "no model bytes"},
-      {"text", "this is not a model", ResultCodes::InvalidArgument, "protobuf"},
       {"zeros", std::string(100, '\0'), ResultCodes::InvalidArgument, "protobuf"},
-      {"first half", good.substr(0, good.size() / 2), ResultCodes::InvalidArgument, "protobuf"},
       {"last byte missing", good.substr(0, good.size() - 1), ResultCodes::InvalidArgument,
        "protobuf"},
-      {"unknown operator", UnknownOperator(), ResultCodes::InvalidArgument, "NoSuchOperator"},
+      {"unknown operator", unknownOperator, ResultCodes::InvalidArgument, "NoSuchOperator"},
       {"future opset", ModelBuilder().OpsetVersion(9999).Build(), ResultCodes::Fail, "opset"},
-      {"future format", ModelBuilder().IrVersion(9999).Build(), ResultCodes::Fail, "IR version"},
   };
   for (const auto& row : rows) {
     std::shared_ptr<Model> model;
@@ -87,19 +81,6 @@ TEST(LoadModel, RefusesBytesThatAreNoModelAndSaysWhy) {
     const std::string said = winrt::hresult_error(code).message();
     EXPECT_NE(said.find(row.said), std::string::npos) << row.name << ": " << said;
   }
-}
-
-TEST(LoadModel, NeedsItsBytesOnlyDuringTheCall) {
-  auto bytes = std::make_unique<std::string>(MakeAudioModel({.classGains = {3}}));
-  Rig rig(*bytes);
-  bytes->assign(bytes->size(), '\xFF');
-  bytes.reset();
-  const auto input = rig.Input("input", {1, 1, 8});
-  const auto output = rig.Output("output", {1, 1, 1, 8});
-  ASSERT_EQ(Hex(rig.Prepare()), Hex(ResultCodes::Ok));
-  Elements(*input, 8)[5] = 2;
-  ASSERT_EQ(Hex(rig.Evaluate()), Hex(ResultCodes::Ok));
-  EXPECT_EQ(Elements(*output, 8)[5], 6.0F);
 }
 
 TEST(SessionOptions, TakeOneThreadAndABatchOfOneOnly) {

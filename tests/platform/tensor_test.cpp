@@ -1,5 +1,4 @@
 #include "platform/rig.h"
-#include "support/audio_models.h"
 
 #include <gtest/gtest.h>
 
@@ -76,25 +75,6 @@ TEST(Tensor, ThatCannotBeIsRefused) {
     EXPECT_EQ(Hex(TheRuntime().CreateTensor(row.kind, row.shape, tensor)), Hex(row.code))
         << row.name;
     EXPECT_EQ(tensor, nullptr) << row.name;
-  }
-}
-
-TEST(Tensor, OfEveryKindIsAState) {
-  for (std::uint32_t kind = TensorKind::Float; kind <= TensorKind::UInt64; ++kind) {
-    Rig rig(MakeAudioModel(
-        {.states = {{.element = static_cast<Element>(kind), .shape = {3}, .isHeard = true}}}));
-    rig.Input("input", {1, 1, 8});
-    const auto output = rig.Output("output", {1, 1, 1, 8});
-    rig.State("state1", "newState1", {3}, kind);
-    ASSERT_EQ(Hex(rig.Prepare()), Hex(ResultCodes::Ok)) << "kind " << kind;
-    for (int i = 0; i < 5; ++i) {
-      ASSERT_EQ(Hex(rig.Evaluate()), Hex(ResultCodes::Ok)) << "kind " << kind;
-      const int heard = kind == TensorKind::Boolean  ? i % 2
-                        : kind == TensorKind::String ? std::min(i, 1)
-                                                     : i;
-      EXPECT_EQ(Elements(*output, 8)[0], static_cast<float>(heard))
-          << "kind " << kind << " evaluation " << i;
-    }
   }
 }
 

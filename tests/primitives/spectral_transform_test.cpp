@@ -9,7 +9,6 @@
 #include <gtest/gtest.h>
 #include <random>
 #include <string>
-#include <typeinfo>
 #include <vector>
 
 using namespace Orvik::Tesmo;
@@ -17,22 +16,6 @@ using namespace Orvik::Tesmo;
 namespace {
 
 using Signal = std::vector<float>;
-
-TEST(SpectralTransform, TheLengthPicksTheObject) {
-  struct Row {
-    std::uint64_t size;
-    const char* type;
-  };
-  const Row rows[] = {{1, "FftSpectralTransform"},   {2, "FftSpectralTransform"},
-                      {4, "FftSpectralTransform"},   {512, "FftSpectralTransform"},
-                      {3, "DftSpectralTransform"},   {6, "DftSpectralTransform"},
-                      {480, "DftSpectralTransform"}, {441, "DftSpectralTransform"}};
-  for (const Row& row : rows) {
-    const auto transform = CreateSpectralTransform(row.size);
-    const SpectralTransform& object = *transform;
-    EXPECT_NE(std::string(typeid(object).name()).find(row.type), std::string::npos) << row.size;
-  }
-}
 
 TEST(SpectralTransform, RefusalsNameTheKernelAndItsStatus) {
   struct Row {

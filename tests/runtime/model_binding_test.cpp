@@ -112,28 +112,8 @@ TEST(ModelBinding, HoldsZeroTensorsAndBuffersOfItsGeometry) {
               static_cast<std::ptrdiff_t>(3 * row.length))
         << row.name;
   }
-  ASSERT_EQ(tensors.recurrent.size(), 2U);
-  EXPECT_EQ(tensors.recurrent[1].inputName, u"y");
-  EXPECT_EQ(tensors.recurrent[1].outputName, u"newY");
   const PlanarBuffer empty(0, 5);
   EXPECT_TRUE(!empty.data && !empty.channels);
-}
-
-TEST(ModelBinding, BindsStatesFirstAndThenTheAudio) {
-  FakeModel fake = TestSupport::MakeFakeSampleModel(4, {1});
-  for (const auto* name : {u"a", u"b"}) {
-    fake.inputs.push_back({name, {1}});
-    fake.outputs.push_back({name + std::u16string(u"Out"), {1}});
-  }
-  FakeRuntime runtime(fake);
-  const auto model = LoadLearningModel(runtime, "x", 1);
-  const auto binding = CreateBinding(runtime, CreateSession(runtime, model, nullptr));
-  const ModelBinding tensors(runtime, *model, ModelLayout(*model), 1, {4, 1, 1, 0, 2});
-  runtime.ClearCalls();
-  BindTensors(*binding, tensors);
-  EXPECT_EQ(runtime.GetCalls(),
-            (Calls{"Bind(in a)", "Bind(out aOut)", "Bind(in b)", "Bind(out bOut)", "Bind(in input)",
-                   "Bind(out output)", "Prepare"}));
 }
 
 TEST(ModelBinding, RefusesWhatDoesNotFit) {

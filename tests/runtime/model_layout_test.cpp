@@ -24,10 +24,7 @@ ModelLayout ReadLayout(const FakeModel& fake) {
 }
 
 ModelLayout ReadLayout(const Shape& input, const Shape& output) {
-  FakeModel fake;
-  fake.inputs = {{u"input", input}};
-  fake.outputs = {{u"output", output}};
-  return ReadLayout(fake);
+  return ReadLayout(FakeModel{{{u"input", input}}, {{u"output", output}}});
 }
 
 /// The shape that `settle` gives, as "2,4,480", or the text of its refusal.

@@ -4,8 +4,8 @@
 
 #include "failure/exceptions.h"
 #include "failure/result_code.h"
-#include "stream/failing_heap.h"
 #include "stream/stream_checks.h"
+#include "support/failing_heap.h"
 #include "support/fake_platform.h"
 #include "support/seed.h"
 

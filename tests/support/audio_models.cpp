@@ -14,9 +14,9 @@ public:
   explicit Chain(ModelBuilder& model) : model(model) {}
 
   std::string Node(const std::string& operation, const std::vector<std::string>& inputs,
-                   const std::vector<Attribute>& attributes = {}, const std::string& domain = "") {
+                   const std::vector<Attribute>& attributes = {}) {
     std::string result = Fresh();
-    model.Node(operation, inputs, {result}, attributes, domain);
+    model.Node(operation, inputs, {result}, attributes);
     return result;
   }
   std::string Int64s(const std::vector<std::int64_t>& values) {
@@ -52,40 +52,18 @@ private:
 };
 
 std::string Counted(Chain& chain, const std::string& value, Element element) {
-  switch (element) {
-  case Element::Bool:
-    return chain.Node("Not", {value});
-  case Element::String:
-    return chain.Node("LabelEncoder", {value},
-                      {Attribute::Strings("keys_strings", {"a"}),
-                       Attribute::Strings("values_strings", {"a"}),
-                       {"default_string", "a"}},
-                      "ai.onnx.ml");
-  default:
-    const std::string wide = chain.Cast(value, Element::Double);
-    const std::string one = chain.Cast(chain.One(), Element::Double);
-    return chain.Cast(chain.Node("Add", {wide, one}), element);
-  }
-}
-
-std::string Mean(Chain& chain, const std::string& value, Element element) {
-  const std::string numbers = element == Element::String
-                                  ? chain.Node("LabelEncoder", {value},
-                                               {Attribute::Strings("keys_strings", {"a"}),
-                                                Attribute::Floats("values_floats", {1}),
-                                                {"default_float", 0.0}},
-                                               "ai.onnx.ml")
-                                  : chain.Cast(value, Element::Float);
-  return chain.Node("ReduceMean", {numbers}, {{"keepdims", 0}});
+  if (element == Element::Bool) return chain.Node("Not", {value});
+  const std::string wide = chain.Cast(value, Element::Double);
+  const std::string one = chain.Cast(chain.One(), Element::Double);
+  return chain.Cast(chain.Node("Add", {wide, one}), element);
 }
 
 /// Declares a state as the next input and output, updates it and gives the name of the old values.
 std::string AddState(ModelBuilder& model, Chain& chain, const StateOptions& state,
                      std::size_t index) {
-  const std::string number = std::to_string(index);
-  std::string input = state.inputName.empty() ? "state" + number : state.inputName;
-  const std::string fallback = state.update == Update::PassThrough ? input : "newState" + number;
-  const std::string output = state.outputName.empty() ? fallback : state.outputName;
+  std::string input = "state" + std::to_string(index);
+  const std::string output =
+      state.outputName.empty() ? "newState" + std::to_string(index) : state.outputName;
   model.Input(input, state.element, state.shape).Output(output, state.element, state.shape);
   if (state.update == Update::Count)
     model.Node("Identity", {Counted(chain, input, state.element)}, {output});
@@ -102,19 +80,29 @@ std::string Delayed(ModelBuilder& model, const Options& options, const std::stri
   return "lastAudio";
 }
 
+/// Small enough for a stable recurrence.
+std::vector<float> GruWeights(std::int64_t hidden, std::int64_t rows, double step) {
+  std::vector<float> values(static_cast<std::size_t>(rows * hidden));
+  for (std::size_t i = 0; i < values.size(); ++i)
+    values[i] = static_cast<float>(std::sin(step * static_cast<double>(i + 1)) /
+                                   std::sqrt(static_cast<double>(hidden)));
+  return values;
+}
+
 std::string ThroughGru(ModelBuilder& model, Chain& chain, const Options& options,
                        const std::string& audio) {
   const std::int64_t size = options.features;
-  const GruWeights weights = MakeGruWeights(size);
   model.Input("hidden", Element::Float, {1, "C", size});
   model.Output("newHidden", Element::Float, {1, "C", size});
-  const std::string windowsFirst = chain.Node("Transpose", {audio}, {{"perm", {1, 0, 2}}});
+  const std::string windowsFirst =
+      chain.Node("Transpose", {audio}, {{"perm", std::vector<std::int64_t>{1, 0, 2}}});
   model.Node("GRU",
-             {windowsFirst, chain.Floats({1, 3 * size, size}, weights.input),
-              chain.Floats({1, 3 * size, size}, weights.recurrent),
-              chain.Floats({1, 6 * size}, weights.bias), "", "hidden"},
+             {windowsFirst, chain.Floats({1, 3 * size, size}, GruWeights(size, 3 * size, 1.3)),
+              chain.Floats({1, 3 * size, size}, GruWeights(size, 3 * size, 2.1)),
+              chain.Floats({1, 6 * size}, GruWeights(size, 6, 0.7)), "", "hidden"},
              {"gruOutput", "newHidden"}, {{"hidden_size", static_cast<int>(size)}});
-  return chain.Node("Transpose", {chain.Squeeze("gruOutput", 1)}, {{"perm", {1, 0, 2}}});
+  return chain.Node("Transpose", {chain.Squeeze("gruOutput", 1)},
+                    {{"perm", std::vector<std::int64_t>{1, 0, 2}}});
 }
 
 /// The audio as [C, T, W] or [C, T, F, 2], whatever the rank of the input.
@@ -175,8 +163,7 @@ std::string MakeAudioModel(const Options& options) {
   Chain chain(model);
   model.Input(options.inputName, Element::Float,
               options.inputShape.value_or(FreeInputShape(options)));
-  model.Output(options.outputName, Element::Float,
-               options.outputShape.value_or(FreeOutputShape(options)));
+  model.Output("output", Element::Float, options.outputShape.value_or(FreeOutputShape(options)));
 
   std::string audio = AtFullRank(chain, options);
   std::size_t stateIndex = 1;
@@ -191,7 +178,10 @@ std::string MakeAudioModel(const Options& options) {
 
   for (const StateOptions& state : options.states) {
     const std::string old = AddState(model, chain, state, stateIndex++);
-    if (state.isHeard) audio = chain.Node("Add", {audio, Mean(chain, old, state.element)});
+    if (!state.isHeard) continue;
+    const std::string numbers = chain.Cast(old, Element::Float);
+    const std::string mean = chain.Node("ReduceMean", {numbers}, {{"keepdims", 0}});
+    audio = chain.Node("Add", {audio, mean});
   }
   if (options.failsFromEvaluation) {
     const StateOptions counter = {.element = Element::Int64, .shape = {}};
@@ -206,22 +196,10 @@ std::string MakeAudioModel(const Options& options) {
     const std::string index = chain.Cast(level, Element::Int64);
     audio = chain.Node("Add", {audio, chain.Node("Gather", {chain.Floats({1}, {0}), index})});
   }
-  model.Node("Identity", {audio}, {options.outputName});
+  model.Node("Identity", {audio}, {"output"});
   for (const auto& [key, value] : options.metadata)
     model.Metadata(key, value);
   return model.Build();
-}
-
-GruWeights MakeGruWeights(std::int64_t hidden) {
-  const auto wave = [hidden](std::size_t count, double step) {
-    std::vector<float> values(count);
-    for (std::size_t i = 0; i < count; ++i)
-      values[i] = static_cast<float>(std::sin(step * static_cast<double>(i + 1)) /
-                                     std::sqrt(static_cast<double>(hidden)));
-    return values;
-  };
-  const auto size = static_cast<std::size_t>(hidden);
-  return {wave(3 * size * size, 1.3), wave(3 * size * size, 2.1), wave(6 * size, 0.7)};
-}
+}  // namespace TestSupport
 
 }  // namespace TestSupport

@@ -17,18 +17,18 @@ namespace TestSupport {
 /// A recurrent state beside the audio.
 struct StateOptions {
   enum class Update {
-    Count,        ///< new = old + 1; for booleans not old; for strings "a" everywhere
+    Count,        ///< new = old + 1; for booleans not old
     Keep,         ///< new = old, by a node
-    PassThrough,  ///< no node: the output has the name of an input, `outputName` or its own
+    PassThrough,  ///< no node: the output has the name of an input, `outputName`
   };
 
-  Element element = Element::Float;
+  Element element = Element::Float;  ///< any but String
   Dimensions shape = {1};
   Update update = Update::Count;
-  /// Adds the mean of the old values to every sample of the audio (for strings: the share of "a").
+  /// Adds the mean of the old values to every sample of the audio.
   bool isHeard = false;
-  std::string inputName = {};   ///< empty: "state" and the index, from 1
-  std::string outputName = {};  ///< empty: "newState" and the index; for PassThrough inputName
+  /// Empty: "newState" and the index, from 1. The input is called "state" and the index.
+  std::string outputName = {};
 };
 
 struct AudioModelOptions {
@@ -36,7 +36,7 @@ struct AudioModelOptions {
   enum class Body {
     PassThrough,
     Delay,  ///< by one evaluation of `delayWindows` windows, in a state [channels, windows, W]
-    Gru,    ///< GRU over the windows, hidden size W, weights by MakeGruWeights(W), state [1, -1, W]
+    Gru,    ///< GRU over the windows, hidden size W, small fixed weights, state [1, -1, W]
   };
 
   std::int64_t features = 8;            ///< W; in rank 4 the number of bins
@@ -48,7 +48,6 @@ struct AudioModelOptions {
   std::optional<Dimensions> inputShape = {};  ///< declared in place of the free one
   std::optional<Dimensions> outputShape = {};
   std::string inputName = "input";
-  std::string outputName = "output";
   Body body = Body::PassThrough;  ///< its state, if any, comes before `states`
   std::int64_t delayWindows = 4;  ///< of the delay: S + L
   std::vector<StateOptions> states = {};
@@ -62,13 +61,5 @@ struct AudioModelOptions {
 /// The model's bytes. An output rank that has no room for a dimension needs that dimension to be 1
 /// (or, for components, takes the first). Spectra come by inputRank 4, outputRank 5.
 std::string MakeAudioModel(const AudioModelOptions& options = {});
-
-/// Weights in the order of the ONNX operator GRU (gates z, r, h), small enough to be stable.
-struct GruWeights {
-  std::vector<float> input;      ///< [3 H, H]
-  std::vector<float> recurrent;  ///< [3 H, H]
-  std::vector<float> bias;       ///< [6 H]
-};
-GruWeights MakeGruWeights(std::int64_t hidden);
 
 }  // namespace TestSupport

@@ -9,32 +9,17 @@ namespace TestSupport {
 using Platform::Shape;
 using Platform::Side;
 
-struct FakeRuntime::Script {
-  FakeModel model;
-  std::vector<std::string> calls;
-  bool recording = true;
-  std::size_t callsBeforeFailure = 0;
-  std::size_t callsToFail = 0;
-  const char* failingOperation = nullptr;
-  ResultCode failure = 0;
-  bool hasFailed = false;
-  std::int64_t liveObjects = 0;
-  std::int64_t heldTensors = 0;
-  std::int64_t evaluations = 0;
-
-  /// Counts a call towards the failure that was asked for.
-  ResultCode Enter(const char* operation) {
-    if (callsToFail == 0 || (failingOperation && std::strcmp(failingOperation, operation) != 0))
-      return ResultCodes::Ok;
-    if (callsBeforeFailure > 0) {
-      --callsBeforeFailure;
-      return ResultCodes::Ok;
-    }
-    --callsToFail;
-    hasFailed = true;
-    return failure;
+ResultCode FakeRuntime::Script::Enter(const char* operation) {
+  if (callsToFail == 0 || (failingOperation && std::strcmp(failingOperation, operation) != 0))
+    return ResultCodes::Ok;
+  if (callsBeforeFailure > 0) {
+    --callsBeforeFailure;
+    return ResultCodes::Ok;
   }
-};
+  --callsToFail;
+  hasFailed = true;
+  return failure;
+}
 
 namespace {
 
@@ -42,22 +27,17 @@ using Script = FakeRuntime::Script;
 using ScriptPtr = std::shared_ptr<Script>;
 
 /// Runs `work` behind the gate of the script, and turns what it throws into a code, as the boundary
-/// asks for. `detail` gives what the record has in brackets.
-template <class Detail, class Work>
-ResultCode Call(Script& script, const char* operation, Detail detail, Work work) {
+/// asks for. `numbers` gives what the record has in brackets.
+template <class Numbers, class Work>
+ResultCode Call(Script& script, const char* operation, Numbers numbers, Work work) {
   try {
-    if (script.recording) {
-      const std::string brackets = detail();
-      script.calls.push_back(brackets.empty() ? operation : operation + ("(" + brackets + ")"));
-    }
+    if (script.recording) script.calls.push_back(operation + numbers());
     if (const ResultCode code = script.Enter(operation); Failed(code)) return code;
     return work();
   } catch (...) {
     return ResultCodeForCurrentException();
   }
 }
-
-const auto NoDetail = [] { return std::string(); };
 
 template <class Work>
 ResultCode Call(Script& script, const char* operation, Work work) {
@@ -74,12 +54,18 @@ ResultCode Answer(Script& script, const char* operation, Place& place, const Val
   });
 }
 
-auto Detail(std::uint32_t number) {
-  return [number] { return std::to_string(number); };
+/// An operation that makes an object.
+template <class Object, class Place, class... Arguments>
+ResultCode Make(const ScriptPtr& script, const char* operation, Place& place,
+                const Arguments&... arguments) {
+  return Call(*script, operation, [&] {
+    place = std::make_shared<Object>(script, arguments...);
+    return ResultCodes::Ok;
+  });
 }
 
-std::string Narrow(std::u16string_view text) {
-  return {text.begin(), text.end()};
+auto InBrackets(std::uint32_t number) {
+  return [number] { return "(" + std::to_string(number) + ")"; };
 }
 
 /// Every object of the fake: counted, and with a hold on the script.
@@ -94,16 +80,6 @@ public:
 protected:
   ScriptPtr script;
 };
-
-/// An operation that makes an object.
-template <class Object, class Place, class Detail, class... Arguments>
-ResultCode Make(const ScriptPtr& script, const char* operation, Detail detail, Place& place,
-                const Arguments&... arguments) {
-  return Call(*script, operation, detail, [&] {
-    place = std::make_shared<Object>(script, arguments...);
-    return ResultCodes::Ok;
-  });
-}
 
 class FakeDescriptor final : public Counted<Platform::FeatureDescriptor> {
 public:
@@ -145,7 +121,7 @@ public:
   }
   ResultCode GetAt(std::uint32_t index,
                    std::shared_ptr<Platform::FeatureDescriptor>& feature) const override {
-    return Call(*script, "GetAt", Detail(index), [&] {
+    return Call(*script, "GetAt", [&] {
       if (index >= features.size()) return ResultCodes::OutOfBounds;
       feature = std::make_shared<FakeDescriptor>(script, features[index]);
       return ResultCodes::Ok;
@@ -179,20 +155,18 @@ class FakeMetadata final : public Counted<Platform::MetadataMap> {
 public:
   using Counted::Counted;
   ResultCode Lookup(std::u16string_view key, std::u16string& value) const override {
-    return Call(
-        *script, "Lookup", [&] { return Narrow(key); },
-        [&] {
-          for (const auto& [entryKey, entryValue] : script->model.metadata) {
-            if (entryKey == key) {
-              value = entryValue;
-              return ResultCodes::Ok;
-            }
-          }
-          return ResultCodes::OutOfBounds;
-        });
+    return Call(*script, "Lookup", [&] {
+      for (const auto& [entryKey, entryValue] : script->model.metadata) {
+        if (entryKey == key) {
+          value = entryValue;
+          return ResultCodes::Ok;
+        }
+      }
+      return ResultCodes::OutOfBounds;
+    });
   }
   ResultCode First(std::shared_ptr<Platform::MetadataIterator>& iterator) const override {
-    return Make<FakeIterator>(script, "First", NoDetail, iterator);
+    return Make<FakeIterator>(script, "First", iterator);
   }
 };
 
@@ -200,13 +174,13 @@ class FakeLoadedModel final : public Counted<Platform::Model> {
 public:
   using Counted::Counted;
   ResultCode GetInputFeatures(std::shared_ptr<Platform::FeatureList>& features) const override {
-    return Make<FakeList>(script, "GetInputFeatures", NoDetail, features, script->model.inputs);
+    return Make<FakeList>(script, "GetInputFeatures", features, script->model.inputs);
   }
   ResultCode GetOutputFeatures(std::shared_ptr<Platform::FeatureList>& features) const override {
-    return Make<FakeList>(script, "GetOutputFeatures", NoDetail, features, script->model.outputs);
+    return Make<FakeList>(script, "GetOutputFeatures", features, script->model.outputs);
   }
   ResultCode GetMetadata(std::shared_ptr<Platform::MetadataMap>& metadata) const override {
-    return Make<FakeMetadata>(script, "GetMetadata", NoDetail, metadata);
+    return Make<FakeMetadata>(script, "GetMetadata", metadata);
   }
 };
 
@@ -219,33 +193,13 @@ class FakeOptions final : public Counted<Platform::SessionOptions> {
 public:
   using Counted::Counted;
   ResultCode SetBatchSizeOverride(std::uint32_t size) override {
-    return Call(*script, "SetBatchSizeOverride", Detail(size), [] { return ResultCodes::Ok; });
+    return Call(*script, "SetBatchSizeOverride", InBrackets(size), [] { return ResultCodes::Ok; });
   }
   ResultCode SetIntraOpNumThreadsOverride(std::uint32_t threads) override {
-    return Call(*script, "SetIntraOpNumThreadsOverride", Detail(threads),
+    return Call(*script, "SetIntraOpNumThreadsOverride", InBrackets(threads),
                 [] { return ResultCodes::Ok; });
   }
 };
-
-std::size_t ElementBytes(std::uint32_t kind) {
-  namespace Kind = Platform::TensorKind;
-  switch (kind) {
-  case Kind::UInt8:
-  case Kind::Int8:
-  case Kind::Boolean:
-    return 1;
-  case Kind::UInt16:
-  case Kind::Int16:
-  case Kind::Float16:
-    return 2;
-  case Kind::Int64:
-  case Kind::UInt64:
-  case Kind::Double:
-    return 8;
-  default:
-    return 4;
-  }
-}
 
 class FakeTensor final : public Counted<Platform::Tensor> {
 public:
@@ -254,13 +208,8 @@ public:
     view.count = 1;
     for (std::int64_t dimension : shape)
       view.count *= static_cast<std::size_t>(dimension);
-    if (kind == Platform::TensorKind::String) {
-      strings.resize(view.count);
-      view.data = strings.data();
-    } else {
-      elements.resize((view.count * ElementBytes(kind) + 7) / 8);
-      view.data = elements.data();
-    }
+    elements.resize(view.count);
+    view.data = elements.data();
   }
   ResultCode Acquire(void*& data) override {
     return Call(*script, "Acquire", [&] {
@@ -274,12 +223,8 @@ public:
     --script->heldTensors;
     if (script->recording) script->calls.emplace_back("Release");
   }
-  void Clear() noexcept {
-    std::fill(strings.begin(), strings.end(), std::u16string());
-    std::fill(elements.begin(), elements.end(), 0);
-  }
+  void Clear() noexcept { std::fill(elements.begin(), elements.end(), 0); }
   void Swap(FakeTensor& other) noexcept {
-    strings.swap(other.strings);
     elements.swap(other.elements);
     std::swap(view.data, other.view.data);
   }
@@ -296,8 +241,7 @@ public:
   FakeTensorView view;
 
 private:
-  std::vector<std::uint64_t> elements;
-  std::vector<std::u16string> strings;
+  std::vector<std::uint64_t> elements;  ///< one per element of any kind: the largest fits
 };
 
 class FakeBinding final : public Counted<Platform::Binding> {
@@ -309,8 +253,7 @@ public:
   ResultCode Bind(Side side, std::u16string_view name,
                   const std::shared_ptr<Platform::Tensor>& tensor) override {
     const bool isInput = side == Side::Input;
-    const auto detail = [&] { return (isInput ? "in " : "out ") + Narrow(name); };
-    return Call(*script, "Bind", detail, [&] {
+    return Call(*script, "Bind", [&] {
       const auto& features = isInput ? script->model.inputs : script->model.outputs;
       const auto feature = std::find_if(features.begin(), features.end(),
                                         [&](const FakeFeature& f) { return f.name == name; });
@@ -326,7 +269,7 @@ public:
     return Call(*script, "Prepare", [&] {
       if (!AllFit(inputs, script->model.inputs) || !AllFit(outputs, script->model.outputs))
         return ResultCodes::InvalidArgument;
-      MakeEvaluation();
+      MakeNextStates();
       const ResultCode code = Run();
       if (Failed(code)) return code;
       for (const auto& tensors : {inputs, outputs}) {
@@ -357,31 +300,23 @@ private:
   }
 
   /// A state's output gets storage of its own, which becomes the state's when the model has run.
-  void MakeEvaluation() {
+  void MakeNextStates() {
     nextStates.assign(outputs.size(), nullptr);
-    evaluation.inputs.resize(inputs.size());
-    evaluation.outputs.resize(outputs.size());
     for (std::size_t i = 0; i < outputs.size(); ++i) {
       if (std::find(inputs.begin(), inputs.end(), outputs[i]) != inputs.end())
         nextStates[i] =
             std::make_shared<FakeTensor>(script, outputs[i]->kind, outputs[i]->view.shape);
     }
-    for (std::size_t i = 0; i < inputs.size(); ++i)
-      evaluation.inputs[i].shape = inputs[i]->view.shape;
-    for (std::size_t i = 0; i < outputs.size(); ++i)
-      evaluation.outputs[i].shape = outputs[i]->view.shape;
+    evaluation.inputs.resize(inputs.size());
+    evaluation.outputs.resize(outputs.size());
   }
 
   ResultCode Run() {
-    const auto show = [](FakeTensorView& view, const FakeTensor& tensor) {
-      view.data = tensor.view.data;
-      view.count = tensor.view.count;
-    };
     for (std::size_t i = 0; i < inputs.size(); ++i)
-      show(evaluation.inputs[i], *inputs[i]);
+      evaluation.inputs[i] = inputs[i]->view;
     for (std::size_t i = 0; i < outputs.size(); ++i) {
       if (nextStates[i]) nextStates[i]->Clear();
-      show(evaluation.outputs[i], nextStates[i] ? *nextStates[i] : *outputs[i]);
+      evaluation.outputs[i] = (nextStates[i] ? nextStates[i] : outputs[i])->view;
     }
     const auto& evaluate = script->model.evaluate;
     const ResultCode code = evaluate ? evaluate(evaluation) : ResultCodes::Ok;
@@ -400,10 +335,9 @@ private:
 class FakeSession final : public Counted<Platform::Session> {
 public:
   using Counted::Counted;
-  ResultCode Evaluate(Platform::Binding& binding, const char16_t* correlationId) override {
-    return Call(
-        *script, "Evaluate", [&] { return Narrow(correlationId); },
-        [&] { return dynamic_cast<FakeBinding&>(binding).Evaluate(); });
+  ResultCode Evaluate(Platform::Binding& binding, const char16_t*) override {
+    return Call(*script, "Evaluate",
+                [&] { return dynamic_cast<FakeBinding&>(binding).Evaluate(); });
   }
 };
 
@@ -421,32 +355,17 @@ FakeModel MakeFakeSampleModel(std::int64_t windowLength, std::vector<float> clas
   model.evaluate = [classGains = std::move(classGains)](const FakeEvaluation& evaluation) {
     const FakeTensorView& in = evaluation.inputs[0];
     const FakeTensorView& out = evaluation.outputs[0];
-    const auto inputChannel = static_cast<std::size_t>(in.shape[1] * in.shape[2]);
-    const auto outputChannel = static_cast<std::size_t>(out.shape[2] * out.shape[3]);
     const auto channels = static_cast<std::size_t>(in.shape[0]);
+    const std::size_t samplesIn = in.count / channels;
+    const std::size_t samplesOut = out.count / classGains.size() / channels;
     for (std::size_t i = 0; i < out.count; ++i) {
-      const std::size_t channel = i / outputChannel % channels;
-      const float sample = in.Floats()[channel * inputChannel + i % outputChannel];
-      out.Floats()[i] = classGains[i / (outputChannel * channels)] * sample;
+      const std::size_t row = i / samplesOut;
+      out.Floats()[i] =
+          classGains[row / channels] * in.Floats()[row % channels * samplesIn + i % samplesOut];
     }
     return ResultCodes::Ok;
   };
   return model;
-}
-
-FakeRuntime::FakeRuntime(FakeModel model) : script(std::make_shared<Script>()) {
-  script->model = std::move(model);
-}
-FakeRuntime::~FakeRuntime() = default;
-
-const std::vector<std::string>& FakeRuntime::GetCalls() const {
-  return script->calls;
-}
-void FakeRuntime::ClearCalls() {
-  script->calls.clear();
-}
-void FakeRuntime::SetRecording(bool recording) {
-  script->recording = recording;
 }
 
 void FakeRuntime::FailCall(std::size_t n, ResultCode code, const char* operation,
@@ -463,55 +382,45 @@ bool FakeRuntime::StopFailing() {
   return std::exchange(script->hasFailed, false);
 }
 
-std::int64_t FakeRuntime::GetLiveObjects() const {
-  return script->liveObjects;
-}
-std::int64_t FakeRuntime::GetHeldTensors() const {
-  return script->heldTensors;
-}
-std::int64_t FakeRuntime::GetEvaluationCount() const {
-  return script->evaluations;
-}
-
 ResultCode FakeRuntime::LoadModel(const void*, std::uint32_t size,
                                   std::shared_ptr<Platform::Model>& model) {
-  return Call(*script, "LoadModel", Detail(size), [&] {
+  return Call(*script, "LoadModel", InBrackets(size), [&] {
     if (size == 0) return ResultCodes::InvalidArgument;
     model = std::make_shared<FakeLoadedModel>(script);
     return ResultCodes::Ok;
   });
 }
 
-ResultCode FakeRuntime::CreateDevice(Platform::DeviceKind kind,
+ResultCode FakeRuntime::CreateDevice(Platform::DeviceKind,
                                      std::shared_ptr<Platform::Device>& device) {
-  return Make<FakeDevice>(script, "CreateDevice", Detail(static_cast<std::uint32_t>(kind)), device);
+  return Make<FakeDevice>(script, "CreateDevice", device);
 }
 
 ResultCode FakeRuntime::CreateSessionOptions(std::shared_ptr<Platform::SessionOptions>& options) {
-  return Make<FakeOptions>(script, "CreateSessionOptions", NoDetail, options);
+  return Make<FakeOptions>(script, "CreateSessionOptions", options);
 }
 
 ResultCode FakeRuntime::CreateSession(const std::shared_ptr<Platform::Model>&,
                                       const std::shared_ptr<Platform::Device>&,
                                       const std::shared_ptr<Platform::SessionOptions>&,
                                       std::shared_ptr<Platform::Session>& session) {
-  return Make<FakeSession>(script, "CreateSession", NoDetail, session);
+  return Make<FakeSession>(script, "CreateSession", session);
 }
 
 ResultCode FakeRuntime::CreateBinding(const std::shared_ptr<Platform::Session>&,
                                       std::shared_ptr<Platform::Binding>& binding) {
-  return Make<FakeBinding>(script, "CreateBinding", NoDetail, binding);
+  return Make<FakeBinding>(script, "CreateBinding", binding);
 }
 
 ResultCode FakeRuntime::CreateTensor(std::uint32_t kind, const Shape& shape,
                                      std::shared_ptr<Platform::Tensor>& tensor) {
-  const auto detail = [&] {
-    std::string text = std::to_string(kind);
+  const auto numbers = [&] {
+    std::string text = "(" + std::to_string(kind);
     for (std::size_t i = 0; i < shape.size(); ++i)
       text += (i ? "," : ":") + std::to_string(shape[i]);
-    return text;
+    return text + ")";
   };
-  return Call(*script, "CreateTensor", detail, [&] {
+  return Call(*script, "CreateTensor", numbers, [&] {
     if (std::any_of(shape.begin(), shape.end(), [](std::int64_t d) { return d < 0; }))
       return ResultCodes::InvalidArgument;
     tensor = std::make_shared<FakeTensor>(script, kind, shape);

@@ -27,7 +27,7 @@ struct FakeFeature {
 /// The elements of one bound tensor during an evaluation.
 struct FakeTensorView {
   Platform::Shape shape;
-  void* data = nullptr;  ///< of a string tensor: an array of std::u16string
+  void* data = nullptr;
   std::size_t count = 0;
 
   float* Floats() const { return static_cast<float*>(data); }
@@ -53,18 +53,19 @@ struct FakeModel {
 /// the first S windows of the input times `classGains[k]`.
 FakeModel MakeFakeSampleModel(std::int64_t windowLength, std::vector<float> classGains);
 
-/// The engine. It outlives whatever is made from it. One thread at a time.
+/// The engine. Whatever is made from it may outlive it. One thread at a time.
 class FakeRuntime final : public Platform::Runtime {
 public:
-  explicit FakeRuntime(FakeModel model);
-  ~FakeRuntime() override;
+  explicit FakeRuntime(FakeModel model) : script(std::make_shared<Script>()) {
+    script->model = std::move(model);
+  }
 
   /// Every call of the boundary since the last ClearCalls, by the name of the operation, with its
-  /// arguments in brackets where they matter: "GetInputFeatures", "Bind(in input)", "Evaluate".
-  const std::vector<std::string>& GetCalls() const;
-  void ClearCalls();
+  /// numbers in brackets: "GetInputFeatures", "LoadModel(5)", "CreateTensor(1:2,3)".
+  const std::vector<std::string>& GetCalls() const { return script->calls; }
+  void ClearCalls() { script->calls.clear(); }
   /// Recording allocates. On at first.
-  void SetRecording(bool recording);
+  void SetRecording(bool recording) { script->recording = recording; }
 
   /// `times` calls from number `n` on, from 1 for the next one, fail with `code`. A name counts
   /// only the calls of that operation (without brackets); null counts all. Replaces what was asked
@@ -74,9 +75,12 @@ public:
   /// Takes FailCall back. True where the call has failed in the meantime.
   bool StopFailing();
 
-  std::int64_t GetLiveObjects() const;      ///< objects made and not yet destroyed
-  std::int64_t GetHeldTensors() const;      ///< Acquire without its Release
-  std::int64_t GetEvaluationCount() const;  ///< completed Evaluate calls, those in Prepare left out
+  /// Objects made and not yet destroyed.
+  std::int64_t GetLiveObjects() const { return script->liveObjects; }
+  /// Acquire without its Release.
+  std::int64_t GetHeldTensors() const { return script->heldTensors; }
+  /// Completed Evaluate calls, those in Prepare left out.
+  std::int64_t GetEvaluationCount() const { return script->evaluations; }
 
   ResultCode LoadModel(const void* bytes, std::uint32_t size,
                        std::shared_ptr<Platform::Model>& model) override;
@@ -92,7 +96,23 @@ public:
   ResultCode CreateTensor(std::uint32_t kind, const Platform::Shape& shape,
                           std::shared_ptr<Platform::Tensor>& tensor) override;
 
-  struct Script;
+  /// What all objects of one engine share.
+  struct Script {
+    FakeModel model;
+    std::vector<std::string> calls = {};
+    bool recording = true;
+    std::size_t callsBeforeFailure = 0;
+    std::size_t callsToFail = 0;
+    const char* failingOperation = nullptr;
+    ResultCode failure = 0;
+    bool hasFailed = false;
+    std::int64_t liveObjects = 0;
+    std::int64_t heldTensors = 0;
+    std::int64_t evaluations = 0;
+
+    /// Counts a call towards the failure that was asked for.
+    ResultCode Enter(const char* operation);
+  };
 
 private:
   std::shared_ptr<Script> script;

@@ -37,61 +37,45 @@ onnx::TensorProto& AddInitializer(onnx::ModelProto& model, const std::string& na
   return tensor;
 }
 
-void AddAttribute(onnx::NodeProto& node, const Attribute& attribute) {
-  onnx::AttributeProto& added = *node.add_attribute();
-  added.set_name(attribute.name);
-  switch (attribute.type) {
-  case Attribute::Type::Int:
-    added.set_type(onnx::AttributeProto::INT);
-    added.set_i(attribute.ints.front());
-    break;
-  case Attribute::Type::Float:
-    added.set_type(onnx::AttributeProto::FLOAT);
-    added.set_f(attribute.floats.front());
-    break;
-  case Attribute::Type::String:
-    added.set_type(onnx::AttributeProto::STRING);
-    added.set_s(attribute.strings.front());
-    break;
-  case Attribute::Type::Ints:
-    added.set_type(onnx::AttributeProto::INTS);
-    added.mutable_ints()->Assign(attribute.ints.begin(), attribute.ints.end());
-    break;
-  case Attribute::Type::Floats:
-    added.set_type(onnx::AttributeProto::FLOATS);
-    added.mutable_floats()->Assign(attribute.floats.begin(), attribute.floats.end());
-    break;
-  case Attribute::Type::Strings:
-    added.set_type(onnx::AttributeProto::STRINGS);
-    for (const std::string& value : attribute.strings)
-      added.add_strings(value);
-    break;
+/// Gives the attribute its value and the type of it.
+struct SetValue {
+  using Proto = onnx::AttributeProto;
+
+  void operator()(std::int64_t value) const {
+    attribute.set_type(Proto::INT);
+    attribute.set_i(value);
   }
-}
+  void operator()(float value) const {
+    attribute.set_type(Proto::FLOAT);
+    attribute.set_f(value);
+  }
+  void operator()(const std::string& value) const {
+    attribute.set_type(Proto::STRING);
+    attribute.set_s(value);
+  }
+  void operator()(const std::vector<std::int64_t>& values) const {
+    attribute.set_type(Proto::INTS);
+    attribute.mutable_ints()->Assign(values.begin(), values.end());
+  }
+  void operator()(const std::vector<float>& values) const {
+    attribute.set_type(Proto::FLOATS);
+    attribute.mutable_floats()->Assign(values.begin(), values.end());
+  }
+  void operator()(const std::vector<std::string>& values) const {
+    attribute.set_type(Proto::STRINGS);
+    attribute.mutable_strings()->Assign(values.begin(), values.end());
+  }
+
+  Proto& attribute;
+};
 
 }  // namespace
 
-Attribute Attribute::Strings(std::string name, std::vector<std::string> values) {
-  Attribute attribute(std::move(name), Type::Strings);
-  attribute.strings = std::move(values);
-  return attribute;
-}
-
-Attribute Attribute::Floats(std::string name, std::vector<float> values) {
-  Attribute attribute(std::move(name), Type::Floats);
-  attribute.floats = std::move(values);
-  return attribute;
-}
-
-ModelBuilder::ModelBuilder() : model(std::make_unique<onnx::ModelProto>()) {
+ModelBuilder::ModelBuilder() : model(std::make_shared<onnx::ModelProto>()) {
   model->set_ir_version(8);
   model->add_opset_import()->set_version(17);
   model->mutable_graph()->set_name("test");
 }
-
-ModelBuilder::ModelBuilder(ModelBuilder&&) noexcept = default;
-ModelBuilder& ModelBuilder::operator=(ModelBuilder&&) noexcept = default;
-ModelBuilder::~ModelBuilder() = default;
 
 ModelBuilder& ModelBuilder::Input(const std::string& name, Element element,
                                   const Dimensions& shape) {
@@ -110,11 +94,6 @@ ModelBuilder& ModelBuilder::InputWithoutShape(const std::string& name, Element e
   return *this;
 }
 
-ModelBuilder& ModelBuilder::OutputWithoutShape(const std::string& name, Element element) {
-  SetTensor(AddFeature(*model->mutable_graph()->add_output(), name), element);
-  return *this;
-}
-
 ModelBuilder& ModelBuilder::SequenceInput(const std::string& name, Element element) {
   onnx::TypeProto& type = AddFeature(*model->mutable_graph()->add_input(), name);
   SetTensor(*type.mutable_sequence_type()->mutable_elem_type(), element);
@@ -124,13 +103,6 @@ ModelBuilder& ModelBuilder::SequenceInput(const std::string& name, Element eleme
 ModelBuilder& ModelBuilder::SequenceOutput(const std::string& name, Element element) {
   onnx::TypeProto& type = AddFeature(*model->mutable_graph()->add_output(), name);
   SetTensor(*type.mutable_sequence_type()->mutable_elem_type(), element);
-  return *this;
-}
-
-ModelBuilder& ModelBuilder::MapOutput(const std::string& name, Element key, Element value) {
-  onnx::TypeProto& type = AddFeature(*model->mutable_graph()->add_output(), name);
-  type.mutable_map_type()->set_key_type(static_cast<std::int32_t>(key));
-  SetTensor(*type.mutable_map_type()->mutable_value_type(), value);
   return *this;
 }
 
@@ -146,8 +118,11 @@ ModelBuilder& ModelBuilder::Node(const std::string& operation,
     node.add_input(name);
   for (const std::string& name : outputs)
     node.add_output(name);
-  for (const Attribute& attribute : attributes)
-    AddAttribute(node, attribute);
+  for (const auto& [attributeName, value] : attributes) {
+    onnx::AttributeProto& attribute = *node.add_attribute();
+    attribute.set_name(attributeName);
+    std::visit(SetValue{attribute}, value);
+  }
   if (domain == machineLearningDomain && model->opset_import_size() == 1) {
     onnx::OperatorSetIdProto& imported = *model->add_opset_import();
     imported.set_domain(machineLearningDomain);
@@ -189,11 +164,6 @@ ModelBuilder& ModelBuilder::Metadata(const std::string& key, const std::string& 
 
 ModelBuilder& ModelBuilder::OpsetVersion(std::int64_t version) {
   model->mutable_opset_import(0)->set_version(version);
-  return *this;
-}
-
-ModelBuilder& ModelBuilder::IrVersion(std::int64_t version) {
-  model->set_ir_version(version);
   return *this;
 }
 

@@ -3,15 +3,13 @@
 // Makes serialized ONNX models (opset 17, IR version 8) for tests, node by node.
 
 #include <cstdint>
-#include <initializer_list>
 #include <memory>
 #include <string>
-#include <utility>
+#include <variant>
 #include <vector>
 
 namespace onnx {
 class ModelProto;
-class ValueInfoProto;
 }  // namespace onnx
 
 namespace TestSupport {
@@ -46,47 +44,27 @@ struct Dimension {
 };
 using Dimensions = std::vector<Dimension>;
 
+/// An attribute of a node: its name, and a number, a text or several of either.
 struct Attribute {
-  enum class Type { Int, Float, String, Ints, Strings, Floats };
-
-  Attribute(std::string name, int value) : name(std::move(name)), type(Type::Int), ints{value} {}
-  Attribute(std::string name, double value)
-      : name(std::move(name)), type(Type::Float), floats{static_cast<float>(value)} {}
-  Attribute(std::string name, const char* value)
-      : name(std::move(name)), type(Type::String), strings{value} {}
-  Attribute(std::string name, std::vector<std::int64_t> values)
-      : name(std::move(name)), type(Type::Ints), ints(std::move(values)) {}
-  static Attribute Strings(std::string name, std::vector<std::string> values);
-  static Attribute Floats(std::string name, std::vector<float> values);
-
   std::string name;
-  Type type;
-  std::vector<std::int64_t> ints;
-  std::vector<float> floats;
-  std::vector<std::string> strings;
-
-private:
-  Attribute(std::string name, Type type) : name(std::move(name)), type(type) {}
+  std::variant<std::int64_t, float, std::string, std::vector<std::int64_t>, std::vector<float>,
+               std::vector<std::string>>
+      value;
 };
 
 /// Every operation but Build adds to the model and gives the builder itself. Nothing is checked:
-/// broken models can be made too.
+/// broken models can be made too. A copy adds to the same model.
 class ModelBuilder {
 public:
   ModelBuilder();
-  ModelBuilder(ModelBuilder&&) noexcept;
-  ModelBuilder& operator=(ModelBuilder&&) noexcept;
-  ~ModelBuilder();
 
   ModelBuilder& Input(const std::string& name, Element element, const Dimensions& shape);
   ModelBuilder& Output(const std::string& name, Element element, const Dimensions& shape);
-  /// Tensors that declare no shape at all (not the same as the empty shape of a scalar).
+  /// Declares no shape at all (not the same as the empty shape of a scalar).
   ModelBuilder& InputWithoutShape(const std::string& name, Element element);
-  ModelBuilder& OutputWithoutShape(const std::string& name, Element element);
   /// Features that are no tensors.
   ModelBuilder& SequenceInput(const std::string& name, Element element);
   ModelBuilder& SequenceOutput(const std::string& name, Element element);
-  ModelBuilder& MapOutput(const std::string& name, Element key, Element value);
 
   /// An empty name in `inputs` or `outputs` is an optional one left out. `domain` "" is ONNX's own;
   /// "ai.onnx.ml" (version 2) is declared by its first node.
@@ -104,13 +82,12 @@ public:
   /// Keys may repeat; values may hold any bytes.
   ModelBuilder& Metadata(const std::string& key, const std::string& value);
   ModelBuilder& OpsetVersion(std::int64_t version);
-  ModelBuilder& IrVersion(std::int64_t version);
 
   /// The model's bytes.
   std::string Build() const;
 
 private:
-  std::unique_ptr<onnx::ModelProto> model;
+  std::shared_ptr<onnx::ModelProto> model;
 };
 
 }  // namespace TestSupport
