@@ -23,11 +23,11 @@ struct BottomRun {
 
 /// Kernels read neighbours in memory, `count` transforms at least. Where there are fewer, or the
 /// stride keeps them apart, each group's values are brought together first.
-template <int count, int room>
+template <int count>
 void RunBottom(void (*kernel)(const float*, float*, const BottomRun&), const float* src, float* dst,
                const BottomRun& run) {
   if (run.stride == 1 && run.total >= count) return kernel(src, dst, run);
-  alignas(32) float gathered[2 * room * count];
+  alignas(32) float gathered[2 * genericLimit * count];
   std::int32_t place[count];
   for (int first = 0; first < run.total; first += count) {
     for (int l = 0; l < count; ++l) {
@@ -111,6 +111,7 @@ void GroupedBottom(const float* src, float* dst, const BottomRun& run) {
                              } else {
                                float* const block = blocks[half];
                                const std::ptrdiff_t other = blocks[half + 2] - block;
+                               // a multiple of 8 ends in no 4: B is even
                                Unroll<B / 2>([&](auto i) KERNELS_INLINE_LAMBDA {
                                  const Complex<V> a = z[half][2 * i], b = z[half][2 * i + 1];
                                  UnpackLoPairs(a.re, b.re).StoreLanes(block + 16 * i, other);
@@ -198,41 +199,37 @@ void PairsBottom(const float* src, float* dst, const BottomRun& run) {
 /// The bottom of a plan whose values are grouped: n is a multiple of V::width.
 template <class V, Direction dir>
 void RunGroupedBottom(const float* src, float* dst, const BottomRun& run) {
-  constexpr int count = V::width / 2;
-  switch (run.radix) {
-  case 16:
-    return RunBottom<count, 16>(GroupedBottom<V, 4, dir>, src, dst, run);
-  case 8:
-    return RunBottom<count, 8>(GroupedBottom<V, 2, dir>, src, dst, run);
-  default:
-    // with eight floats to a register, a multiple of 8 ends in no 4
-    if constexpr (V::lanes == 1) RunBottom<count, 4>(GroupedBottom<V, 1, dir>, src, dst, run);
-  }
+  const auto kernel = run.radix == 16  ? GroupedBottom<V, 4, dir>
+                      : run.radix == 8 ? GroupedBottom<V, 2, dir>
+                                       : GroupedBottom<V, 1, dir>;
+  RunBottom<V::width / 2>(kernel, src, dst, run);
 }
 
 template <class V, Direction dir>
 void RunPairsBottom(const float* src, float* dst, const BottomRun& run) {
-  constexpr int count = V::width / 2;
-  switch (run.radix) {
-  case 2:
-    return RunBottom<count, 2>(PairsBottom<V, 2, dir>, src, dst, run);
-  case 3:
-    return RunBottom<count, 3>(PairsBottom<V, 3, dir>, src, dst, run);
-  case 4:
-    return RunBottom<count, 4>(PairsBottom<V, 4, dir>, src, dst, run);
-  case 5:
-    return RunBottom<count, 5>(PairsBottom<V, 5, dir>, src, dst, run);
-  case 6:
-    return RunBottom<count, 6>(PairsBottom<V, 6, dir>, src, dst, run);
-  case 7:
-    return RunBottom<count, 7>(PairsBottom<V, 7, dir>, src, dst, run);
-  case 11:
-    return RunBottom<count, 11>(PairsBottom<V, 11, dir>, src, dst, run);
-  case 13:
-    return RunBottom<count, 13>(PairsBottom<V, 13, dir>, src, dst, run);
-  default:
-    return RunBottom<count, genericLimit>(PairsBottom<V, 0, dir>, src, dst, run);
-  }
+  const auto kernel = [&] {
+    switch (run.radix) {
+    case 2:
+      return PairsBottom<V, 2, dir>;
+    case 3:
+      return PairsBottom<V, 3, dir>;
+    case 4:
+      return PairsBottom<V, 4, dir>;
+    case 5:
+      return PairsBottom<V, 5, dir>;
+    case 6:
+      return PairsBottom<V, 6, dir>;
+    case 7:
+      return PairsBottom<V, 7, dir>;
+    case 11:
+      return PairsBottom<V, 11, dir>;
+    case 13:
+      return PairsBottom<V, 13, dir>;
+    default:
+      return PairsBottom<V, 0, dir>;
+    }
+  }();
+  RunBottom<V::width / 2>(kernel, src, dst, run);
 }
 
 }  // namespace Orvik::Tesmo::Kernels::KERNELS_BUILD::Dft

@@ -7,56 +7,59 @@
 #include "kernels/dft/plan.h"
 #include "kernels/dft/real_stage.h"
 
-#include <array>
 #include <cstring>
+#include <utility>
 
 namespace Orvik::Tesmo::Kernels::KERNELS_BUILD::Dft {
 
-using DirectKernel = void (*)(const float* src, float* dst, float scale);
+// One kernel serves both forms: unscaled results are times 1, which is exact.
 
-/// Complex for `real` false: N interleaved values. Real: samples and packed order.
-template <int N, bool real, Direction dir, bool scaled>
-void RunDirect(const float* src, float* dst, [[maybe_unused]] float scale) {
-  constexpr int floats = real ? N : 2 * N;
-  float x[floats];
-  if constexpr (real) {
-    Unroll<N>([&](auto j) KERNELS_INLINE_LAMBDA { x[j] = src[j]; });
-    if constexpr (dir == Direction::Forward)
-      RealForward<N>(x);
-    else
-      RealInverse<N>(x);
-  } else {
-    Complex<float> z[N];
-    Unroll<N>([&](auto j) KERNELS_INLINE_LAMBDA { z[j] = {src[2 * j], src[2 * j + 1]}; });
-    Butterfly<N, dir>(z);
-    Unroll<N>([&](auto j) KERNELS_INLINE_LAMBDA { x[2 * j] = z[j].re, x[2 * j + 1] = z[j].im; });
-  }
-  Unroll<floats>([&](auto j) KERNELS_INLINE_LAMBDA { dst[j] = scaled ? x[j] * scale : x[j]; });
+/// `turn`: 0 forward, 1 inverse. With real and imaginary parts swapped on both sides, the forward
+/// transform is the inverse.
+template <int N>
+void ComplexKernel(const float* src, float* dst, float scale, int turn) {
+  Complex<float> z[N];
+  Unroll<N>([&](auto j) KERNELS_INLINE_LAMBDA {
+    z[j] = {src[2 * j + turn], src[2 * j + 1 - turn]};
+  });
+  Butterfly<N, Direction::Forward>(z);
+  Unroll<N>([&](auto j) KERNELS_INLINE_LAMBDA {
+    dst[2 * j + turn] = z[j].re * scale;
+    dst[2 * j + 1 - turn] = z[j].im * scale;
+  });
 }
 
-template <bool real, Direction dir, bool scaled>
-inline constexpr auto directKernels = []<int... i>(std::integer_sequence<int, i...>) {
-  return std::array<DirectKernel, sizeof...(i)>{RunDirect<i + 1, real, dir, scaled>...};
+/// Samples and packed order.
+template <int N, Direction dir>
+void RealKernel(const float* src, float* dst, float scale) {
+  float x[N];
+  Unroll<N>([&](auto j) KERNELS_INLINE_LAMBDA { x[j] = src[j]; });
+  if constexpr (dir == Direction::Forward)
+    RealForward<N>(x);
+  else
+    RealInverse<N>(x);
+  Unroll<N>([&](auto j) KERNELS_INLINE_LAMBDA { dst[j] = x[j] * scale; });
 }
-(std::make_integer_sequence<int, DirectKernelLimit>{});
 
-/// `scale` null: unscaled.
-template <bool real>
-void RunDirectKernel(Direction dir, int length, const float* src, float* dst, const float* scale) {
-  constexpr auto Fwd = Direction::Forward, Inv = Direction::Inverse;
-  const auto& kernels =
-      dir == Fwd ? scale ? directKernels<real, Fwd, true> : directKernels<real, Fwd, false>
-      : scale ? directKernels<real, Inv, true>
-                 : directKernels<real, Inv, false>;
-  kernels[static_cast<std::size_t>(length) - 1](src, dst, scale ? *scale : 1.0f);
+/// By length - 1.
+template <int... i>
+struct DirectKernels {
+  void (*complex[sizeof...(i)])(const float*, float*, float, int) = {ComplexKernel<i + 1>...};
+  void (*forward[sizeof...(i)])(const float*, float*,
+                                float) = {RealKernel<i + 1, Direction::Forward>...};
+  void (*inverse[sizeof...(i)])(const float*, float*,
+                                float) = {RealKernel<i + 1, Direction::Inverse>...};
+  constexpr explicit DirectKernels(std::integer_sequence<int, i...>) {}
+};
+inline constexpr DirectKernels directKernels{std::make_integer_sequence<int, DirectKernelLimit>{}};
+
+/// N interleaved values.
+inline void RunDirectComplex(Direction dir, int N, const float* src, float* dst, float scale) {
+  directKernels.complex[N - 1](src, dst, scale, dir == Direction::Forward ? 0 : 1);
 }
-inline void DirectComplex(Direction dir, int length, const float* src, float* dst,
-                          const float* scale) {
-  RunDirectKernel<false>(dir, length, src, dst, scale);
-}
-inline void DirectReal(Direction dir, int length, const float* src, float* dst,
-                       const float* scale) {
-  RunDirectKernel<true>(dir, length, src, dst, scale);
+inline void RunDirectReal(Direction dir, int N, const float* src, float* dst, float scale) {
+  (dir == Direction::Forward ? directKernels.forward : directKernels.inverse)[N - 1](src, dst,
+                                                                                     scale);
 }
 
 inline void ComplexDirectSum(Direction dir, const float* src, float* dst, int n,

@@ -52,21 +52,19 @@ private:
   }
 
   /// All blocks of a stage in its run.
-  void Stage(int index, float* blocks) {
+  [[gnu::noinline]] void Stage(int index, float* blocks) {
     const DftStageTables& stage = spec.stages[index];
-    const StageRun run = {stage.radix, stage.remaining, stage.twiddles, stage.directTable};
-    const std::ptrdiff_t size = 2 * static_cast<std::ptrdiff_t>(stage.radix) * stage.remaining;
-    for (int i = 0; i < stage.count; ++i, blocks += size) {
-      float* out = index == 0 ? dst : blocks;
-      if (!Grouped(n) && LanesOf(n, run.m).width < Vec::width / 2)
-        RunStage<Pairs<Vec4>, dir, false>(blocks, out, run);
-      else if (!Grouped(n))
-        RunStage<Pairs<Vec>, dir, false>(blocks, out, run);
-      else if (index == 0)
-        RunStage<Complex<Vec>, dir, true>(blocks, out, run);
-      else
-        RunStage<Complex<Vec>, dir, false>(blocks, out, run);
-    }
+    const StageRun run = {stage.radix, stage.count, stage.remaining, stage.twiddles,
+                          stage.directTable};
+    float* out = index == 0 ? dst : blocks;
+    if (!Grouped(n) && LanesOf(n, run.m).width < Vec::width / 2)
+      RunStage<Pairs<Vec4>, dir, false>(blocks, out, run);
+    else if (!Grouped(n))
+      RunStage<Pairs<Vec>, dir, false>(blocks, out, run);
+    else if (index == 0)
+      RunStage<Complex<Vec>, dir, true>(blocks, out, run);
+    else
+      RunStage<Complex<Vec>, dir, false>(blocks, out, run);
   }
 
   const IppsDFTSpec_R_32f& spec;
@@ -253,7 +251,7 @@ private:
 inline IppStatus RunPoints(Direction dir, const float* src, float* dst,
                            const IppsDFTSpec_R_32f& spec, int n, Ipp8u* work) {
   if (n <= DirectKernelLimit) {
-    DirectComplex(dir, n, src, dst, nullptr);
+    RunDirectComplex(dir, n, src, dst, 1.0f);
     return ippStsNoErr;
   }
   if (spec.hasPlan) {
@@ -293,7 +291,7 @@ inline IppStatus RunComplex(Direction dir, const float* src, float* dst,
                             const IppsDFTSpec_C_32fc& spec, Ipp8u* buffer) {
   const bool scaled = (dir == Direction::Forward ? spec.fwdScaled : spec.invScaled) != 0;
   if (spec.length <= DirectKernelLimit) {
-    DirectComplex(dir, spec.length, src, dst, scaled ? &spec.scale : nullptr);
+    RunDirectComplex(dir, spec.length, src, dst, scaled ? spec.scale : 1.0f);
     return ippStsNoErr;
   }
   const WorkArea work(buffer, spec.workSize);
@@ -333,7 +331,7 @@ inline IppStatus RunRealForward(const float* src, float* dst, const IppsDFTSpec_
                                 Ipp8u* buffer) {
   const int N = spec.length;
   if (N <= DirectKernelLimit) {
-    DirectReal(Direction::Forward, N, src, dst, spec.fwdScaled ? &spec.scale : nullptr);
+    RunDirectReal(Direction::Forward, N, src, dst, spec.fwdScaled ? spec.scale : 1.0f);
     PackedToCcs(dst, N);
     return ippStsNoErr;
   }
@@ -375,7 +373,7 @@ inline IppStatus RunRealInverse(const float* src, float* dst, const IppsDFTSpec_
   const int N = spec.length;
   if (N <= DirectKernelLimit) {
     CcsToPacked(src, dst, N);
-    DirectReal(Direction::Inverse, N, dst, dst, spec.invScaled ? &spec.scale : nullptr);
+    RunDirectReal(Direction::Inverse, N, dst, dst, spec.invScaled ? spec.scale : 1.0f);
     return ippStsNoErr;
   }
   const WorkArea work(buffer, spec.workSize);

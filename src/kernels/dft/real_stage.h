@@ -351,13 +351,16 @@ void RealBottomInverse(const float* src, float* dst, const BottomRun& run) {
   });
 }
 
-inline void JoinRealStage(const float* blocks, Spectrum<float> out, const RealStageRun& run) {
+[[gnu::noinline]] inline void JoinRealStage(const float* blocks, Spectrum<float> out,
+                                            const RealStageRun& run) {
   WithLanes(run, [&]<class C, int R>() { JoinBlocks<C, R>(blocks, out, run); });
 }
-inline void SplitRealStage(Spectrum<const float> in, float* blocks, const RealStageRun& run) {
+[[gnu::noinline]] inline void SplitRealStage(Spectrum<const float> in, float* blocks,
+                                             const RealStageRun& run) {
   WithLanes(run, [&]<class C, int R>() { SplitBlocks<C, R>(in, blocks, run); });
 }
-inline void RunRealBottom(Direction dir, const float* src, float* dst, const BottomRun& run) {
+[[gnu::noinline]] inline void RunRealBottom(Direction dir, const float* src, float* dst,
+                                            const BottomRun& run) {
   WithRadix<Pairs<Vec>>(run.radix, [&]<class C, int R>() {
     if (dir == Direction::Forward)
       RealBottomForward<Vec, R>(src, dst, run);

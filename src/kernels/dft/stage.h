@@ -12,6 +12,7 @@ namespace Orvik::Tesmo::Kernels::KERNELS_BUILD::Dft {
 
 struct StageRun {
   int radix;
+  int count;  ///< blocks, one behind the other
   std::ptrdiff_t m;
   const float* twiddles;  ///< groups of q in the lanes of C, and for each the powers p from 1 on
   const float* roots;     ///< of the radix, for generic kernels
@@ -19,7 +20,7 @@ struct StageRun {
 
 /// R = 0: any odd radix. `final`: interleaved values go out, whatever the lanes. dst may be src.
 template <class C, int R, Direction dir, bool final>
-void StageKernel(const float* src, float* dst, const StageRun& run) {
+[[gnu::noinline]] void StageKernel(const float* src, float* dst, const StageRun& run) {
   constexpr int count = countOf<C>;
   constexpr int room = R > 0 ? R : genericLimit;
   const int radix = R > 0 ? R : run.radix;
@@ -64,14 +65,16 @@ void StageKernel(const float* src, float* dst, const StageRun& run) {
   };
   // groups fill a block: nothing is left over
   constexpr bool grouped = count == LaneTraits<C>::Vector::width;
-  if (grouped || whole * count == run.m) {
-    pass();
-  } else {
-    // what does not fill the lanes goes with its neighbours, read before they change
-    C rest[room];
-    load(run.m - count, run.twiddles + whole * group, rest);
-    pass();
-    store(run.m - count, rest);
+  for (int block = 0; block < run.count; ++block, src += radix * row, dst += radix * row) {
+    if (grouped || whole * count == run.m) {
+      pass();
+    } else {
+      // what does not fill the lanes goes with its neighbours, read before they change
+      C rest[room];
+      load(run.m - count, run.twiddles + whole * group, rest);
+      pass();
+      store(run.m - count, rest);
+    }
   }
 }
 
