@@ -1,5 +1,12 @@
 // The DFT's entries for the build that includes this.
 
+// The addresses that the SSE builds' flags have computed in place are better kept running here (GCC
+// 12, 5 % of a mixed-radix transform).
+#if defined(__GNUC__) && !defined(__clang__)
+#pragma GCC push_options
+#pragma GCC optimize("ivopts")
+#endif
+
 #include "kernels/dft/engine.h"
 
 namespace Orvik::Tesmo::Kernels::KERNELS_BUILD {
@@ -75,3 +82,7 @@ IppStatus ippsDFTInv_CToC_32fc(const Ipp32fc* pSrc, Ipp32fc* pDst, const IppsDFT
 }
 
 }  // namespace Orvik::Tesmo::Kernels::KERNELS_BUILD
+
+#if defined(__GNUC__) && !defined(__clang__)
+#pragma GCC pop_options
+#endif
