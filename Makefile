@@ -4,7 +4,7 @@ JOBS ?= $(shell nproc)
 CMAKE_ARGS ?=
 configure = cmake -S . -B $(1) -G Ninja $(2) $(CMAKE_ARGS)
 
-.PHONY: help build test test-large demo lint asan tsan bench bench-compare install clean
+.PHONY: help build test test-large demo train eval lint asan tsan bench bench-compare install clean
 
 help:            ## this list
 	@sed -n 's/^\([a-z-]*\):.*##  */\1\t/p' $(MAKEFILE_LIST) | expand -t 12
@@ -29,6 +29,23 @@ test-large:      ## transforms of up to 2^29 samples (12 GiB of memory, some min
 demo: build      ## speech and music through a real model: WAV files and a picture
 	@scripts/install-packages demo
 	@scripts/demo $(BUILD)
+
+# Debian's own Python is the one that python3-torch is for. Training goes on where it was interrupted.
+train eval: PYTHON = /usr/bin/python3
+train:           ## the model for speech and music, from packages; an hour or two
+	@scripts/install-packages train
+	@test -f $(BUILD)/train/index.json || $(PYTHON) models/separator/data.py $(BUILD)/train
+	@$(PYTHON) models/separator/train.py $(BUILD)/train
+	@$(PYTHON) models/separator/export.py $(BUILD)/train/checkpoint.pt models/separator/separator.onnx
+	@cp $(BUILD)/train/log.csv models/separator/training.csv
+	@$(PYTHON) models/separator/plots.py training models/separator/training.csv docs/images/training.png
+
+eval: build      ## what that model reaches on untrained recordings, as tables and a plot
+	@scripts/install-packages train
+	@test -f $(BUILD)/train/index.json || $(PYTHON) models/separator/data.py $(BUILD)/train
+	@$(PYTHON) models/separator/evaluate.py $(BUILD)/train models/separator/separator.onnx \
+	  $(BUILD)/bin/kalvrin $(BUILD)/eval $(BUILD)/train/checkpoint.pt
+	@$(PYTHON) models/separator/plots.py evaluation $(BUILD)/eval/evaluation.json docs/images/separation.png
 
 lint:            ## formatting, static analysis, direction of includes
 	@scripts/install-packages build test lint
