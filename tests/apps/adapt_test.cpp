@@ -91,17 +91,17 @@ private:
 
   std::string Do(const std::string& type, const std::vector<std::string>& inputs,
                  const std::vector<Attribute>& attributes = {}) {
-    const std::string name = "input" + std::to_string(++count);  // clashes on purpose
+    std::string name = "input" + std::to_string(++count);  // clashes on purpose
     model.Node(type, inputs, {name}, attributes);
     return name;
   }
   std::string Ints(const std::vector<std::int64_t>& values) {
-    const std::string name = "output" + std::to_string(++count);
+    std::string name = "output" + std::to_string(++count);
     model.Int64s(name, {static_cast<std::int64_t>(values.size())}, values);
     return name;
   }
   std::string Floats(const std::vector<std::int64_t>& shape, const std::vector<float>& values) {
-    const std::string name = "weights" + std::to_string(++count);
+    std::string name = "weights" + std::to_string(++count);
     model.Floats(name, shape, values);
     return name;
   }

@@ -129,8 +129,8 @@ std::vector<StatePair> PairStates(std::vector<SourceTensor> inputs,
   for (const auto& [in, out] : named) {
     pairs.push_back({Take(inputs, in, "input"), Take(outputs, out, "output")});
     if (!Fit(pairs.back().input, pairs.back().output))
-      throw Refusal("--state " + in + ":" + out + ": " + SourceTensorText(pairs.back().input) +
-                    " and " + SourceTensorText(pairs.back().output) + " differ");
+      throw Refusal("the state " + SourceTensorText(pairs.back().input) + " cannot become " +
+                    SourceTensorText(pairs.back().output) + ": type or size differs");
   }
   TakeByName(inputs, outputs, pairs);
   if (inputs.size() == 1 && outputs.size() == 1 && Fit(inputs[0], outputs[0])) {
