@@ -48,8 +48,8 @@ eval: build      ## what that model reaches on untrained recordings, as tables a
 	@scripts/install-packages train
 	@test -f $(BUILD)/train/index.json || $(PYTHON) models/separator/data.py $(BUILD)/train
 	@$(PYTHON) models/separator/evaluate.py $(BUILD)/train models/separator/separator.onnx \
-	  $(BUILD)/bin/kalvrin $(BUILD)/eval $(BUILD)/train/checkpoint.pt
-	@$(PYTHON) models/separator/plots.py evaluation $(BUILD)/eval/evaluation.json docs/images/separation.png
+	  $(BUILD)/bin/kalvrin $(BUILD)/eval models/separator/README.md $(BUILD)/train/checkpoint.pt
+	@$(PYTHON) models/separator/plots.py evaluation $(BUILD)/eval/evaluation.json docs/images/separator.png
 
 lint:            ## formatting, static analysis, direction of includes
 	@scripts/install-packages build test lint

@@ -2,20 +2,21 @@
 """Measures a model on recordings that it was not trained on, through the library: mixes are written as
 a WAV file, `kalvrin render --stems` separates them, the stems are compared with what went into the mix.
 
-usage: evaluate.py AUDIO_FOLDER MODEL.onnx KALVRIN WORK_FOLDER [CHECKPOINT]
-AUDIO_FOLDER is what data.py makes. Prints the tables as Markdown, and leaves the figures in
-WORK_FOLDER/evaluation.json for plots.py. With a checkpoint, the output of the engine is first compared with
-that of the training framework over 500 windows.
+usage: evaluate.py AUDIO_FOLDER MODEL.onnx KALVRIN WORK_FOLDER CARD.md [CHECKPOINT]
+AUDIO_FOLDER is what data.py makes. Prints the tables, puts them between the marks of the card, and leaves the
+figures in WORK_FOLDER/evaluation.json for plots.py. With a checkpoint, the output of the engine is first
+compared with that of the training framework over 500 windows.
 
 One channel of the file per group of voices; in time, one stretch of STRETCH seconds per ratio of speech to
 music and music work, then one of speech alone per work, then one of music alone. The stream runs through all of
-it without a new start. Both sources went through the same speech codec, so that it gives neither away.
+it without a new start. All went through G.722, so that the codec gives nothing away, but for the last voice.
 """
 
 import json
 import pathlib
 import subprocess
 import sys
+import warnings
 
 import numpy as np
 from scipy.io import wavfile
@@ -29,6 +30,7 @@ RATIOS = (-10, -5, 0, 5, 10, 15)
 LEVEL = 0.05           # root mean square of the mix
 TOLERANCE = 1e-4
 COMPARED_WINDOWS = 500
+BEGIN, END = "<!-- tables of make eval -->", "<!-- end of tables -->"
 
 # name, language, part of the recordings, voices
 GROUPS = (
@@ -86,6 +88,7 @@ def separate(model, kalvrin, folder, mix):
     wavfile.write(folder / "mix.wav", SAMPLE_RATE, mix.T)
     subprocess.run([kalvrin, "render", model, folder / "mix.wav", folder / "out.wav", "--stems", folder,
                     "--encoding", "float", "--format", "wav"], check=True, stdout=subprocess.DEVNULL)
+    warnings.simplefilter("ignore", wavfile.WavFileWarning)  # of chunks without audio
     return np.stack([wavfile.read(folder / f"{name}.wav")[1].T for name in ("Speech", "Music")])
 
 
@@ -144,8 +147,18 @@ def table(found, name):
     return "\n".join(lines)
 
 
-def main(audio, model, kalvrin, work, checkpoint=None):
-    work = pathlib.Path(work)
+def report(found):
+    alone = "\n".join(f"| {group[0]} | {found['speech']['music'][g]:.1f} | {found['music']['speech'][g]:.1f} |"
+                      for g, group in enumerate(GROUPS))
+    return "\n".join((
+        "Improvement of SI-SDR of Speech in dB by the ratio of speech to music:\n", table(found, "speech"),
+        "\nThe same of Music:\n", table(found, "music"),
+        "\nOne source alone, level in dB of the other class against it:\n",
+        "| | Music on speech | Speech on music |\n|---|---|---|", alone))
+
+
+def main(audio, model, kalvrin, work, card, checkpoint=None):
+    work, card = pathlib.Path(work), pathlib.Path(card)
     parts, kinds = mixes(Recordings(audio))
     mix = parts.sum(axis=0)
     stems = separate(model, kalvrin, work, mix)
@@ -156,16 +169,16 @@ def main(audio, model, kalvrin, work, checkpoint=None):
             sys.exit("the exported model is not the trained network")
     found = measure(parts, kinds, stems)
     (work / "evaluation.json").write_text(json.dumps({"groups": [g[0] for g in GROUPS], "found": found}, indent=1))
-    print("Improvement of SI-SDR of Speech in dB by the ratio of speech to music:\n")
-    print(table(found, "speech"))
-    print("\nThe same of Music:\n")
-    print(table(found, "music"))
-    print("\nOne source alone, level in dB below it:\n\n| | Music on speech | Speech on music |\n|---|---|---|")
-    for g, group in enumerate(GROUPS):
-        print(f"| {group[0]} | {found['speech']['music'][g]:.1f} | {found['music']['speech'][g]:.1f} |")
+    tables = report(found)
+    print(tables)
+    before, begin, rest = card.read_text().partition(BEGIN)
+    _, end, after = rest.partition(END)
+    if not end:
+        sys.exit(f"{card} has no place for the tables")
+    card.write_text(f"{before}{begin}\n{tables}\n{end}{after}")
 
 
 if __name__ == "__main__":
-    if len(sys.argv) not in (5, 6):
+    if len(sys.argv) not in (6, 7):
         sys.exit(__doc__)
     main(*sys.argv[1:])
