@@ -1,5 +1,7 @@
 #include "apps/tool_process.h"
 
+#include <gtest/gtest.h>
+
 #include <algorithm>
 #include <cerrno>
 #include <csignal>
@@ -95,6 +97,10 @@ Outcome RunTool(const std::vector<std::string>& arguments) {
 
 Outcome RunShell(const std::string& line) {
   return Run({"/bin/sh", "-c", "TOOL='" KALVRIN_TOOL "'; " + line});
+}
+
+void ExpectPart(const std::string& text, std::string_view part, std::string_view where) {
+  EXPECT_NE(text.find(part), std::string::npos) << where << ": no '" << part << "' in\n" << text;
 }
 
 ToolOnTerminal::ToolOnTerminal(const std::vector<std::string>& arguments) {

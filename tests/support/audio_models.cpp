@@ -72,14 +72,6 @@ std::string AddState(ModelBuilder& model, Chain& chain, const StateOptions& stat
   return input;
 }
 
-std::string Delayed(ModelBuilder& model, const Options& options, const std::string& audio) {
-  Dimensions shape = {"C", options.delayWindows, options.features};
-  if (options.inputRank == 4) shape.emplace_back(2);
-  model.Input("lastAudio", Element::Float, shape).Output("thisAudio", Element::Float, shape);
-  model.Node("Identity", {audio}, {"thisAudio"});
-  return "lastAudio";
-}
-
 /// Small enough for a stable recurrence.
 std::vector<float> GruWeights(std::int64_t hidden, std::int64_t rows, double step) {
   std::vector<float> values(static_cast<std::size_t>(rows * hidden));
@@ -167,10 +159,7 @@ std::string MakeAudioModel(const Options& options) {
 
   std::string audio = AtFullRank(chain, options);
   std::size_t stateIndex = 1;
-  if (options.body == Options::Body::Delay) {
-    audio = Delayed(model, options, audio);
-    ++stateIndex;
-  } else if (options.body == Options::Body::Gru) {
+  if (options.isRecurrent) {
     audio = ThroughGru(model, chain, options, audio);
     ++stateIndex;
   }
@@ -200,6 +189,6 @@ std::string MakeAudioModel(const Options& options) {
   for (const auto& [key, value] : options.metadata)
     model.Metadata(key, value);
   return model.Build();
-}  // namespace TestSupport
+}
 
 }  // namespace TestSupport
