@@ -165,15 +165,12 @@ TEST_F(RealTime, WithTheEngineOnlyTheEngineAllocates) {
     const char* name;
     AudioModelOptions options;
     std::vector<StateOptions> states;
-    bool isRecurrent;
-  } rows[] = {{"samples", PassThroughModel(Sizes), counters, false},
-              {"spectra", PassThroughModel(spectra), counters, false},
-              {"GRU", PassThroughModel(Sizes), {}, true},
-              {"states copied to states", PassThroughModel(Sizes), shiftRegister, false}};
+  } rows[] = {{"samples", PassThroughModel(Sizes), counters},
+              {"spectra", PassThroughModel(spectra), counters},
+              {"states copied to states", PassThroughModel(Sizes), shiftRegister}};
   for (const auto& row : rows) {
     AudioModelOptions options = row.options;
     options.states = row.states;
-    options.isRecurrent = row.isRecurrent;
     const std::string model = MakeAudioModel(options);
     const std::unique_ptr<StreamProcessor> stream(CreateStreamProcessor(
         model.data(), model.size(), Sizes.sequence, Sizes.channels, Sizes.block));

@@ -75,7 +75,6 @@ TEST(WholeStream, UnityGivesTheDelayedInputWhateverTheModelGives) {
   } rows[] = {
       {"loud classes",
        {.classGains = {1e30f, -3e37f, 7.0f}, .metadata = {{"AudioClassNames", classes}}}},
-      {"a recurrent model", {.isRecurrent = true}},
       {"a counting state", {.states = {{.isHeard = true}}}},
       {"spectra with a part that is no spectrum's",
        {.features = 5,

@@ -41,9 +41,6 @@ struct AudioModelOptions {
   std::optional<Dimensions> inputShape = {};  ///< declared in place of the free one
   std::optional<Dimensions> outputShape = {};
   std::string inputName = "input";
-  /// The audio goes through a GRU over the windows, of hidden size W, with small fixed weights and
-  /// a state [1, C, W] before `states`.
-  bool isRecurrent = false;
   std::vector<StateOptions> states = {};
   std::vector<std::pair<std::string, std::string>> metadata = {};
   /// Adds a counting state with which evaluation number n (from 0) and all later ones fail.
