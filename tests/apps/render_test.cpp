@@ -8,6 +8,7 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <filesystem>
 #include <limits>
 #include <sndfile.h>
 
@@ -196,6 +197,8 @@ TEST_F(Render, StemsAddUpToTheInput) {
       sum[i] += stem.samples[i];
     ExpectPart(outcome.out, name);
   }
+  const std::filesystem::directory_iterator stems(folder / "stems");
+  EXPECT_EQ(std::distance(begin(stems), end(stems)), 4) << "these and the mix";
   // What is left of the second class of the name is missing on the channel that is a mixture.
   std::vector<float> expected = audio.samples;
   for (std::size_t i = 0; i < expected.size(); i += 2)

@@ -163,6 +163,20 @@ TEST(Processor, FailureCodesBecomeExceptionsOfTheHost) {
   EXPECT_NO_THROW(process());
 }
 
+TEST(Processor, WhatIsOutOfRangeIsRefusedBeforeTheModelIsLoaded) {
+  const struct {
+    const void* model;
+    std::uint64_t channels, block;
+  } rows[] = {{nullptr, 1, 4}, {"model", 0, 4}, {"model", 1, 0}, {"model", 2, 1ULL << 63}};
+  for (const auto& row : rows) {
+    FakeRuntime runtime(ModelFor({}));
+    EXPECT_THROW(AssembleStream(runtime, row.model, 5, 2, row.channels, row.block),
+                 Orvik::Tesmo::ContractException)
+        << row.channels << " channels, blocks of " << row.block;
+    EXPECT_TRUE(runtime.GetCalls().empty());
+  }
+}
+
 /// Either the one failure refuses the change and nothing has changed, or it never came.
 TEST(Processor, HeapFailureDuringAChangeLeavesTheOldStream) {
   for (const bool changesChannels : {false, true}) {
