@@ -47,6 +47,10 @@ struct SetValue {
     attribute.set_type(Proto::FLOAT);
     attribute.set_f(value);
   }
+  void operator()(const std::vector<std::int64_t>& values) const {
+    attribute.set_type(Proto::INTS);
+    attribute.mutable_ints()->Assign(values.begin(), values.end());
+  }
   void operator()(const std::vector<float>& values) const {
     attribute.set_type(Proto::FLOATS);
     attribute.mutable_floats()->Assign(values.begin(), values.end());

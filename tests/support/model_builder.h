@@ -47,7 +47,9 @@ using Dimensions = std::vector<Dimension>;
 /// An attribute of a node: its name, and a number, numbers or texts.
 struct Attribute {
   std::string name;
-  std::variant<std::int64_t, float, std::vector<float>, std::vector<std::string>> value;
+  std::variant<std::int64_t, float, std::vector<std::int64_t>, std::vector<float>,
+               std::vector<std::string>>
+      value;
 };
 
 /// What a feature is declared as. A tensor without a shape is not the same as one of the empty
