@@ -25,6 +25,7 @@ struct Streams {
 
 int Start(const std::vector<std::string>& arguments, const Streams& streams) {
   std::vector<char*> values;
+  values.reserve(arguments.size() + 1);
   for (const std::string& argument : arguments)
     values.push_back(const_cast<char*>(argument.c_str()));
   values.push_back(nullptr);
