@@ -4,7 +4,7 @@
 #include "kernels/memory.h"
 #include "kernels/vec4.h"
 
-#include <algorithm>
+#include <cstring>
 
 namespace Orvik::Tesmo::Kernels::KERNELS_BUILD {
 
@@ -101,7 +101,7 @@ KERNELS_INLINE int DeinterleaveSix(const float* pSrc, int i, int len, float* con
 template <class V>
 inline void InterleaveChannels(const float* const* pSrc, int channels, int len, float* pDst) {
   if (channels == 1) {
-    std::copy_n(pSrc[0], len, pDst);
+    std::memmove(pDst, pSrc[0], sizeof(float) * static_cast<std::size_t>(len));
     return;
   }
   int quads = channels / 4 * 4, i = 0;
@@ -120,7 +120,7 @@ inline void InterleaveChannels(const float* const* pSrc, int channels, int len, 
 template <class V>
 inline void DeinterleaveChannels(const float* pSrc, int channels, int len, float* const* pDst) {
   if (channels == 1) {
-    std::copy_n(pSrc, len, pDst[0]);
+    std::memmove(pDst[0], pSrc, sizeof(float) * static_cast<std::size_t>(len));
     return;
   }
   int quads = channels / 4 * 4, i = 0;
