@@ -82,7 +82,7 @@ inline void ReverseTile(float* tile, const std::int32_t* table) {
 template <Direction dir>
 KERNELS_INLINE void FirstPassOfRow(const float* in, float* out) {
   for (int i = 0; i < 2 << tileBits; i += 16) {
-    const auto row = [&](int r) { return Vec4::GatherPairs(in + i + 2 * r, 8, 0); };
+    const auto row = [&](int r) { return Vec4::GatherPairs(in + i + 2 * r, 8); };
     const FirstButterflies<dir, Vec4> y(row(0), row(2), row(1), row(3));
     y.even.StoreU(out + i);
     y.odd.StoreU(out + i + 8);
