@@ -4,7 +4,7 @@ JOBS ?= $(shell nproc)
 CMAKE_ARGS ?=
 configure = cmake -S . -B $(1) -G Ninja $(2) $(CMAKE_ARGS)
 
-.PHONY: help build test test-large demo lint asan tsan bench bench-compare install clean
+.PHONY: help build test test-large demo test-page lint asan tsan bench bench-compare install clean
 
 help:            ## this list
 	@sed -n 's/^\([a-z-]*\):.*##  */\1\t/p' $(MAKEFILE_LIST) | expand -t 12
@@ -26,9 +26,13 @@ test-large:      ## transforms of up to 2^29 samples (12 GiB of memory, some min
 	@cmake --build $(BUILD) -j $(JOBS) --target fft_large_test
 	@$(BUILD)/bin/fft_large_test
 
-demo: build      ## speech and music through a real model: WAV files and a picture
+demo: build      ## speech and music through real models: audio, pictures, a page to play with
 	@scripts/install-packages demo
 	@scripts/demo $(BUILD)
+
+test-page: demo  ## the demonstration's page in a headless browser
+	@scripts/install-packages page
+	@/usr/bin/python3 tests/page/page_test.py $(BUILD)/demo/index.html
 
 lint:            ## formatting, static analysis, direction of includes
 	@scripts/install-packages build test lint

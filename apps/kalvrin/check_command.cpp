@@ -1,4 +1,5 @@
 #include "command.h"
+#include "command_line/child_process.h"
 #include "model/engine.h"
 #include "model/model_file.h"
 #include "model/refusals.h"
@@ -32,6 +33,7 @@ int Check(Arguments arguments) {
   const auto operands = ParseArguments<StreamRequest>(arguments, options, request);
   ExpectOperands(operands, checkCommand.operands);
   const ModelFile file = ReadModelFile(operands[0]);
+  ContinueInChild();
   Engine engine;
   std::optional<ModelDescription> description;
   try {

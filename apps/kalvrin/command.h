@@ -23,6 +23,7 @@ extern const Command infoCommand;
 extern const Command checkCommand;
 extern const Command renderCommand;
 extern const Command planCommand;
+extern const Command adaptCommand;
 
 /// All of them, in the order of the help. A new subcommand is one more row in commands.cpp.
 std::span<const Command* const> Commands();

@@ -19,7 +19,8 @@ constexpr double Series(double x, bool sine) {
 }
 /// sin(2 pi j / T) for j from 0 to T/4, T a multiple of 8.
 constexpr double QuarterSine(int j, int T) {
-  return j <= T / 8 ? Series(j * twoPi / T, true) : Series((T / 4 - j) * twoPi / T, false);
+  const int fromQuarter = T / 4 - j;
+  return j <= T / 8 ? Series(j * twoPi / T, true) : Series(fromQuarter * twoPi / T, false);
 }
 /// sin(2 pi k / N) for any k from 0, N a power of two.
 constexpr double SineOf(int k, int N) {

@@ -4,6 +4,8 @@
 #include "kernels/memory.h"
 #include "kernels/vec4.h"
 
+#include <cstring>
+
 namespace Orvik::Tesmo::Kernels::KERNELS_BUILD {
 
 // Blocks of frames between planar channels and interleaved frames. Each takes the frames from i on
@@ -113,6 +115,10 @@ KERNELS_INLINE int DeinterleaveSix(const float* pSrc, int i, int len, float* con
 /// are left and the channels beyond the last four go one by one.
 template <class V>
 inline void InterleaveChannels(const float* const* pSrc, int channels, int len, float* pDst) {
+  if (channels == 1) {
+    std::memmove(pDst, pSrc[0], sizeof(float) * static_cast<std::size_t>(len));
+    return;
+  }
   int quads = channels / 4 * 4, i = 0;
   if (channels == 2)
     i = InterleavePair<V>(pSrc[0], pSrc[1], 0, len, pDst);
@@ -128,6 +134,10 @@ inline void InterleaveChannels(const float* const* pSrc, int channels, int len, 
 }
 template <class V>
 inline void DeinterleaveChannels(const float* pSrc, int channels, int len, float* const* pDst) {
+  if (channels == 1) {
+    std::memmove(pDst[0], pSrc, sizeof(float) * static_cast<std::size_t>(len));
+    return;
+  }
   int quads = channels / 4 * 4, i = 0;
   if (channels == 2)
     i = DeinterleavePair<V>(pSrc, 0, len, pDst[0], pDst[1]);
