@@ -40,10 +40,14 @@ void* operator new[](std::size_t size) { return TestSupport::Allocate(size); }
 void* operator new(std::size_t size, std::align_val_t alignment) {
   return TestSupport::Allocate(size, static_cast<std::size_t>(alignment));
 }
+// The C++ library's would come down to the one above; a sanitizer's would not.
+void* operator new[](std::size_t size, std::align_val_t alignment) { return operator new(size, alignment); }
 void operator delete(void* block) noexcept { std::free(block); }
 void operator delete[](void* block) noexcept { std::free(block); }
 void operator delete(void* block, std::size_t) noexcept { std::free(block); }
 void operator delete[](void* block, std::size_t) noexcept { std::free(block); }
 void operator delete(void* block, std::align_val_t) noexcept { std::free(block); }
 void operator delete(void* block, std::size_t, std::align_val_t) noexcept { std::free(block); }
+void operator delete[](void* block, std::align_val_t) noexcept { std::free(block); }
+void operator delete[](void* block, std::size_t, std::align_val_t) noexcept { std::free(block); }
 // clang-format on
