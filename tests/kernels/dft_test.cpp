@@ -165,9 +165,9 @@ void CheckLong(int length, std::mt19937_64& random) {
   std::vector<std::size_t> bins = {0, 1, x.size() / 2};
   for (int i = 0; i < 5; ++i)
     bins.push_back(random() % (x.size() / 2 + 1));
-  std::vector<std::complex<double>> expected;
-  for (std::size_t k : bins)
-    expected.push_back(definition.Bin(x, k));
+  std::vector<std::complex<double>> expected(bins.size());
+  std::ranges::transform(bins, expected.begin(),
+                         [&](std::size_t k) { return definition.Bin(x, k); });
   double energy = 0;
   for (float v : x)
     energy += static_cast<double>(v) * static_cast<double>(v);

@@ -28,7 +28,7 @@ namespace {
   X(ippsMul_32fc_I)                                                                                \
   X(ippsZero_32f)                                                                                  \
   X(ippsZero_32fc)
-#define POINTER(f) decltype(&sse3::f) f;
+#define POINTER(f) decltype(&sse3::f) f;  // NOLINT(bugprone-macro-parentheses): a declaration
 #define OF_SSE3(f) sse3::f,
 #define OF_AVX(f) avx::f,
 

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <array>
 #include <bit>
 #include <cstdint>
@@ -143,11 +144,11 @@ TEST(Vector, InterleavingMovesEveryFrame) {
           const IppStatus status = (offset | last) % 16 ? ippStsMisalignedBuf : ippStsNoErr;
           const auto noise = Noise(total, total);
           std::vector<Guarded<float>> planar;
-          std::vector<float*> pointers;
+          planar.reserve(static_cast<std::size_t>(channels));
           for (int c = 0; c < channels; ++c)
             planar.emplace_back(n, c + 1 == channels ? last : 0);
-          for (auto& channel : planar)
-            pointers.push_back(channel.data());
+          std::vector<float*> pointers(planar.size());
+          std::ranges::transform(planar, pointers.begin(), [](auto& one) { return one.data(); });
           Guarded<float> flat(noise, offset), back(total, offset);
           ASSERT_EQ(status, ippsDeinterleave_32f(flat.data(), channels, len, pointers.data()));
           for (std::size_t c = 0; c < planar.size(); ++c) {

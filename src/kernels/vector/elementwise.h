@@ -19,7 +19,6 @@ KERNELS_INLINE void ForEachElement(float* pDst, std::ptrdiff_t len, Op op, Sourc
       result[r] = op(V::LoadU(p + i + r * V::width)...);
     for (int r = 0; r < count; ++r)
       result[r].StoreU(pDst + i + r * V::width);
-    i += count * V::width;
   };
   if (len > block) {
     const auto address = reinterpret_cast<std::uintptr_t>(pDst);
@@ -27,9 +26,12 @@ KERNELS_INLINE void ForEachElement(float* pDst, std::ptrdiff_t len, Op op, Sourc
     const std::ptrdiff_t peel = canAlign ? -(address / sizeof(float)) % V::width : 0;
     for (; i < peel; ++i)
       pDst[i] = op(p[i]...);
-    while (i <= len - 2 * block)
+    for (; i <= len - 2 * block; i += 2 * block)
       store.template operator()<4>();
-    if (i <= len - block) store.template operator()<2>();
+    if (i <= len - block) {
+      store.template operator()<2>();
+      i += block;
+    }
   }
   for (; i < len; ++i)
     pDst[i] = op(p[i]...);
