@@ -1,7 +1,7 @@
 #!/usr/bin/python3
 """Reads what the benchmarks wrote.
 
-bench_report.py table FILE...        medians in ns and as ratio to FFTW or memcpy
+bench_report.py table FILE...        medians in ns and as ratio to FFTW, or to memcpy and the limit
 bench_report.py plot FILE STEM       STEM.png and STEM.svg: 2.5 N log2 N / time over orders
 bench_report.py compare OLD NEW      medians of two runs side by side
 """
@@ -35,13 +35,20 @@ def geometric_mean(values):
 
 
 def print_table(table, reference, title):
-    contenders = [reference] + sorted({c for row in table.values() for c in row} - {reference})
-    print(f"\n{title}, median ns (ratio to {reference})")
-    print(" " * 24 + "".join(f"{c:>19}" for c in contenders))
+    """a contender NAME-limit is no column of its own: it divides NAME once more"""
+    names = {c for row in table.values() for c in row if not c.endswith("-limit")}
+    contenders = [reference] + sorted(names - {reference})
+    limits = any(f"{c}-limit" in row for row in table.values() for c in row)
+    width = 25 if limits else 19
+    print(f"\n{title}, median ns (ratio to {reference}{', to loads and stores alone' if limits else ''})")
+    print(" " * 24 + "".join(f"{c:>{width}}" for c in contenders))
     for key, row in table.items():
-        cells = "".join(
-            f"{row[c]:>12.1f}" + (f" {row[c] / row[reference]:>5.2f} " if reference in row else " " * 7)
-            if c in row else " " * 19 for c in contenders)
+        cells = ""
+        for c in contenders:
+            cell = f"{row[c]:.1f}" if c in row else ""
+            for peer in (reference, f"{c}-limit") if limits else (reference,):
+                cell += f" {row[c] / row[peer]:>5.2f}" if c in row and peer in row else " " * 6
+            cells += f"{cell:>{width}}"
         print(f"{' '.join(key):<24}{cells}")
     return contenders
 

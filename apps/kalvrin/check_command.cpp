@@ -46,7 +46,7 @@ int Check(Arguments arguments) {
                    request.channelCount, request.blockFrames);
     std::cout << "accepted: " << file.path << '\n';
     PrintField(std::cout, "stream", StreamText(request, facts));
-    PrintField(std::cout, "latency", LatencyText(LatencyFrames(facts.Sizes(request)), facts));
+    PrintField(std::cout, "latency", LatencyText(facts.Latency(request), facts));
     PrintNotes(std::cout, Notes(facts));
     return ExitStatus::Ok;
   } catch (...) {

@@ -179,7 +179,7 @@ void PrintLatencies(const ModelFacts& facts, StreamRequest settled) {
   for (const std::uint64_t block : {32, 64, 128, 256, 480, 512, 960, 1024, 2048, 4096}) {
     settled.blockFrames = block;
     PrintField(std::cout, "block " + std::to_string(block),
-               LatencyText(LatencyFrames(facts.Sizes(settled)), facts));
+               LatencyText(facts.Latency(settled), facts));
   }
 }
 

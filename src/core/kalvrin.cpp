@@ -161,7 +161,7 @@ RT_CODE void Kalvrin::EvaluateWindow(const float* input, float* output) {
   const auto channelCount = static_cast<std::int32_t>(geometry.channelCount);
   const auto frames = static_cast<std::int32_t>(tensors.workBuffer.channelLength);
 
-  SignalPrimitives::Deinterleave(input, channelCount, frames, tensors.workBuffer.channels.get());
+  SignalPrimitives::Deinterleave(input, channelCount, frames, tensors.newWindows.data());
   WithTensorData(*tensors.inputTensor, [this](float* tensor) { PackInput(tensor); });
   RunModel();
   const float restGain = masterGain.load(std::memory_order_relaxed) * restClass.GetGain(0);
@@ -187,11 +187,8 @@ template <class Routine>
 RT_CODE void Kalvrin::PackInput(float* tensor) {
   const ModelBinding& t = tensors;
   const std::uint64_t windows = geometry.sequenceSize + geometry.lookaheadBlocks;
-  const std::uint64_t kept = std::uint64_t{geometry.lookaheadBlocks} * geometry.windowLength;
   for (std::uint64_t channel = 0; channel < geometry.channelCount; ++channel) {
-    float* history = t.historyBuffer.channels[channel];
-    SignalPrimitives::Copy(t.workBuffer.channels[channel], history + kept,
-                           t.workBuffer.channelLength);
+    const float* history = t.historyBuffer.channels[channel];
     if (spectralPath.IsSpectral())
       spectralPath.ForwardWindows(history, tensor, windows);
     else
@@ -224,19 +221,21 @@ RT_CODE void Kalvrin::MixDry(float restGain) {
 RT_CODE void Kalvrin::UnpackOutput(float* tensor, float restGain) {
   const ModelBinding& t = tensors;
   const std::uint64_t length = t.workBuffer.channelLength;
-  const std::uint64_t windows = geometry.channelCount * geometry.sequenceSize;
-  for (std::uint32_t id = 0; id < classList.GetCount(); ++id) {
-    if (spectralPath.IsSpectral())
-      spectralPath.InverseWindows(tensor, t.classBuffer.data.get(), windows);
-    else
-      SignalPrimitives::Copy(tensor, t.classBuffer.data.get(), windows * geometry.windowLength);
-    tensor += windows * spectralPath.GetWindowStride();
-
-    for (std::uint64_t channel = 0; channel < geometry.channelCount; ++channel) {
-      if (channelClassIndex[channel] >= 0) continue;
+  const std::uint64_t channelStride = geometry.sequenceSize * spectralPath.GetWindowStride();
+  // one channel and class at a time: its samples are mixed while they are near
+  for (std::uint64_t channel = 0; channel < geometry.channelCount; ++channel) {
+    if (channelClassIndex[channel] >= 0) continue;
+    float* const extracted = t.classBuffer.channels[channel];
+    float* source = tensor + channel * channelStride;
+    for (std::uint32_t id = 0; id < classList.GetCount(); ++id) {
+      if (spectralPath.IsSpectral())
+        spectralPath.InverseWindows(source, extracted, geometry.sequenceSize);
+      else
+        SignalPrimitives::Copy(source, extracted, length);
+      source += geometry.channelCount * channelStride;
       const float classGain = classList.GetGain(id) * masterGain.load(std::memory_order_relaxed);
-      SignalPrimitives::AddProductC(t.classBuffer.channels[channel], classGain - restGain,
-                                    t.workBuffer.channels[channel], length);
+      SignalPrimitives::AddProductC(extracted, classGain - restGain, t.workBuffer.channels[channel],
+                                    length);
     }
   }
 }

@@ -19,7 +19,6 @@ struct Vec4 {
   static KERNELS_INLINE Vec4 LoadU(const float* p) { return {_mm_loadu_ps(p)}; }
   KERNELS_INLINE void Store(float* p) const { _mm_store_ps(p, v); }
   KERNELS_INLINE void StoreU(float* p) const { _mm_storeu_ps(p, v); }
-  KERNELS_INLINE void Stream(float* p) const { _mm_stream_ps(p, v); }
   static KERNELS_INLINE Vec4 Zero() { return {_mm_setzero_ps()}; }
   static KERNELS_INLINE Vec4 Set1(float x) { return {_mm_set1_ps(x)}; }
   /// Four floats in every lane.
@@ -31,8 +30,8 @@ struct Vec4 {
   /// Lane l takes the four floats at p + l * laneStride.
   static KERNELS_INLINE Vec4 LoadLanes(const float* p, std::ptrdiff_t) { return LoadU(p); }
   KERNELS_INLINE void StoreLanes(float* p, std::ptrdiff_t) const { StoreU(p); }
-  /// Lane l takes two pairs of floats: at p + l * laneStride and `stride` behind.
-  static KERNELS_INLINE Vec4 GatherPairs(const float* p, std::ptrdiff_t stride, std::ptrdiff_t) {
+  /// Two pairs of floats: at p and `stride` behind.
+  static KERNELS_INLINE Vec4 GatherPairs(const float* p, std::ptrdiff_t stride) {
     const __m128d lo = _mm_load_sd(reinterpret_cast<const double*>(p));
     return {_mm_castpd_ps(_mm_loadh_pd(lo, reinterpret_cast<const double*>(p + stride)))};
   }

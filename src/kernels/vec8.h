@@ -17,7 +17,6 @@ struct Vec8 {
   static KERNELS_INLINE Vec8 LoadU(const float* p) { return {_mm256_loadu_ps(p)}; }
   KERNELS_INLINE void Store(float* p) const { _mm256_store_ps(p, v); }
   KERNELS_INLINE void StoreU(float* p) const { _mm256_storeu_ps(p, v); }
-  KERNELS_INLINE void Stream(float* p) const { _mm256_stream_ps(p, v); }
   static KERNELS_INLINE Vec8 Zero() { return {_mm256_setzero_ps()}; }
   static KERNELS_INLINE Vec8 Set1(float x) { return {_mm256_set1_ps(x)}; }
   static KERNELS_INLINE Vec8 LoadQuad(const float* p) {
@@ -32,10 +31,6 @@ struct Vec8 {
   KERNELS_INLINE void StoreLanes(float* p, std::ptrdiff_t laneStride) const {
     _mm_storeu_ps(p, _mm256_castps256_ps128(v));
     _mm_storeu_ps(p + laneStride, _mm256_extractf128_ps(v, 1));
-  }
-  static KERNELS_INLINE Vec8 GatherPairs(const float* p, std::ptrdiff_t stride,
-                                         std::ptrdiff_t laneStride) {
-    return Join(Vec4::GatherPairs(p, stride, 0).v, Vec4::GatherPairs(p + laneStride, stride, 0).v);
   }
   static KERNELS_INLINE Vec8 Join(__m128 lo, __m128 hi) {
     return {_mm256_insertf128_ps(_mm256_castps128_ps256(lo), hi, 1)};

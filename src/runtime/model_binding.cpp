@@ -48,7 +48,7 @@ PlanarBuffer::PlanarBuffer(std::uint64_t channelCount, std::uint64_t channelLeng
     : channelCount(channelCount), channelLength(channelLength) {
   const auto size = ElementCount({channelCount, channelLength});
   if (size == 0) return;
-  data = std::make_unique<float[]>(size);
+  data = MakeFloatArray(size);
   channels = std::make_unique<float*[]>(channelCount);
   for (std::uint64_t channel = 0; channel < channelCount; ++channel)
     channels[channel] = data.get() + channel * channelLength;
@@ -72,6 +72,8 @@ ModelBinding::ModelBinding(Platform::Runtime& runtime, const Platform::Model& mo
   outputTensor = CreateFloatTensor(runtime, outputShape);
   workBuffer = PlanarBuffer(C, W * S);
   historyBuffer = PlanarBuffer(C, (S + L) * W);
+  for (std::uint64_t channel = 0; channel < C; ++channel)
+    newWindows.push_back(historyBuffer.channels[channel] + L * W);
   classBuffer = PlanarBuffer(C, W * S);
   recurrent = PairStates(runtime, model, layout, C);
 }

@@ -4,6 +4,7 @@
 // W, S, C, L are the sizes of processing_geometry.h, K the audio classes, F the bins of a spectrum.
 
 #include "platform/platform.h"
+#include "runtime/float_array.h"
 #include "runtime/model_layout.h"
 #include "runtime/processing_geometry.h"
 
@@ -22,7 +23,7 @@ struct PlanarBuffer {
 
   std::uint64_t channelCount = 0;
   std::uint64_t channelLength = 0;
-  std::unique_ptr<float[]> data;       ///< channel after channel; null where there is no float
+  FloatArray data;                     ///< channel after channel; null where there is no float
   std::unique_ptr<float*[]> channels;  ///< the start of each channel; null likewise
 };
 
@@ -53,9 +54,10 @@ struct ModelBinding {
   Platform::Shape outputShape;
   std::shared_ptr<Platform::Tensor> inputTensor;   ///< of the feature "input"
   std::shared_ptr<Platform::Tensor> outputTensor;  ///< of the feature "output"
-  PlanarBuffer workBuffer;     ///< C x W * S: the audio that came in, later the mix that goes out
-  PlanarBuffer historyBuffer;  ///< C x (S + L) * W: the L windows kept, then the S new ones
-  PlanarBuffer classBuffer;    ///< C x W * S: one extracted class
+  PlanarBuffer workBuffer;                         ///< C x W * S: the mix that goes out
+  PlanarBuffer historyBuffer;      ///< C x (S + L) * W: the L windows kept, then the S new ones
+  std::vector<float*> newWindows;  ///< C: where the new ones begin in `historyBuffer`
+  PlanarBuffer classBuffer;        ///< C x W * S: one extracted class
   std::vector<RecurrentBinding> recurrent;  ///< input feature i and output feature i, from 1 on
 };
 

@@ -4,12 +4,11 @@
 
 #include "failure/exceptions.h"
 #include "runtime/element_count.h"
+#include "runtime/float_array.h"
 
 #include <cstddef>
 #include <cstdint>
 #include <initializer_list>
-#include <memory>
-#include <new>
 
 namespace Orvik::Tesmo {
 
@@ -27,21 +26,16 @@ constexpr bool BufferFits(std::initializer_list<std::uint64_t> factors) {
   return true;
 }
 
-struct BufferDeleter {
-  static constexpr std::align_val_t Alignment{64};  // a cache line, and more than any vector load
-  void operator()(float* samples) const noexcept { ::operator delete[](samples, Alignment); }
-};
+using Buffer = FloatArray;
 
-using Buffer = std::unique_ptr<float[], BufferDeleter>;
-
-/// As many zeros as the product of `factors`. Every page is written here, so none is first touched
-/// on the audio thread. Throws ContractException when BufferFits says no, std::bad_alloc.
+/// As many zeros as the product of `factors`. Throws ContractException when BufferFits says no,
+/// std::bad_alloc.
 inline Buffer MakeBuffer(std::initializer_list<std::uint64_t> factors) {
   if (!BufferFits(factors)) throw ContractException("Stream sizes out of range");
   std::size_t length = 1;
   for (const std::uint64_t factor : factors)
     length *= factor;
-  return Buffer(new (BufferDeleter::Alignment) float[length]());
+  return MakeFloatArray(length);
 }
 
 }  // namespace Orvik::Tesmo

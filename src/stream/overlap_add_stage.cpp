@@ -42,7 +42,6 @@ OverlapAddStage::Configuration OverlapAddStage::Prepare(std::uint64_t newSequenc
   next.windowStride = 2 * next.hopStride;
   FillHannWindow(next.window.get(), 2 * hopLength, newChannelCount);
   if (squareRootWindow) SignalPrimitives::Sqrt_I(next.window.get(), next.windowStride);
-  next.assembly = MakeBuffer({newSequenceSize, next.windowStride});
   next.windows = MakeBuffer({newSequenceSize, next.windowStride});
   next.inputTail = MakeBuffer({next.hopStride});
   next.overlapTail = MakeBuffer({next.hopStride});
@@ -74,27 +73,31 @@ RT_CODE void OverlapAddStage::Run(WindowedStreamProcessor& processor, const floa
   const float* const window = current.window.get();
   float* const inputTail = current.inputTail.get();
   float* const overlapTail = current.overlapTail.get();
-  float* const assembly = current.assembly.get();
   float* const windows = current.windows.get();
 
-  Signal::Copy(inputTail, assembly, hop);
-  Signal::Copy(input, assembly + hop, S * hop);
-  Signal::Copy(input + (S - 1) * hop, inputTail, hop);
-  for (std::uint64_t s = 0; s < S; ++s) {
+  // Window 0 straddles the last run's input and this one's; the others stand in this one's.
+  const auto cut = [&](const float* from, std::uint64_t at, float* to, std::uint64_t length) {
     if (squareRootWindow)
-      Signal::Mul(window, assembly + s * hop, windows + s * stride, stride);
+      Signal::Mul(window + at, from, to, length);
     else
-      Signal::Copy(assembly + s * hop, windows + s * stride, stride);
-  }
+      Signal::Copy(from, to, length);
+  };
+  cut(inputTail, 0, windows, hop);
+  cut(input, hop, windows + hop, hop);
+  for (std::uint64_t s = 1; s < S; ++s)
+    cut(input + (s - 1) * hop, 0, windows + s * stride, stride);
+  Signal::Copy(input + (S - 1) * hop, inputTail, hop);
 
-  processor.Evaluate(windows, assembly);
+  processor.Evaluate(windows, windows);
 
+  const float* before = overlapTail;
   for (std::uint64_t s = 0; s < S; ++s) {
-    float* const fromModel = assembly + s * stride;
+    float* const fromModel = windows + s * stride;
     Signal::Mul_I(window, fromModel, stride);
-    Signal::Add(overlapTail, fromModel, output + s * hop, hop);
-    Signal::Copy(fromModel + hop, overlapTail, hop);
+    Signal::Add(before, fromModel, output + s * hop, hop);
+    before = fromModel + hop;
   }
+  Signal::Copy(before, overlapTail, hop);
 }
 
 }  // namespace Orvik::Tesmo

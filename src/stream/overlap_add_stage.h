@@ -25,9 +25,7 @@ public:
     Buffer window;                   ///< a window: each value once per channel
     Buffer inputTail;                ///< a hop: the last one of the last run's input
     Buffer overlapTail;              ///< a hop: the second half of the last run's last window
-    Buffer assembly;                 ///< sequenceSize windows: the input in one piece, then the
-                                     ///< model's output
-    Buffer windows;                  ///< sequenceSize windows in a row, for the model
+    Buffer windows;                  ///< sequenceSize windows in a row, to and from the model
   };
 
   /// `squareRootWindow` 1: the square root of a Hann window before and after the model; 0: no

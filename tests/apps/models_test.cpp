@@ -10,58 +10,46 @@ namespace {
 
 using Options = AudioModelOptions;
 
-/// Every line of `expected` has to occur in `text`.
-void ExpectLines(const std::string& text, const std::vector<std::string>& expected,
-                 const std::string& what) {
-  for (const std::string& line : expected)
-    EXPECT_NE(text.find(line), std::string::npos) << what << ": no '" << line << "' in\n" << text;
-}
-
 TEST(CommandLine, HelpVersionAndWrongUse) {
+  // Words on standard output where the status is 0, on standard error otherwise.
   const struct {
     const char* arguments;
     int status;
-    const char *out, *err;
+    const char* words;
   } rows[] = {
-      {"", 2, "", "usage:"},
-      {"--help", 0, "render MODEL IN OUT", ""},
-      {"-h", 0, "Exit status:", ""},
-      {"help", 0, "check MODEL", ""},
-      {"help render", 0, "--gain NAME=GAIN", ""},
-      {"render a b c --help", 0, "usage: kalvrin render MODEL IN OUT", ""},
-      {"info -h", 0, "usage: kalvrin info MODEL", ""},
-      {"--version", 0, "kalvrin 0.", ""},
-      {"plan 480", 0, "radices    16 3 5\n  work       1984 bytes\n", ""},
-      {"plan 10007", 0, "through    32768 complex values", ""},
-      {"plan 0", 2, "", "'0' is not a whole number from 1 to 536870912"},
-      {"plan 134217729", 1, "", "no transform of 134217729 samples can be planned"},
-      {"help nonsense", 2, "", "kalvrin: there is no command 'nonsense'"},
-      {"help info check", 2, "", "kalvrin: help takes one command"},
-      {"nonsense", 2, "", "'kalvrin help' lists what there is"},
-      {"--nonsense", 2, "", "kalvrin: there is no option --nonsense"},
-      {"info", 2, "", "kalvrin: MODEL is missing; 'kalvrin help info' explains it"},
-      {"info a b", 2, "", "kalvrin: 'b' is one too many"},
-      {"check a --channels 0", 2, "", "--channels: '0' is not a whole number from 1 to 1024"},
-      {"check a --channels 1025", 2, "", "--channels: '1025'"},
-      {"check a --block", 2, "", "--block needs a value"},
-      {"render a b", 2, "", "OUT is missing"},
-      {"render a b c.mp3", 2, "", "no audio format has the extension .mp3"},
-      {"render a b c --format mp3", 2, "", "--format: 'mp3' is not wav, flac or ogg"},
-      {"render a b c --gain Speech", 2, "", "--gain: 'Speech' is not NAME=GAIN"},
-      {"render a b c --rest=-1", 2, "", "--rest: '-1' is no gain"},
-      {"render - - c", 2, "", "MODEL and IN cannot both be standard input"},
-      {"info /nowhere/model", 1, "", "cannot read /nowhere/model: No such file or directory"},
-      {"info /tmp", 1, "", "cannot read /tmp: Is a directory"},
-      {"info /dev/null", 1, "", "/dev/null is empty"},
-      {"--version > /dev/full", 1, "", "cannot write standard output: No space left on device"},
+      {"", 2, "usage:"},
+      {"--help", 0, "render MODEL IN OUT"},
+      {"-h", 0, "Exit status:"},
+      {"help render", 0, "--gain NAME=GAIN"},
+      {"render a b c --help", 0, "usage: kalvrin render MODEL IN OUT"},
+      {"info -h", 0, "usage: kalvrin info MODEL"},
+      {"--version", 0, "kalvrin 0."},
+      {"plan 480", 0, "radices    16 3 5\n  work       1984 bytes\n"},
+      {"plan 10007", 0, "through    32768 complex values"},
+      {"plan 0", 2, "'0' is not a whole number from 1 to 536870912"},
+      {"plan 134217729", 1, "no transform of 134217729 samples can be planned"},
+      {"help nonsense", 2, "kalvrin: there is no command 'nonsense'"},
+      {"help info check", 2, "kalvrin: help takes one command"},
+      {"nonsense", 2, "'kalvrin help' lists what there is"},
+      {"--nonsense", 2, "kalvrin: there is no option --nonsense"},
+      {"info", 2, "kalvrin: MODEL is missing; 'kalvrin help info' explains it"},
+      {"check a --channels 1025", 2, "--channels: '1025' is not a whole number from 1 to 1024"},
+      {"render a b", 2, "OUT is missing"},
+      {"render a b c.mp3", 2, "no audio format has the extension .mp3"},
+      {"render a b c --format mp3", 2, "--format: 'mp3' is not wav, flac or ogg"},
+      {"render a b c --gain Speech", 2, "--gain: 'Speech' is not NAME=GAIN"},
+      {"render a b c --rest=-1", 2, "--rest: '-1' is no gain"},
+      {"render - - c", 2, "MODEL and IN cannot both be standard input"},
+      {"info /nowhere/model", 1, "cannot read /nowhere/model: No such file or directory"},
+      {"info /tmp", 1, "cannot read /tmp: Is a directory"},
+      {"info /dev/null", 1, "/dev/null is empty"},
+      {"--version > /dev/full", 1, "cannot write standard output: No space left on device"},
   };
   for (const auto& row : rows) {
     const Outcome outcome = RunShell(std::string("\"$TOOL\" ") + row.arguments);
     EXPECT_EQ(outcome.exitStatus, row.status) << row.arguments << '\n' << outcome.err;
-    ExpectLines(outcome.out, {row.out}, row.arguments);
-    ExpectLines(outcome.err, {row.err}, row.arguments);
-    EXPECT_EQ(outcome.err.empty(), row.status == 0) << row.arguments;
-    EXPECT_EQ(outcome.out.empty(), row.status != 0) << row.arguments;
+    ExpectPart(row.status == 0 ? outcome.out : outcome.err, row.words, row.arguments);
+    EXPECT_EQ(row.status == 0 ? outcome.err : outcome.out, "") << row.arguments;
   }
 }
 
@@ -119,7 +107,8 @@ TEST(Info, PrintsWhatAModelDeclares) {
     WriteFile(folder / "model.onnx", MakeAudioModel(row.model));
     const Outcome outcome = RunTool({"info", folder / "model.onnx"});
     EXPECT_EQ(outcome.exitStatus, 0) << row.name << ": " << outcome.err;
-    ExpectLines(outcome.out, row.lines, row.name);
+    for (const std::string& line : row.lines)
+      ExpectPart(outcome.out, line, row.name);
   }
 }
 
@@ -128,9 +117,8 @@ TEST(Info, PrintsTheTensorsOfARefusedModel) {
   WriteFile(folder / "model.onnx", MakeAudioModel({.features = 7}));
   const Outcome outcome = RunTool({"info", folder / "model.onnx"});
   EXPECT_EQ(outcome.exitStatus, 1);
-  ExpectLines(outcome.out, {"input      float32 [*, *, 7]"}, "out");
-  ExpectLines(outcome.err, {"is refused: The window length (Features) must be even; export"},
-              "err");
+  ExpectPart(outcome.out, "input      float32 [*, *, 7]");
+  ExpectPart(outcome.err, "is refused: The window length (Features) must be even; export");
 }
 
 TEST(Check, AcceptsAModelAtTheSizesItTakes) {
@@ -164,28 +152,27 @@ TEST(Check, AcceptsAModelAtTheSizesItTakes) {
     const Outcome outcome = RunTool(arguments);
     EXPECT_EQ(outcome.exitStatus, 0) << row.name << ": " << outcome.out << outcome.err;
     EXPECT_EQ(outcome.out.rfind("accepted: ", 0), 0) << row.name;
-    ExpectLines(outcome.out, row.lines, row.name);
+    for (const std::string& line : row.lines)
+      ExpectPart(outcome.out, line, row.name);
   }
 }
 
-std::string ModelWith(const char* key, const char* value) {
-  return MakeAudioModel({.metadata = {{key, value}}});
-}
-
-/// An audio model whose nodes are one, from 'input' of `in` to 'output' of `out`.
-std::string Bridge(Element in, Element out, const char* operation,
+/// A model of one node, from the first tensor to the second.
+std::string Bridge(ModelBuilder model, const char* operation,
                    const std::vector<Attribute>& attributes = {}) {
-  return ModelBuilder()
-      .Input("input", in, {"C", "T", 8})
-      .Output("output", out, {"K", "C", "T", 8})
-      .Node("Unsqueeze", {"input", "axis"}, {"whole"})
-      .Int64s("axis", {1}, {0})
-      .Node(operation, {"whole"}, {"output"}, attributes)
-      .Build();
+  return model.Node(operation, {"input"}, {"output"}, attributes).Build();
 }
 
+/// What the library says has to be what the tool has an explanation for, word by word.
 TEST(Check, ExplainsEveryRefusal) {
-  const Options rank1{.inputRank = 1, .outputRank = 1};
+  const Dimensions windows = {"C", "T", 8};
+  const auto bridge = [&](Element in, Element out) {
+    return Bridge(ModelBuilder().Input("input", in, windows).Output("output", out, windows), "Cast",
+                  {{"to", static_cast<int>(out)}});
+  };
+  const auto with = [](const char* key, const char* value) {
+    return MakeAudioModel({.metadata = {{key, value}}});
+  };
   const struct {
     const char* name;
     std::string model;
@@ -194,23 +181,21 @@ TEST(Check, ExplainsEveryRefusal) {
   } rows[] = {
       {"no model", "These are no model bytes.", "", "the file is no model", "",
        "export the model anew"},
-      {"float64 in", Bridge(Element::Double, Element::Float, "Cast", {{"to", 1}}), "",
+      {"float64 in", bridge(Element::Double, Element::Float), "",
        "The first input is not a tensor of 32-bit floats", "'input' is double [*, *, 8]", "Cast"},
-      {"float64 out", Bridge(Element::Float, Element::Double, "Cast", {{"to", 11}}), "",
+      {"float64 out", bridge(Element::Float, Element::Double), "",
        "The first output is not a tensor of 32-bit floats", "'output' is double", "Cast"},
       {"sequence in",
-       ModelBuilder()
-           .SequenceInput("input", Element::Float)
-           .Output("output", Element::Float, {"T", 8})
-           .Node("ConcatFromSequence", {"input"}, {"output"}, {{"axis", 0}})
-           .Build(),
+       Bridge(ModelBuilder()
+                  .Input("input", Element::Float, {}, Declared::Sequence)
+                  .Output("output", Element::Float, windows),
+              "ConcatFromSequence", {{"axis", 0}}),
        "", "The first input is not a tensor", "'input' is sequence", "audio input first"},
       {"sequence out",
-       ModelBuilder()
-           .Input("input", Element::Float, {"T", 8})
-           .SequenceOutput("output", Element::Float)
-           .Node("SequenceConstruct", {"input"}, {"output"})
-           .Build(),
+       Bridge(ModelBuilder()
+                  .Input("input", Element::Float, windows)
+                  .Output("output", Element::Float, {}, Declared::Sequence),
+              "SequenceConstruct"),
        "", "The first output is not a tensor", "'output' is sequence", "audio output first"},
       {"5 dimensions in", MakeAudioModel({.inputShape = Dimensions{1, 1, 1, 8, 2}}), "",
        "The first input must have 1 to 4 dimensions", "[1, 1, 1, 8, 2]", "reshape"},
@@ -228,13 +213,13 @@ TEST(Check, ExplainsEveryRefusal) {
        "The window length (Features) must be even", "9", "even"},
       {"one bin", MakeAudioModel({.features = 1, .inputRank = 4, .outputRank = 5}), "",
        "A spectrum must have 2 bins", "[*, *, 1, 2]", "longer"},
-      {"negative lookahead", ModelWith("LookaheadNumBlocks", "-1"), "",
+      {"negative lookahead", with("LookaheadNumBlocks", "-1"), "",
        "LookaheadNumBlocks of the model is negative", "LookaheadNumBlocks is -1",
        "correct LookaheadNumBlocks"},
-      {"negative baseline", ModelWith("BaselineSequenceSize", "-1"), "",
+      {"negative baseline", with("BaselineSequenceSize", "-1"), "",
        "BaselineSequenceSize of the model is negative", "BaselineSequenceSize is -1",
        "correct BaselineSequenceSize"},
-      {"no JSON", ModelWith("SampleRate", "16000 Hz"), "",
+      {"no JSON", with("SampleRate", "16000 Hz"), "",
        "the metadata value of SampleRate is not JSON", "SampleRate is 16000 Hz",
        "correct SampleRate"},
       {"fixed channels", MakeAudioModel({.inputShape = Dimensions{1, "T", 8}}), "--channels 2",
@@ -260,19 +245,18 @@ TEST(Check, ExplainsEveryRefusal) {
        "The input has no channel dimension", "2 channels", "use 1 channel"},
       {"no channels out", MakeAudioModel({.outputRank = 2}), "--channels 2",
        "The output has no channel dimension", "2 channels", "use 1 channel"},
-      {"no windows in", MakeAudioModel(rank1), "--channels 1",
+      {"no windows in", MakeAudioModel({.inputRank = 1, .outputRank = 1}), "--channels 1",
        "The input has no sequence dimension", "4 windows", "--sequence 1"},
       {"no windows out", MakeAudioModel({.outputRank = 1}), "--channels 1",
        "The output has no sequence dimension", "4 windows", "--sequence 1"},
       {"other window out", MakeAudioModel({.outputFeatures = 6}), "",
        "The output's windows (Features) must be as long", "[1, *, *, 6]", "equal window lengths"},
       {"state without output",
-       ModelBuilder()
-           .Input("input", Element::Float, {"C", "T", 8})
-           .Input("memory", Element::Float, {3})
-           .Output("output", Element::Float, {"C", "T", 8})
-           .Node("Identity", {"input"}, {"output"})
-           .Build(),
+       Bridge(ModelBuilder()
+                  .Input("input", Element::Float, windows)
+                  .Input("memory", Element::Float, {3})
+                  .Output("output", Element::Float, windows),
+              "Identity"),
        "", "Model is not compatible with automatic buffer binding",
        "'memory' (float32) with nothing", "its output"},
       {"other names", MakeAudioModel({.inputName = "sound"}), "",
@@ -288,10 +272,10 @@ TEST(Check, ExplainsEveryRefusal) {
     WriteFile(path, row.model);
     const Outcome outcome = RunShell("\"$TOOL\" check " + path + ' ' + row.arguments);
     EXPECT_EQ(outcome.exitStatus, 1) << row.name << ": " << outcome.out << outcome.err;
-    const auto change = outcome.out.find("change ");
-    ExpectLines(outcome.out, {std::string("refused: ") + row.reason, row.found}, row.name);
-    ASSERT_NE(change, std::string::npos) << row.name << ": " << outcome.out;
-    ExpectLines(outcome.out.substr(change), {row.change}, row.name);
+    ExpectPart(outcome.out, std::string("refused: ") + row.reason, row.name);
+    ExpectPart(outcome.out, row.found, row.name);
+    const std::size_t change = std::min(outcome.out.find("change "), outcome.out.size());
+    ExpectPart(outcome.out.substr(change), row.change, row.name);
   }
 }
 

@@ -8,6 +8,7 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <filesystem>
 #include <limits>
 #include <sndfile.h>
 
@@ -24,12 +25,13 @@ protected:
     WriteAudio(folder / "in.wav", audio);
   }
 
-  Outcome Run(const std::string& out, const std::vector<std::string>& options = {}) {
+  Outcome Run(const std::string& out, const std::vector<std::string>& options = {},
+              int exitStatus = 0) {
     std::vector<std::string> arguments = {"render", folder / "model.onnx", folder / "in.wav",
                                           folder / out};
     arguments.insert(arguments.end(), options.begin(), options.end());
     Outcome outcome = RunTool(arguments);
-    EXPECT_EQ(outcome.exitStatus, 0) << outcome.err;
+    EXPECT_EQ(outcome.exitStatus, exitStatus) << outcome.err;
     return outcome;
   }
 
@@ -60,101 +62,43 @@ Audio MakeSine(int rate, double frequencyHz, std::size_t frames) {
 
 constexpr double rounding = 6e-7;
 
+constexpr int wav = SF_FORMAT_WAV | SF_FORMAT_FLOAT, wav16 = SF_FORMAT_WAV | SF_FORMAT_PCM_16,
+              wav24 = SF_FORMAT_WAV | SF_FORMAT_PCM_24, wav32 = SF_FORMAT_WAV | SF_FORMAT_PCM_32,
+              manyChannels = SF_FORMAT_WAVEX | SF_FORMAT_FLOAT,
+              flac16 = SF_FORMAT_FLAC | SF_FORMAT_PCM_16,
+              flac24 = SF_FORMAT_FLAC | SF_FORMAT_PCM_24, ogg = SF_FORMAT_OGG | SF_FORMAT_VORBIS;
+
 TEST_F(Render, UnityGivesTheInputBackInStepAndInLength) {
-  const Options spectral{.features = 17,
-                         .lookahead = 1,
-                         .inputRank = 4,
-                         .outputRank = 5,
-                         .metadata = {{"LookaheadNumBlocks", "1"}}};
+  const Options samples;
+  const Options spectra{.features = 17,
+                        .lookahead = 1,
+                        .inputRank = 4,
+                        .outputRank = 5,
+                        .metadata = {{"LookaheadNumBlocks", "1"}}};
   const struct {
     const char* name;
-    Options model;
+    const Options& model;
     std::size_t frames;
     int channels, format;
     const char* out;
     std::vector<std::string> options;
     int outFormat;
-    double tolerance;
   } rows[] = {
-      {"float WAV", {}, 1000, 2, 0, "out.wav", {}, SF_FORMAT_WAV | SF_FORMAT_FLOAT, rounding},
-      {"16-bit",
-       {},
-       999,
-       1,
-       SF_FORMAT_WAV | SF_FORMAT_PCM_16,
-       "out.wav",
-       {},
-       SF_FORMAT_WAV | SF_FORMAT_PCM_16,
-       0},
-      {"24-bit",
-       {},
-       999,
-       1,
-       SF_FORMAT_WAV | SF_FORMAT_PCM_24,
-       "out.WAV",
-       {},
-       SF_FORMAT_WAV | SF_FORMAT_PCM_24,
-       0},
-      {"FLAC",
-       spectral,
-       5000,
-       2,
-       SF_FORMAT_WAV | SF_FORMAT_PCM_16,
-       "out.flac",
-       {},
-       SF_FORMAT_FLAC | SF_FORMAT_PCM_16,
-       0},
-      {"float to FLAC", {}, 100, 8, 0, "out.flac", {}, SF_FORMAT_FLAC | SF_FORMAT_PCM_24, rounding},
-      {"chosen encoding",
-       {},
-       100,
-       2,
-       0,
-       "out",
-       {"--encoding=pcm32"},
-       SF_FORMAT_WAV | SF_FORMAT_PCM_32,
-       rounding},
-      {"chosen format",
-       {},
-       100,
-       2,
-       0,
-       "out.x",
-       {"--format", "flac"},
-       SF_FORMAT_FLAC | SF_FORMAT_PCM_24,
-       rounding},
-      {"from FLAC",
-       {},
-       100,
-       2,
-       SF_FORMAT_FLAC | SF_FORMAT_PCM_24,
-       "out.wav",
-       {},
-       SF_FORMAT_WAV | SF_FORMAT_PCM_24,
-       0},
-      {"64 channels", {}, 300, 64, 0, "out.wav", {}, SF_FORMAT_WAVEX | SF_FORMAT_FLOAT, rounding},
-      {"spectra, lookahead",
-       spectral,
-       1234,
-       3,
-       0,
-       "out.wav",
-       {},
-       SF_FORMAT_WAVEX | SF_FORMAT_FLOAT,
-       rounding},
-      {"odd block",
-       spectral,
-       1234,
-       1,
-       0,
-       "out.wav",
-       {"--block=13", "--sequence=3"},
-       SF_FORMAT_WAV | SF_FORMAT_FLOAT,
-       rounding},
-      {"one frame", {}, 1, 1, 0, "out.wav", {}, SF_FORMAT_WAV | SF_FORMAT_FLOAT, rounding},
-      {"no audio", {}, 0, 2, 0, "out.wav", {}, SF_FORMAT_WAV | SF_FORMAT_FLOAT, 0},
-      {"no audio, FLAC", {}, 0, 2, 0, "out.flac", {}, SF_FORMAT_FLAC | SF_FORMAT_PCM_24, 0},
-      {"no audio, Ogg", {}, 0, 2, 0, "out.ogg", {}, SF_FORMAT_OGG | SF_FORMAT_VORBIS, 0},
+      {"float WAV", samples, 1000, 2, wav, "out.wav", {}, wav},
+      {"16-bit", samples, 999, 1, wav16, "out.wav", {}, wav16},
+      {"24-bit", samples, 999, 1, wav24, "out.WAV", {}, wav24},
+      {"FLAC", spectra, 5000, 2, wav16, "out.flac", {}, flac16},
+      {"float to FLAC", samples, 100, 8, wav, "out.flac", {}, flac24},
+      {"chosen encoding", samples, 100, 2, wav, "out", {"--encoding=pcm32"}, wav32},
+      {"chosen format", samples, 100, 2, wav, "out.x", {"--format", "flac"}, flac24},
+      {"from FLAC", samples, 100, 2, flac24, "out.wav", {}, wav24},
+      {"64 channels", samples, 300, 64, wav, "out.wav", {}, manyChannels},
+      {"spectra, lookahead", spectra, 1234, 3, wav, "out.wav", {}, manyChannels},
+      {"odd block", spectra, 1234, 1, wav, "out.wav", {"--block=13", "--sequence=3"}, wav},
+      {"one frame", samples, 1, 1, wav, "out.wav", {}, wav},
+      {"no audio", samples, 0, 2, wav, "out.wav", {}, wav},
+      {"no audio, FLAC", samples, 0, 2, wav, "out.flac", {}, flac24},
+      {"no audio, Ogg", samples, 0, 2, wav, "out.ogg", {}, ogg},
   };
   std::uint64_t seed = TestSeed();
   for (const auto& row : rows) {
@@ -168,7 +112,8 @@ TEST_F(Render, UnityGivesTheInputBackInStepAndInLength) {
     EXPECT_EQ(out.format, row.outFormat) << row.name << std::hex << ' ' << out.format;
     EXPECT_EQ(out.channels, row.channels) << row.name;
     EXPECT_EQ(out.rate, 48000) << row.name;
-    EXPECT_LE(GreatestDifference(out.samples, ReadAudio(folder / "in.wav").samples), row.tolerance)
+    EXPECT_LE(GreatestDifference(out.samples, ReadAudio(folder / "in.wav").samples),
+              row.format == wav ? rounding : 0.0)
         << row.name;
   }
 }
@@ -178,7 +123,7 @@ TEST_F(Render, OggIsInStepAndSoundsTheSame) {
   Prepare({}, audio);
   Run("out.ogg");
   const Audio out = ReadAudio(folder / "out.ogg");
-  EXPECT_EQ(out.format, SF_FORMAT_OGG | SF_FORMAT_VORBIS);
+  EXPECT_EQ(out.format, ogg);
   EXPECT_LE(GreatestDifference(out.samples, audio.samples), 0.03);
 }
 
@@ -196,11 +141,10 @@ TEST_F(Render, RawLatencyDelaysByWhatTheSummarySays) {
     auto options = row.options;
     options.emplace_back("--raw-latency");
     const Outcome outcome = Run("out.wav", options);
-    const std::string latency = std::to_string(row.latency) + " frames, left in";
-    EXPECT_NE(outcome.out.find(latency), std::string::npos) << latency << '\n' << outcome.out;
+    ExpectPart(outcome.out, std::to_string(row.latency) + " frames, left in");
     EXPECT_LE(GreatestDifference(ReadAudio(folder / "out.wav").samples, Later(audio, row.latency)),
               rounding)
-        << latency;
+        << row.latency;
   }
 }
 
@@ -215,7 +159,6 @@ TEST_F(Render, GainsOfClassesRestAndMaster) {
   } rows[] = {
       {{"--gain", "A=0"}, 0.5, "A 0, \xC3\x96l=1 1, Rest 1"},
       {{"--gain=a=-6dB"}, 0.5 + 0.5 * std::pow(10, -0.3), "A 0.5012 (-6.0 dB)"},
-      {{"--gain=\xC3\xB6l=1=3"}, 1, nullptr},  // refused: only A to Z fold
       {{"--gain=\xC3\x96l=1=3"}, 1.5, "\xC3\x96l=1 3 (+9.5 dB)"},
       {{"--rest=0"}, 0.75, "Rest 0"},
       {{"--gain=Rest=0", "--gain=A=0"}, 0.25, "A 0"},
@@ -226,25 +169,15 @@ TEST_F(Render, GainsOfClassesRestAndMaster) {
   const Audio audio = MakeNoise(300, 2, TestSeed());
   Prepare(model, audio);
   for (const auto& row : rows) {
-    std::vector<std::string> arguments = {"render", folder / "model.onnx", folder / "in.wav",
-                                          folder / "out.wav"};
-    arguments.insert(arguments.end(), row.options.begin(), row.options.end());
-    const Outcome outcome = RunTool(arguments);
-    if (!row.summary) {
-      EXPECT_EQ(outcome.exitStatus, 2);
-      EXPECT_NE(outcome.err.find("the model has no class '\xC3\xB6l=1', only A, \xC3\x96l=1, Rest"),
-                std::string::npos)
-          << outcome.err;
-      continue;
-    }
-    EXPECT_EQ(outcome.exitStatus, 0) << outcome.err;
-    EXPECT_NE(outcome.out.find(row.summary), std::string::npos) << row.summary << '\n'
-                                                                << outcome.out;
+    ExpectPart(Run("out.wav", row.options).out, row.summary);
     EXPECT_LE(
         GreatestDifference(ReadAudio(folder / "out.wav").samples, Scaled(audio.samples, row.gain)),
         2e-6)
         << row.options[0];
   }
+  // Only the letters A to Z have two cases.
+  ExpectPart(Run("out.wav", {"--gain=\xC3\xB6l=1=3"}, 2).err,
+             "the model has no class '\xC3\xB6l=1', only A, \xC3\x96l=1, Rest");
 }
 
 TEST_F(Render, StemsAddUpToTheInput) {
@@ -262,8 +195,10 @@ TEST_F(Render, StemsAddUpToTheInput) {
     ASSERT_EQ(stem.samples.size(), sum.size()) << name;
     for (std::size_t i = 0; i < sum.size(); ++i)
       sum[i] += stem.samples[i];
-    EXPECT_NE(outcome.out.find(name), std::string::npos) << outcome.out;
+    ExpectPart(outcome.out, name);
   }
+  const std::filesystem::directory_iterator stems(folder / "stems");
+  EXPECT_EQ(std::distance(begin(stems), end(stems)), 4) << "these and the mix";
   // What is left of the second class of the name is missing on the channel that is a mixture.
   std::vector<float> expected = audio.samples;
   for (std::size_t i = 0; i < expected.size(); i += 2)
@@ -297,12 +232,7 @@ TEST_F(Render, ResamplesThereAndBack) {
 
 TEST_F(Render, RefusesAnotherRateWithoutResampling) {
   Prepare({.metadata = {{"SampleRate", "48000"}}}, MakeSine(44100, 1000, 100));
-  const Outcome outcome =
-      RunTool({"render", folder / "model.onnx", folder / "in.wav", folder / "out.wav"});
-  EXPECT_EQ(outcome.exitStatus, 1);
-  EXPECT_NE(outcome.err.find("44100 Hz, and the model works at 48000 Hz; --resample"),
-            std::string::npos)
-      << outcome.err;
+  ExpectPart(Run("out.wav", {}, 1).err, "44100 Hz, and the model works at 48000 Hz; --resample");
   EXPECT_EQ(folder.Names(), (std::vector<std::string>{"in.wav", "model.onnx"}));
 }
 
@@ -325,7 +255,7 @@ TEST_F(Render, ThroughPipesAndOntoItself) {
     const Outcome outcome = RunShell("cd " + folder / "" + " && " + row.line);
     EXPECT_EQ(outcome.exitStatus, 0) << row.line << '\n' << outcome.err;
     const std::string& summary = row.summaryOnErrors ? outcome.err : outcome.out;
-    EXPECT_NE(summary.find("real-time factor "), std::string::npos) << row.line;
+    ExpectPart(summary, "real-time factor ");
     EXPECT_TRUE((row.summaryOnErrors ? outcome.out : outcome.err).empty())
         << row.line << outcome.err;
     EXPECT_LE(GreatestDifference(ReadAudio(folder / "out.wav").samples, audio.samples), rounding)
@@ -344,12 +274,9 @@ TEST_F(Render, NonFiniteAndLoudSamplesAreMadeGoodAndReported) {
                        .isHeard = true}}},
           audio);
   const Outcome outcome = Run("out.wav", {"--master", "4", "--encoding", "pcm16"});
-  EXPECT_NE(outcome.err.find(
-                "in.wav holds values that are not finite (2 samples, the first in frame 100)"),
-            std::string::npos)
-      << outcome.err;
-  EXPECT_NE(outcome.err.find("out.wav is louder than full scale ("), std::string::npos)
-      << outcome.err;
+  ExpectPart(outcome.err,
+             "in.wav holds values that are not finite (2 samples, the first in frame 100)");
+  ExpectPart(outcome.err, "out.wav is louder than full scale (");
   audio.samples[200] = audio.samples[301] = 0;
   std::vector<float> expected = Scaled(audio.samples, 4);
   for (float& sample : expected)
@@ -358,10 +285,8 @@ TEST_F(Render, NonFiniteAndLoudSamplesAreMadeGoodAndReported) {
 
   // A model that gives no numbers: 0 times an infinite gain.
   Prepare({.classGains = {infinity}}, MakeNoise(100, 1, TestSeed()));
-  const Outcome poisoned = Run("out.wav", {"--rest=0"});
-  EXPECT_NE(poisoned.err.find("the model gave values that are not finite (100 samples"),
-            std::string::npos)
-      << poisoned.err;
+  ExpectPart(Run("out.wav", {"--rest=0"}).err,
+             "the model gave values that are not finite (100 samples");
   EXPECT_EQ(ReadAudio(folder / "out.wav").samples, std::vector<float>(100));
 }
 

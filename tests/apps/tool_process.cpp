@@ -1,5 +1,7 @@
 #include "apps/tool_process.h"
 
+#include <gtest/gtest.h>
+
 #include <algorithm>
 #include <cerrno>
 #include <csignal>
@@ -23,6 +25,7 @@ struct Streams {
 
 int Start(const std::vector<std::string>& arguments, const Streams& streams) {
   std::vector<char*> values;
+  values.reserve(arguments.size() + 1);
   for (const std::string& argument : arguments)
     values.push_back(const_cast<char*>(argument.c_str()));
   values.push_back(nullptr);
@@ -95,6 +98,10 @@ Outcome RunTool(const std::vector<std::string>& arguments) {
 
 Outcome RunShell(const std::string& line) {
   return Run({"/bin/sh", "-c", "TOOL='" KALVRIN_TOOL "'; " + line});
+}
+
+void ExpectPart(const std::string& text, std::string_view part, std::string_view where) {
+  EXPECT_NE(text.find(part), std::string::npos) << where << ": no '" << part << "' in\n" << text;
 }
 
 ToolOnTerminal::ToolOnTerminal(const std::vector<std::string>& arguments) {

@@ -38,6 +38,9 @@ Outcome RunTool(const std::vector<std::string>& arguments);
 /// Runs a line of shell in which $TOOL is the program.
 Outcome RunShell(const std::string& line);
 
+/// Fails the test where `part` does not occur in `text`.
+void ExpectPart(const std::string& text, std::string_view part, std::string_view where = {});
+
 /// The program with standard error on a terminal.
 class ToolOnTerminal {
 public:

@@ -14,7 +14,6 @@
 #include <limits>
 #include <random>
 #include <string>
-#include <thread>
 #include <vector>
 
 namespace {
@@ -38,13 +37,8 @@ struct ModelRule {
   std::size_t ClassCount() const { return present.size(); }
 
   FakeModel Make(const std::u16string& bindings) const {
-    FakeModel model =
-        TestSupport::MakeFakeSampleModel(static_cast<std::int64_t>(windowLength), present);
-    if (isSpectral) {
-      const auto bins = static_cast<std::int64_t>(windowLength / 2 + 1);
-      model.inputs[0].shape = {-1, -1, bins, 2};
-      model.outputs[0].shape = {-1, -1, -1, bins, 2};
-    }
+    FakeModel model = TestSupport::MakeFakeAudioModel(static_cast<std::int64_t>(windowLength),
+                                                      present, isSpectral);
     model.inputs.push_back({u"count", {-1}});
     model.outputs.push_back({u"newCount", {-1}});
     model.metadata.push_back({u"LookaheadNumBlocks", {static_cast<char16_t>(u'0' + lookahead)}});
@@ -233,7 +227,7 @@ TEST(Evaluation, UnityGainsGiveTheDelayedInputToTheBit) {
 }
 
 TEST(Evaluation, FlushesDenormalsInTheModelOnly) {
-  FakeModel model = TestSupport::MakeFakeSampleModel(2, {1});
+  FakeModel model = TestSupport::MakeFakeAudioModel(2, {1});
   unsigned seen = 0;
   ResultCode answer = ResultCodes::Ok;
   model.evaluate = [&](const FakeEvaluation&) {
@@ -282,25 +276,6 @@ TEST(Evaluation, AFailedCallWritesNothingAndTheNextOneWorks) {
     core.EvaluateWindow(next, output);
     EXPECT_EQ(output[1], row.kept + 0.5F * row.kept + row.counted) << row.operation << row.n;
   }
-}
-
-TEST(Evaluation, GainsMayChangeMeanwhile) {
-  FakeRuntime runtime(TestSupport::MakeFakeSampleModel(64, {0.5F, 0.25F}));
-  runtime.SetRecording(false);
-  Kalvrin core(runtime, "model", 5, 4, 2);
-  std::thread setter([&] {
-    for (int i = 0; i < 2000; ++i) {
-      core.SetMasterGain(static_cast<float>(i % 3));
-      core.SetAudioClassGain(u"Class1", static_cast<float>(i % 2));
-      core.ResetGains();
-    }
-  });
-  std::vector<float> block(64 * 4 * 2, 0.5F), output(block.size());
-  for (int i = 0; i < 200; ++i)
-    core.EvaluateWindow(block.data(), output.data());
-  setter.join();
-  core.EvaluateWindow(block.data(), output.data());
-  EXPECT_EQ(output, block);
 }
 
 }  // namespace

@@ -23,7 +23,7 @@ constexpr float Infinity = std::numeric_limits<float>::infinity();
 
 /// One class, one state, a lookahead of one window.
 FakeModel StatefulModel() {
-  FakeModel model = TestSupport::MakeFakeSampleModel(4, {0.5F});
+  FakeModel model = TestSupport::MakeFakeAudioModel(4, {0.5F});
   model.inputs.push_back({u"state", {-1}});
   model.outputs.push_back({u"newState", {-1}});
   model.metadata.push_back({u"LookaheadNumBlocks", u"1"});
@@ -67,7 +67,7 @@ TEST(Kalvrin, SettlesItsSizes) {
       {u"SampleRate", u"16000", 1, 1, 0, 16000, "ok"},
   };
   for (const auto& row : rows) {
-    FakeModel model = TestSupport::MakeFakeSampleModel(10, {1});
+    FakeModel model = TestSupport::MakeFakeAudioModel(10, {1});
     model.metadata.push_back({row.key, row.text});
     FakeRuntime runtime(model);
     const std::string where(row.text.begin(), row.text.end());
@@ -150,47 +150,8 @@ TEST(Kalvrin, SaysSoWhenNothingIsBoundUntilAChangeOfSizeSucceeds) {
   }
 }
 
-TEST(Kalvrin, RefusesSizesThatTheModelOrMemoryDoesNotHave) {
-  FakeModel fixedModel = TestSupport::MakeFakeSampleModel(4, {1});
-  fixedModel.inputs[0].shape = {2, 4, 4};
-  const FakeModel freeModel = TestSupport::MakeFakeSampleModel(4, {1});
-  constexpr std::uint64_t huge = ~std::uint64_t{0};
-  const struct {
-    const char* name;
-    const FakeModel& model;
-    std::uint64_t sequenceSize, channelCount;  ///< 0 here: not asked for, below: refused
-    bool changes;
-  } rows[] = {
-      {"fixed sequence", fixedModel, 3, 2, false},
-      {"fixed channels", fixedModel, 4, 1, false},
-      {"no windows", freeModel, 0, 2, false},
-      {"no channels", freeModel, 4, 0, false},
-      {"all windows", freeModel, huge, 2, false},
-      {"low bits only", freeModel, huge / 2 + 5, 2, false},
-      {"other sizes", freeModel, 7, 2, true},
-      {"more channels", freeModel, 4, 6, true},
-  };
-  for (const auto& row : rows) {
-    FakeRuntime runtime(row.model);
-    Kalvrin core(runtime, "model", 5, 4, 2);
-    core.ResetGains();
-    const bool changed = row.sequenceSize != 4 ? core.SetSequenceSize(row.sequenceSize)
-                                               : core.SetChannelCount(row.channelCount);
-    EXPECT_EQ(changed, row.changes) << row.name;
-    EXPECT_EQ(core.GetSequenceSize(), row.changes ? row.sequenceSize : 4) << row.name;
-    EXPECT_EQ(core.GetGeometry().channelCount, row.changes ? row.channelCount : 2) << row.name;
-    EXPECT_EQ(Heard(core), "ok") << row.name;
-    EXPECT_EQ(Outcome([&] {
-                Kalvrin fresh(runtime, "model", 5, row.sequenceSize ? row.sequenceSize : huge,
-                              row.channelCount);
-              }) == "ok",
-              row.changes)
-        << row.name;
-  }
-}
-
 TEST(Kalvrin, GainsHaveTheirRange) {
-  FakeRuntime runtime(TestSupport::MakeFakeSampleModel(2, {0.5F}));
+  FakeRuntime runtime(TestSupport::MakeFakeAudioModel(2, {0.5F}));
   Kalvrin core(runtime, "model", 5, 1, 1);
   const char* const range = "Linear gain out of range";
   const struct {
@@ -227,7 +188,7 @@ TEST(Kalvrin, TheFirstClassOfANameIsTheOneThatIsSet) {
       {"a name with a zero inside ends there", u"[\"A\\u0000x\",\"B\",\"C\"]", u"a", 1 + 2 * 1},
   };
   for (const auto& row : rows) {
-    FakeModel model = TestSupport::MakeFakeSampleModel(2, {1, 10, 100});
+    FakeModel model = TestSupport::MakeFakeAudioModel(2, {1, 10, 100});
     model.metadata = {{u"AudioClassNames", row.names}};
     FakeRuntime runtime(model);
     Kalvrin core(runtime, "model", 5, 1, 1);

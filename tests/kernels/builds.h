@@ -52,7 +52,8 @@ inline std::vector<float> Noise(std::size_t count, std::uint64_t salt) {
   return x;
 }
 
-/// Floats at any byte offset from a 64-byte boundary, between guards that must stay as they are.
+/// Values at any byte offset from a 64-byte boundary, between guards that must stay as they are.
+/// They go in and out as bytes: the address may be off the type's own grid.
 template <class T>
 class Guarded {
 public:
@@ -61,7 +62,19 @@ public:
     auto address = reinterpret_cast<std::uintptr_t>(bytes.data());
     start = 64 + (-address & 63) + byteOffset;
   }
+  Guarded(const std::vector<T>& values, std::size_t byteOffset)
+      : Guarded(values.size(), byteOffset) {
+    Set(values);
+  }
   T* data() { return reinterpret_cast<T*>(bytes.data() + start); }
+  void Set(const std::vector<T>& values) {
+    std::memcpy(bytes.data() + start, values.data(), values.size() * sizeof(T));
+  }
+  std::vector<T> Values() const {
+    std::vector<T> values(size / sizeof(T));
+    std::memcpy(values.data(), bytes.data() + start, size);
+    return values;
+  }
   bool Intact() const {
     for (std::size_t i = 0; i < bytes.size(); ++i)
       if ((i < start || i >= start + size) && bytes[i] != guard) return false;
@@ -73,6 +86,11 @@ private:
   std::vector<unsigned char> bytes;
   std::size_t size, start;
 };
+
+/// Byte offsets for a further pointer: as `offset` runs from 0 to 31, so does each of these.
+inline std::size_t Scatter(std::size_t offset, std::size_t pointer) {
+  return (offset * (2 * pointer + 5)) % 32;
+}
 
 /// ||a - b|| / ||b||, or ||a|| where b is 0.
 template <class A, class B>

@@ -1,4 +1,8 @@
+// Plans of real transforms, as people are told them, and what the kernels need of every plan.
+
+#include "kernels/dft/describe.h"
 #include "kernels/dft/plan.h"
+#include "kernels/ipps.h"
 
 #include <algorithm>
 #include <gtest/gtest.h>
@@ -8,89 +12,73 @@ using namespace Orvik::Tesmo::Kernels;
 
 namespace {
 
-std::vector<int> Radices(const DftPlan& plan) {
-  std::vector<int> radices(static_cast<std::size_t>(plan.stageCount));
-  for (std::size_t i = 0; i < radices.size(); ++i)
-    radices[i] = plan.stages[i].radix;
-  return radices;
-}
+using Runs = std::vector<std::vector<int>>;
 
-struct PlanRow {
-  int length;
-  DftKind kind;
-  DftMethod method;
-  std::vector<int> radices;
-  int convLength;
-  int workSize;
-};
-
-TEST(DftPlan, MethodAndRadicesFollowFromTheLength) {
-  constexpr auto Real = DftKind::Real;
-  constexpr auto Complex = DftKind::Complex;
-  using enum DftMethod;
-  const PlanRow rows[] = {
-      {1, Real, DirectKernel, {}, 0, 0},
-      {16, Real, DirectKernel, {}, 0, 0},
-      {17, Real, DirectSum, {}, 0, 100},
-      {20, Real, DirectKernel, {}, 0, 0},
-      {32, Real, Fft, {}, 0, 0},
-      {34, Real, DirectSum, {}, 0, 168},
-      {36, Real, MixedRadix, {3, 6}, 0, 208},
-      {51, Real, MixedRadix, {3, 17}, 0, 608},
-      {53, Real, Convolution, {}, 128, 0},
-      {100, Real, MixedRadix, {5, 5, 2}, 0, 464},
-      {106, Real, Convolution, {}, 128, 0},
-      {212, Real, Convolution, {}, 256, 0},
-      {424, Real, MixedRadix, {53, 4}, 0, 3456},
-      {441, Real, MixedRadix, {3, 3, 7, 7}, 0, 3592},
-      {480, Real, MixedRadix, {5, 3, 16}, 0, 1984},
-      {882, Real, MixedRadix, {3, 3, 7, 7}, 0, 3592},
-      {997, Real, Convolution, {}, 2048, 0},
-      {1000, Real, MixedRadix, {5, 5, 5, 4}, 0, 4064},
-      {1200, Real, MixedRadix, {5, 3, 5, 8}, 0, 4864},
-      {1764, Real, MixedRadix, {7, 3, 7, 6}, 0, 7120},
-      {2809, Real, Convolution, {}, 6144, 0},
-      {10007, Real, Convolution, {}, 32768, 0},
-      {16, Complex, DirectKernel, {}, 0, 0},
-      {17, Complex, DirectSum, {}, 0, 168},
-      {128, Complex, Fft, {}, 0, 0},
-      {144, Complex, MixedRadix, {3, 3, 16}, 0, 1216},
-      {160, Complex, MixedRadix, {5, 4, 8}, 0, 1344},
-      {4095, Complex, MixedRadix, {3, 3, 5, 7, 13}, 0, 32824},
-      {6400, Complex, MixedRadix, {5, 4, 4, 5, 16}, 0, 51264},
-  };
-  for (const PlanRow& row : rows) {
-    SCOPED_TRACE(testing::Message() << (row.kind == Real ? "real " : "complex ") << row.length);
-    const DftPlan plan = PlanDft(row.length, row.kind);
-    EXPECT_EQ(plan.method, row.method);
-    EXPECT_EQ(Radices(plan), row.radices);
-    EXPECT_EQ(plan.convLength, row.convLength);
-    EXPECT_EQ(OwnWorkSize(plan, row.kind), row.workSize);
-  }
-}
-
-TEST(DftPlan, RunsEndBehindBlocksAboveTheLimit) {
-  struct Row {
+TEST(DescribeTransform, ShowsMethodRunsAndSizes) {
+  const char *const direct = "direct kernel", *const half = "direct kernel of half the length",
+                    *const sum = "direct sum", *const mixed = "mixed radix",
+                    *const real = "mixed radix, real", *const chirp = "chirp convolution";
+  const struct {
     int length;
-    std::vector<int> counts;
-    int lastRun;
+    const char* method;
+    int points;
+    Runs runs;
+    int convLength, workSize;
+  } rows[] = {
+      {1, direct, 1, {}, 0, 0},
+      {15, direct, 15, {}, 0, 0},
+      {17, sum, 17, {}, 0, 100},
+      {20, half, 10, {}, 0, 0},
+      {34, sum, 17, {}, 0, 168},
+      {36, mixed, 18, {{6, 3}}, 0, 208},
+      {51, real, 51, {{17, 3}}, 0, 608},
+      {53, chirp, 53, {{4, 8, 4}}, 128, 2112},
+      {64, half, 32, {}, 0, 0},
+      {100, mixed, 50, {{2, 5, 5}}, 0, 464},
+      {106, chirp, 53, {{4, 8, 4}}, 128, 2112},
+      {142, chirp, 71, {{16, 3, 3}}, 144, 2400},
+      {424, mixed, 212, {{4, 53}}, 0, 3456},
+      {441, real, 441, {{7, 7, 3, 3}}, 0, 3592},
+      {480, mixed, 240, {{16, 3, 5}}, 0, 1984},
+      {512, "FFT, one buffer", 256, {{4, 4, 4, 4}}, 0, 2080},
+      {882, mixed, 441, {{7, 7, 3, 3}}, 0, 3592},
+      {997, chirp, 997, {{4, 8, 8, 8}}, 2048, 32832},
+      {1764, mixed, 882, {{6, 7, 3, 7}}, 0, 7120},
+      // A run ends where a block would become too long.
+      {4000, mixed, 2000, {{16, 5, 5, 5}}, 0, 16064},
+      {4768, mixed, 2384, {{16, 149}}, 0, 23904},
+      {6000, mixed, 3000, {{8, 5, 5, 3}, {5}}, 0, 24064},
+      {2 * 149 * 48, mixed, 7152, {{16, 3}, {149}}, 0, 62048},
+      {10007, chirp, 10007, {{4, 4, 8, 8, 8, 4}}, 32768, 524352},
+      {1 << 18, "FFT in pieces", 1 << 17, {{4, 8, 8, 8, 4}, {4, 4}}, 0, 65568},
   };
-  const Row rows[] = {
-      {2000, {1, 5, 25, 125}, 0},    // 1,000 points: one run
-      {4000, {1, 5, 25, 125}, 0},    // 2,000 points: still one
-      {6000, {1, 1, 3, 15, 75}, 1},  // 3,000 points: 5 times a run of 600
-      {4768, {1, 149}, 0},           // 149 x 16: a single table stage holds more than a block
-      {2 * 149 * 48, {1, 1, 3}, 1},  // 149, 3, 16
-  };
-  for (const Row& row : rows) {
+  for (const auto& row : rows) {
     SCOPED_TRACE(row.length);
-    const DftPlan plan = PlanDft(row.length, DftKind::Real);
-    std::vector<int> counts(static_cast<std::size_t>(plan.stageCount));
-    for (std::size_t i = 0; i < counts.size(); ++i)
-      counts[i] = plan.stages[i].count;
-    EXPECT_EQ(counts, row.counts);
-    EXPECT_EQ(LastRunStart(plan), row.lastRun);
+    const auto description = DescribeTransform(row.length);
+    ASSERT_TRUE(description.has_value());
+    EXPECT_EQ(description->method, row.method);
+    EXPECT_EQ(description->points, row.points);
+    EXPECT_EQ(description->runs, row.runs);
+    EXPECT_EQ(description->convLength, row.convLength);
+    EXPECT_EQ(description->workSize, row.workSize);
   }
+}
+
+TEST(DescribeTransform, WorkSizesAreThoseOfTheSpecs) {
+  for (int length = 1; length < 3000; length += 7) {
+    IppsDFTSpec_R_32f* spec = nullptr;
+    ASSERT_EQ(ippsDFTInitAlloc_R_32f(&spec, length, 2, 2), ippStsNoErr);
+    int workSize = 0;
+    ippsDFTGetBufSize_R_32f(spec, &workSize);
+    ippsDFTFree_R_32f(spec);
+    const bool fft = (length & (length - 1)) == 0 && workSize > 0;
+    EXPECT_EQ(DescribeTransform(length)->workSize + (fft ? 32 : 0), workSize) << length;
+  }
+}
+
+TEST(DescribeTransform, SaysNothingOfLengthsWithoutAPlan) {
+  for (int length : {-1, 0, 134217729, 2147483647, 1 << 30, 67108879})
+    EXPECT_FALSE(DescribeTransform(length).has_value()) << length;
 }
 
 // What the engine relies on, for every plan: factors multiply up, a bottom kernel of an even length
@@ -117,18 +105,6 @@ TEST(DftPlan, EveryFactorListFitsTheKernels) {
                                                   : std::vector{bottom | 1};
     ASSERT_NE(std::find(allowed.begin(), allowed.end(), bottom), allowed.end());
   }
-}
-
-TEST(DftPlan, DigitOrderReversesTheDigitsOfTheLastRun) {
-  const DftPlan one = PlanDft(2 * 5 * 3 * 5 * 8, DftKind::Real);  // 5, 3, 5, 8
-  std::vector<int> order(15);
-  FillDigitOrder(one, order.data());
-  EXPECT_EQ(order, (std::vector{0, 5, 10, 1, 6, 11, 2, 7, 12, 3, 8, 13, 4, 9, 14}));
-
-  const DftPlan deep = PlanDft(6000, DftKind::Real);  // 5 | 3, 5, 5, 8
-  order.resize(15);
-  FillDigitOrder(deep, order.data());
-  EXPECT_EQ(order, (std::vector{0, 3, 6, 9, 12, 1, 4, 7, 10, 13, 2, 5, 8, 11, 14}));
 }
 
 TEST(DftPlan, ConvolutionLengthsDoNotWrap) {

@@ -1,9 +1,12 @@
 #pragma once
 
-// A recipe's model, a test signal, and what each class of the model gives for it by definition. The
-// build makes the files (tests/models/expected.py).
+// A recipe's model, a test signal, and what each class of the model gives for it by definition,
+// which tests/models/expected.py evaluates.
+
+#include "support/seed.h"
 
 #include <cstddef>
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <span>
@@ -28,9 +31,19 @@ public:
   static constexpr std::size_t channels = 3, frames = 24000;
 
   explicit RecipeAudio(const std::string& recipe)
-      : model(ReadWhole<char>(Folder() / (recipe + ".onnx"))),
-        input(ReadWhole<float>(Folder() / "expected" / (recipe + ".input.f32"))),
-        expected(ReadWhole<float>(Folder() / "expected" / (recipe + ".expected.f32"))) {
+      : model(ReadWhole<char>(KALVRIN_MODELS "/" + recipe + ".onnx")) {
+    std::string pattern = std::filesystem::temp_directory_path() / "kalvrin-expected.XXXXXX";
+    const std::filesystem::path folder = mkdtemp(pattern.data());
+    const auto inputFile = folder / "input.f32", expectedFile = folder / "expected.f32";
+    const std::string line = KALVRIN_EXPECTED " " + recipe + ' ' +
+                             std::to_string(TestSupport::TestSeed()) + ' ' +
+                             std::to_string(channels) + ' ' + std::to_string(frames) + ' ' +
+                             inputFile.string() + ' ' + expectedFile.string();
+    const int status = std::system(line.c_str());  // NOLINT(concurrency-mt-unsafe)
+    if (status != 0) throw std::runtime_error("this fails: " + line);
+    input = ReadWhole<float>(inputFile);
+    expected = ReadWhole<float>(expectedFile);
+    std::filesystem::remove_all(folder);
     if (input.size() != channels * frames || expected.size() % input.size() != 0)
       throw std::runtime_error("the expected audio of " + recipe + " has another size");
   }
@@ -47,8 +60,6 @@ public:
   std::vector<char> model;
 
 private:
-  static std::filesystem::path Folder() { return KALVRIN_MODELS; }
-
   std::vector<float> input, expected;
 };
 

@@ -151,6 +151,28 @@ TEST(Evaluate, ThatFailsLeavesStatesAndTurnsAsTheyWere) {
   }
 }
 
+/// The model wants more than a process can address, then again what it can have.
+TEST(Evaluate, ThatRunsOutOfMemorySaysSoAndCanGoOn) {
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+  GTEST_SKIP() << "a sanitizer's allocator ends the process";
+#endif
+  Rig rig(ModelBuilder()
+              .Input("size", Element::Int64, {1})
+              .Output("sum", Element::Float, {})
+              .Floats("one", {1}, {1})
+              .Node("Expand", {"one", "size"}, {"expanded"})
+              .Node("ReduceSum", {"expanded"}, {"sum"}, {{"keepdims", 0}})
+              .Build());
+  const auto size = rig.Input("size", {1}, TensorKind::Int64);
+  const auto sum = rig.Output("sum", {});
+  ASSERT_EQ(Hex(rig.Prepare()), Hex(ResultCodes::Ok));
+  Elements<std::int64_t>(*size, 1)[0] = std::int64_t{1} << 46;
+  EXPECT_EQ(Hex(rig.Evaluate()), Hex(ResultCodes::OutOfMemory));
+  Elements<std::int64_t>(*size, 1)[0] = 5;
+  ASSERT_EQ(Hex(rig.Evaluate()), Hex(ResultCodes::Ok));
+  EXPECT_EQ(Elements(*sum, 1)[0], 5.0F);
+}
+
 TEST(Evaluate, RefusesABindingOfAnotherModel) {
   Rig one(MakeAudioModel());
   Rig other(MakeAudioModel());

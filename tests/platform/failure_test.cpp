@@ -23,7 +23,7 @@ namespace {
 using TestSupport::Hex;
 
 OrtApi FakeApi() {
-  static std::array<const void*, 200> slots = {};
+  static std::array<const void*, 256> slots = {};
   const auto set = [](std::size_t slot, auto* function) {
     slots[slot] = reinterpret_cast<const void*>(function);
   };

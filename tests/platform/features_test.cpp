@@ -11,48 +11,43 @@ namespace {
 
 using namespace TestSupport;
 
-/// "name kind element [dimensions]" of a feature, or how far it can be asked.
-std::string Describe(const FeatureList& features, std::uint32_t index) {
-  std::shared_ptr<FeatureDescriptor> feature;
-  if (const ResultCode code = features.GetAt(index, feature); Failed(code)) return Hex(code);
-  std::u16string name;
-  FeatureKind kind{};
-  CheckResult(feature->GetName(name));
-  CheckResult(feature->GetKind(kind));
+/// Of each feature "name kind element [dimensions]", or the codes of what it refuses to say.
+std::string Describe(const FeatureList& features) {
   std::ostringstream text;
-  text << std::string(name.begin(), name.end()) << " " << static_cast<int>(kind) << " ";
-  std::uint32_t element = 0;
-  Shape shape;
-  const ResultCode codes[] = {feature->GetTensorKind(element), feature->GetShape(shape)};
-  if (Failed(codes[0]) || Failed(codes[1])) {
-    text << Hex(codes[0]) << " " << Hex(codes[1]);
-    return text.str();
-  }
-  text << element << " [";
-  for (const std::int64_t dimension : shape)
-    text << dimension << " ";
-  return text.str() + "]";
-}
-
-std::vector<std::string> DescribeAll(const FeatureList& features) {
   std::uint32_t size = 0;
   CheckResult(features.GetSize(size));
-  std::vector<std::string> all;
-  for (std::uint32_t i = 0; i <= size; ++i)
-    all.push_back(Describe(features, i));
-  return all;
+  std::shared_ptr<FeatureDescriptor> feature;
+  for (std::uint32_t i = 0; i < size; ++i) {
+    CheckResult(features.GetAt(i, feature));
+    std::u16string name;
+    FeatureKind kind{};
+    std::uint32_t element = 0;
+    Shape shape;
+    CheckResult(feature->GetName(name));
+    CheckResult(feature->GetKind(kind));
+    const ResultCode elementCode = feature->GetTensorKind(element);
+    const ResultCode shapeCode = feature->GetShape(shape);
+    text << std::string(name.begin(), name.end()) << ' ' << static_cast<int>(kind) << ' ';
+    if (Failed(elementCode) || Failed(shapeCode))
+      text << Hex(elementCode) << ' ' << Hex(shapeCode);
+    else
+      text << element << ' ' << testing::PrintToString(shape);
+    text << '\n';
+  }
+  text << Hex(features.GetAt(size, feature));
+  return text.str();
 }
 
 TEST(Features, AreReadInOrderWithEveryWayToDeclareAShape) {
   ModelBuilder model;
   model.Input("free", Element::Float, {"N", "", -1, 0, 5})
       .Input("scalar", Element::Int64, {})
-      .InputWithoutShape("shapeless", Element::String)
-      .SequenceInput("list", Element::Float)
+      .Input("shapeless", Element::String, {}, Declared::TensorWithoutShape)
+      .Input("list", Element::Float, {}, Declared::Sequence)
       .Input("constant", Element::Float, {1})
       .Floats("constant", {1}, {1})
       .Output("out", Element::Float, {"N", "", -1, 0, 5})
-      .SequenceOutput("outList", Element::Float)
+      .Output("outList", Element::Float, {}, Declared::Sequence)
       .Output("\xC3\xA4", Element::Float16, {2})
       .Node("Identity", {"free"}, {"out"})
       .Node("Identity", {"list"}, {"outList"})
@@ -63,13 +58,15 @@ TEST(Features, AreReadInOrderWithEveryWayToDeclareAShape) {
   std::shared_ptr<FeatureList> outputs;
   ASSERT_EQ(rig.model->GetInputFeatures(inputs), ResultCodes::Ok);
   ASSERT_EQ(rig.model->GetOutputFeatures(outputs), ResultCodes::Ok);
-  EXPECT_EQ(
-      DescribeAll(*inputs),
-      (std::vector<std::string>{"free 0 1 [-1 -1 -1 0 5 ]", "scalar 0 7 []", "shapeless 0 8 []",
-                                "list 1 0x80004002 0x80004002", "0x8000000B"}));
-  EXPECT_EQ(DescribeAll(*outputs),
-            (std::vector<std::string>{"out 0 1 [-1 -1 -1 0 5 ]", "outList 1 0x80004002 0x80004002",
-                                      "\xE4 0 10 [2 ]", "0x8000000B"}));
+  EXPECT_EQ(Describe(*inputs), "free 0 1 { -1, -1, -1, 0, 5 }\n"
+                               "scalar 0 7 {}\n"
+                               "shapeless 0 8 {}\n"
+                               "list 1 0x80004002 0x80004002\n"
+                               "0x8000000B");
+  EXPECT_EQ(Describe(*outputs), "out 0 1 { -1, -1, -1, 0, 5 }\n"
+                                "outList 1 0x80004002 0x80004002\n"
+                                "\xE4 0 10 { 2 }\n"
+                                "0x8000000B");
 }
 
 TEST(Metadata, IsFoundByKeyAndByWalk) {

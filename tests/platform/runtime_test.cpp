@@ -7,7 +7,6 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
-#include <thread>
 
 namespace {
 
@@ -28,28 +27,6 @@ TEST(CreateOnnxRuntime, RefusesWhatIsNoEngine) {
     EXPECT_EQ(Hex(CreateOnnxRuntime(row.module, runtime)), Hex(row.code)) << row.name;
     EXPECT_EQ(runtime, nullptr) << row.name;
   }
-}
-
-/// In a process of its own, where nothing else holds the library in memory.
-TEST(CreateOnnxRuntimeDeathTest, ServesAgainAfterItsModuleWasTakenOutOfMemory) {
-  const auto openCloseThrice = [] {
-    const std::string bytes = MakeAudioModel();
-    for (int round = 0; round < 3; ++round) {
-      if (dlopen(KALVRIN_TEST_ENGINE, RTLD_NOW | RTLD_NOLOAD)) std::_Exit(1);
-      void* module = dlopen(KALVRIN_TEST_ENGINE, RTLD_NOW | RTLD_LOCAL);
-      std::shared_ptr<Runtime> runtime;
-      CheckResult(CreateOnnxRuntime(module, runtime));
-      std::shared_ptr<Model> model;
-      CheckResult(
-          runtime->LoadModel(bytes.data(), static_cast<std::uint32_t>(bytes.size()), model));
-      runtime.reset();
-      model.reset();
-      dlclose(module);
-    }
-    std::_Exit(0);
-  };
-  GTEST_FLAG_SET(death_test_style, "threadsafe");
-  EXPECT_EXIT(openCloseThrice(), testing::ExitedWithCode(0), "");
 }
 
 TEST(LoadModel, RefusesBytesThatAreNoModelAndSaysWhy) {
@@ -116,34 +93,6 @@ TEST(Runtime, WritesNothingAndStartsNoThread) {
   EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
   EXPECT_EQ(testing::internal::GetCapturedStdout(), "");
   EXPECT_EQ(threadCount(), threadsBefore);
-}
-
-TEST(Runtime, MakesAndRunsSessionsOnSeveralThreadsAtOnce) {
-  const auto work = [](int thread, int& wrong) {
-    for (int round = 0; round < 10; ++round) {
-      const auto gain = static_cast<float>(thread + 2);
-      Rig rig(MakeAudioModel({.classGains = {gain}, .states = {{.isHeard = true}}}));
-      const auto input = rig.Input("input", {1, 1, 8});
-      const auto output = rig.Output("output", {1, 1, 1, 8});
-      rig.State("state1", "newState1", {1});
-      CheckResult(rig.Prepare());
-      for (int evaluation = 0; evaluation < 10; ++evaluation) {
-        Elements(*input, 8)[0] = static_cast<float>(round);
-        CheckResult(rig.Evaluate());
-        wrong += Elements(*output, 8)[0] !=
-                 gain * static_cast<float>(round) + static_cast<float>(evaluation);
-      }
-    }
-  };
-  int wrong[4] = {};
-  std::vector<std::thread> threads;
-  threads.reserve(std::size(wrong));
-  for (int i = 0; i < 4; ++i)
-    threads.emplace_back(work, i, std::ref(wrong[i]));
-  for (std::thread& thread : threads)
-    thread.join();
-  for (int i = 0; i < 4; ++i)
-    EXPECT_EQ(wrong[i], 0) << "thread " << i;
 }
 
 }  // namespace

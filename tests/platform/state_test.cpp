@@ -187,7 +187,8 @@ TEST(States, OfEveryNumberAreCountedAndPassedThrough) {
 /// where it is empty. Each state is made from the other: s0 gets s1 by name, s1 gets s0 with the
 /// text put in where x says so.
 TEST(States, OfTextAreReadAsTheEvaluationBeforeLeftThem) {
-  const std::string text = "a text that does not fit into a small string object";
+  using namespace std::string_literals;
+  const std::string text = "a text with a zero \0 that does not fit into a small string object"s;
   ModelBuilder model;
   model.Input("x", Element::Bool, {3})
       .Input("s0", Element::String, {3})

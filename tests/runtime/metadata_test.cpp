@@ -157,19 +157,4 @@ TEST(ModelInfo, ThreeCodesMeanAMissingKey) {
   }
 }
 
-TEST(Metadata, FirstEntryOfAKeyCounts) {
-  const Loaded loaded({{u"a", u"1"}, {u"b", u"2"}, {u"b", u"3"}, {u"c", u""}});
-  const struct {
-    std::u16string key;
-    bool found;
-    std::u16string value;
-  } rows[] = {{u"b", true, u"2"}, {u"c", true, u""}, {u"B", false, u""}, {u"", false, u""}};
-  for (const auto& row : rows) {
-    std::u16string value = u"before";
-    EXPECT_EQ(FindMetadataValue(*loaded.model, row.key, value), row.found)
-        << Utf8FromUtf16(row.key);
-    EXPECT_EQ(value, row.value) << Utf8FromUtf16(row.key);
-  }
-}
-
 }  // namespace

@@ -62,28 +62,8 @@ TEST(TensorFactory, MakesEveryKindThatTensorsAreMadeOf) {
   }
 }
 
-TEST(ModelLoading, GivesTheEngineLow32BitsAndChecksNothingElse) {
-  const struct {
-    const char* name;
-    const void* data;
-    std::uint64_t size;
-    const char* outcome;
-  } rows[] = {
-      {"bytes", "model", 5, "LoadModel(5)"},
-      {"beyond 32 bits", "model", (std::uint64_t{1} << 32) + 5, "LoadModel(5)"},
-      {"no bytes", "", 0, "0x80070057"},
-      {"null", nullptr, 5, "There are no model bytes"},
-      {"null without size", nullptr, std::uint64_t{1} << 32, "0x80070057"},
-  };
-  for (const auto& row : rows) {
-    FakeRuntime runtime({});
-    const std::string outcome = Outcome([&] { LoadLearningModel(runtime, row.data, row.size); });
-    EXPECT_EQ(outcome == "ok" ? runtime.GetCalls().at(0) : outcome, row.outcome) << row.name;
-  }
-}
-
 TEST(ModelBinding, HoldsZeroTensorsAndBuffersOfItsGeometry) {
-  FakeModel fake = TestSupport::MakeFakeSampleModel(6, {1, 1});
+  FakeModel fake = TestSupport::MakeFakeAudioModel(6, {1, 1});
   fake.inputs.push_back({u"x", {-1, 128}, 7});
   fake.outputs.push_back({u"newX", {-1, 128}, 7});
   fake.inputs.push_back({u"y", {4}, 1});

@@ -98,7 +98,7 @@ TEST(ModelLayout, TellsWindowsFromTheInput) {
 }
 
 TEST(ModelLayout, ReadsStates) {
-  FakeModel fake = TestSupport::MakeFakeSampleModel(8, {1});
+  FakeModel fake = TestSupport::MakeFakeAudioModel(8, {1});
   fake.inputs.push_back({u"a", {-1, 1, 0, 64}, 7});
   fake.inputs.push_back({u"b", {}, 14});
   const ModelLayout layout = ReadLayout(fake);
@@ -164,7 +164,7 @@ TEST(ModelLayout, RefusesWhatTheAudioPathCannotServe) {
       {"window beyond 32 bits", shapes({-1, -1, 4294967296 + 8}, {-1, -1, -1, 8}), "bad_alloc"},
   };
   for (const auto& row : rows) {
-    FakeModel fake = TestSupport::MakeFakeSampleModel(8, {1});
+    FakeModel fake = TestSupport::MakeFakeAudioModel(8, {1});
     row.change(fake);
     EXPECT_EQ(Outcome([&] { ReadLayout(fake); }), row.outcome) << row.name;
   }

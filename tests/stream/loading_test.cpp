@@ -118,17 +118,6 @@ TEST_F(LoadingTest, EngineIsOpenedByTheFirstStreamAndOnlyThen) {
   EXPECT_TRUE(IsLoaded("libonnxruntime.so.1")) << "gone before the library";
 }
 
-TEST_F(LoadingTest, StreamsEndInEitherOrder) {
-  PlaceEngine();
-  ASSERT_NO_FATAL_FAILURE(Load());
-  for (const bool firstGoesFirst : {true, false}) {
-    Stream first = Create(), second = Create();
-    ASSERT_TRUE(first && second);
-    (firstGoesFirst ? first : second).reset();
-    EXPECT_NEAR(RunAtUnity(*(first ? first : second), 0.25f), 0.25f, 1e-6);
-  }
-}
-
 /// Whatever does not load at the first attempt is not tried again before the library is unloaded.
 TEST_F(LoadingTest, UnusableEngineGivesNullForGood) {
   const struct {

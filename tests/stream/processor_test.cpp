@@ -14,7 +14,6 @@
 #include <algorithm>
 #include <cmath>
 #include <deque>
-#include <functional>
 #include <limits>
 #include <numbers>
 
@@ -25,30 +24,22 @@ using Orvik::Tesmo::AssembleStream;
 using Orvik::Tesmo::StreamProcessor;
 using Stream = std::unique_ptr<StreamProcessor>;
 
-/// Input [C, S + L, X], output [1, C, S, X]; X is a window or a packed spectrum. `evaluate` as in
-/// FakeModel; by default the first S windows go through.
-FakeModel ModelFor(const StreamSizes& sizes,
-                   const std::function<ResultCode(const FakeEvaluation&)>& evaluate = nullptr) {
-  const auto window = static_cast<std::int64_t>(2 * sizes.hop);
-  Platform::Shape input = {-1, -1, window}, output = {-1, -1, -1, window};
-  if (sizes.isSpectral) {
-    input = {-1, -1, window / 2 + 1, 2};
-    output = {-1, -1, -1, window / 2 + 1, 2};
+/// Passes its first class, the first S windows, through. Names, metadata and states are such that
+/// all that a model can bring has to be allocated for.
+FakeModel ModelFor(const StreamSizes& sizes) {
+  FakeModel model =
+      MakeFakeAudioModel(static_cast<std::int64_t>(2 * sizes.hop), {1}, sizes.isSpectral);
+  for (const auto* name : {u"a", u"a state with a name too long to be kept in place"}) {
+    model.inputs.push_back({name, {-1, 3}, 8});
+    model.outputs.push_back({name, {-1, 3}, 8});
   }
-  const auto passThrough = [](const FakeEvaluation& evaluation) {
-    const FakeTensorView& in = evaluation.inputs[0];
-    const FakeTensorView& out = evaluation.outputs[0];
-    const std::size_t channels = static_cast<std::size_t>(in.shape[0]);
-    const std::size_t kept = out.count / channels;
-    for (std::size_t c = 0; c < channels; ++c)
-      std::copy_n(in.Floats() + c * (in.count / channels), kept, out.Floats() + c * kept);
-    return ResultCodes::Ok;
-  };
   const std::string lookahead = std::to_string(sizes.lookahead);
-  return {.inputs = {{u"input", input}},
-          .outputs = {{u"output", output}},
-          .metadata = {{u"LookaheadNumBlocks", {lookahead.begin(), lookahead.end()}}},
-          .evaluate = evaluate ? evaluate : passThrough};
+  model.metadata = {
+      {u"Name", u"a name too long to be kept in place"},
+      {u"LookaheadNumBlocks", {lookahead.begin(), lookahead.end()}},
+      {u"AudioClassNames", u"[\"A class with a name too long to be kept in place\",[[{}]]]"},
+      {u"ChannelToAudioClassBindings", u"[[7,\"C\",[{\"k\":[1,[2]]}]]]"}};
+  return model;
 }
 
 Stream Assemble(FakeRuntime& runtime, const StreamSizes& sizes) {
@@ -71,70 +62,64 @@ double Hann(std::size_t i, std::size_t hop) {
   return 0.5 - 0.5 * std::cos(std::numbers::pi * static_cast<double>(i) / static_cast<double>(hop));
 }
 
-TEST(Processor, BlocksOfAnyRhythmGiveTheDelayedInput) {
-  Maker maker;
-  CheckBlockPatterns(maker.Reference());
-}
-
-TEST(Processor, SizesChangeAtRunTime) {
-  Maker maker;
-  CheckSizeChanges(maker.Reference());
-}
-
 /// The windows before the model, seen in its input tensor, and those behind it, seen in the
 /// stream's output for a model that gives 1 everywhere.
-TEST(OverlapAdd, WindowsOnBothSidesOfTheModel) {
-  for (const std::size_t hop : {1, 2, 3, 8, 240}) {
-    for (const bool isSpectral : {false, true}) {
-      const StreamSizes sizes = {
-          .hop = hop, .sequence = 3, .channels = 2, .block = 3 * hop, .isSpectral = isSpectral};
-      std::vector<float> seen;
-      FakeRuntime runtime(ModelFor(sizes, [&](const FakeEvaluation& evaluation) {
-        const FakeTensorView& in = evaluation.inputs[0];
-        seen.assign(in.Floats(), in.Floats() + in.count);
-        const FakeTensorView& out = evaluation.outputs[0];
-        const std::size_t stride = isSpectral ? 2 * hop + 2 : 1;
-        std::fill_n(out.Floats(), out.count, 0.0f);
-        for (std::size_t i = 0; i < out.count; i += stride)
-          out.Floats()[i] = isSpectral ? static_cast<float>(2 * hop) : 1.0f;
-        return ResultCodes::Ok;
-      }));
-      const Stream stream = Assemble(runtime, sizes);
-      stream->SetMasterGain(1.0f);
-      stream->SetAudioClassGain(u"Extracted", 1.0f);
-      std::vector<float> left(sizes.block, 1.0f), right(sizes.block, 0.5f);
-      float* const channels[] = {left.data(), right.data()};
-      stream->ProcessBlock(channels, channels, sizes.block, 1);
-      stream->ProcessBlock(channels, channels, sizes.block, 1);
-
-      const auto behind = [&](std::size_t i) {
-        return isSpectral ? std::sqrt(Hann(i, hop)) : Hann(i, hop);
-      };
-      EXPECT_EQ(left[0], 0.0f) << sizes.Text();
-      for (std::size_t i = 0; i < 3 * hop; ++i) {
-        const double expected = i < hop ? behind(i) : behind(i % hop + hop) + behind(i % hop);
-        // the root of a small value magnifies the rounding of the cosine
-        ASSERT_NEAR(left[i], expected, isSpectral ? 5e-6 : 3e-7) << sizes.Text() << ", frame " << i;
-        ASSERT_EQ(left[i], right[i]) << sizes.Text() << ", frame " << i;
-      }
-      // The first window begins with a hop of silence; the others hold the input throughout.
-      const double before = isSpectral ? 0.0 : 1.0;
-      const std::size_t window = isSpectral ? 2 * hop + 2 : 2 * hop;
-      ASSERT_EQ(seen.size(), 2 * 3 * window);
-      for (std::size_t c = 0; c < 2; ++c) {
-        const double level = c == 0 ? 1.0 : 0.5;
-        if (!isSpectral) {
-          for (std::size_t i = 0; i < 3 * window; ++i)
-            ASSERT_EQ(seen[c * 3 * window + i], i < hop ? 0.0 : level * before) << sizes.Text();
-        } else {
-          double sum = 0;  // the bin at frequency 0 is the sum of the tapered window
-          for (std::size_t i = 0; i < 2 * hop; ++i)
-            sum += level * std::sqrt(Hann(i, hop));
-          ASSERT_NEAR(seen[c * 3 * window + window], sum, 1e-6 * sum) << sizes.Text();
-        }
-      }
+void CheckWindows(const StreamSizes& sizes) {
+  SCOPED_TRACE(sizes.Text());
+  const std::size_t hop = sizes.hop;
+  const std::size_t window = sizes.isSpectral ? 2 * hop + 2 : 2 * hop;  // floats of the model's
+  std::vector<float> seen;
+  FakeModel model = ModelFor(sizes);
+  model.evaluate = [&](const FakeEvaluation& evaluation) {
+    const FakeTensorView& in = evaluation.inputs[0];
+    const FakeTensorView& out = evaluation.outputs[0];
+    seen.assign(in.Floats(), in.Floats() + in.count);
+    for (std::size_t i = 0; i < out.count; ++i) {
+      const float spectrum = i % window == 0 ? static_cast<float>(2 * hop) : 0.0f;
+      out.Floats()[i] = sizes.isSpectral ? spectrum : 1.0f;
     }
+    return ResultCodes::Ok;
+  };
+  FakeRuntime runtime(model);
+  const Stream stream = Assemble(runtime, sizes);
+  stream->ResetGains();
+  stream->SetAudioClassGain(u"Rest", 0.0f);
+  std::vector<float> left(sizes.block, 1.0f), right(sizes.block, 0.5f);
+  float* const channels[] = {left.data(), right.data()};
+  stream->ProcessBlock(channels, channels, sizes.block, 1);
+  stream->ProcessBlock(channels, channels, sizes.block, 1);
+
+  const auto behind = [&](std::size_t i) {
+    return sizes.isSpectral ? std::sqrt(Hann(i, hop)) : Hann(i, hop);
+  };
+  EXPECT_EQ(left[0], 0.0f);
+  for (std::size_t i = 0; i < 3 * hop; ++i) {
+    const double expected = i < hop ? behind(i) : behind(i % hop + hop) + behind(i % hop);
+    // the root of a small value magnifies the rounding of the cosine
+    ASSERT_NEAR(left[i], expected, sizes.isSpectral ? 5e-6 : 3e-7) << "frame " << i;
+    ASSERT_EQ(left[i], right[i]) << "frame " << i;
   }
+  // The first window begins with a hop of silence; the others hold the input throughout.
+  ASSERT_EQ(seen.size(), 2 * 3 * window);
+  for (std::size_t c = 0; c < 2; ++c) {
+    const double level = c == 0 ? 1.0 : 0.5;
+    const float* const windows = seen.data() + c * 3 * window;
+    if (sizes.isSpectral) {
+      double sum = 0;  // the bin at frequency 0 is the sum of the tapered window
+      for (std::size_t i = 0; i < 2 * hop; ++i)
+        sum += level * std::sqrt(Hann(i, hop));
+      ASSERT_NEAR(windows[window], sum, 1e-6 * sum);
+      continue;
+    }
+    for (std::size_t i = 0; i < 3 * window; ++i)
+      ASSERT_EQ(windows[i], i < hop ? 0.0 : level);
+  }
+}
+
+TEST(OverlapAdd, WindowsOnBothSidesOfTheModel) {
+  for (const std::size_t hop : {1, 2, 3, 8, 240})
+    for (const bool isSpectral : {false, true})
+      CheckWindows({hop, 3, 2, 0, 3 * hop, isSpectral});
 }
 
 TEST(Processor, EvaluationFailuresReachTheHostAsTheirClassAndTheStreamGoesOn) {
@@ -178,23 +163,17 @@ TEST(Processor, FailureCodesBecomeExceptionsOfTheHost) {
   EXPECT_NO_THROW(process());
 }
 
-TEST(Processor, ArgumentsOutOfRangeAreRefusedBeforeTheModelIsLoaded) {
-  const std::uint64_t top = std::uint64_t{1} << 63;
+TEST(Processor, WhatIsOutOfRangeIsRefusedBeforeTheModelIsLoaded) {
   const struct {
-    const char* name;
     const void* model;
     std::uint64_t channels, block;
-  } rows[] = {
-      {"no model", nullptr, 1, 4},         {"no channel", "model", 0, 4},
-      {"block of nothing", "model", 1, 0}, {"huge block", "model", 1, top},
-      {"huge count", "model", top, 1},     {"product wraps", "model", top, 2},
-  };
+  } rows[] = {{nullptr, 1, 4}, {"model", 0, 4}, {"model", 1, 0}, {"model", 2, 1ULL << 63}};
   for (const auto& row : rows) {
     FakeRuntime runtime(ModelFor({}));
     EXPECT_THROW(AssembleStream(runtime, row.model, 5, 2, row.channels, row.block),
                  Orvik::Tesmo::ContractException)
-        << row.name;
-    EXPECT_TRUE(runtime.GetCalls().empty()) << row.name;
+        << row.channels << " channels, blocks of " << row.block;
+    EXPECT_TRUE(runtime.GetCalls().empty());
   }
 }
 
@@ -204,12 +183,15 @@ TEST(Processor, HeapFailureDuringAChangeLeavesTheOldStream) {
     const StreamSizes sizes = {.hop = 4, .sequence = 3, .channels = 2, .lookahead = 1, .block = 4};
     Maker maker;
     ComparedStream compared(maker.Reference(), sizes, TestSeed(), true);
-    maker.runtimes[0].SetRecording(false);
+    FakeRuntime& runtime = maker.runtimes[0];
+    runtime.SetRecording(false);
+    const std::int64_t liveObjects = runtime.GetLiveObjects();
     bool isThrough = false;
     int thrown = 0;
     for (long n = 0; !isThrough; ++n) {
       for (int i = 0; i < 4; ++i)
         ASSERT_NO_FATAL_FAILURE(compared.Process(4, 1)) << "after failure of allocation " << n - 1;
+      ASSERT_EQ(runtime.GetLiveObjects(), liveObjects) << "allocation " << n - 1;
       FailingHeap heap(n, FailingHeap::Extent::One);
       try {
         if (changesChannels)
@@ -255,22 +237,25 @@ TEST(Processor, ExhaustedHeapDuringAChangeIsOverWithTheNextChange) {
 }
 
 TEST(Processor, HeapFailureDuringAssemblyLeavesNothingBehind) {
-  const StreamSizes sizes = {
-      .hop = 4, .sequence = 3, .channels = 2, .block = 16, .isSpectral = true};
-  FakeRuntime runtime(ModelFor(sizes));
-  runtime.SetRecording(false);
-  for (long n = 0;; ++n) {
-    Stream stream;
-    FailingHeap heap(n, FailingHeap::Extent::One);
-    try {
-      stream = Assemble(runtime, sizes);
-    } catch (const std::bad_alloc&) {
-    } catch (const DSP::IPPException&) {
+  for (const bool isSpectral : {false, true}) {
+    const StreamSizes sizes = {4, 3, 2, 1, 16, isSpectral};
+    FakeRuntime runtime(ModelFor(sizes));
+    runtime.SetRecording(false);
+    long n = 0;
+    for (bool isThrough = false; !isThrough; ++n) {
+      Stream stream;
+      FailingHeap heap(n, FailingHeap::Extent::One);
+      try {
+        stream = Assemble(runtime, sizes);
+      } catch (const std::bad_alloc&) {
+      } catch (const DSP::IPPException&) {
+      }
+      isThrough = !heap.HasFailed();
+      ASSERT_EQ(stream != nullptr, isThrough) << "allocation " << n;
+      stream.reset();
+      ASSERT_EQ(runtime.GetLiveObjects(), 0) << "allocation " << n;
     }
-    ASSERT_EQ(stream != nullptr, !heap.HasFailed()) << "allocation " << n;
-    stream.reset();
-    ASSERT_EQ(runtime.GetLiveObjects(), 0) << "allocation " << n;
-    if (!heap.HasFailed()) break;
+    EXPECT_GT(n, 50) << "or the heap is not the one that fails";
   }
 }
 

@@ -97,7 +97,7 @@ using Orvik::Tesmo::StreamProcessor;
 constexpr StreamSizes Sizes = {
     .hop = 64, .sequence = 3, .channels = 2, .lookahead = 1, .block = 50};
 
-/// Runs `count` blocks of every length up to Sizes.block, watched.
+/// Runs `count` blocks of every length up to Sizes.block with changes of gains, watched.
 void ProcessBlocks(StreamProcessor& stream, std::size_t count) {
   static float samples[Sizes.channels][Sizes.block];
   float* const channels[] = {samples[0], samples[1]};
@@ -105,20 +105,25 @@ void ProcessBlocks(StreamProcessor& stream, std::size_t count) {
     std::fill_n(samples[0], Sizes.channels * Sizes.block, 0.25f);
     isWatched = true;
     stream.ProcessBlock(channels, channels, i % (Sizes.block + 1), i % 97 == 96 ? 0 : 1);
+    stream.SetMasterGain(0.5f);
+    stream.SetAudioClassGain(u"REST", 0.5f);
+    if (i % 2) stream.ResetGains();
     isWatched = false;
   }
 }
 
-/// A model that does nothing, so that all that is seen is the library's.
-FakeModel IdleModel(bool isSpectral) {
-  const std::int64_t W = 2 * Sizes.hop;
-  return {
-      .inputs = {{u"input", isSpectral ? Orvik::Tesmo::Platform::Shape{-1, -1, W / 2 + 1, 2}
-                                       : Orvik::Tesmo::Platform::Shape{-1, -1, W}}},
-      .outputs = {{u"output", isSpectral ? Orvik::Tesmo::Platform::Shape{-1, -1, -1, W / 2 + 1, 2}
-                                         : Orvik::Tesmo::Platform::Shape{-1, -1, -1, W}}},
-      .metadata = {{u"LookaheadNumBlocks", u"1"}},
-      .evaluate = [](const FakeEvaluation&) { return ResultCodes::Ok; }};
+/// A stream over a scripted engine, so that all that is seen is the library's.
+std::unique_ptr<StreamProcessor> AssembleUnity(FakeRuntime& runtime) {
+  runtime.SetRecording(false);
+  auto stream = AssembleStream(runtime, "model", 5, Sizes.sequence, Sizes.channels, Sizes.block);
+  stream->ResetGains();
+  return stream;
+}
+
+FakeModel ModelWithLookahead(bool isSpectral) {
+  FakeModel model = MakeFakeAudioModel(2 * Sizes.hop, {1}, isSpectral);
+  model.metadata.emplace_back(u"LookaheadNumBlocks", u"1");
+  return model;
 }
 
 class RealTime : public testing::Test {
@@ -142,11 +147,8 @@ TEST_F(RealTime, WatchSeesAllocationsAndLocks) {
 
 TEST_F(RealTime, BlocksAllocateNothingAndLockNothing) {
   for (const bool isSpectral : {false, true}) {
-    FakeRuntime runtime(IdleModel(isSpectral));
-    runtime.SetRecording(false);
-    const auto stream =
-        AssembleStream(runtime, "model", 5, Sizes.sequence, Sizes.channels, Sizes.block);
-    stream->ResetGains();
+    FakeRuntime runtime(ModelWithLookahead(isSpectral));
+    const auto stream = AssembleUnity(runtime);
     ProcessBlocks(*stream, 500);
     EXPECT_EQ(ours, 0) << (isSpectral ? "spectra" : "samples");
     EXPECT_GT(runtime.GetEvaluationCount(), 20);
@@ -154,30 +156,36 @@ TEST_F(RealTime, BlocksAllocateNothingAndLockNothing) {
 }
 
 TEST_F(RealTime, WithTheEngineOnlyTheEngineAllocates) {
-  for (const bool isSpectral : {false, true}) {
-    StreamSizes sizes = Sizes;
-    sizes.isSpectral = isSpectral;
-    AudioModelOptions options = PassThroughModel(sizes);
-    options.states = {{.isHeard = true}, {.element = Element::Int64}};
+  StreamSizes spectra = Sizes;
+  spectra.isSpectral = true;
+  const std::vector<StateOptions> counters = {{.isHeard = true}, {.element = Element::Int64}};
+  const std::vector<StateOptions> shiftRegister = {
+      {}, {.update = StateOptions::Update::PassThrough, .outputName = "state1"}};
+  const struct {
+    const char* name;
+    AudioModelOptions options;
+    std::vector<StateOptions> states;
+  } rows[] = {{"samples", PassThroughModel(Sizes), counters},
+              {"spectra", PassThroughModel(spectra), counters},
+              {"states copied to states", PassThroughModel(Sizes), shiftRegister}};
+  for (const auto& row : rows) {
+    AudioModelOptions options = row.options;
+    options.states = row.states;
     const std::string model = MakeAudioModel(options);
     const std::unique_ptr<StreamProcessor> stream(CreateStreamProcessor(
-        model.data(), model.size(), sizes.sequence, sizes.channels, sizes.block));
-    ASSERT_TRUE(stream);
+        model.data(), model.size(), Sizes.sequence, Sizes.channels, Sizes.block));
+    ASSERT_TRUE(stream) << row.name;
     stream->ResetGains();
-    stream->SetAudioClassGain(u"Rest", 0.5f);
     ProcessBlocks(*stream, 500);
-    EXPECT_EQ(ours, 0) << (isSpectral ? "spectra" : "samples");
+    EXPECT_EQ(ours, 0) << row.name;
     EXPECT_GT(engines, 0) << "the engine is known to make some";
   }
 }
 
 /// In a child that the kernel kills at any system call but read, write and exit.
 TEST_F(RealTime, BlocksMakeNoSystemCall) {
-  FakeRuntime runtime(IdleModel(true));
-  runtime.SetRecording(false);
-  const auto stream =
-      AssembleStream(runtime, "model", 5, Sizes.sequence, Sizes.channels, Sizes.block);
-  stream->ResetGains();
+  FakeRuntime runtime(ModelWithLookahead(true));
+  const auto stream = AssembleUnity(runtime);
   for (const bool breaksTheRule : {false, true}) {
     const pid_t child = fork();
     ASSERT_GE(child, 0);

@@ -157,6 +157,8 @@ void CheckLatencies(const StreamMaker& make) {
       {256, 4, 2000, 0, 1280}, {240, 3, 240, 1, 960},   {240, 3, 480, 5, 2160},
   };
   for (const auto& row : rows) {
+    EXPECT_EQ(Orvik::Tesmo::LatencyFrames(2 * row.hop, row.lookahead, row.sequence, row.block),
+              row.latency);
     for (const bool isSpectral : {false, true}) {
       const StreamSizes sizes = {row.hop, row.sequence, 2, row.lookahead, row.block, isSpectral};
       for (const std::uint64_t at : {std::uint64_t{0}, row.hop * row.sequence + 17}) {

@@ -1,7 +1,5 @@
 #include "support/audio_models.h"
 
-#include <cmath>
-
 namespace TestSupport {
 namespace {
 
@@ -72,39 +70,6 @@ std::string AddState(ModelBuilder& model, Chain& chain, const StateOptions& stat
   return input;
 }
 
-std::string Delayed(ModelBuilder& model, const Options& options, const std::string& audio) {
-  Dimensions shape = {"C", options.delayWindows, options.features};
-  if (options.inputRank == 4) shape.emplace_back(2);
-  model.Input("lastAudio", Element::Float, shape).Output("thisAudio", Element::Float, shape);
-  model.Node("Identity", {audio}, {"thisAudio"});
-  return "lastAudio";
-}
-
-/// Small enough for a stable recurrence.
-std::vector<float> GruWeights(std::int64_t hidden, std::int64_t rows, double step) {
-  std::vector<float> values(static_cast<std::size_t>(rows * hidden));
-  for (std::size_t i = 0; i < values.size(); ++i)
-    values[i] = static_cast<float>(std::sin(step * static_cast<double>(i + 1)) /
-                                   std::sqrt(static_cast<double>(hidden)));
-  return values;
-}
-
-std::string ThroughGru(ModelBuilder& model, Chain& chain, const Options& options,
-                       const std::string& audio) {
-  const std::int64_t size = options.features;
-  model.Input("hidden", Element::Float, {1, "C", size});
-  model.Output("newHidden", Element::Float, {1, "C", size});
-  const std::string windowsFirst =
-      chain.Node("Transpose", {audio}, {{"perm", std::vector<std::int64_t>{1, 0, 2}}});
-  model.Node("GRU",
-             {windowsFirst, chain.Floats({1, 3 * size, size}, GruWeights(size, 3 * size, 1.3)),
-              chain.Floats({1, 3 * size, size}, GruWeights(size, 3 * size, 2.1)),
-              chain.Floats({1, 6 * size}, GruWeights(size, 6, 0.7)), "", "hidden"},
-             {"gruOutput", "newHidden"}, {{"hidden_size", static_cast<int>(size)}});
-  return chain.Node("Transpose", {chain.Squeeze("gruOutput", 1)},
-                    {{"perm", std::vector<std::int64_t>{1, 0, 2}}});
-}
-
 /// The audio as [C, T, W] or [C, T, F, 2], whatever the rank of the input.
 std::string AtFullRank(Chain& chain, const Options& options) {
   std::string audio = options.inputName;
@@ -141,19 +106,10 @@ std::string ToOutput(Chain& chain, const Options& options, std::string audio) {
   return audio;
 }
 
-Dimensions FreeInputShape(const Options& options) {
-  Dimensions full = {"C", "T", options.features, 2};
-  if (options.inputRank == 4) return full;
-  return Dimensions(full.begin() + 3 - static_cast<std::ptrdiff_t>(options.inputRank),
-                    full.begin() + 3);
-}
-
-Dimensions FreeOutputShape(const Options& options) {
-  const std::int64_t size = options.outputFeatures ? options.outputFeatures : options.features;
-  Dimensions full = {"K", "C", "S", size, 2};
-  if (options.outputRank == 5) return full;
-  return Dimensions(full.begin() + 4 - static_cast<std::ptrdiff_t>(options.outputRank),
-                    full.begin() + 4);
+/// The last dimensions of a tensor on samples, or all of one on spectra, which has one more.
+Dimensions FreeShape(const Dimensions& onSpectra, std::size_t rank) {
+  if (rank == onSpectra.size()) return onSpectra;
+  return {onSpectra.end() - 1 - static_cast<std::ptrdiff_t>(rank), onSpectra.end() - 1};
 }
 
 }  // namespace
@@ -161,20 +117,16 @@ Dimensions FreeOutputShape(const Options& options) {
 std::string MakeAudioModel(const Options& options) {
   ModelBuilder model;
   Chain chain(model);
+  const Dimensions input = {"C", "T", options.features, 2};
+  const Dimensions output = {"K", "C", "S",
+                             options.outputFeatures ? options.outputFeatures : options.features, 2};
   model.Input(options.inputName, Element::Float,
-              options.inputShape.value_or(FreeInputShape(options)));
-  model.Output("output", Element::Float, options.outputShape.value_or(FreeOutputShape(options)));
+              options.inputShape.value_or(FreeShape(input, options.inputRank)));
+  model.Output("output", Element::Float,
+               options.outputShape.value_or(FreeShape(output, options.outputRank)));
 
-  std::string audio = AtFullRank(chain, options);
+  std::string audio = ToOutput(chain, options, AtFullRank(chain, options));
   std::size_t stateIndex = 1;
-  if (options.body == Options::Body::Delay) {
-    audio = Delayed(model, options, audio);
-    ++stateIndex;
-  } else if (options.body == Options::Body::Gru) {
-    audio = ThroughGru(model, chain, options, audio);
-    ++stateIndex;
-  }
-  audio = ToOutput(chain, options, audio);
 
   for (const StateOptions& state : options.states) {
     const std::string old = AddState(model, chain, state, stateIndex++);
@@ -200,6 +152,6 @@ std::string MakeAudioModel(const Options& options) {
   for (const auto& [key, value] : options.metadata)
     model.Metadata(key, value);
   return model.Build();
-}  // namespace TestSupport
+}
 
 }  // namespace TestSupport

@@ -32,13 +32,6 @@ struct StateOptions {
 };
 
 struct AudioModelOptions {
-  /// What happens to the audio before lookahead and gains.
-  enum class Body {
-    PassThrough,
-    Delay,  ///< by one evaluation of `delayWindows` windows, in a state [channels, windows, W]
-    Gru,    ///< GRU over the windows, hidden size W, small fixed weights, state [1, -1, W]
-  };
-
   std::int64_t features = 8;            ///< W; in rank 4 the number of bins
   std::int64_t lookahead = 0;           ///< L: the last L windows do not come out
   std::vector<float> classGains = {1};  ///< class k is gain k times the audio
@@ -48,8 +41,6 @@ struct AudioModelOptions {
   std::optional<Dimensions> inputShape = {};  ///< declared in place of the free one
   std::optional<Dimensions> outputShape = {};
   std::string inputName = "input";
-  Body body = Body::PassThrough;  ///< its state, if any, comes before `states`
-  std::int64_t delayWindows = 4;  ///< of the delay: S + L
   std::vector<StateOptions> states = {};
   std::vector<std::pair<std::string, std::string>> metadata = {};
   /// Adds a counting state with which evaluation number n (from 0) and all later ones fail.

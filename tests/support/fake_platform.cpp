@@ -343,10 +343,16 @@ public:
 
 }  // namespace
 
-FakeModel MakeFakeSampleModel(std::int64_t windowLength, std::vector<float> classGains) {
+FakeModel MakeFakeAudioModel(std::int64_t windowLength, std::vector<float> classGains,
+                             bool isSpectral) {
   FakeModel model;
-  model.inputs = {{u"input", {-1, -1, windowLength}}};
-  model.outputs = {{u"output", {-1, -1, -1, windowLength}}};
+  Shape window = {windowLength};
+  if (isSpectral) window = {windowLength / 2 + 1, 2};
+  Shape input = {-1, -1}, output = {-1, -1, -1};
+  input.insert(input.end(), window.begin(), window.end());
+  output.insert(output.end(), window.begin(), window.end());
+  model.inputs = {{u"input", input}};
+  model.outputs = {{u"output", output}};
   std::u16string names;
   for (std::size_t k = 0; k < classGains.size(); ++k)
     names +=

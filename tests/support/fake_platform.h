@@ -49,9 +49,11 @@ struct FakeModel {
   std::function<ResultCode(const FakeEvaluation&)> evaluate = {};
 };
 
-/// A model on samples with free sizes, input [C, S + L, W], output [K, C, S, W], where class k is
-/// the first S windows of the input times `classGains[k]`.
-FakeModel MakeFakeSampleModel(std::int64_t windowLength, std::vector<float> classGains);
+/// A model with free sizes, input [C, S + L, W], output [K, C, S, W], where class k ("Class0", ...)
+/// is the first S windows of the input times `classGains[k]`. W is `windowLength`, or the bins of
+/// such a window with their two components.
+FakeModel MakeFakeAudioModel(std::int64_t windowLength, std::vector<float> classGains,
+                             bool isSpectral = false);
 
 /// The engine. Whatever is made from it may outlive it. One thread at a time.
 class FakeRuntime final : public Platform::Runtime {

@@ -7,13 +7,16 @@ namespace {
 
 constexpr const char* machineLearningDomain = "ai.onnx.ml";
 
-void SetTensor(onnx::TypeProto& type, Element element) {
-  type.mutable_tensor_type()->set_elem_type(static_cast<std::int32_t>(element));
-}
-
-void SetTensor(onnx::TypeProto& type, Element element, const Dimensions& shape) {
-  SetTensor(type, element);
-  onnx::TensorShapeProto& declared = *type.mutable_tensor_type()->mutable_shape();
+void Declare(onnx::ValueInfoProto& feature, const std::string& name, Element element,
+             const Dimensions& shape, Declared as) {
+  feature.set_name(name);
+  onnx::TypeProto& type = *feature.mutable_type();
+  auto& tensor = as == Declared::Sequence
+                     ? *type.mutable_sequence_type()->mutable_elem_type()->mutable_tensor_type()
+                     : *type.mutable_tensor_type();
+  tensor.set_elem_type(static_cast<std::int32_t>(element));
+  if (as != Declared::Tensor) return;
+  onnx::TensorShapeProto& declared = *tensor.mutable_shape();
   for (const Dimension& dimension : shape) {
     onnx::TensorShapeProto::Dimension& added = *declared.add_dim();
     if (dimension.isFixed)
@@ -21,11 +24,6 @@ void SetTensor(onnx::TypeProto& type, Element element, const Dimensions& shape) 
     else if (!dimension.symbol.empty())
       added.set_dim_param(dimension.symbol);
   }
-}
-
-onnx::TypeProto& AddFeature(onnx::ValueInfoProto& feature, const std::string& name) {
-  feature.set_name(name);
-  return *feature.mutable_type();
 }
 
 onnx::TensorProto& AddInitializer(onnx::ModelProto& model, const std::string& name, Element element,
@@ -48,10 +46,6 @@ struct SetValue {
   void operator()(float value) const {
     attribute.set_type(Proto::FLOAT);
     attribute.set_f(value);
-  }
-  void operator()(const std::string& value) const {
-    attribute.set_type(Proto::STRING);
-    attribute.set_s(value);
   }
   void operator()(const std::vector<std::int64_t>& values) const {
     attribute.set_type(Proto::INTS);
@@ -77,32 +71,15 @@ ModelBuilder::ModelBuilder() : model(std::make_shared<onnx::ModelProto>()) {
   model->mutable_graph()->set_name("test");
 }
 
-ModelBuilder& ModelBuilder::Input(const std::string& name, Element element,
-                                  const Dimensions& shape) {
-  SetTensor(AddFeature(*model->mutable_graph()->add_input(), name), element, shape);
+ModelBuilder& ModelBuilder::Input(const std::string& name, Element element, const Dimensions& shape,
+                                  Declared as) {
+  Declare(*model->mutable_graph()->add_input(), name, element, shape, as);
   return *this;
 }
 
 ModelBuilder& ModelBuilder::Output(const std::string& name, Element element,
-                                   const Dimensions& shape) {
-  SetTensor(AddFeature(*model->mutable_graph()->add_output(), name), element, shape);
-  return *this;
-}
-
-ModelBuilder& ModelBuilder::InputWithoutShape(const std::string& name, Element element) {
-  SetTensor(AddFeature(*model->mutable_graph()->add_input(), name), element);
-  return *this;
-}
-
-ModelBuilder& ModelBuilder::SequenceInput(const std::string& name, Element element) {
-  onnx::TypeProto& type = AddFeature(*model->mutable_graph()->add_input(), name);
-  SetTensor(*type.mutable_sequence_type()->mutable_elem_type(), element);
-  return *this;
-}
-
-ModelBuilder& ModelBuilder::SequenceOutput(const std::string& name, Element element) {
-  onnx::TypeProto& type = AddFeature(*model->mutable_graph()->add_output(), name);
-  SetTensor(*type.mutable_sequence_type()->mutable_elem_type(), element);
+                                   const Dimensions& shape, Declared as) {
+  Declare(*model->mutable_graph()->add_output(), name, element, shape, as);
   return *this;
 }
 

@@ -44,13 +44,17 @@ struct Dimension {
 };
 using Dimensions = std::vector<Dimension>;
 
-/// An attribute of a node: its name, and a number, a text or several of either.
+/// An attribute of a node: its name, and a number, numbers or texts.
 struct Attribute {
   std::string name;
-  std::variant<std::int64_t, float, std::string, std::vector<std::int64_t>, std::vector<float>,
+  std::variant<std::int64_t, float, std::vector<std::int64_t>, std::vector<float>,
                std::vector<std::string>>
       value;
 };
+
+/// What a feature is declared as. A tensor without a shape is not the same as one of the empty
+/// shape of a scalar.
+enum class Declared { Tensor, TensorWithoutShape, Sequence };
 
 /// Every operation but Build adds to the model and gives the builder itself. Nothing is checked:
 /// broken models can be made too. A copy adds to the same model.
@@ -58,13 +62,10 @@ class ModelBuilder {
 public:
   ModelBuilder();
 
-  ModelBuilder& Input(const std::string& name, Element element, const Dimensions& shape);
-  ModelBuilder& Output(const std::string& name, Element element, const Dimensions& shape);
-  /// Declares no shape at all (not the same as the empty shape of a scalar).
-  ModelBuilder& InputWithoutShape(const std::string& name, Element element);
-  /// Features that are no tensors.
-  ModelBuilder& SequenceInput(const std::string& name, Element element);
-  ModelBuilder& SequenceOutput(const std::string& name, Element element);
+  ModelBuilder& Input(const std::string& name, Element element, const Dimensions& shape,
+                      Declared as = Declared::Tensor);
+  ModelBuilder& Output(const std::string& name, Element element, const Dimensions& shape,
+                       Declared as = Declared::Tensor);
 
   /// An empty name in `inputs` or `outputs` is an optional one left out. `domain` "" is ONNX's own;
   /// "ai.onnx.ml" (version 2) is declared by its first node.

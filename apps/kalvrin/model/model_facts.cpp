@@ -1,5 +1,6 @@
 #include "model/model_facts.h"
 
+#include "kalvrin/stream_processor.h"
 #include "model/model_description.h"
 #include "runtime/metadata.h"
 
@@ -33,9 +34,9 @@ StreamRequest ModelFacts::Settle(StreamRequest request) const {
   return request;
 }
 
-StreamSizes ModelFacts::Sizes(const StreamRequest& request) const {
-  return {layout.GetHopLength(), request.sequenceSize, static_cast<std::uint64_t>(lookahead),
-          request.blockFrames};
+std::uint64_t ModelFacts::Latency(const StreamRequest& settled) const {
+  return LatencyFrames(layout.GetWindowLength(), static_cast<std::uint64_t>(lookahead),
+                       settled.sequenceSize, settled.blockFrames);
 }
 
 std::vector<std::string> ModelFacts::ClassNames() const {

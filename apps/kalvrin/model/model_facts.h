@@ -1,6 +1,5 @@
 #pragma once
 
-#include "model/latency.h"
 #include "runtime/model_info.h"
 #include "runtime/model_layout.h"
 
@@ -30,8 +29,8 @@ struct ModelFacts {
   /// The request with its zeros settled: channels as the model fixes them, else 2; the sequence
   /// size by the library's rule; blocks of one hop.
   StreamRequest Settle(StreamRequest request) const;
-  /// Of a settled request.
-  StreamSizes Sizes(const StreamRequest& request) const;
+  /// In frames, of a settled request.
+  std::uint64_t Latency(const StreamRequest& settled) const;
 
   /// UTF-8, in the order of the model's output, without "Rest".
   std::vector<std::string> ClassNames() const;

@@ -54,7 +54,7 @@ void Renderer::BuildMix() {
     throw Refusal(text + "; " + explanation.change);
   }
   ExpectRate();
-  latency = LatencyFrames(facts->Sizes(settings.stream));
+  latency = facts->Latency(settings.stream);
   SetMix(*mix, settings, *facts);
   AddLane(std::move(mix)).AddWriter(MakeWriter(settings.output));
 }

@@ -359,11 +359,11 @@ inline IppStatus RunRealForward(const float* src, float* dst, const IppsDFTSpec_
   const int n = N / 2;
   status = RunPoints(Direction::Forward, src, dst, spec, n, work.area);
   if (status != ippStsNoErr) return status;
-  Recombine<Direction::Forward>(dst, dst, n, spec.recombFwd);
+  const float scale = spec.fwdScaled ? spec.scale : 1.0f;
+  Recombine<Direction::Forward>(dst, dst, n, spec.recombFwd, scale);
   const float re = dst[0], im = dst[1];
-  dst[0] = re + im;
-  dst[1] = re - im;
-  if (spec.fwdScaled) ippsMulC_32f_I(spec.scale, dst, N);
+  dst[0] = (re + im) * scale;
+  dst[1] = (re - im) * scale;
   PackedToCcs(dst, N);
   return status;
 }
@@ -387,16 +387,16 @@ inline IppStatus RunRealInverse(const float* src, float* dst, const IppsDFTSpec_
       status = ChirpConvolution(spec, N, work.area).RealInverse(src, dst);
     else
       RealDirectSumInverse(src, dst, N, spec.directTable);
-  } else {
-    const int n = N / 2;
-    const float first = src[0], nyquist = src[N];
-    Recombine<Direction::Inverse>(src, dst, n, spec.recombInv);
-    dst[0] = first + nyquist;
-    dst[1] = first - nyquist;
-    status = RunPoints(Direction::Inverse, dst, dst, spec, n, work.area);
+    if (status == ippStsNoErr && spec.invScaled) ippsMulC_32f_I(spec.scale, dst, N);
+    return status;
   }
-  if (status == ippStsNoErr && spec.invScaled) ippsMulC_32f_I(spec.scale, dst, N);
-  return status;
+  const int n = N / 2;
+  const float scale = spec.invScaled ? spec.scale : 1.0f;
+  const float first = src[0], nyquist = src[N];
+  Recombine<Direction::Inverse>(src, dst, n, spec.recombInv, scale);
+  dst[0] = (first + nyquist) * scale;
+  dst[1] = (first - nyquist) * scale;
+  return RunPoints(Direction::Inverse, dst, dst, spec, n, work.area);
 }
 
 }  // namespace Orvik::Tesmo::Kernels::KERNELS_BUILD::Dft

@@ -55,14 +55,20 @@ struct RecombinePair {
   }
 };
 
-/// All k from 1 to n - 1; 0 is the caller's. z may be src.
-template <class V, Direction dir>
-void RecombineGroupwise(const float* src, float* z, std::ptrdiff_t n, const float* table) {
-  const auto turn = [](RecombinePair<V>& pair, const float* w) KERNELS_INLINE_LAMBDA {
+/// All k from 1 to n - 1, times `scale`; 0 is the caller's. z may be src.
+template <class V, Direction dir, bool scaled>
+void RecombineGroupwise(const float* src, float* z, std::ptrdiff_t n, const float* table,
+                        float scale) {
+  const V factor = V::Set1(scale);
+  const auto turn = [=](RecombinePair<V>& pair, const float* w) KERNELS_INLINE_LAMBDA {
     if constexpr (dir == Direction::Forward)
       pair.Forward(Complex<V>::Load(w));
     else
       pair.Inverse(Complex<V>::Load(w));
+    if constexpr (scaled) {
+      pair.front = pair.front * factor;
+      pair.back = pair.back * factor;
+    }
   };
   const std::ptrdiff_t last = RecombineGroups(n) - 1;
   RecombinePair<V> middle;
@@ -77,12 +83,21 @@ void RecombineGroupwise(const float* src, float* z, std::ptrdiff_t n, const floa
   middle.Store(z, n, RecombineStart(n, last));
 }
 
-template <Direction dir>
-void Recombine(const float* src, float* z, std::ptrdiff_t n, const float* table) {
+template <Direction dir, bool scaled>
+void RecombineAtWidth(const float* src, float* z, std::ptrdiff_t n, const float* table,
+                      float scale) {
   if (RecombineWidth(n) == Vec::width)
-    RecombineGroupwise<Vec, dir>(src, z, n, table);
+    RecombineGroupwise<Vec, dir, scaled>(src, z, n, table, scale);
   else
-    RecombineGroupwise<Vec4, dir>(src, z, n, table);
+    RecombineGroupwise<Vec4, dir, scaled>(src, z, n, table, scale);
+}
+
+template <Direction dir>
+void Recombine(const float* src, float* z, std::ptrdiff_t n, const float* table, float scale) {
+  if (scale == 1.0f)
+    RecombineAtWidth<dir, false>(src, z, n, table, scale);
+  else
+    RecombineAtWidth<dir, true>(src, z, n, table, scale);
 }
 
 }  // namespace Orvik::Tesmo::Kernels::KERNELS_BUILD::Dft

@@ -48,20 +48,20 @@ constexpr std::ptrdiff_t cachedValues = 2048;
 /// The passes from the second to `last` on `count` values, and with two lanes on their partners
 /// (see PairedBlock): one after the other where all that stays in the cache, else blocks depth
 /// first.
-template <Direction dir>
+template <Direction dir, Input input>
 void RunPasses(float* data, std::ptrdiff_t partner, std::ptrdiff_t count, const PassList& plan,
                int last, const float* twiddles) {
   const Pass& pass = plan.pass[last];
   int first = last;
   if (last > 1 && count * Vec::lanes > cachedValues) {
     for (float* block = data; block < data + 2 * count; block += 2 * pass.span)
-      RunPasses<dir>(block, partner, pass.span, plan, last - 1, twiddles);
+      RunPasses<dir, input>(block, partner, pass.span, plan, last - 1, twiddles);
   } else {
     first = 2;
     if (plan.pass[1].radix == 8)
-      SecondPass<dir, Vec, 8>(data, partner, twiddles, count);
+      SecondPass<dir, Vec, 8, input>(data, partner, twiddles, count);
     else
-      SecondPass<dir, Vec, 4>(data, partner, twiddles, count);
+      SecondPass<dir, Vec, 4, input>(data, partner, twiddles, count);
   }
   for (int lane = 0; lane < Vec::lanes; ++lane, data += partner)
     for (int s = first; s <= last; ++s)
@@ -69,13 +69,14 @@ void RunPasses(float* data, std::ptrdiff_t partner, std::ptrdiff_t count, const 
 }
 
 /// The passes behind the first, in `stage`, the last one to dst.
-template <Direction dir, Output output>
+template <Direction dir, Input input, Output output>
 void LaterPasses(float* stage, float* dst, const float* twiddles, int L) {
   const PassList& plan = passesOf[L];
   const std::ptrdiff_t M = std::ptrdiff_t{1} << L;
   constexpr int halves = Vec::lanes;
   for (int h = 0; h < halves; ++h)
-    RunPasses<dir>(stage + h * M, M / 2, M / (halves * halves), plan, plan.count - 2, twiddles);
+    RunPasses<dir, input>(stage + h * M, M / 2, M / (halves * halves), plan, plan.count - 2,
+                          twiddles);
   RunPass<dir, output>(plan.pass[plan.count - 1], stage, dst, twiddles, M);
 }
 
@@ -87,38 +88,38 @@ void ColumnLevels(float* data, const float* twiddles, int L, const LargeRow& pla
   const std::ptrdiff_t rows = std::ptrdiff_t{1} << plan.split,
                        piece = std::ptrdiff_t{2} << (L - plan.split);
   const std::ptrdiff_t values = std::ptrdiff_t{1} << plan.blockBits, columns = values >> plan.split;
-  const auto rowBytes = sizeof(float) * 2 * static_cast<std::size_t>(columns);
   for (float* run = data; run < data + piece; run += 2 * columns) {
-    for (std::ptrdiff_t r = 0; r < rows; ++r)
-      std::memcpy(work + r * 2 * columns, run + r * piece, rowBytes);
     std::ptrdiff_t span = columns;
     for (int s = 0; s + 1 < list.count; ++s) {
-      if (list.radix[s] == 8)
+      const bool eight = list.radix[s] == 8;
+      if (s == 0 && eight)
+        GatheringPass<dir, Vec, 8>(run, piece, work, twiddles, columns, rows);
+      else if (s == 0)
+        GatheringPass<dir, Vec, 4>(run, piece, work, twiddles, columns, rows);
+      else if (eight)
         LaterPass<dir, Vec, 8, Output::Stage>(work, work, twiddles, span, values);
       else
         LaterPass<dir, Vec, 4, Output::Stage>(work, work, twiddles, span, values);
       twiddles += 2 * span * (list.radix[s] - 1);
       span *= list.radix[s];
     }
-    SquaringPass<dir, Vec>(work, twiddles, span);
+    ScatteringPass<dir, Vec, output>(work, run, piece, twiddles, columns, rows);
     twiddles += 2 * span;
-    for (std::ptrdiff_t r = 0; r < rows; ++r)
-      for (std::ptrdiff_t c = 0; c < 2 * columns; c += 2 * Vec::width)
-        Put<output>(Complex<Vec>::Load(work + r * 2 * columns + c), run + r * piece + c);
   }
 }
 
-/// A large plan on bit-reversed data, in place. `work` is 32-byte aligned.
+/// A large plan on what Reverse left, in place. `work` is 32-byte aligned.
 template <Direction dir, Output output>
 void RunReversed(float* data, const FftSpec& spec, int L, const float* const* levelTwiddles,
                  float* work) {
-  const LargeRow plan = LargeRowOf(limits, L);
   const std::ptrdiff_t M = std::ptrdiff_t{1} << L;
   if (L <= MaxPieceOrder(limits)) {
-    FirstPassReversed<dir, Vec>(data, work, M);
-    LaterPasses<dir, output>(work, data, spec.twiddles, L);
-    return;
+    constexpr Input input = Vec::lanes == 1 ? Input::Stage : Input::Fours;
+    float* stage = IsAligned(data, sizeof(Vec)) ? data : work;
+    if (stage == work) std::memcpy(work, data, sizeof(float) * 2 * static_cast<std::size_t>(M));
+    return LaterPasses<dir, input, output>(stage, data, spec.twiddles, L);
   }
+  const LargeRow plan = LargeRowOf(limits, L);
   const int below = L - plan.split;
   for (std::ptrdiff_t at = 0; at < M; at += std::ptrdiff_t{1} << below)
     RunReversed<dir, Output::Stage>(data + 2 * at, spec, below, levelTwiddles + 1, work);
@@ -128,22 +129,14 @@ void RunReversed(float* data, const FftSpec& spec, int L, const float* const* le
 /// src may be dst. `work` is 32-byte aligned, of the plan's size; null where that is 0.
 template <Direction dir, Output output>
 void ComplexTransform(const float* src, float* dst, const FftSpec& spec, int L, float* work) {
-  const std::ptrdiff_t M = std::ptrdiff_t{1} << L;
   const int order = L + 1;
   if (order <= limits.directMax) return RunDirect<dir, output>(src, dst, L);
   if (order <= limits.flatMax) {
     float* stage = dst != src && IsAligned(dst, sizeof(Vec)) ? dst : work;
-    FirstPass<dir, Vec>(src, stage, spec.bitRev, M);
-    return LaterPasses<dir, output>(stage, dst, spec.twiddles, L);
+    FirstPass<dir, Vec>(src, stage, spec.bitRev, std::ptrdiff_t{1} << L);
+    return LaterPasses<dir, Input::Stage, output>(stage, dst, spec.twiddles, L);
   }
-  if (L >= tiledFrom) {
-    if (src != dst) std::memcpy(dst, src, sizeof(float) * 2 * static_cast<std::size_t>(M));
-    ReverseTiled(dst, spec.bitRev, M, work);
-  } else if (src == dst) {
-    ReverseInPlace(dst, spec.bitRev, M);
-  } else {
-    ReverseCopy(src, dst, spec.bitRev, M);
-  }
+  Reverse<dir>(src, dst, spec.bitRev, L, work);
   RunReversed<dir, output>(dst, spec, L, spec.levelTwiddles, work);
 }
 
@@ -164,7 +157,8 @@ inline void RealInverse(const float* src, float* dst, const FftSpec& spec, float
   if (spec.order > limits.directMax && spec.order <= limits.flatMax) {
     RecombineInverse<Output::Stage, Vec>(src, dst, spec.recombInv, M, scale);
     FirstPassColumns<Direction::Inverse, Vec>(dst, work, spec.bitRev, M);
-    return LaterPasses<Direction::Inverse, Output::Interleaved>(work, dst, spec.twiddles, L);
+    return LaterPasses<Direction::Inverse, Input::Stage, Output::Interleaved>(work, dst,
+                                                                              spec.twiddles, L);
   }
   RecombineInverse<Output::Interleaved, Vec>(src, dst, spec.recombInv, M, scale);
   ComplexTransform<Direction::Inverse, Output::Interleaved>(dst, dst, spec, L, work);

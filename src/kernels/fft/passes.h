@@ -12,6 +12,9 @@
 
 namespace Orvik::Tesmo::Kernels::KERNELS_BUILD {
 
+/// Where the second pass finds what the first left: in the stage layout, or in groups of four real
+/// and four imaginary parts in the order of the blocks.
+enum class Input { Stage, Fours };
 /// Where a pass leaves its results.
 enum class Output { Stage, Interleaved };
 
@@ -73,41 +76,42 @@ KERNELS_INLINE std::ptrdiff_t PairedBlock(std::ptrdiff_t twice, std::ptrdiff_t M
     return 4 * (twice & ~std::ptrdiff_t{2}) + ((twice & 2) >> 1) * (M >> 1);
 }
 
-/// Four rows of V::width / 2 columns to as many blocks of the stage buffer.
+/// The butterflies of V::width / 2 neighbouring columns, from four rows: groups of the even
+/// columns, then of the odd ones.
 template <Direction dir, class V>
-KERNELS_INLINE void FirstButterfly(V r0, V r1, V r2, V r3, float* even, float* odd) {
-  Pairs<V> x0{r0}, x1{r1}, x2{r2}, x3{r3};
-  Butterfly4<dir>(x0, x1, x2, x3);
-  TransposeLanes(x0.v, x1.v, x2.v, x3.v);
-  x0.v.Store(even);
-  x1.v.Store(even + V::width);
-  x2.v.Store(odd);
-  x3.v.Store(odd + V::width);
-}
+struct FirstButterflies {
+  Complex<V> even, odd;
+  KERNELS_INLINE FirstButterflies(V r0, V r1, V r2, V r3) {
+    Pairs<V> x0{r0}, x1{r1}, x2{r2}, x3{r3};
+    Butterfly4<dir>(x0, x1, x2, x3);
+    TransposeLanes(x0.v, x1.v, x2.v, x3.v);
+    even = {x0.v, x1.v};
+    odd = {x2.v, x3.v};
+  }
+  /// From rows `stride` floats apart.
+  static KERNELS_INLINE FirstButterflies Load(const float* p, std::ptrdiff_t stride) {
+    return {V::LoadU(p), V::LoadU(p + stride), V::LoadU(p + 2 * stride), V::LoadU(p + 3 * stride)};
+  }
+};
+
+template <class V>
+constexpr int groupsOfLine = 64 / sizeof(Complex<V>);
 
 /// The first pass, radix 4, from interleaved values in natural order: rows M/4 apart, neighbouring
-/// columns, each to the block that the bit reversal gives.
+/// columns, each to the block that the bit reversal gives. Where a group is half a cache line,
+/// columns M/8 apart go together: their blocks are neighbours and fill a line while it is in the
+/// cache.
 template <Direction dir, class V>
 void FirstPass(const float* src, float* stage, const std::int32_t* bitRev, std::ptrdiff_t M) {
-  const float *s0 = src, *s1 = src + M / 2, *s2 = src + M, *s3 = src + 3 * M / 2;
-  constexpr int columns = V::width / 2;
-  for (std::ptrdiff_t c = 0; c < M / 4; c += columns) {
-    float* even = stage + PairedBlock<V>(bitRev[c], M);
-    FirstButterfly<dir>(V::LoadU(s0 + 2 * c), V::LoadU(s1 + 2 * c), V::LoadU(s2 + 2 * c),
-                        V::LoadU(s3 + 2 * c), even, even + M);
-  }
-}
-
-/// The first pass from values in bit-reversed order: block i is four values in a row.
-template <Direction dir, class V>
-void FirstPassReversed(const float* src, float* stage, std::ptrdiff_t M) {
-  const std::ptrdiff_t blocks = M / 4 / (V::width / 2);
-  for (std::ptrdiff_t i = 0; i < blocks; ++i) {
-    const float* s = src + 8 * i;
-    const auto row = [&](int r) { return V::GatherPairs(s + 2 * r, M, M / 2); };
-    float* even = stage + PairedBlock<V>(2 * i, M);
-    FirstButterfly<dir>(row(0), row(2), row(1), row(3), even, even + M);
-  }
+  constexpr int columns = V::width / 2, together = groupsOfLine<V>;
+  for (std::ptrdiff_t left = 0; left < M / 4 / together; left += columns)
+    for (int i = 0; i < together; ++i) {
+      const std::ptrdiff_t c = left + i * (M / 8);
+      const auto y = FirstButterflies<dir, V>::Load(src + 2 * c, M / 2);
+      float* even = stage + PairedBlock<V>(bitRev[c], M);
+      y.even.StoreU(even);
+      y.odd.StoreU(even + M);
+    }
 }
 
 /// The first pass from groups in column order.
@@ -115,24 +119,28 @@ template <Direction dir, class V>
 void FirstPassColumns(const float* src, float* stage, const std::int32_t* bitRev,
                       std::ptrdiff_t M) {
   using C = Complex<V>;
-  for (std::ptrdiff_t c = 0; c < M / 4; c += V::width) {
-    C x0 = C::LoadU(src + 2 * c), x1 = C::LoadU(src + 2 * c + M / 2);
-    C x2 = C::LoadU(src + 2 * c + M), x3 = C::LoadU(src + 2 * c + 3 * M / 2);
-    Butterfly4<dir>(x0, x1, x2, x3);
-    TransposeLanes(x0.re, x1.re, x2.re, x3.re);
-    TransposeLanes(x0.im, x1.im, x2.im, x3.im);
-    float* even = stage + PairedBlock<V>(bitRev[c], M);
-    x0.Store(even);
-    x1.Store(even + M);
-    even = stage + PairedBlock<V>(bitRev[c + V::width / 2], M);
-    x2.Store(even);
-    x3.Store(even + M);
-  }
+  constexpr int together = groupsOfLine<V>;
+  for (std::ptrdiff_t left = 0; left < M / 4 / together; left += V::width)
+    for (int i = 0; i < together; ++i) {
+      const std::ptrdiff_t c = left + i * (M / 8);
+      const float* s = src + 2 * c;
+      C x0 = C::LoadU(s), x1 = C::LoadU(s + M / 2), x2 = C::LoadU(s + M),
+        x3 = C::LoadU(s + 3 * M / 2);
+      Butterfly4<dir>(x0, x1, x2, x3);
+      TransposeLanes(x0.re, x1.re, x2.re, x3.re);
+      TransposeLanes(x0.im, x1.im, x2.im, x3.im);
+      float* even = stage + PairedBlock<V>(bitRev[c], M);
+      x0.Store(even);
+      x1.Store(even + M);
+      even = stage + PairedBlock<V>(bitRev[c + V::width / 2], M);
+      x2.Store(even);
+      x3.Store(even + M);
+    }
 }
 
 /// The second pass, span 4, in place on `count` values at `data`, and with two lanes on as many
 /// `partner` floats behind. Its factors are the same for every block.
-template <Direction dir, class V, int radix>
+template <Direction dir, class V, int radix, Input input>
 void SecondPass(float* data, std::ptrdiff_t partner, const float* twiddles, std::ptrdiff_t count) {
   using C = Complex<V>;
   C w[radix];
@@ -144,10 +152,15 @@ void SecondPass(float* data, std::ptrdiff_t partner, const float* twiddles, std:
       Butterfly<dir, V, radix>([&](int m) { return C::Load(block + 8 * m); }, factor,
                                [&](int q, C x) { x.Store(block + 8 * q); });
     } else {
+      const auto load = [&](int m) -> C {
+        const float* p = block + 8 * m;
+        if constexpr (input == Input::Fours)
+          return {V::LoadLanes(p, partner), V::LoadLanes(p + 4, partner)};
+        else
+          return C::Load(m & 1 ? p - 8 + partner : p);
+      };
       C y[radix];
-      Butterfly<dir, V, radix>(
-          [&](int m) { return C::Load(block + 8 * (m & ~1) + (m & 1) * partner); }, factor,
-          [&](int q, C x) { y[q] = x; });
+      Butterfly<dir, V, radix>(load, factor, [&](int q, C x) { y[q] = x; });
       for (int q = 0; q < radix; q += 2) {
         float* out = block + 8 * q;
         C{LowLanes(y[q].re, y[q + 1].re), LowLanes(y[q].im, y[q + 1].im)}.Store(out);
@@ -172,18 +185,38 @@ void LaterPass(const float* data, float* out, const float* twiddles, std::ptrdif
   }
 }
 
-/// The last radix-4 pass of a block of column-wise levels: the powers follow from the first.
-template <Direction dir, class V>
-void SquaringPass(float* data, const float* twiddles, std::ptrdiff_t span) {
+/// The first of the column-wise levels: rows of `columns` values, `rowStride` floats apart in
+/// `data`, one behind the other in `work`.
+template <Direction dir, class V, int radix>
+void GatheringPass(const float* data, std::ptrdiff_t rowStride, float* work, const float* twiddles,
+                   std::ptrdiff_t columns, std::ptrdiff_t rows) {
   using C = Complex<V>;
   constexpr int group = 2 * V::width;
-  for (std::ptrdiff_t j = 0; j < 2 * span; j += group, twiddles += group) {
-    const C w1 = C::Load(twiddles), w2 = w1 * w1, w3 = w1 * w2;
-    const C w[] = {w1, w1, w2, w3};
-    Butterfly<dir, V, 4>([&](int m) { return C::Load(data + j + 2 * span * m); },
-                         [&](int p) { return w[p]; },
-                         [&](int q, C x) { x.Store(data + j + 2 * span * q); });
+  for (std::ptrdiff_t r = 0; r < rows; r += radix, data += radix * rowStride) {
+    const float* w = twiddles;
+    for (std::ptrdiff_t j = 0; j < 2 * columns; j += group, w += group * (radix - 1))
+      Butterfly<dir, V, radix>([&](int m) { return C::LoadU(data + j + rowStride * m); },
+                               [&](int p) { return C::Load(w + group * (p - 1)); },
+                               [&](int q, C x) { x.Store(work + j + 2 * columns * q); });
+    work += radix * 2 * columns;
   }
+}
+
+/// The last of them, radix 4, back to `data`: the powers follow from the first.
+template <Direction dir, class V, Output output>
+void ScatteringPass(const float* work, float* data, std::ptrdiff_t rowStride, const float* twiddles,
+                    std::ptrdiff_t columns, std::ptrdiff_t rows) {
+  using C = Complex<V>;
+  constexpr int group = 2 * V::width;
+  const std::ptrdiff_t quarter = rows / 4, workQuarter = quarter * 2 * columns;
+  for (std::ptrdiff_t r = 0; r < quarter; ++r, data += rowStride)
+    for (std::ptrdiff_t j = 0; j < 2 * columns; j += group, work += group, twiddles += group) {
+      const C w1 = C::Load(twiddles), w2 = w1 * w1, w3 = w1 * w2;
+      const C w[] = {w1, w1, w2, w3};
+      Butterfly<dir, V, 4>([&](int m) { return C::Load(work + workQuarter * m); },
+                           [&](int p) { return w[p]; },
+                           [&](int q, C x) { Put<output>(x, data + j + quarter * rowStride * q); });
+    }
 }
 
 }  // namespace Orvik::Tesmo::Kernels::KERNELS_BUILD

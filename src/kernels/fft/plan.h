@@ -92,6 +92,9 @@ constexpr int MaxPieceOrder(const Limits& limits) {
   return limits.reversedMax - 1;
 }
 
+/// From this complex order on a vector is copied and then reversed in place: two of them have more
+/// pages than the processor keeps track of.
+constexpr int copiedFrom = 19;
 /// From this complex order on the bit reversal is tiled: 64 rows of 64 values at a time.
 constexpr int tiledFrom = 20;
 constexpr int tileBits = 6;

@@ -6,48 +6,43 @@
 
 namespace Orvik::Tesmo::Kernels::KERNELS_BUILD {
 
-/// pDst[i] = op(i) for i in [0, len): op(Tag<V>, i) gives V::width results from i on,
-/// op(Tag<float>, i) one. One by one to the destination's register boundary, then two registers a
-/// turn with aligned stores, then the tail. A destination off the grid of floats cannot be peeled;
-/// it runs unaligned.
-template <class T>
-struct Tag {};
-
-template <class V, class Op>
-KERNELS_INLINE void ForEachElement(float* pDst, std::ptrdiff_t len, Op op) {
+/// pDst[i] = op(p[i]...) for i in [0, len); op takes registers and floats alike. One by one to the
+/// destination's register boundary, then blocks of two registers, two a turn, then the tail. A
+/// destination off the grid of floats cannot be peeled; it runs unaligned.
+template <class V, class Op, class... Source>
+KERNELS_INLINE void ForEachElement(float* pDst, std::ptrdiff_t len, Op op, Source... p) {
   constexpr int block = 2 * V::width;
   std::ptrdiff_t i = 0;
+  const auto store = [&]<int count>() {
+    V result[count];
+    for (int r = 0; r < count; ++r)
+      result[r] = op(V::LoadU(p + i + r * V::width)...);
+    for (int r = 0; r < count; ++r)
+      result[r].StoreU(pDst + i + r * V::width);
+  };
   if (len > block) {
     const auto address = reinterpret_cast<std::uintptr_t>(pDst);
     const bool canAlign = address % sizeof(float) == 0;
     const std::ptrdiff_t peel = canAlign ? -(address / sizeof(float)) % V::width : 0;
     for (; i < peel; ++i)
-      pDst[i] = op(Tag<float>{}, i);
-    const std::ptrdiff_t last = len - block;
-    for (; i <= last; i += block) {
-      const V a = op(Tag<V>{}, i), b = op(Tag<V>{}, i + V::width);
-      a.StoreU(pDst + i);
-      b.StoreU(pDst + i + V::width);
+      pDst[i] = op(p[i]...);
+    for (; i <= len - 2 * block; i += 2 * block)
+      store.template operator()<4>();
+    if (i <= len - block) {
+      store.template operator()<2>();
+      i += block;
     }
   }
   for (; i < len; ++i)
-    pDst[i] = op(Tag<float>{}, i);
+    pDst[i] = op(p[i]...);
 }
 
-/// An operand of ForEachElement.
-struct Source {
-  const float* p;
-  KERNELS_INLINE float At(Tag<float>, std::ptrdiff_t i) const { return p[i]; }
-  template <class V>
-  KERNELS_INLINE V At(Tag<V>, std::ptrdiff_t i) const {
-    return V::LoadU(p + i);
-  }
-};
-KERNELS_INLINE float Spread(Tag<float>, float x) {
+/// x in every float.
+KERNELS_INLINE float SpreadAs(float, float x) {
   return x;
 }
 template <class V>
-KERNELS_INLINE V Spread(Tag<V>, float x) {
+KERNELS_INLINE V SpreadAs(V, float x) {
   return V::Set1(x);
 }
 

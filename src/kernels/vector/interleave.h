@@ -4,25 +4,39 @@
 #include "kernels/memory.h"
 #include "kernels/vec4.h"
 
+#include <cstring>
+
 namespace Orvik::Tesmo::Kernels::KERNELS_BUILD {
 
 // Blocks of frames between planar channels and interleaved frames. Each takes the frames from i on
 // as far as whole blocks go and gives the first frame that is left.
 
-template <class V>
-KERNELS_INLINE int InterleavePair(const float* a, const float* b, int i, int len, float* pDst) {
-  for (; i <= len - V::width; i += V::width)
-    Complex<V>{V::LoadU(a + i), V::LoadU(b + i)}.StoreInterleaved(pDst + 2 * i);
+/// block(i) for every whole block of `width` frames, two a turn.
+template <int width, class Block>
+KERNELS_INLINE int TwoATurn(int i, int len, Block block) {
+  for (; i <= len - 2 * width; i += 2 * width) {
+    block(i);
+    block(i + width);
+  }
+  if (i <= len - width) {
+    block(i);
+    i += width;
+  }
   return i;
 }
 template <class V>
+KERNELS_INLINE int InterleavePair(const float* a, const float* b, int i, int len, float* pDst) {
+  return TwoATurn<V::width>(i, len, [=](int at) {
+    Complex<V>{V::LoadU(a + at), V::LoadU(b + at)}.StoreInterleaved(pDst + 2 * at);
+  });
+}
+template <class V>
 KERNELS_INLINE int DeinterleavePair(const float* pSrc, int i, int len, float* a, float* b) {
-  for (; i <= len - V::width; i += V::width) {
-    const auto z = Complex<V>::LoadInterleaved(pSrc + 2 * i);
-    z.re.StoreU(a + i);
-    z.im.StoreU(b + i);
-  }
-  return i;
+  return TwoATurn<V::width>(i, len, [=](int at) {
+    const auto z = Complex<V>::LoadInterleaved(pSrc + 2 * at);
+    z.re.StoreU(a + at);
+    z.im.StoreU(b + at);
+  });
 }
 
 /// Four channels that stand side by side in frames of `stride` floats.
@@ -57,33 +71,36 @@ KERNELS_INLINE int DeinterleaveQuad(const float* pSrc, std::ptrdiff_t stride, in
   return i;
 }
 
-/// Six channels, as of 5.1 sound: two frames are three registers without a gap.
+/// Six channels, as of 5.1 sound: two frames are three half registers without a gap. Lanes hold
+/// every other four frames.
+template <class V>
 KERNELS_INLINE int InterleaveSix(const float* const* c, int i, int len, float* pDst) {
-  for (; i <= len - 4; i += 4) {
-    Vec4 ab[2], cd[2], ef[2];
-    Interleave(Vec4::LoadU(c[0] + i), Vec4::LoadU(c[1] + i), ab[0], ab[1]);
-    Interleave(Vec4::LoadU(c[2] + i), Vec4::LoadU(c[3] + i), cd[0], cd[1]);
-    Interleave(Vec4::LoadU(c[4] + i), Vec4::LoadU(c[5] + i), ef[0], ef[1]);
-    float* d = pDst + 6 * static_cast<std::ptrdiff_t>(i);
-    for (int k = 0; k < 2; ++k, d += 12) {
-      UnpackLoPairs(ab[k], cd[k]).StoreU(d);
-      Shuffle<0, 1, 2, 3>(ef[k], ab[k]).StoreU(d + 4);
-      UnpackHiPairs(cd[k], ef[k]).StoreU(d + 8);
+  for (; i <= len - V::width; i += V::width) {
+    const auto load = [&](int channel) { return V::LoadU(c[channel] + i); };
+    const V a = load(0), b = load(1), c2 = load(2), d = load(3), e = load(4), f = load(5);
+    const V ab[] = {UnpackLo(a, b), UnpackHi(a, b)}, cd[] = {UnpackLo(c2, d), UnpackHi(c2, d)};
+    const V ef[] = {UnpackLo(e, f), UnpackHi(e, f)};
+    float* out = pDst + 6 * static_cast<std::ptrdiff_t>(i);
+    for (int k = 0; k < 2; ++k, out += 12) {
+      UnpackLoPairs(ab[k], cd[k]).StoreLanes(out, 24);
+      Shuffle<0, 1, 2, 3>(ef[k], ab[k]).StoreLanes(out + 4, 24);
+      UnpackHiPairs(cd[k], ef[k]).StoreLanes(out + 8, 24);
     }
   }
   return i;
 }
+template <class V>
 KERNELS_INLINE int DeinterleaveSix(const float* pSrc, int i, int len, float* const* c) {
-  for (; i <= len - 4; i += 4) {
-    Vec4 ab[2], cd[2], ef[2];
+  for (; i <= len - V::width; i += V::width) {
+    V ab[2], cd[2], ef[2];
     const float* s = pSrc + 6 * static_cast<std::ptrdiff_t>(i);
     for (int k = 0; k < 2; ++k, s += 12) {
-      const Vec4 p = Vec4::LoadU(s), q = Vec4::LoadU(s + 4), r = Vec4::LoadU(s + 8);
+      const V p = V::LoadLanes(s, 24), q = V::LoadLanes(s + 4, 24), r = V::LoadLanes(s + 8, 24);
       ab[k] = Shuffle<0, 1, 2, 3>(p, q);
       cd[k] = Shuffle<2, 3, 0, 1>(p, r);
       ef[k] = Shuffle<0, 1, 2, 3>(q, r);
     }
-    const auto split = [&](const Vec4(&x)[2], float* even, float* odd) {
+    const auto split = [&](const V(&x)[2], float* even, float* odd) {
       Shuffle<0, 2, 0, 2>(x[0], x[1]).StoreU(even + i);
       Shuffle<1, 3, 1, 3>(x[0], x[1]).StoreU(odd + i);
     };
@@ -98,11 +115,15 @@ KERNELS_INLINE int DeinterleaveSix(const float* pSrc, int i, int len, float* con
 /// are left and the channels beyond the last four go one by one.
 template <class V>
 inline void InterleaveChannels(const float* const* pSrc, int channels, int len, float* pDst) {
+  if (channels == 1) {
+    std::memmove(pDst, pSrc[0], sizeof(float) * static_cast<std::size_t>(len));
+    return;
+  }
   int quads = channels / 4 * 4, i = 0;
   if (channels == 2)
     i = InterleavePair<V>(pSrc[0], pSrc[1], 0, len, pDst);
   else if (channels == 6)
-    i = InterleaveSix(pSrc, 0, len, pDst);
+    i = InterleaveSix<V>(pSrc, 0, len, pDst);
   else
     for (int c = 0; c < quads; c += 4)
       i = InterleaveQuad<V>(pSrc + c, 0, len, pDst + c, channels);
@@ -113,11 +134,15 @@ inline void InterleaveChannels(const float* const* pSrc, int channels, int len, 
 }
 template <class V>
 inline void DeinterleaveChannels(const float* pSrc, int channels, int len, float* const* pDst) {
+  if (channels == 1) {
+    std::memmove(pDst[0], pSrc, sizeof(float) * static_cast<std::size_t>(len));
+    return;
+  }
   int quads = channels / 4 * 4, i = 0;
   if (channels == 2)
     i = DeinterleavePair<V>(pSrc, 0, len, pDst[0], pDst[1]);
   else if (channels == 6)
-    i = DeinterleaveSix(pSrc, 0, len, pDst);
+    i = DeinterleaveSix<V>(pSrc, 0, len, pDst);
   else
     for (int c = 0; c < quads; c += 4)
       i = DeinterleaveQuad<V>(pSrc + c, channels, 0, len, pDst + c);

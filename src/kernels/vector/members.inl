@@ -31,25 +31,24 @@ IppStatus ippsZero_32fc(Ipp32fc* pDst, int len) {
 IppStatus ippsAdd_32f(const Ipp32f* pSrc1, const Ipp32f* pSrc2, Ipp32f* pDst, int len) {
   if (!pSrc1 || !pSrc2 || !pDst) return ippStsNullPtrErr;
   if (len < 1) return ippStsSizeErr;
-  const Source a{pSrc1}, b{pSrc2};
-  ForEachElement<Vec>(pDst, len, [=](auto t, std::ptrdiff_t i) { return a.At(t, i) + b.At(t, i); });
+  ForEachElement<Vec>(
+      pDst, len, [](auto a, auto b) { return a + b; }, pSrc1, pSrc2);
   return ippStsNoErr;
 }
 
 IppStatus ippsMul_32f(const Ipp32f* pSrc1, const Ipp32f* pSrc2, Ipp32f* pDst, int len) {
   if (!pSrc1 || !pSrc2 || !pDst) return ippStsNullPtrErr;
   if (len < 1) return ippStsSizeErr;
-  const Source a{pSrc1}, b{pSrc2};
-  ForEachElement<Vec>(pDst, len, [=](auto t, std::ptrdiff_t i) { return a.At(t, i) * b.At(t, i); });
+  ForEachElement<Vec>(
+      pDst, len, [](auto a, auto b) { return a * b; }, pSrc1, pSrc2);
   return ippStsNoErr;
 }
 
 IppStatus ippsMul_32f_I(const Ipp32f* pSrc, Ipp32f* pSrcDst, int len) {
   if (!pSrc || !pSrcDst) return ippStsNullPtrErr;
   if (len < 1) return ippStsSizeErr;
-  const Source a{pSrc}, b{pSrcDst};
-  ForEachElement<Vec>(pSrcDst, len,
-                      [=](auto t, std::ptrdiff_t i) { return b.At(t, i) * a.At(t, i); });
+  ForEachElement<Vec>(
+      pSrcDst, len, [](auto a, auto b) { return a * b; }, pSrcDst, pSrc);
   return ippStsNoErr;
 }
 
@@ -58,9 +57,8 @@ IppStatus ippsMulC_32f(const Ipp32f* pSrc, Ipp32f val, Ipp32f* pDst, int len) {
   if (len < 1) return ippStsSizeErr;
   if (val == 1.0f) return ippsCopy_32f(pSrc, pDst, len);
   if (val == 0.0f) return ippsZero_32f(pDst, len);
-  const Source a{pSrc};
-  ForEachElement<Vec>(pDst, len,
-                      [=](auto t, std::ptrdiff_t i) { return a.At(t, i) * Spread(t, val); });
+  ForEachElement<Vec>(
+      pDst, len, [val](auto a) { return a * SpreadAs(a, val); }, pSrc);
   return ippStsNoErr;
 }
 
@@ -73,10 +71,8 @@ IppStatus ippsMulC_32f_I(Ipp32f val, Ipp32f* pSrcDst, int len) {
 IppStatus ippsAddProductC_32f(const Ipp32f* pSrc, Ipp32f val, Ipp32f* pSrcDst, int len) {
   if (!pSrc || !pSrcDst) return ippStsNullPtrErr;
   if (len < 1) return ippStsSizeErr;
-  const Source a{pSrc}, b{pSrcDst};
-  ForEachElement<Vec>(pSrcDst, len, [=](auto t, std::ptrdiff_t i) {
-    return b.At(t, i) + a.At(t, i) * Spread(t, val);
-  });
+  const auto add = [val](auto sum, auto a) { return sum + a * SpreadAs(a, val); };
+  ForEachElement<Vec>(pSrcDst, len, add, pSrcDst, pSrc);
   return ippStsNoErr;
 }
 

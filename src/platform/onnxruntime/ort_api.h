@@ -132,11 +132,13 @@ struct OrtApi {
       createTensorOverMemory{table, 49};
   OrtSlot<void(OrtValue*)> releaseValue{table, 96};
   OrtSlot<OrtStatus*(OrtValue*, const char* text, std::size_t index)> setString{table, 129};
-  OrtSlot<OrtStatus*(const OrtValue*, std::size_t* bytes)> getStringsLength{table, 53};
-  /// All strings behind each other, and where each one begins.
-  OrtSlot<OrtStatus*(const OrtValue*, void* text, std::size_t bytes, std::size_t* offsets,
-                     std::size_t count)>
-      getStrings{table, 54};
+  OrtSlot<OrtStatus*(const OrtValue*, std::size_t index, std::size_t* bytes)> getStringLength{table,
+                                                                                              127};
+  OrtSlot<OrtStatus*(const OrtValue*, std::size_t bytes, std::size_t index, void* text)> getString{
+      table, 128};
+  /// Makes a string this long, and gives its place: the text to come may hold zeros.
+  OrtSlot<OrtStatus*(OrtValue*, std::size_t index, std::size_t bytes, char** text)> resizeString{
+      table, 252};
 
   OrtSlot<OrtStatus*(OrtSession*, OrtIoBinding**)> createBinding{table, 134};
   OrtSlot<void(OrtIoBinding*)> releaseBinding{table, 135};

@@ -78,22 +78,17 @@ void TensorBuffer::Clear() {
 
 void TensorBuffer::CopyFrom(const TensorBuffer& source) {
   if (data) std::memcpy(data, source.data, bytes);
-  if (hasStrings && count != 0) CopyStrings(source);
+  if (hasStrings) CopyStrings(source);
 }
 
 void TensorBuffer::CopyStrings(const TensorBuffer& source) {
   const OrtApi& api = engine->Api();
-  std::size_t length = 0;
-  engine->Check(api.getStringsLength(source.value.get(), &length));
-  copiedText.resize(length + 1);
-  copiedOffsets.resize(count + 1);
-  engine->Check(
-      api.getStrings(source.value.get(), copiedText.data(), length, copiedOffsets.data(), count));
-  copiedOffsets[count] = length;
-  // from the back, so that the end of each string can be marked where the next one began
-  for (std::size_t i = count; i-- > 0;) {
-    copiedText[copiedOffsets[i + 1]] = '\0';
-    engine->Check(api.setString(value.get(), copiedText.data() + copiedOffsets[i], i));
+  for (std::size_t i = 0; i < count; ++i) {
+    std::size_t length = 0;
+    char* text = nullptr;
+    engine->Check(api.getStringLength(source.value.get(), i, &length));
+    engine->Check(api.resizeString(value.get(), i, length, &text));
+    engine->Check(api.getString(source.value.get(), length, i, text));
   }
 }
 

@@ -6,8 +6,6 @@
 #include <cstdint>
 #include <cstdlib>
 #include <memory>
-#include <string>
-#include <vector>
 
 namespace Orvik::Tesmo::Platform::OnnxRuntime {
 
@@ -27,8 +25,8 @@ public:
   void* Data() const { return data; }
 
   void Clear();
-  /// `source` has the same kind and shape. Numbers are copied without any allocation. Strings are
-  /// cut at a zero character, since the engine takes them zero-terminated.
+  /// `source` has the same kind and shape. Numbers are copied without any allocation; strings make
+  /// the engine allocate where one becomes longer than it ever was.
   void CopyFrom(const TensorBuffer& source);
 
   /// Far above the tensors of an audio stream and low enough that a wrong shape fails at once, not
@@ -51,9 +49,6 @@ private:
   std::unique_ptr<void, Free> memory;
   void* data = nullptr;
   Handle<OrtValue> value;
-
-  std::vector<char> copiedText;
-  std::vector<std::size_t> copiedOffsets;
 };
 
 }  // namespace Orvik::Tesmo::Platform::OnnxRuntime
