@@ -1,7 +1,7 @@
 # How everything here is compiled: one language level, warnings as errors, no contracted arithmetic,
 # one folder for libraries and one for programs.
 
-option(KALVRIN_TESTS "Build the tests (needs GoogleTest, the ONNX protobuf classes and python3-onnx)" OFF)
+option(KALVRIN_TESTS "Build the tests (needs GoogleTest and python3-onnx)" OFF)
 option(KALVRIN_BENCH "Build the benchmarks (needs Google Benchmark, FFTW and KissFFT)" OFF)
 set(KALVRIN_SANITIZER "" CACHE STRING "Instrument everything: address or thread")
 set_property(CACHE KALVRIN_SANITIZER PROPERTY STRINGS "" address thread)

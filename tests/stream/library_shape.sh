@@ -13,6 +13,12 @@ same soname "$(sed -n 's/.*SONAME.*\[\(.*\)\]/\1/p' <<<"$dynamic")" libkalvrin.s
 case "$(sed -n 's/.*R[UN]*PATH.*\[\(.*\)\]/\1/p' <<<"$dynamic")" in ''|'$ORIGIN') ;; *) fault "a search path of its own" ;; esac
 if grep NEEDED <<<"$dynamic" | grep -qi onnx; then fault "linked to the engine"; fi
 
+segments=$(readelf -lW "$library")
+grep -q GNU_RELRO <<<"$segments" || fault "tables that stay writable"
+grep -qE 'BIND_NOW|FLAGS.* NOW' <<<"$dynamic" || fault "symbols bound late"
+grep GNU_STACK <<<"$segments" | grep -q ' RW ' || fault "an executable stack"
+nm -D --undefined-only "$library" | grep -q __stack_chk_fail || fault "no guard of the stack"
+
 symbols=$(objdump -tC "$library")
 code=$(grep ' RT_CODE' <<<"$symbols")
 constants=$(grep ' RT_CONST' <<<"$symbols")
