@@ -68,7 +68,7 @@ bench:           ## speed beside FFTW and KissFFT, as a table and a plot
 	@scripts/bench $(BUILD)-bench $(JOBS)
 
 bench-compare:   ## the last two runs of bench side by side
-	@for b in vector fft; do scripts/bench_report.py compare \
+	@for b in vector fft dft; do scripts/bench_report.py compare \
 	  $(BUILD)-bench/bench-$$b.previous.json $(BUILD)-bench/bench-$$b.json; done
 
 install: build   ## into PREFIX (default /usr/local)
