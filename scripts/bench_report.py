@@ -94,6 +94,7 @@ def plot(times, stem):
                     label=contender, marker="o", ms=3, **look)
         ax.set_title(f"Real FFT, {way}")
         ax.set_xlabel("log2 N")
+        ax.set_xticks(range(4, 23, 2))
         ax.grid(alpha=0.3)
     axes[0].set_ylabel("2.5 N log2 N / time (GFLOP/s)")
     axes[0].set_ylim(bottom=0)
