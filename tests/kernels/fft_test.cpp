@@ -1,6 +1,6 @@
 #include "kernels/fft_support.h"
 
-#include "kernels/fft/spec.h"
+#include "kernels/fft/planned_fft.h"
 
 #include <limits>
 

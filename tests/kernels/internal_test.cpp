@@ -1,7 +1,7 @@
 // What other kernels of a build call without passing through the table.
 #include "kernels/fft_support.h"
 
-#include "kernels/fft/spec.h"
+#include "kernels/fft/planned_fft.h"
 
 #define KERNELS_BUILD sse3
 #include "kernels/builds/members.h"

@@ -3,9 +3,9 @@
 
 // From a plan to a spec: the tables in the order in which this build's kernels read them.
 
+#include "kernels/dft/planned_dft.h"
 #include "kernels/dft/real_stage.h"
 #include "kernels/dft/recombine.h"
-#include "kernels/dft/spec.h"
 #include "kernels/fft/plan.h"
 
 #include <cmath>

@@ -8,7 +8,7 @@
 // them.
 
 #include "kernels/builds/limits.h"
-#include "kernels/fft/spec.h"
+#include "kernels/fft/planned_fft.h"
 
 #include <array>
 #include <cstdint>
