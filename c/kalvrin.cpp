@@ -77,7 +77,6 @@ std::unique_ptr<kalvrin_stream> MakeStream(const void* model, std::size_t size,
   stream->planar.resize(sizes.channelCount * sizes.blockFrames);
   for (std::size_t c = 0; c < sizes.channelCount; ++c)
     stream->channels.push_back(stream->planar.data() + c * sizes.blockFrames);
-  stream->processor->ResetGains();
   return stream;
 }
 

@@ -18,6 +18,7 @@ int main(int count, char **argument) {
     fprintf(stderr, "gains: %s\n", reason);
     return 1;
   }
+  kalvrin_reset_gains(stream);
   if (kalvrin_set_gain(stream, argument[2], (float)atof(argument[3])) != KALVRIN_OK) {
     fprintf(stderr, "gains: the model has no class %s\n", argument[2]);
     return 1;

@@ -8,7 +8,8 @@
  *
  * A stream, from first to last:
  *   1. kalvrin_create: the slow work. It says in words why a model is refused.
- *   2. kalvrin_set_gain and the like. A new stream has every gain at 1: what goes in comes out.
+ *   2. kalvrin_reset_gains, kalvrin_set_gain and the like. A new stream has every gain at 0: it is
+ *      silent until one of these is called.
  *   3. kalvrin_process_planar or kalvrin_process_interleaved, again and again, frames in and as many
  *      out, later by kalvrin_sizes.latency_frames.
  *   4. kalvrin_destroy.

@@ -43,6 +43,7 @@ Made Make(const std::string& model, const kalvrin_request& request) {
   kalvrin_stream* stream = nullptr;
   const kalvrin_status status =
       kalvrin_create(model.data(), model.size(), &request, reason, sizeof reason, &stream);
+  if (stream) kalvrin_reset_gains(stream);
   return {status, reason, Stream(stream)};
 }
 
