@@ -13,7 +13,8 @@ constexpr const char* engineFile = "libonnxruntime.so.1";
 
 std::string EngineFolder() {
   const auto own = std::filesystem::read_symlink("/proc/self/exe").parent_path();
-  for (const char* relative : {".", "../lib", "../lib/kalvrin", KALVRIN_ENGINE_FOLDER}) {
+  for (const char* relative :
+       {".", "../lib", "../lib/kalvrin", KALVRIN_ENGINE_FOLDER, KALVRIN_ENGINE_FOLDER "/kalvrin"}) {
     const auto folder = own / relative;
     if (std::filesystem::exists(folder / engineFile)) return folder;
   }
