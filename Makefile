@@ -4,7 +4,7 @@ JOBS ?= $(shell nproc)
 CMAKE_ARGS ?=
 configure = cmake -S . -B $(1) -G Ninja $(2) $(CMAKE_ARGS)
 
-.PHONY: help build test test-large demo test-page test-batch train eval lint asan tsan bench bench-compare install clean
+.PHONY: help build test test-large demo test-page test-batch train eval lint asan tsan bench bench-compare install deb test-deb clean
 
 help:            ## this list
 	@sed -n 's/^\([a-z-]*\):.*##  */\1\t/p' $(MAKEFILE_LIST) | expand -t 12
@@ -79,5 +79,12 @@ bench-compare:   ## the last two runs of bench side by side
 install: build   ## into PREFIX (default /usr/local)
 	@cmake --install $(BUILD) $(if $(PREFIX),--prefix $(PREFIX))
 
+deb:             ## Debian packages, in build-deb/packages
+	@scripts/install-packages build deb
+	@scripts/deb $(BUILD)-deb $(JOBS)
+
+test-deb: deb    ## those packages installed and used in a bare system; as root
+	@packaging/try-packages $(BUILD)-deb/packages
+
 clean:           ## remove the build folders
-	rm -rf $(BUILD) $(BUILD)-asan $(BUILD)-tsan $(BUILD)-bench
+	rm -rf $(BUILD) $(BUILD)-asan $(BUILD)-tsan $(BUILD)-bench $(BUILD)-deb
