@@ -24,6 +24,7 @@ extern const Command checkCommand;
 extern const Command renderCommand;
 extern const Command planCommand;
 extern const Command adaptCommand;
+extern const Command benchCommand;
 
 /// All of them, in the order of the help. A new subcommand is one more row in commands.cpp.
 std::span<const Command* const> Commands();
