@@ -4,7 +4,7 @@ JOBS ?= $(shell nproc)
 CMAKE_ARGS ?=
 configure = cmake -S . -B $(1) -G Ninja $(2) $(CMAKE_ARGS)
 
-.PHONY: help build test test-large soak demo test-page train eval lint asan tsan bench bench-compare install clean
+.PHONY: help build test test-large test-cpus soak demo test-page train eval lint asan tsan bench bench-compare install clean
 
 help:            ## this list
 	@sed -n 's/^\([a-z-]*\):.*##  */\1\t/p' $(MAKEFILE_LIST) | expand -t 12
@@ -25,6 +25,12 @@ test-large:      ## transforms of up to 2^29 samples (12 GiB of memory, some min
 	@$(call configure,$(BUILD),-DKALVRIN_TESTS=ON) >/dev/null
 	@cmake --build $(BUILD) -j $(JOBS) --target fft_large_test
 	@$(BUILD)/bin/fft_large_test
+
+test-cpus:       ## the tests on emulated processors without AVX, some minutes
+	@scripts/install-packages build test
+	@$(call configure,$(BUILD),-DKALVRIN_TESTS=ON) >/dev/null
+	@cmake --build $(BUILD) -j $(JOBS)
+	@scripts/old-processors $(BUILD)
 
 soak: FRAMES ?= 1e8
 soak:            ## a stream of 10^8 frames (FRAMES=1e7: fewer) twice in different blocks, some minutes
