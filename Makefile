@@ -4,7 +4,8 @@ JOBS ?= $(shell nproc)
 CMAKE_ARGS ?=
 configure = cmake -S . -B $(1) -G Ninja $(2) $(CMAKE_ARGS)
 
-.PHONY: help build test test-large test-cpus soak demo test-page train eval lint asan tsan bench bench-compare install clean
+.PHONY: help build test test-large test-cpus soak demo test-page train eval lint asan tsan bench \
+        bench-compare fuzz fuzz-long coverage install clean
 
 help:            ## this list
 	@sed -n 's/^\([a-z-]*\):.*##  */\1\t/p' $(MAKEFILE_LIST) | expand -t 12
@@ -76,6 +77,19 @@ tsan:            ## all tests under the thread sanitizer
 	@scripts/install-packages build test
 	@scripts/sanitized thread $(BUILD)-tsan $(JOBS)
 
+# SECONDS to each of the targets in fuzz/, or to those in TARGETS.
+fuzz: SECONDS ?= 60
+fuzz-long: SECONDS ?= 7200
+fuzz:            ## hostile and random input to the library, under sanitizers; some minutes
+fuzz-long:       ## the same for half a day
+fuzz fuzz-long:
+	@scripts/install-packages build fuzz
+	@scripts/fuzz $(BUILD)-fuzz $(JOBS) $(SECONDS) $(TARGETS)
+
+coverage:        ## lines and branches of src/ that the tests run
+	@scripts/install-packages build test fuzz
+	@scripts/coverage $(BUILD)-coverage $(JOBS)
+
 bench:           ## speed beside FFTW and KissFFT, as a table and a plot
 	@scripts/install-packages build bench
 	@scripts/bench $(BUILD)-bench $(JOBS)
@@ -88,4 +102,4 @@ install: build   ## into PREFIX (default /usr/local)
 	@cmake --install $(BUILD) $(if $(PREFIX),--prefix $(PREFIX))
 
 clean:           ## remove the build folders
-	rm -rf $(BUILD) $(BUILD)-asan $(BUILD)-tsan $(BUILD)-bench
+	rm -rf $(BUILD) $(BUILD)-asan $(BUILD)-tsan $(BUILD)-bench $(BUILD)-fuzz $(BUILD)-coverage
