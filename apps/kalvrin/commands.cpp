@@ -4,7 +4,7 @@ namespace Orvik::Tesmo::Tool {
 
 std::span<const Command* const> Commands() {
   static constexpr const Command* all[] = {&infoCommand, &checkCommand, &renderCommand,
-                                           &adaptCommand, &planCommand};
+                                           &adaptCommand, &pluginCommand, &pipewireCommand, &planCommand};
   return all;
 }
 
