@@ -46,8 +46,10 @@ std::uint32_t MeasuredCushion(RateConverter& toModel, RateConverter& toHost,
   return cushion + 1;  // for the rounding of the positions in the long run
 }
 
+/// In double, as the tool does: the same gain to the last bit.
 float LinearGain(float db) {
-  return db <= lowestGainDb ? 0.0F : std::pow(10.0F, std::min(db, highestGainDb) / 20);
+  if (db <= lowestGainDb) return 0;
+  return static_cast<float>(std::pow(10.0, std::min(db, highestGainDb) / 20.0));
 }
 
 /// Copies, with silence for what is no audio.

@@ -16,9 +16,6 @@
 
 namespace Orvik::Tesmo::Plugin {
 
-/// Gains in dB; at the lowest and below it is silence.
-inline constexpr float lowestGainDb = -60, highestGainDb = 12;
-
 /// Automatic: Spread where the host's blocks are shorter than a hop of the model, else Direct.
 enum class ModeWish { Automatic = 0, Direct = 1, Spread = 2 };
 

@@ -92,7 +92,9 @@ Audio Offline(const PluginModel& model, const Knobs& knobs, const Audio& input) 
   const std::uint64_t block = d.ChunkFrames();
   const std::unique_ptr<StreamProcessor> stream(CreateStreamProcessor(
       model.bytes->data(), model.bytes->size(), d.sequenceSize, input.size(), block));
-  const auto gain = [](float db) { return db <= lowestGainDb ? 0 : std::pow(10.0F, db / 20); };
+  const auto gain = [](double db) {
+    return db <= lowestGainDb ? 0 : static_cast<float>(std::pow(10.0, db / 20));
+  };
   stream->ResetGains();
   stream->SetMasterGain(gain(knobs.masterDb));
   stream->SetAudioClassGain(u"Rest", gain(knobs.restDb));
