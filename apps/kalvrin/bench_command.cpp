@@ -148,21 +148,20 @@ void PrintTables(Bench& bench, const StreamRequest& asked, double seconds) {
   }
 }
 
-void PrintQuantiles(const char* label, std::vector<float>& times, double blockSeconds) {
-  if (times.empty()) return;
-  constexpr double shares[] = {0.5, 0.99, 0.999, 0.9999, 1};
-  std::vector<std::string> micros, medians, deadlines;
-  const double median = Quantile(times, 0.5);
-  for (const double share : shares) {
-    const double value = Quantile(times, share);
-    micros.push_back(Format("%.1f", 1e6 * value));
-    medians.push_back(Format("%.2f", value / median));
-    deadlines.push_back(Format("%.1f %%", 100 * value / blockSeconds));
-  }
-  std::cout << label << Counted(times.size(), "block") << '\n';
-  PrintCells("microseconds", micros);
-  PrintCells("medians", medians);
-  PrintCells("of its time", deadlines);
+/// A line of the median, rare and worst of `times`, as multiples of `unit` seconds.
+void PrintQuantiles(std::string_view label, std::vector<float>& times, double unit,
+                    const char* format) {
+  std::vector<std::string> cells;
+  for (const double share : {0.5, 0.99, 0.999, 0.9999, 1.0})
+    cells.push_back(Format(format, Quantile(times, share) / unit));
+  PrintCells(label, cells);
+}
+
+void PrintKind(const char* kind, std::vector<float>& times, double blockSeconds) {
+  std::cout << kind << Counted(times.size(), "block") << '\n';
+  PrintQuantiles("microseconds", times, 1e-6, "%.1f");
+  PrintQuantiles("medians", times, Quantile(times, 0.5), "%.2f");
+  PrintQuantiles("of its time", times, blockSeconds / 100, "%.1f %%");
 }
 
 void PrintBlocks(Bench& bench, const Settings& settings) {
@@ -172,8 +171,13 @@ void PrintBlocks(Bench& bench, const Settings& settings) {
   std::cout << "\nsingle blocks: " << StreamText(settings.stream, bench.Facts()) << "; "
             << Counted(times.Count(), "block") << " in " << DurationText(times.Sum()) << '\n';
   PrintCells("", {"median", "99 %", "99.9 %", "99.99 %", "worst"});
-  PrintQuantiles("with the model: ", times.evaluating, blockSeconds);
-  PrintQuantiles("without it: ", times.others, blockSeconds);
+  if (!times.evaluating.empty()) {
+    PrintKind("with the model: ", times.evaluating, blockSeconds);
+    std::cout << "  of that on a processor\n";
+    PrintQuantiles("microseconds", times.onProcessor, 1e-6, "%.1f");
+    PrintQuantiles("medians", times.onProcessor, Quantile(times.onProcessor, 0.5), "%.2f");
+  }
+  if (!times.others.empty()) PrintKind("without it: ", times.others, blockSeconds);
 }
 
 int RunBench(Arguments arguments) {

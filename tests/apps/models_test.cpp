@@ -68,7 +68,7 @@ TEST(Bench, PrintsTablesAndSingleBlocks) {
        0,
        {"2 channels, 256 frames a hop, 16000 Hz\n", "windows              64        128",
         "  3                  60.0 ", "real-time factor", "; 20 blocks in", "99.99 %",
-        "with the model: 1 block\n", "without it: 19 blocks\n"}},
+        "with the model: 1 block\n", "of that on a processor\n", "without it: 19 blocks\n"}},
       {"fixed sizes",
        {.features = 512, .inputShape = Dimensions{3, 2, 512}},
        "--sequence 2",

@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <chrono>
 #include <cmath>
+#include <ctime>
 #include <numeric>
 #include <random>
 #include <utility>
@@ -23,6 +24,13 @@ std::uint64_t Evaluations(std::uint64_t frames, std::uint64_t blockFrames,
                           std::uint64_t capacityFrames) {
   const bool isPrefilled = blockFrames < capacityFrames && capacityFrames % blockFrames == 0;
   return isPrefilled || frames == 0 ? frames / capacityFrames : (frames - 1) / capacityFrames;
+}
+
+/// How long this thread has had a processor, in seconds.
+double ThreadSeconds() {
+  timespec time = {};
+  clock_gettime(CLOCK_THREAD_CPUTIME_ID, &time);
+  return static_cast<double>(time.tv_sec) + 1e-9 * static_cast<double>(time.tv_nsec);
 }
 
 }  // namespace
@@ -59,16 +67,18 @@ bool TimedStream::NextBlockEvaluates() const {
          Evaluations(given, blockFrames, capacityFrames);
 }
 
-double TimedStream::TimeBlock() {
+TimedStream::Times TimedStream::TimeBlock() {
   using Clock = std::chrono::steady_clock;
   // the channels hear different parts of the noise
   for (std::size_t c = 0; c < inputs.size(); ++c)
     inputs[c] = noise.data() + (given + c * 4099) % noiseFrames;
+  const double threadStart = ThreadSeconds();
   const auto start = Clock::now();
   stream->ProcessBlock(inputs.data(), outputs.data(), blockFrames, 1);
   const auto end = Clock::now();
+  const double threadEnd = ThreadSeconds();
   given += blockFrames;
-  return std::chrono::duration<double>(end - start).count();
+  return {std::chrono::duration<double>(end - start).count(), threadEnd - threadStart};
 }
 
 BlockTimes TimedStream::Run(std::uint64_t blocks, double seconds) {
@@ -77,10 +87,11 @@ BlockTimes TimedStream::Run(std::uint64_t blocks, double seconds) {
     double sum = 0;
     while (times.Count() < blocks && (sum < seconds || times.evaluating.empty())) {
       ThrowIfInterrupted();
-      std::vector<float>& kind = NextBlockEvaluates() ? times.evaluating : times.others;
-      const double block = TimeBlock();
-      kind.push_back(static_cast<float>(block));
-      sum += block;
+      const bool evaluates = NextBlockEvaluates();
+      const Times block = TimeBlock();
+      (evaluates ? times.evaluating : times.others).push_back(static_cast<float>(block.passed));
+      if (evaluates) times.onProcessor.push_back(static_cast<float>(block.onProcessor));
+      sum += block.passed;
     }
   } catch (const Interrupted&) {
     throw;

@@ -12,6 +12,8 @@ namespace Orvik::Tesmo::Tool {
 struct BlockTimes {
   std::vector<float> evaluating;  ///< blocks in which the model ran, once or more
   std::vector<float> others;      ///< blocks that only moved frames
+  /// Of `evaluating`: what of it the thread was on a processor, the clock's own part included.
+  std::vector<float> onProcessor;
 
   std::uint64_t Count() const { return evaluating.size() + others.size(); }
   /// Of all blocks together.
@@ -34,7 +36,10 @@ public:
   BlockTimes Run(std::uint64_t blocks, double seconds);
 
 private:
-  double TimeBlock();
+  struct Times {
+    double passed, onProcessor;
+  };
+  Times TimeBlock();
   bool NextBlockEvaluates() const;
 
   std::unique_ptr<StreamProcessor> stream;
