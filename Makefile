@@ -5,7 +5,7 @@ CMAKE_ARGS ?=
 configure = cmake -S . -B $(1) -G Ninja $(2) $(CMAKE_ARGS)
 
 .PHONY: help build test test-large test-cpus soak demo test-page train eval lint asan tsan bench \
-        bench-compare fuzz fuzz-long coverage install clean
+        bench-compare fuzz fuzz-long coverage test-batch install clean
 
 help:            ## this list
 	@sed -n 's/^\([a-z-]*\):.*##  */\1\t/p' $(MAKEFILE_LIST) | expand -t 12
@@ -47,6 +47,11 @@ demo: build      ## speech and music through real models: audio, pictures, a pag
 test-page: demo  ## the demonstration's page in a headless browser
 	@scripts/install-packages page
 	@/usr/bin/python3 tests/page/page_test.py $(BUILD)/demo/index.html
+
+test-batch: build ## the array job and the line for GNU parallel of docs/batch.md; as root
+	@scripts/install-packages batch
+	@cmake --build $(BUILD) --target models
+	@tests/docs/batch_test.sh $(BUILD)
 
 # Debian's own Python is the one that python3-torch is for. Training goes on where it was interrupted.
 train eval: PYTHON = /usr/bin/python3
