@@ -4,7 +4,8 @@ JOBS ?= $(shell nproc)
 CMAKE_ARGS ?=
 configure = cmake -S . -B $(1) -G Ninja $(2) $(CMAKE_ARGS)
 
-.PHONY: help build test test-large demo test-page train eval lint asan tsan bench bench-compare fuzz fuzz-long coverage install clean
+.PHONY: help build test test-large test-cpus soak demo test-page train eval lint asan tsan bench \
+        bench-compare fuzz fuzz-long coverage test-batch install clean
 
 help:            ## this list
 	@sed -n 's/^\([a-z-]*\):.*##  */\1\t/p' $(MAKEFILE_LIST) | expand -t 12
@@ -26,6 +27,19 @@ test-large:      ## transforms of up to 2^29 samples (12 GiB of memory, some min
 	@cmake --build $(BUILD) -j $(JOBS) --target fft_large_test
 	@$(BUILD)/bin/fft_large_test
 
+test-cpus:       ## the tests on emulated processors without AVX, some minutes
+	@scripts/install-packages build test
+	@$(call configure,$(BUILD),-DKALVRIN_TESTS=ON) >/dev/null
+	@cmake --build $(BUILD) -j $(JOBS)
+	@scripts/old-processors $(BUILD)
+
+soak: FRAMES ?= 1e8
+soak:            ## a stream of 10^8 frames (FRAMES=1e7: fewer) twice in different blocks, some minutes
+	@scripts/install-packages build test
+	@$(call configure,$(BUILD),-DKALVRIN_TESTS=ON) >/dev/null
+	@cmake --build $(BUILD) -j $(JOBS) --target soak
+	@$(BUILD)/bin/soak $(FRAMES)
+
 demo: build      ## speech and music through real models: audio, pictures, a page to play with
 	@scripts/install-packages demo
 	@scripts/demo $(BUILD)
@@ -33,6 +47,11 @@ demo: build      ## speech and music through real models: audio, pictures, a pag
 test-page: demo  ## the demonstration's page in a headless browser
 	@scripts/install-packages page
 	@/usr/bin/python3 tests/page/page_test.py $(BUILD)/demo/index.html
+
+test-batch: build ## the array job and the line for GNU parallel of docs/batch.md; as root
+	@scripts/install-packages batch
+	@cmake --build $(BUILD) --target models
+	@tests/docs/batch_test.sh $(BUILD)
 
 # Debian's own Python is the one that python3-torch is for. Training goes on where it was interrupted.
 train eval: PYTHON = /usr/bin/python3
