@@ -4,7 +4,8 @@ JOBS ?= $(shell nproc)
 CMAKE_ARGS ?=
 configure = cmake -S . -B $(1) -G Ninja $(2) $(CMAKE_ARGS)
 
-.PHONY: help build test test-large demo test-page test-batch train eval lint asan tsan bench bench-compare install deb test-deb clean
+.PHONY: help build test test-large test-cpus soak demo test-page train eval lint asan tsan bench \
+        bench-compare fuzz fuzz-long coverage test-batch install deb test-deb clean
 
 help:            ## this list
 	@sed -n 's/^\([a-z-]*\):.*##  */\1\t/p' $(MAKEFILE_LIST) | expand -t 12
@@ -25,6 +26,19 @@ test-large:      ## transforms of up to 2^29 samples (12 GiB of memory, some min
 	@$(call configure,$(BUILD),-DKALVRIN_TESTS=ON) >/dev/null
 	@cmake --build $(BUILD) -j $(JOBS) --target fft_large_test
 	@$(BUILD)/bin/fft_large_test
+
+test-cpus:       ## the tests on emulated processors without AVX, some minutes
+	@scripts/install-packages build test
+	@$(call configure,$(BUILD),-DKALVRIN_TESTS=ON) >/dev/null
+	@cmake --build $(BUILD) -j $(JOBS)
+	@scripts/old-processors $(BUILD)
+
+soak: FRAMES ?= 1e8
+soak:            ## a stream of 10^8 frames (FRAMES=1e7: fewer) twice in different blocks, some minutes
+	@scripts/install-packages build test
+	@$(call configure,$(BUILD),-DKALVRIN_TESTS=ON) >/dev/null
+	@cmake --build $(BUILD) -j $(JOBS) --target soak
+	@$(BUILD)/bin/soak $(FRAMES)
 
 demo: build      ## speech and music through real models: audio, pictures, a page to play with
 	@scripts/install-packages demo
@@ -68,6 +82,19 @@ tsan:            ## all tests under the thread sanitizer
 	@scripts/install-packages build test
 	@scripts/sanitized thread $(BUILD)-tsan $(JOBS)
 
+# SECONDS to each of the targets in fuzz/, or to those in TARGETS.
+fuzz: SECONDS ?= 60
+fuzz-long: SECONDS ?= 7200
+fuzz:            ## hostile and random input to the library, under sanitizers; some minutes
+fuzz-long:       ## the same for half a day
+fuzz fuzz-long:
+	@scripts/install-packages build fuzz
+	@scripts/fuzz $(BUILD)-fuzz $(JOBS) $(SECONDS) $(TARGETS)
+
+coverage:        ## lines and branches of src/ that the tests run
+	@scripts/install-packages build test fuzz
+	@scripts/coverage $(BUILD)-coverage $(JOBS)
+
 bench:           ## speed beside FFTW and KissFFT, as a table and a plot
 	@scripts/install-packages build bench
 	@scripts/bench $(BUILD)-bench $(JOBS)
@@ -87,4 +114,5 @@ test-deb: deb    ## those packages installed and used in a bare system; as root
 	@packaging/try-packages $(BUILD)-deb/packages
 
 clean:           ## remove the build folders
-	rm -rf $(BUILD) $(BUILD)-asan $(BUILD)-tsan $(BUILD)-bench $(BUILD)-deb
+	rm -rf $(BUILD) $(BUILD)-asan $(BUILD)-tsan $(BUILD)-bench $(BUILD)-fuzz $(BUILD)-coverage \
+	  $(BUILD)-deb

@@ -1,0 +1,42 @@
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+namespace Orvik::Tesmo::Plugin {
+
+/// The gains that a plugin offers, in dB; at the lowest and below it is silence.
+inline constexpr float lowestGainDb = -60, highestGainDb = 12;
+
+/// What a plugin has to know about its model before the model is loaded, so that a host that only
+/// looks around loads nothing. It stands in a text file beside the model: a line "key value" for
+/// each member, `channels` and `class` once for each element, `spread 1` where it is always spread.
+/// The tool writes it.
+struct Description {
+  std::string name;                   // for people, UTF-8
+  std::string symbol;                 // letters, digits and _, not beginning with a digit
+  std::uint32_t sampleRateHz = 0;     // 0: the model works at any
+  std::uint64_t windowLength = 0;     // samples, even
+  std::uint64_t lookaheadBlocks = 0;  // windows
+  std::uint64_t sequenceSize = 0;     // windows per evaluation, from 1
+  bool isAlwaysSpread = false;        // no choice of the mode: never an evaluation in a host's call
+  std::vector<unsigned> channelCounts;  // the forms that the model takes, of 1 and 2
+  std::vector<std::string> classes;     // UTF-8, those that a gain can reach, without Rest
+
+  std::uint64_t HopLength() const { return windowLength / 2; }
+  /// Frames of one evaluation.
+  std::uint64_t ChunkFrames() const { return HopLength() * sequenceSize; }
+};
+
+/// "NAME.onnx" has its description in "NAME.plugin".
+std::filesystem::path DescriptionPath(const std::filesystem::path& model);
+
+/// The file's whole text.
+std::string DescriptionText(const Description& description);
+
+/// Throws std::runtime_error, which names the file, where it is missing or is no description.
+Description ReadDescription(const std::filesystem::path& file);
+
+}  // namespace Orvik::Tesmo::Plugin

@@ -1,0 +1,54 @@
+#include "heart/evaluation.h"
+
+#include "runtime/text.h"
+
+#include <algorithm>
+#include <cmath>
+#include <span>
+#include <stdexcept>
+
+namespace Orvik::Tesmo::Plugin {
+
+Evaluation::Evaluation(const Description& description, const ModelBytes& model,
+                       unsigned channelCount)
+    : chunkFrames(description.ChunkFrames()),
+      // the library's latency, less the chunk that its rings hold in blocks of a chunk
+      delayFrames(LatencyFrames(description.windowLength, description.lookaheadBlocks,
+                                description.sequenceSize, chunkFrames) -
+                  chunkFrames),
+      sequenceSize(description.sequenceSize), channelCount(channelCount),
+      stream(CreateStreamProcessor(model.data(), model.size(), sequenceSize, channelCount,
+                                   chunkFrames)) {
+  if (!stream)
+    throw std::runtime_error("the library refuses the model of " + description.name +
+                             "; 'kalvrin check' on it says why");
+  stream->ResetGains();
+  for (const std::string& name : description.classes) {
+    classNames.push_back(Dnn::Utf16FromUtf8(name));
+    if (!stream->SetAudioClassGain(classNames.back().c_str(), 1))
+      throw std::runtime_error("the model of " + description.name + " has no class " + name);
+  }
+}
+
+void Evaluation::Restart() {
+  stream->SetSequenceSize(sequenceSize);
+}
+
+void Evaluation::Run(const float* const* input, float* const* output) noexcept {
+  bool failed = false;
+  try {
+    // The first call lines the rings up and fills the input with the chunk; what it gives is the
+    // past. The second finds both rings at their end, evaluates, and gives the chunk's result; what
+    // it takes in is overwritten by the next first one.
+    stream->ProcessBlock(input, output, chunkFrames, 0);
+    stream->ProcessBlock(input, output, chunkFrames, 1);
+  } catch (...) {
+    failures.fetch_add(1, std::memory_order_relaxed);
+    failed = true;
+  }
+  for (unsigned c = 0; c < channelCount; ++c)
+    for (float& sample : std::span(output[c], chunkFrames))
+      if (failed || !std::isfinite(sample)) sample = 0;
+}
+
+}  // namespace Orvik::Tesmo::Plugin

@@ -1,0 +1,60 @@
+#pragma once
+
+#include "heart/evaluation.h"
+#include "heart/frames.h"
+
+#include <array>
+#include <atomic>
+#include <cstdint>
+#include <semaphore.h>
+#include <thread>
+
+namespace Orvik::Tesmo::Plugin {
+
+/// Evaluations on a thread of their own. Chunks go in and results come out in order, through slots
+/// that each side owns in turn: no lock, no wait. The audio thread wakes the worker by sem_post, a
+/// system call (a futex wake) that waits for nobody.
+class EvaluationThread {
+public:
+  /// `evaluation` outlives the object. Starts the thread, which sleeps while there is nothing.
+  EvaluationThread(Evaluation& evaluation, unsigned channelCount);
+  /// Waits for the evaluation in progress.
+  ~EvaluationThread();
+  EvaluationThread(const EvaluationThread&) = delete;
+  EvaluationThread& operator=(const EvaluationThread&) = delete;
+
+  // On the audio thread:
+
+  /// Hands chunk number `number` over. False, and nothing done, where the worker is so far behind
+  /// that no slot is free.
+  bool Submit(const Frames& chunk, std::uint64_t number);
+  /// Copies the result of chunk `number` to `result`. False where it is not there yet. Results of
+  /// earlier chunks, which came too late for their own call, are dropped.
+  bool Take(std::uint64_t number, Frames& result);
+  /// Nothing is in progress and nothing waits.
+  bool IsIdle() const { return completed.load(std::memory_order_acquire) == submitted; }
+  /// Sleeps until IsIdle: for hosts that do not play in real time.
+  void WaitUntilIdle() const;
+  /// Drops all results that nobody took. Only while IsIdle.
+  void Forget() { taken = submitted; }
+
+private:
+  void Work();
+
+  struct Slot {
+    Slot(unsigned channelCount, std::uint64_t frames)
+        : input(channelCount, frames), output(channelCount, frames) {}
+    Frames input, output;
+    std::uint64_t number = 0;
+  };
+
+  Evaluation& evaluation;
+  std::array<Slot, 4> slots;
+  std::uint64_t submitted = 0, taken = 0;  // of the audio thread
+  std::atomic<std::uint64_t> completed = 0;
+  std::atomic<bool> ends = false;
+  sem_t work;
+  std::thread worker;
+};
+
+}  // namespace Orvik::Tesmo::Plugin
