@@ -26,7 +26,7 @@ test-large:      ## transforms of up to 2^29 samples (12 GiB of memory, some min
 	@cmake --build $(BUILD) -j $(JOBS) --target fft_large_test
 	@$(BUILD)/bin/fft_large_test
 
-test-cpus:       ## the tests on emulated processors without AVX, some minutes
+test-cpus:       ## the tests on emulated processors from before AVX, half an hour
 	@scripts/install-packages build test
 	@$(call configure,$(BUILD),-DKALVRIN_TESTS=ON) >/dev/null
 	@cmake --build $(BUILD) -j $(JOBS)
