@@ -26,6 +26,9 @@ constexpr Option<StreamRequest> options[] = {
      [](StreamRequest& request, std::string_view value) {
        request.blockFrames = ParseCount(value, 1, mostBlockFrames);
      }},
+    {"--isolated", "",
+     "keep the engine in a process of its own; it always is, so this only says so",
+     [](StreamRequest&, std::string_view) {}},
 };
 
 int Check(Arguments arguments) {

@@ -25,6 +25,8 @@ extern const Command renderCommand;
 extern const Command planCommand;
 extern const Command adaptCommand;
 extern const Command benchCommand;
+extern const Command pluginCommand;
+extern const Command pipewireCommand;
 
 /// All of them, in the order of the help. A new subcommand is one more row in commands.cpp.
 std::span<const Command* const> Commands();

@@ -32,7 +32,7 @@ from spectra import analyse, synthesise
 SEED = 20240607
 RATE = 1.5e-3
 WARM_UP = 100
-DECAY = 0.35
+DECAY = (0.35, 0.774)   # of the steps of each round
 CLIP = 3.0
 ROUND = 8000           # steps of the first round
 FRESH_SHARE = 0.3      # of the mixtures that begin with empty states
@@ -61,11 +61,11 @@ def level(parts):
 
 
 def rate(step, steps):
-    if step < ROUND < steps:
-        steps = ROUND
-    elif step >= ROUND:
-        step, steps = step - ROUND, steps - ROUND
-    return RATE * min(1.0, (step + 1) / WARM_UP, (steps - step) / (DECAY * steps))
+    if step < ROUND:
+        steps, decay = min(steps, ROUND), DECAY[0]
+    else:
+        step, steps, decay = step - ROUND, steps - ROUND, DECAY[1]
+    return RATE * min(1.0, (step + 1) / WARM_UP, (steps - step) / (decay * steps))
 
 
 def partly_fresh(state, step):

@@ -35,6 +35,8 @@ void TakeLine(Description& d, std::string_view key, std::string_view value) {
     d.lookaheadBlocks = Number(value, 0, mostWindows);
   else if (key == "sequence")
     d.sequenceSize = Number(value, 1, mostWindows);
+  else if (key == "spread")
+    d.isAlwaysSpread = Number(value, 0, 1) != 0;
   else if (key == "channels")
     d.channelCounts.push_back(static_cast<unsigned>(Number(value, 1, 2)));
   else if (key == "class")
@@ -71,7 +73,7 @@ std::string DescriptionText(const Description& d) {
   std::ostringstream out;
   out << header << "\nname " << d.name << "\nsymbol " << d.symbol << "\nrate " << d.sampleRateHz
       << "\nwindow " << d.windowLength << "\nlookahead " << d.lookaheadBlocks << "\nsequence "
-      << d.sequenceSize << '\n';
+      << d.sequenceSize << "\nspread " << d.isAlwaysSpread << '\n';
   for (const unsigned count : d.channelCounts)
     out << "channels " << count << '\n';
   for (const std::string& name : d.classes)

@@ -19,6 +19,7 @@ public:
   Frames(const Frames&) = delete;
   Frames& operator=(const Frames&) = delete;
   Frames(Frames&&) = default;
+  Frames& operator=(Frames&&) = default;
 
   std::size_t Length() const { return length; }
   std::size_t ChannelCount() const { return channels.size(); }

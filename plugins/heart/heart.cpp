@@ -46,8 +46,10 @@ std::uint32_t MeasuredCushion(RateConverter& toModel, RateConverter& toHost,
   return cushion + 1;  // for the rounding of the positions in the long run
 }
 
+/// In double, as the tool does: the same gain to the last bit.
 float LinearGain(float db) {
-  return db <= lowestGainDb ? 0.0F : std::pow(10.0F, std::min(db, highestGainDb) / 20);
+  if (db <= lowestGainDb) return 0;
+  return static_cast<float>(std::pow(10.0, std::min(db, highestGainDb) / 20.0));
 }
 
 /// Copies, with silence for what is no audio.
@@ -174,7 +176,7 @@ void Heart::Process(const float* const* input, float* const* output, std::uint32
     // all of the input before any of the output: they may be the same arrays
     for (std::size_t c = 0; c < channelCount; ++c)
       CopyAudio(input[c] + done, dry[c], n);
-    ProcessSlice(n, controls.mayWait);
+    ProcessSlice(n, frames - done - n, controls.mayWait);
     dryDelay.Push(dry.Channels(), n);
     dryDelay.Pop(dry.Channels(), n);
     MixTo(output, done, n, controls.isBypassed);
@@ -183,13 +185,14 @@ void Heart::Process(const float* const* input, float* const* output, std::uint32
 }
 
 /// `dry` through the model to `wet`.
-void Heart::ProcessSlice(std::uint32_t frames, bool mayWait) {
+void Heart::ProcessSlice(std::uint32_t frames, std::uint32_t framesToCome, bool mayWait) {
+  const ModelStage::Call call{toModel ? toModel->MostFrames(framesToCome) : framesToCome, mayWait};
   if (!toModel) {
-    stage.Process(dry.Channels(), wet.Channels(), frames, mayWait);
+    stage.Process(dry.Channels(), wet.Channels(), frames, call);
     return;
   }
   const std::size_t modelFrames = toModel->Process(dry.Channels(), frames, atModelRate.Channels());
-  stage.Process(atModelRate.Channels(), fromModel.Channels(), modelFrames, mayWait);
+  stage.Process(atModelRate.Channels(), fromModel.Channels(), modelFrames, call);
   const std::size_t back = toHost->Process(fromModel.Channels(), modelFrames, converted.Channels());
   convertedQueue.Push(converted.Channels(), back);
   convertedQueue.Pop(wet.Channels(), frames);

@@ -16,9 +16,6 @@
 
 namespace Orvik::Tesmo::Plugin {
 
-/// Gains in dB; at the lowest and below it is silence.
-inline constexpr float lowestGainDb = -60, highestGainDb = 12;
-
 /// Automatic: Spread where the host's blocks are shorter than a hop of the model, else Direct.
 enum class ModeWish { Automatic = 0, Direct = 1, Spread = 2 };
 
@@ -75,7 +72,7 @@ private:
   void Begin(Mode mode);
   void FollowGains(const Controls& controls);
   void FollowMode(ModeWish wish, std::uint32_t frames);
-  void ProcessSlice(std::uint32_t frames, bool mayWait);
+  void ProcessSlice(std::uint32_t frames, std::uint32_t framesToCome, bool mayWait);
   void MixTo(float* const* output, std::uint32_t begin, std::uint32_t frames, bool isBypassed);
 
   double hostRateHz, modelRateHz;

@@ -1,6 +1,7 @@
 #include "heart/model_stage.h"
 
 #include <algorithm>
+#include <utility>
 
 namespace Orvik::Tesmo::Plugin {
 
@@ -8,7 +9,8 @@ ModelStage::ModelStage(const Description& description, const ModelBytes& model,
                        unsigned channelCount)
     : evaluation(description, model, channelCount),
       collected(channelCount, evaluation.ChunkFrames()),
-      playing(channelCount, evaluation.ChunkFrames()), thread(evaluation, channelCount) {}
+      playing(channelCount, evaluation.ChunkFrames()),
+      ahead(channelCount, evaluation.ChunkFrames()), thread(evaluation, channelCount) {}
 
 void ModelStage::Restart(Mode newMode) {
   thread.WaitUntilIdle();
@@ -17,7 +19,7 @@ void ModelStage::Restart(Mode newMode) {
   playing.Clear();
   position = 0;
   chunk = firstSpread = 0;
-  isDraining = false;
+  isDraining = isAhead = false;
   mode = newMode;
 }
 
@@ -27,12 +29,14 @@ bool ModelStage::TrySwitch(Mode newMode) {
   if (isDraining || newMode == mode) return !isDraining;
   thread.Forget();
   playing.Clear();
+  isAhead = false;
   mode = newMode;
   return true;
 }
 
 void ModelStage::Process(const float* const* input, float* const* output, std::size_t frames,
-                         bool mayWait) {
+                         Call call) {
+  call.framesToCome += frames;
   for (std::size_t done = 0; done < frames;) {
     const std::size_t n = std::min(frames - done, collected.Length() - position);
     for (std::size_t c = 0; c < collected.ChannelCount(); ++c) {
@@ -41,17 +45,22 @@ void ModelStage::Process(const float* const* input, float* const* output, std::s
     }
     done += n;
     position += n;
-    if (position == collected.Length()) EndChunk(mayWait);
+    call.framesToCome -= n;
+    if (position == collected.Length()) EndChunk(call);
   }
 }
 
-void ModelStage::EndChunk(bool mayWait) {
+void ModelStage::EndChunk(const Call& call) {
   position = 0;
   if (mode == Mode::Direct) {
     evaluation.Run(collected.Channels(), playing.Channels());
   } else {
-    FetchResult(mayWait);
-    if (!isDraining) thread.Submit(collected, chunk);
+    FetchResult(call.mayWait);
+    isAhead = call.framesToCome >= collected.Length() && thread.IsIdle();
+    if (isAhead)
+      evaluation.Run(collected.Channels(), ahead.Channels());
+    else if (!isDraining)
+      thread.Submit(collected, chunk);
   }
   ++chunk;
 }
@@ -59,6 +68,10 @@ void ModelStage::EndChunk(bool mayWait) {
 /// What plays next is the chunk before the one that has just been collected.
 void ModelStage::FetchResult(bool mayWait) {
   if (mayWait) thread.WaitUntilIdle();
+  if (isAhead) {
+    std::swap(playing, ahead);
+    return;
+  }
   if (chunk > firstSpread && thread.Take(chunk - 1, playing)) return;
   if (chunk > firstSpread && !isDraining) ++lateResults;
   playing.Clear();

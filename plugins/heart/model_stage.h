@@ -11,7 +11,9 @@ namespace Orvik::Tesmo::Plugin {
 /// Where evaluations run.
 enum class Mode {
   Direct,  ///< in the call that completes a chunk: least latency, uneven load
-  Spread,  ///< on a thread of their own while the next chunk comes in: one chunk more latency
+  /// On a thread of their own while the next chunk comes in: one chunk more latency. Where a call
+  /// is so long that a result is due in the call that completes its chunk, that one is direct.
+  Spread,
 };
 
 /// Frames at the model's rate, as many out as in, in calls of any length. One call at a time on one
@@ -35,16 +37,21 @@ public:
   /// first, to be asked again. The output of the next LatencyFrames() frames is no good.
   bool TrySwitch(Mode newMode);
 
-  /// `mayWait`: the host does not play in real time, and no result is late.
-  void Process(const float* const* input, float* const* output, std::size_t frames, bool mayWait);
+  /// How a call stands in its host's.
+  struct Call {
+    std::size_t framesToCome = 0;  // in the same call of the host, behind these; rather too many
+    bool mayWait = false;          // the host does not play in real time: no result is late
+  };
+  void Process(const float* const* input, float* const* output, std::size_t frames, Call call);
 
 private:
-  void EndChunk(bool mayWait);
+  void EndChunk(const Call& call);
   void FetchResult(bool mayWait);
 
   Evaluation evaluation;
-  Frames collected, playing;
-  std::size_t position = 0;       // in both
+  Frames collected, playing, ahead;
+  std::size_t position = 0;       // in the first two
+  bool isAhead = false;           // `ahead` is the result of the last chunk
   std::uint64_t chunk = 0;        // number of the one that is collected
   std::uint64_t firstSpread = 0;  // the first chunk that the worker was asked for
   Mode mode = Mode::Direct;

@@ -7,7 +7,7 @@
 namespace Orvik::Tesmo::Tool {
 
 AudioReader::AudioReader(const std::string& path) : file(path), sound(file.Get(), SFM_READ, info) {
-  if (!sound.Handle())
+  if (!sound.Handle() || sound.SystemError() != 0)
     throw Refusal(file.Name() + " is no audio that can be read: " + sound.ErrorText());
 }
 
@@ -33,7 +33,7 @@ std::size_t AudioReader::Read(float* interleaved, std::size_t frames) {
   const sf_count_t done =
       sf_readf_float(sound.Handle(), interleaved, static_cast<sf_count_t>(frames));
   const auto count = static_cast<std::size_t>(done < 0 ? 0 : done);
-  if (count < frames && (sound.SystemError() != 0 || sf_error(sound.Handle()) != 0)) {
+  if (sound.SystemError() != 0 || (count < frames && sf_error(sound.Handle()) != 0)) {
     const double second = static_cast<double>(position + count) / info.samplerate;
     throw Refusal(file.Name() + " cannot be read past " + std::to_string(second) +
                   " s: " + sound.ErrorText());

@@ -32,6 +32,9 @@ private:
   struct Closer {
     void operator()(SNDFILE* file) const { sf_close(file); }
   };
+  static sf_count_t Noted(Io& io, sf_count_t result);
+  template <class Step>
+  static sf_count_t MoveAll(Io& io, sf_count_t count, Step step);
   static SF_VIRTUAL_IO Operations();
 
   std::unique_ptr<Io> io;  // libsndfile holds its address

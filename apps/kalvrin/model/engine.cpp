@@ -1,24 +1,15 @@
 #include "model/engine.h"
 
 #include "command_line/errors.h"
+#include "model/installed_file.h"
 #include "platform/onnxruntime/runtime.h"
 #include "stream/kernel_build.h"
-
-#include <filesystem>
 
 namespace Orvik::Tesmo::Tool {
 namespace {
 
-constexpr const char* engineFile = "libonnxruntime.so.1";
-
 std::string EngineFolder() {
-  const auto own = std::filesystem::read_symlink("/proc/self/exe").parent_path();
-  for (const char* relative : {".", "../lib", "../lib/kalvrin", KALVRIN_ENGINE_FOLDER}) {
-    const auto folder = own / relative;
-    if (std::filesystem::exists(folder / engineFile)) return folder;
-  }
-  throw Refusal(std::string("the inference engine ") + engineFile + " is neither in " +
-                own.string() + " nor in ../lib or ../lib/kalvrin from there");
+  return InstalledFile("libonnxruntime.so.1").parent_path();
 }
 
 }  // namespace
@@ -26,8 +17,9 @@ std::string EngineFolder() {
 Engine::Engine() : modules(EngineFolder()) {
   SelectKernelBuild();
   if (Failed(Platform::CreateOnnxRuntime(modules.Engine(), runtime)))
-    throw Refusal(std::string("the inference engine ") + EngineFolder() + "/" + engineFile +
-                  " cannot be used; version 1.20 or later for this machine is needed");
+    throw Refusal(
+        "the inference engine " + EngineFolder() +
+        "/libonnxruntime.so.1 cannot be used; version 1.20 or later for this machine is needed");
 }
 
 }  // namespace Orvik::Tesmo::Tool

@@ -1,0 +1,134 @@
+#include "command.h"
+#include "command_line/child_process.h"
+#include "command_line/gains.h"
+#include "heart/description.h"
+#include "model/report.h"
+#include "plugin/described_model.h"
+#include "plugin/filter_chain.h"
+#include "plugin/folders.h"
+
+#include <algorithm>
+#include <cmath>
+#include <iostream>
+
+namespace Orvik::Tesmo::Tool {
+namespace {
+
+struct Settings {
+  PluginRequest request = {{}, 0, true};  // the graph's thread is everybody's
+  std::vector<ClassGain> gains;
+  float rest = 1, master = 1;
+  unsigned channelCount = 0;
+  std::string file, folder, source;
+};
+using Value = std::string_view;
+
+constexpr Option<Settings> options[] = {
+    {"--class-gain", "NAME=GAIN", "gain of one class, 0.5 or -6dB; again for further classes",
+     [](Settings& s, Value value) { s.gains.push_back(ParseClassGain(value)); }},
+    {"--rest", "GAIN", "gain of Rest, what no class claims (default 1)",
+     [](Settings& s, Value value) { s.rest = ParseGain(value); }},
+    {"--master", "GAIN", "gain of everything (default 1)",
+     [](Settings& s, Value value) { s.master = ParseGain(value); }},
+    {"--name", "TEXT", "what applications call the microphone (default: the model's name)",
+     [](Settings& s, Value value) { s.request.name = CheckedPluginName(value); }},
+    {"--channels", "N", "1 or 2 (default: 1 where the model takes it)",
+     [](Settings& s, Value value) {
+       s.channelCount = static_cast<unsigned>(ParseCount(value, 1, 2));
+     }},
+    {"--source", "NODE", "the microphone to use, as `pw-cli ls Node` has it (default: the default)",
+     [](Settings& s, Value value) { s.source = value; }},
+    {"--sequence", "N", "windows per evaluation (default: the model's own, else 4)",
+     [](Settings& s, Value value) { s.request.sequenceSize = ParseCount(value, 1, mostWindows); }},
+    {"--direct", "", "evaluate inside the audio graph: one evaluation less latency, uneven load",
+     [](Settings& s, Value) { s.request.isAlwaysSpread = false; }},
+    {"--to", "FILE", "the configuration (default: ~/.config/pipewire/kalvrin-NAME.conf)",
+     [](Settings& s, Value value) { s.file = value; }},
+    {"--plugins", "DIR", "where the plugin goes (default: ~/.local/share/kalvrin)",
+     [](Settings& s, Value value) { s.folder = value; }},
+};
+
+/// As a plugin's control takes it: what is too quiet for it is mute.
+double Decibels(float gain) {
+  if (gain <= 0) return Plugin::lowestGainDb;
+  const double db = 20 * std::log10(static_cast<double>(gain));
+  if (db > Plugin::highestGainDb)
+    throw UsageError("a gain of " + GainText(gain) + " is more than the plugin's +12 dB");
+  return std::max(db, static_cast<double>(Plugin::lowestGainDb));
+}
+
+bool EqualInAscii(std::string_view left, std::string_view right) {
+  return std::ranges::equal(left, right, [](char a, char b) {
+    const auto small = [](char c) {
+      return c >= 'A' && c <= 'Z' ? static_cast<char>(c | 0x20) : c;
+    };
+    return small(a) == small(b);
+  });
+}
+
+std::vector<std::pair<std::string, double>> ControlsFor(const Settings& settings,
+                                                        const Plugin::Description& d) {
+  std::vector<std::pair<std::string, double>> controls;
+  for (const std::string& name : d.classes)
+    controls.emplace_back(name, 0);
+  for (const ClassGain& wish : settings.gains) {
+    const auto place = std::ranges::find_if(
+        controls, [&](const auto& control) { return EqualInAscii(control.first, wish.name); });
+    if (place == controls.end()) throw UsageError("the model has no class '" + wish.name + "'");
+    place->second = Decibels(wish.gain);
+  }
+  controls.emplace_back("Rest", Decibels(settings.rest));
+  controls.emplace_back("Master", Decibels(settings.master));
+  if (!d.isAlwaysSpread) controls.emplace_back("Mode", 1);
+  return controls;
+}
+
+unsigned ChannelCountFor(const Settings& settings, const DescribedModel& model) {
+  const auto& takes = model.description.channelCounts;
+  if (settings.channelCount == 0) return takes.front();
+  if (std::ranges::count(takes, settings.channelCount) != 0) return settings.channelCount;
+  throw Refusal(model.file.path + " does not take " + Counted(settings.channelCount, "channel"));
+}
+
+int WriteMicrophone(Arguments arguments) {
+  Settings settings;
+  const auto operands = ParseArguments<Settings>(arguments, options, settings);
+  ExpectOperands(operands, pipewireCommand.operands);
+  if (settings.folder.empty()) settings.folder = InHome(".local/share/kalvrin");
+  ContinueInChild();
+  const DescribedModel model(operands[0], settings.request);
+  const Plugin::Description& d = model.description;
+  if (settings.file.empty())
+    settings.file = InHome(".config/pipewire/kalvrin-" + d.symbol + ".conf");
+  FilterChain chain;
+  chain.description = d;
+  chain.channelCount = ChannelCountFor(settings, model);
+  chain.controls = ControlsFor(settings, d);
+  chain.target = settings.source;
+  chain.library = std::filesystem::absolute(WriteLadspaModel(model, settings.folder));
+  WriteTextFile(settings.file, FilterChainText(chain));
+  const std::string file = std::filesystem::absolute(settings.file).string();
+  const std::string unit = "kalvrin-" + d.symbol;
+  PrintField(std::cout, "written", file);
+  PrintField(std::cout, "plugin", chain.library.string());
+  PrintField(std::cout, "try", "pipewire -c '" + file + "', until Ctrl-C");
+  PrintField(std::cout, "on", "systemd-run --user --unit=" + unit + " pipewire -c '" + file + "'");
+  PrintField(std::cout, "off", "systemctl --user stop " + unit);
+  PrintField(std::cout, "then", "choose the microphone '" + d.name + "' in the application");
+  return ExitStatus::Ok;
+}
+
+}  // namespace
+
+constinit const Command pipewireCommand = {
+    "pipewire",
+    "MODEL",
+    "make a virtual microphone of a model, for PipeWire",
+    "Writes a filter-chain configuration and the plugin that it loads, and says how to switch the\n"
+    "microphone on and off. Applications then find it among their microphones: the real one,\n"
+    "through the model with the gains asked for.\n",
+    [](std::ostream& out) { PrintOptions<Settings>(out, options); },
+    WriteMicrophone,
+};
+
+}  // namespace Orvik::Tesmo::Tool

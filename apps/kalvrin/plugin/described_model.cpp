@@ -1,0 +1,98 @@
+#include "plugin/described_model.h"
+
+#include "command_line/errors.h"
+#include "kalvrin/stream_processor.h"
+#include "model/engine.h"
+#include "model/model_description.h"
+#include "model/model_facts.h"
+#include "model/refusals.h"
+#include "render/mix.h"
+#include "runtime/model_loading.h"
+#include "runtime/text.h"
+#include "shell/ports.h"
+#include "stream/assemble_stream.h"
+
+#include <algorithm>
+#include <filesystem>
+#include <optional>
+#include <stdexcept>
+
+namespace Orvik::Tesmo::Tool {
+namespace {
+
+/// UTF-8. A name that cannot be written on a line of its own is refused.
+std::string ClassName(const std::u16string& name) {
+  const std::string text = PrintableText(name);
+  if (Dnn::Utf8FromUtf16(name) != text)
+    throw Refusal("a class is called '" + text + "', with characters that no host can show");
+  return text;
+}
+
+void TakeFacts(Plugin::Description& d, const ModelFacts& facts, const PluginRequest& request) {
+  d.sampleRateHz = static_cast<std::uint32_t>(std::max(facts.sampleRateHz, 0));
+  d.windowLength = facts.layout.GetWindowLength();
+  d.lookaheadBlocks = static_cast<std::uint64_t>(facts.lookahead);
+  d.sequenceSize = facts.Settle({.sequenceSize = request.sequenceSize}).sequenceSize;
+  for (const Stem& stem : StemsOf(facts))
+    if (!stem.isRemainder && !Dnn::EqualIgnoringCase(stem.className.c_str(), u"Rest"))
+      d.classes.push_back(ClassName(stem.className));
+}
+
+}  // namespace
+
+DescribedModel::DescribedModel(const std::string& path, const PluginRequest& request)
+    : file(ReadModelFile(path)) {
+  Engine engine;
+  std::optional<ModelDescription> found;
+  std::string refusal;
+  description.isAlwaysSpread = request.isAlwaysSpread;
+  const auto refuse = [&] {
+    const auto explanation = ExplainCurrentException(found ? &*found : nullptr, {});
+    refusal = file.path + " is refused: " + explanation.reason + "; " + explanation.change;
+  };
+  try {
+    const auto model =
+        Dnn::LoadLearningModel(engine.Runtime(), file.bytes.data(), file.bytes.size());
+    found = DescribeModel(*model);
+    const ModelFacts facts(*model);
+    TakeFacts(description, facts, request);
+    description.name = request.name.empty() ? PrintableText(facts.info.GetName()) : request.name;
+  } catch (const Refusal&) {
+    throw;
+  } catch (...) {
+    refuse();
+    throw Refusal(refusal);
+  }
+  for (const unsigned count : {1U, 2U}) {
+    try {
+      AssembleStream(engine.Runtime(), file.bytes.data(), file.bytes.size(),
+                     description.sequenceSize, count, description.ChunkFrames());
+      description.channelCounts.push_back(count);
+    } catch (...) {
+      refuse();
+    }
+  }
+  if (description.channelCounts.empty()) throw Refusal(refusal);
+  if (description.name.empty()) description.name = std::filesystem::path(path).stem();
+  description.symbol = Plugin::SymbolFor(description.name);
+}
+
+std::string CheckedPluginName(std::string_view text) {
+  std::string name(text);
+  try {
+    if (!name.empty() && PrintableText(Dnn::Utf16FromUtf8(name)) == name) return name;
+  } catch (const std::range_error&) {
+    // no UTF-8: refused below
+  }
+  throw UsageError("a name is a line of text");
+}
+
+double PluginLatency(const Plugin::Description& d, bool isSpread, double hostRateHz) {
+  const std::uint64_t chunk = d.ChunkFrames();
+  const std::uint64_t frames =
+      LatencyFrames(d.windowLength, d.lookaheadBlocks, d.sequenceSize, chunk) +
+      (isSpread ? chunk : 0);
+  return static_cast<double>(frames) * hostRateHz / (d.sampleRateHz ? d.sampleRateHz : hostRateHz);
+}
+
+}  // namespace Orvik::Tesmo::Tool

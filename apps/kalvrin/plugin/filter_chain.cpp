@@ -1,0 +1,74 @@
+#include "plugin/filter_chain.h"
+
+#include "shell/ports.h"
+
+#include <sstream>
+
+namespace Orvik::Tesmo::Tool {
+namespace {
+
+std::string Quoted(const std::string& text) {
+  std::string quoted = "\"";
+  for (const char c : text) {
+    if (c == '"' || c == '\\') quoted += '\\';
+    quoted += c;
+  }
+  return quoted + '"';
+}
+
+}  // namespace
+
+std::string MicrophoneName(const Plugin::Description& description) {
+  return "kalvrin." + description.symbol;
+}
+
+std::string FilterChainText(const FilterChain& chain) {
+  const std::string name = MicrophoneName(chain.description);
+  const std::string channels = chain.channelCount == 1
+                                   ? "audio.channels = 1 audio.position = [ MONO ]"
+                                   : "audio.channels = 2 audio.position = [ FL FR ]";
+  std::ostringstream out;
+  out << R"(context.spa-libs = {
+  audio.convert.* = audioconvert/libspa-audioconvert
+  support.*       = support/libspa-support
+}
+context.modules = [
+  { name = libpipewire-module-rt args = { nice.level = -11 } flags = [ ifexists nofail ] }
+  { name = libpipewire-module-protocol-native }
+  { name = libpipewire-module-client-node }
+  { name = libpipewire-module-adapter }
+  { name = libpipewire-module-filter-chain
+    args = {
+      node.description = )"
+      << Quoted(chain.description.name) << "\n      media.name = " << Quoted(chain.description.name)
+      << R"(
+      filter.graph = {
+        nodes = [
+          { type = ladspa
+            name = model
+            plugin = )"
+      << Quoted(chain.library.string()) << "\n            label = " << chain.description.symbol
+      << '_' << Plugin::FormName(chain.channelCount) << "\n            control = {\n";
+  for (const auto& [port, value] : chain.controls)
+    out << "              " << Quoted(port) << " = " << value << '\n';
+  out << R"(            }
+          }
+        ]
+      }
+      capture.props = {
+        node.name = )"
+      << Quoted("capture." + name) << "\n        node.passive = true\n        " << channels << '\n';
+  if (!chain.target.empty()) out << "        target.object = " << Quoted(chain.target) << '\n';
+  out << R"(      }
+      playback.props = {
+        node.name = )"
+      << Quoted(name) << "\n        media.class = Audio/Source\n        " << channels << R"(
+      }
+    }
+  }
+]
+)";
+  return out.str();
+}
+
+}  // namespace Orvik::Tesmo::Tool

@@ -1,0 +1,119 @@
+#include "plugin/folders.h"
+
+#include "command_line/errors.h"
+#include "model/installed_file.h"
+#include "plugin/turtle.h"
+
+#include <cstdlib>
+#include <fstream>
+#include <unistd.h>
+
+namespace Orvik::Tesmo::Tool {
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr const char* libraries[] = {"libkalvrin.so.0", "libonnxruntime.so.1",
+                                     "libsamplerate.so.0"};
+
+/// A name beside `path` that no other process takes.
+fs::path Beside(const fs::path& path, const char* what) {
+  return path.parent_path() /
+         ("." + path.filename().string() + "." + what + std::to_string(getpid()));
+}
+
+/// A program that has the old file open keeps it.
+void CopyInstalledFile(const char* name, const fs::path& folder) {
+  const fs::path target = folder / name;
+  const fs::path fresh = Beside(target, "new");
+  fs::copy_file(InstalledFile(name), fresh, fs::copy_options::overwrite_existing);
+  fs::rename(fresh, target);
+}
+
+void WriteBytes(const fs::path& path, std::string_view bytes) {
+  const fs::path fresh = Beside(path, "new");
+  std::ofstream out(fresh, std::ios::binary);
+  out.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+  out.close();
+  if (!out) throw Refusal("cannot write " + path.string());
+  fs::rename(fresh, path);
+}
+
+void WriteModel(const DescribedModel& model, const fs::path& file) {
+  WriteBytes(file, {model.file.bytes.data(), model.file.bytes.size()});
+  WriteBytes(Plugin::DescriptionPath(file), Plugin::DescriptionText(model.description));
+}
+
+void FillBundle(const DescribedModel& model, const fs::path& bundle) {
+  fs::create_directories(bundle);
+  CopyInstalledFile("kalvrin_lv2.so", bundle);
+  for (const char* name : libraries)
+    CopyInstalledFile(name, bundle);
+  WriteModel(model, bundle / "model.onnx");
+  WriteBytes(bundle / "plugins.ttl", PluginsText(model.description));
+  WriteBytes(bundle / "manifest.ttl",
+             ManifestText(model.description, "kalvrin_lv2.so", "plugins.ttl"));
+}
+
+/// Removed at the end of its life, whatever happens.
+struct Scratch {
+  fs::path path;
+  ~Scratch() {
+    std::error_code ignored;
+    fs::remove_all(path, ignored);
+  }
+};
+
+/// File system failures as the tool says them.
+template <class Work>
+auto Saying(Work work) {
+  try {
+    return work();
+  } catch (const fs::filesystem_error& error) {
+    throw Refusal(std::string(error.path1()) + ": " + error.code().message());
+  }
+}
+
+}  // namespace
+
+fs::path WriteLv2Bundle(const DescribedModel& model, const fs::path& folder) {
+  return Saying([&] {
+    const fs::path bundle = folder / ("kalvrin-" + model.description.symbol + ".lv2");
+    if (fs::exists(bundle) && !fs::exists(bundle / "model.plugin"))
+      throw Refusal(bundle.string() + " is there already and is no bundle of this tool");
+    const Scratch fresh{Beside(bundle, "new")};
+    const Scratch old{Beside(bundle, "old")};
+    FillBundle(model, fresh.path);
+    if (fs::exists(bundle)) fs::rename(bundle, old.path);
+    fs::rename(fresh.path, bundle);
+    return bundle;
+  });
+}
+
+fs::path WriteLadspaModel(const DescribedModel& model, const fs::path& folder) {
+  return Saying([&] {
+    const fs::path models = folder / "kalvrin";
+    fs::create_directories(models);
+    for (const char* name : libraries)
+      CopyInstalledFile(name, models);
+    WriteModel(model, models / (model.description.symbol + ".onnx"));
+    CopyInstalledFile("kalvrin_ladspa.so", folder);
+    return folder / "kalvrin_ladspa.so";
+  });
+}
+
+fs::path InHome(const fs::path& relative) {
+  const char* home = std::getenv("HOME");  // NOLINT(concurrency-mt-unsafe): one thread
+  if (!home || !*home) throw Refusal("HOME is not set; --to says where to write");
+  return fs::path(home) / relative;
+}
+
+void WriteTextFile(const fs::path& path, const std::string& text) {
+  Saying([&] {
+    if (path.has_parent_path()) fs::create_directories(path.parent_path());
+    WriteBytes(path, text);
+    return 0;
+  });
+}
+
+}  // namespace Orvik::Tesmo::Tool

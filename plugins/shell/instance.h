@@ -1,0 +1,61 @@
+#pragma once
+
+#include "heart/heart.h"
+#include "shell/ports.h"
+
+#include <cstdint>
+#include <filesystem>
+#include <memory>
+#include <vector>
+
+namespace Orvik::Tesmo::Plugin {
+
+/// A form of a model that a host can instantiate.
+struct Form {
+  Description description;
+  unsigned channelCount = 0;
+  std::filesystem::path model;
+  std::vector<Port> ports;
+
+  /// The ports follow from the rest.
+  Form(Description description, unsigned channelCount, std::filesystem::path model, Interface of);
+};
+
+/// A heart behind the ports that a host connects, for interfaces that give a pointer to floats for
+/// each port. Threads as Heart.
+class Instance {
+public:
+  /// Slow. `form` outlives the object. Throws what loading the model and Heart throw.
+  Instance(const Form& form, double hostRateHz, std::uint32_t usualBlockFrames);
+
+  /// Numbers that no port has are left alone.
+  void Connect(std::size_t port, float* data) noexcept;
+  /// Says on standard error where memory has run out.
+  void Activate() noexcept;
+  /// Does nothing while an audio port is not connected. A control that is not connected has its
+  /// initial value.
+  void Run(std::uint32_t frames) noexcept;
+
+private:
+  float Value(std::size_t port) const;
+  void ReadControls();
+  void Report();
+
+  const Form& form;
+  Heart heart;
+  std::vector<float*> data;  // by port
+  std::vector<float> classGainsDb;
+  std::vector<const float*> inputs;
+  std::vector<float*> outputs;
+  Controls controls;
+};
+
+/// The instance, or null with the reason on standard error.
+std::unique_ptr<Instance> TryMakeInstance(const Form& form, double hostRateHz,
+                                          std::uint32_t usualBlockFrames) noexcept;
+
+/// All forms of the models that have a description in `folder`, by file name; descriptions that
+/// cannot be read are named on standard error.
+std::vector<Form> FindForms(const std::filesystem::path& folder, Interface of) noexcept;
+
+}  // namespace Orvik::Tesmo::Plugin

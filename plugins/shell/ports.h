@@ -1,0 +1,50 @@
+#pragma once
+
+#include "heart/description.h"
+
+#include <string>
+#include <vector>
+
+namespace Orvik::Tesmo::Plugin {
+
+/// What a port of a plugin is for. From Latency on the plugin writes.
+enum class Role {
+  Input,
+  Output,
+  Enabled,
+  Bypass,
+  Master,
+  Rest,
+  ClassGain,
+  Mode,
+  FreeWheel,
+  Latency,
+  Late
+};
+
+/// One port, whatever the plugin interface calls it.
+struct Port {
+  Role role = Role::Input;
+  unsigned index = 0;  // of the channel or the class
+  std::string symbol;  // letters, digits and _; the same for the same model, for hosts' sessions
+  std::string name;    // for people, UTF-8
+  float lowest = 0, highest = 1, initial = 0;  // of controls
+
+  bool IsAudio() const { return role == Role::Input || role == Role::Output; }
+  bool IsWritten() const { return role == Role::Output || role >= Role::Latency; }
+  bool IsGain() const { return role >= Role::Master && role <= Role::ClassGain; }
+};
+
+enum class Interface { Lv2, Ladspa };
+
+/// The ports of one form, in the order of their numbers. LV2 has Enabled and FreeWheel, LADSPA has
+/// Bypass in their place.
+std::vector<Port> PortsOf(const Description& description, unsigned channelCount, Interface of);
+
+/// "mono" or "stereo".
+std::string FormName(unsigned channelCount);
+
+/// Small letters, digits and _ of `text`, not beginning with a digit, never empty.
+std::string SymbolFor(const std::string& text);
+
+}  // namespace Orvik::Tesmo::Plugin

@@ -1,0 +1,168 @@
+#!/usr/bin/python3
+"""The plugins in real hosts, each compared with `kalvrin render` where the host gives audio.
+usage: check.py BUILD_FOLDER"""
+import os
+import pathlib
+import re
+import sys
+import tempfile
+
+import numpy as np
+
+from common import Failed, expect, need, read_audio, run, signal, verdicts, write_wav
+from jack import check_jalv
+from pipewire import check_pipewire
+
+build = pathlib.Path(sys.argv[1]).resolve()
+tool = build / "bin/kalvrin"
+work = pathlib.Path(tempfile.mkdtemp(prefix="kalvrin-plugins."))
+bundles, ladspa = work / "lv2", work / "ladspa"
+lv2_env = {"LV2_PATH": str(bundles)}
+
+# file, symbol, class gains in dB by the symbol of the port, Rest in dB
+MODELS = [
+    ("noise_reducer", "noise_reducer", {"Speech": 0}, -12),
+    ("separator", "speech_and_music", {"Speech": 0, "Music": -60}, -6),
+    ("harmonic_percussive", "harmonic_and_percussive", {"Harmonic": -18, "Percussive": 3}, -60),
+    ("band_splitter", "band_splitter", {"Low": -60, "Voice": 0, "High": -6}, -60),
+]
+
+
+def model(name):
+    return build / f"models/{name}.onnx"
+
+
+def rendered(name, classes, rest, audio):
+    """What the tool gives for the gains, in time with the input."""
+    write_wav(work / "in.wav", audio, 16000)
+    db = lambda value: "-infdB" if value <= -60 else f"{value}dB"
+    gains = [f"--gain={key}={db(value)}" for key, value in classes.items()]
+    run(tool, "render", model(name), work / "in.wav", work / "out.wav", *gains, f"--rest={db(rest)}", "--encoding", "float")
+    return read_audio(work / "out.wav", audio.shape[1])
+
+
+def equal_bits(found, expected, latency):
+    length = min(len(expected), len(found) - latency)
+    expect(length > 16000, f"only {len(found)} frames came")
+    expect(np.any(found), "silence came")
+    wrong = np.flatnonzero(np.any(found[latency:latency + length] != expected[:length], 1))
+    expect(len(wrong) == 0, f"{len(wrong)} of {length} frames differ, the first is {wrong[:1]}")
+    return f"{length} frames equal bit for bit"
+
+
+def direct_latency(name):
+    """In frames, as `kalvrin plugin` says it."""
+    return int(re.search(r"direct +(\d+) frames", latencies[name])[1])
+
+
+def make_plugins():
+    for name, *_ in MODELS:
+        latencies[name] = run(tool, "plugin", model(name), "--to", bundles)
+        run(tool, "plugin", model(name), "--ladspa", "--to", ladspa)
+    run(tool, "plugin", model("separator"), "--spread", "--name", 'Always "spread"', "--to", bundles)
+    run(tool, "plugin", model("separator"), "--to", bundles)  # again, over the one that is there
+    return f"{len(list(bundles.iterdir()))} bundles, {len(list((ladspa / 'kalvrin').glob('*.onnx')))} LADSPA models"
+
+
+def check_validate():
+    need("lv2_validate")
+    said = run("lv2_validate", *sorted(bundles.glob("*/*.ttl")))
+    expect("Found 0 errors" in said, said)
+    return said.strip().splitlines()[-1]
+
+
+def check_info():
+    need("lv2ls", "lv2info")
+    uris = run("lv2ls", env=lv2_env).split()
+    expect(len(uris) == 2 * (len(MODELS) + 1), f"found {uris}")
+    for uri in uris:
+        said = run("lv2info", uri, env=lv2_env)
+        expect("reported by port" in said, f"no latency port: {said}")
+        expect("error" not in said.lower(), said)
+    return f"{len(uris)} plugins, each with a latency port"
+
+
+def check_bench():
+    need("lv2bench")
+    said = run("lv2bench", "-b", "512", env=lv2_env, seconds=300)
+    seconds = re.findall(r"^([\d.]+) urn:kalvrin", said, re.M)
+    expect(len(seconds) == 2 * (len(MODELS) + 1), said)
+    return f"{len(seconds)} plugins, blocks of 512, {min(map(float, seconds))} to {max(map(float, seconds))} s for 2^19 frames"
+
+
+def check_analyse():
+    need("analyseplugin")
+    said = run("analyseplugin", ladspa / "kalvrin_ladspa.so")
+    for _, symbol, classes, _ in MODELS:
+        for form in ("mono", "stereo"):
+            expect(f'"{symbol}_{form}"' in said, said)
+        for name in classes:
+            expect(f'"{name}" input, control, -60 to 12, default 0' in said, said)
+    expect('"latency" output, control' in said, said)
+    return f"{2 * len(MODELS)} plugins"
+
+
+def check_ffmpeg_lv2():
+    need("ffmpeg")
+    results = []
+    for name, symbol, classes, rest in MODELS:
+        for channels, form in ((1, "mono"), (2, "stereo")):
+            audio = signal(3, channels)
+            expected = rendered(name, classes, rest, audio)
+            controls = [f"gain_{key.lower()}={value}" for key, value in classes.items()] + [f"rest={rest}", "mode=1"]
+            uri = f"urn:kalvrin:{symbol}:{form}".replace(":", r"\\:")
+            os.environ.update(lv2_env)
+            found = read_audio(work / "in.wav", channels, "-af", f"lv2=p={uri}:c=" + "|".join(controls))
+            results.append(equal_bits(found, expected, direct_latency(name)))
+    return f"{len(results)} runs, {results[-1]}"
+
+
+def check_ffmpeg_ladspa():
+    need("ffmpeg")
+    results = []
+    for name, symbol, classes, rest in MODELS:
+        for channels, form in ((1, "mono"), (2, "stereo")):
+            audio = signal(3, channels)
+            expected = rendered(name, classes, rest, audio)
+            values = [0, *classes.values(), rest, 0, 1]  # bypass, classes, Rest, Master, Mode
+            controls = "|".join(f"c{i}={value}" for i, value in enumerate(values))
+            found = read_audio(work / "in.wav", channels, "-af",
+                               f"ladspa=file={ladspa}/kalvrin_ladspa.so:plugin={symbol}_{form}:controls={controls}")
+            results.append(equal_bits(found, expected, direct_latency(name)))
+    return f"{len(results)} runs, {results[-1]}"
+
+
+def check_rates():
+    """ffmpeg at the rates of the world: with all gains 1 the input comes back at the latency, to a
+    fraction of a frame."""
+    need("ffmpeg")
+    for rate in (8000, 44100, 48000, 96000, 192000):
+        t = np.arange(2 * rate) / rate
+        write_wav(work / "in.wav", (0.4 * np.sin(2 * np.pi * 400 * t))[:, None], rate)
+        uri = "urn:kalvrin:noise_reducer:mono".replace(":", r"\\:")
+        found = read_audio(work / "in.wav", 1, "-af", f"lv2=p={uri}:c=mode=1")[rate:, 0]
+        # amplitude and residue of the tone
+        basis = np.exp(2j * np.pi * 400 * t[rate:])
+        amplitude = 2 * np.mean(found * basis.conj())
+        residue = np.max(np.abs(found - (amplitude * basis).real))
+        expect(abs(abs(amplitude) - 0.4) < 1e-3 and residue < 1e-3,
+               f"{rate} Hz: amplitude {abs(amplitude):.4f}, residue {residue:.2g}")
+    return "a tone comes through unharmed at 8 to 192 kHz"
+
+
+latencies = {}
+try:
+    print(f"          {make_plugins()}")
+except Failed as reason:
+    sys.exit(f"FAILED   kalvrin plugin: {reason}")
+verdicts([
+    ("lv2_validate", check_validate),
+    ("lv2info", check_info),
+    ("analyseplugin", check_analyse),
+    ("ffmpeg lv2", check_ffmpeg_lv2),
+    ("ffmpeg ladspa", check_ffmpeg_ladspa),
+    ("ffmpeg at other rates", check_rates),
+    ("lv2bench", check_bench),
+    *check_jalv(work, lv2_env),
+    *check_pipewire(work, tool, model("harmonic_percussive")),
+])

@@ -1,0 +1,156 @@
+"""The virtual microphone of `kalvrin pipewire`, headless: a file is played into a null source, comes
+through the filter chain, is recorded, and compared with `kalvrin render`."""
+import os
+import re
+import subprocess
+import time
+
+import numpy as np
+
+from common import Failed, Skipped, expect, need, read_audio, run, signal, write_wav
+
+RATE, HOP = 16000, 512
+GAINS = {"Harmonic": "-18dB", "Percussive": "3dB"}
+
+SERVER = """
+context.properties = {{
+  core.daemon = true core.name = pipewire-0
+  default.clock.rate = {rate} default.clock.allowed-rates = [ {rate} ]
+  default.clock.quantum = {quantum} default.clock.min-quantum = {quantum} default.clock.max-quantum = {quantum}
+}}
+context.spa-libs = {{
+  audio.convert.* = audioconvert/libspa-audioconvert
+  support.* = support/libspa-support
+}}
+context.modules = [
+  {{ name = libpipewire-module-protocol-native }}
+  {{ name = libpipewire-module-profiler }}
+  {{ name = libpipewire-module-metadata }}
+  {{ name = libpipewire-module-spa-node-factory }}
+  {{ name = libpipewire-module-client-node }}
+  {{ name = libpipewire-module-access }}
+  {{ name = libpipewire-module-adapter }}
+  {{ name = libpipewire-module-link-factory }}
+  {{ name = libpipewire-module-session-manager }}
+]
+context.objects = [
+  {{ factory = spa-node-factory
+     args = {{ factory.name = support.node.driver node.name = Dummy-Driver
+               node.group = pipewire.dummy priority.driver = 20000 }} }}
+  {{ factory = adapter
+     args = {{ factory.name = support.null-audio-sink node.name = microphone
+               media.class = Audio/Source/Virtual object.linger = true audio.position = [ MONO ] }} }}
+]
+"""
+
+
+class Graph:
+    """A PipeWire of our own with a session manager; all ends with the block."""
+
+    def __init__(self, folder, quantum):
+        folder.mkdir(parents=True, mode=0o700)
+        self.folder, self.processes = folder, []
+        self.env = {**os.environ, "XDG_RUNTIME_DIR": str(folder), "HOME": str(folder), "PIPEWIRE_DEBUG": "1"}
+        (folder / "server.conf").write_text(SERVER.format(rate=RATE, quantum=quantum))
+
+    def start(self, *command):
+        with open(self.folder / (os.path.basename(command[0]) + ".log"), "a") as log:
+            process = subprocess.Popen([str(part) for part in command], stdin=subprocess.DEVNULL, stdout=log,
+                                       stderr=log, env=self.env)
+        self.processes.append(process)
+        return process
+
+    def nodes(self):
+        return run("pw-cli", "ls", "Node", env=self.env, check=False)
+
+    def wait_for(self, name, seconds=15):
+        for _ in range(seconds * 5):
+            if f'"{name}"' in self.nodes():
+                return
+            time.sleep(0.2)
+        logs = "\n".join(log.read_text()[-800:] for log in self.folder.glob("*.log"))
+        raise Skipped(f"{name} does not appear in the graph:\n{logs}")
+
+    def link(self, source, target, seconds=10):
+        """`pw-link`, as soon as both ports are there."""
+        for _ in range(seconds * 5):
+            said = subprocess.run(["pw-link", source, target], env=self.env, capture_output=True, text=True)
+            if said.returncode == 0 or "exists" in said.stderr:
+                return
+            time.sleep(0.2)
+        raise Failed(f"pw-link {source} {target}: {said.stderr} {run('pw-link', '-io', env=self.env)}")
+
+    def __enter__(self):
+        self.start("pipewire", "-c", self.folder / "server.conf")
+        self.wait_for("microphone")
+        self.start("dbus-run-session", "--", "wireplumber")
+        time.sleep(2)
+        return self
+
+    def __exit__(self, *_):
+        for process in reversed(self.processes):
+            if process.poll() is None:
+                process.terminate()
+        for process in self.processes:
+            process.wait(10)
+
+
+def recorded(graph, chain):
+    """Plays in.wav through the microphone; what an application hears, and the xruns."""
+    recording = graph.folder / "recording.wav"
+    graph.start("pipewire", "-c", chain)
+    graph.wait_for("kalvrin.harmonic_and_percussive")
+    recorder = graph.start("pw-record", "--target", "kalvrin.harmonic_and_percussive", "--rate", RATE,
+                           "--channels", 1, "--format", "f32", recording)
+    time.sleep(2)
+    player = graph.start("pw-play", "--target", 0, "-P", "{ node.name = player }", graph.folder / "in.wav")
+    graph.link("player:output_MONO", "microphone:input_MONO")
+    player.wait(30)
+    time.sleep(1)
+    top = run("pw-top", "-b", "-n", "2", env=graph.env, check=False, seconds=20)
+    recorder.terminate()
+    recorder.wait(10)
+    return read_audio(recording, 1)[:, 0], top
+
+
+def offset(found, expected):
+    """Where `expected` begins in `found`, by correlation."""
+    size = 1 << int(np.ceil(np.log2(len(found) + len(expected))))
+    correlation = np.fft.irfft(np.fft.rfft(found, size) * np.fft.rfft(expected, size).conj(), size)
+    return int(np.argmax(correlation[:len(found)]))
+
+
+def best_match(found, folder, tool, model, quantum):
+    """The file begins anywhere in a hop of the model, in steps of a quantum: the tool is given as many
+    frames of silence before it. The greatest share of frames that are equal bit for bit."""
+    audio = signal(4, 1)
+    best = 0.0
+    for phase in range(0, HOP, min(quantum, HOP)):
+        write_wav(folder / "phase.wav", np.concatenate([np.zeros((8 * HOP + phase, 1), "<f4"), audio]), RATE)
+        run(tool, "render", model, folder / "phase.wav", folder / "expected.wav", "--rest=-infdB",
+            *(f"--gain={name}={gain}" for name, gain in GAINS.items()), "--encoding", "float")
+        expected = read_audio(folder / "expected.wav", 1)[8 * HOP + phase:, 0]
+        begin = offset(found, expected)
+        length = min(len(expected), len(found) - begin)
+        best = max(best, np.count_nonzero(found[begin:begin + length] == expected[:length]) / len(expected))
+    return best
+
+
+def check(work, tool, model, quantum):
+    need("pipewire", "wireplumber", "pw-cli", "pw-link", "pw-play", "pw-record", "dbus-run-session")
+    with Graph(work / f"pipewire-{quantum}", quantum) as graph:
+        write_wav(graph.folder / "in.wav", signal(4, 1), RATE)
+        chain = graph.folder / "microphone.conf"
+        run(tool, "pipewire", model, "--rest=-infdB", *(f"--class-gain={name}={gain}" for name, gain in GAINS.items()),
+            "--source", "microphone", "--to", chain, "--plugins", graph.folder / "plugins")
+        found, top = recorded(graph, chain)
+        expect(np.any(found), "silence was recorded")
+        share = best_match(found, graph.folder, tool, model, quantum)
+    errors = re.findall(r"^\S+ +\d+ +\d+ +\d+ .* +(\d+) +\S.*kalvrin", top, re.M)
+    expect(share > 0.5, f"only {share:.1%} of the frames are those of the tool")
+    return f"{share:.2%} of the frames equal bit for bit" + (f", {errors[-1]} xruns" if errors else "")
+
+
+def check_pipewire(work, tool, model):
+    return [(f"PipeWire, quantum {quantum}", lambda quantum=quantum: check(work, tool, model, quantum))
+            for quantum in (32, 128, 1024)]
