@@ -138,6 +138,7 @@ void PrintTables(Bench& bench, const StreamRequest& asked, double seconds) {
     }
   }
   std::vector<std::string> heads;
+  heads.reserve(blocks.size());
   for (const std::uint64_t blockFrames : blocks)
     heads.push_back(std::to_string(blockFrames));
   for (const Table* table : {&latency, &factor, &peak}) {

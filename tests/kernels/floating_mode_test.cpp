@@ -153,8 +153,10 @@ TEST(FloatingMode, RootsInterleavingAndItsReverse) {
         for (const int channels : {1, 2, 3, 6, 8, 11}) {
           std::vector<std::vector<float>> planar;
           std::vector<const float*> sources;
+          planar.reserve(static_cast<std::size_t>(channels));
           for (int c = 0; c < channels; ++c)
             planar.push_back(Mixed(n, static_cast<std::uint64_t>(c)));
+          sources.reserve(planar.size());
           for (const auto& channel : planar)
             sources.push_back(channel.data());
           Fenced frames(std::vector<float>(n * planar.size()));

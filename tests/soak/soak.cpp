@@ -17,11 +17,11 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <bit>
 #include <chrono>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <fstream>
 #include <iterator>
 #include <numeric>
@@ -127,7 +127,7 @@ public:
   }
 
   /// Frames of which a call to Feed has to be a multiple: a prefilled stream takes no others.
-  std::uint64_t Unit() const { return isPrefilled ? longestBlock : 1; }
+  std::uint64_t Unit() const { return isPrefilled ? std::max<std::uint64_t>(longestBlock, 1) : 1; }
 
   void Feed(Fifo& in, std::uint64_t from, std::uint64_t frames, std::uint64_t channelCount,
             Generator& generator) {
@@ -280,7 +280,7 @@ private:
     for (std::uint64_t c = 0; c < channels; ++c) {
       for (std::uint64_t i = 0; i < n; ++i) {
         const float a = random.out[c][i], b = even.out[c][i];
-        if (std::memcmp(&a, &b, sizeof a) != 0)
+        if (std::bit_cast<std::uint32_t>(a) != std::bit_cast<std::uint32_t>(b))
           Fail("output " + std::to_string(compared + i) + " of channel " + std::to_string(c) +
                " is " + std::to_string(a) + " and " + std::to_string(b));
         const std::uint64_t at = compared + i;
