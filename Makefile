@@ -4,7 +4,7 @@ JOBS ?= $(shell nproc)
 CMAKE_ARGS ?=
 configure = cmake -S . -B $(1) -G Ninja $(2) $(CMAKE_ARGS)
 
-.PHONY: help build test test-large demo test-page train eval lint asan tsan bench bench-compare install clean
+.PHONY: help build test test-large test-plugins demo test-page train eval lint asan tsan bench bench-compare install clean
 
 help:            ## this list
 	@sed -n 's/^\([a-z-]*\):.*##  */\1\t/p' $(MAKEFILE_LIST) | expand -t 12
@@ -25,6 +25,12 @@ test-large:      ## transforms of up to 2^29 samples (12 GiB of memory, some min
 	@$(call configure,$(BUILD),-DKALVRIN_TESTS=ON) >/dev/null
 	@cmake --build $(BUILD) -j $(JOBS) --target fft_large_test
 	@$(BUILD)/bin/fft_large_test
+
+test-plugins:    ## the plugins in real hosts: ffmpeg, JACK, PipeWire, the validators
+	@scripts/install-packages build plugins
+	@$(call configure,$(BUILD)) >/dev/null
+	@cmake --build $(BUILD) -j $(JOBS) --target all models
+	@PYTHONDONTWRITEBYTECODE=1 /usr/bin/python3 tests/plugins/hosts/check.py $(BUILD)
 
 demo: build      ## speech and music through real models: audio, pictures, a page to play with
 	@scripts/install-packages demo
