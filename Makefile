@@ -4,7 +4,8 @@ JOBS ?= $(shell nproc)
 CMAKE_ARGS ?=
 configure = cmake -S . -B $(1) -G Ninja $(2) $(CMAKE_ARGS)
 
-.PHONY: help build test test-large test-plugins demo test-page train eval lint asan tsan bench bench-compare install clean
+.PHONY: help build test test-large test-plugins test-cpus soak demo test-page train eval lint asan tsan bench \
+        bench-compare fuzz fuzz-long coverage test-batch install clean
 
 help:            ## this list
 	@sed -n 's/^\([a-z-]*\):.*##  */\1\t/p' $(MAKEFILE_LIST) | expand -t 12
@@ -32,6 +33,19 @@ test-plugins:    ## the plugins in real hosts: ffmpeg, JACK, PipeWire, the valid
 	@cmake --build $(BUILD) -j $(JOBS) --target all models
 	@PYTHONDONTWRITEBYTECODE=1 /usr/bin/python3 tests/plugins/hosts/check.py $(BUILD)
 
+test-cpus:       ## the tests on emulated processors without AVX, some minutes
+	@scripts/install-packages build test
+	@$(call configure,$(BUILD),-DKALVRIN_TESTS=ON) >/dev/null
+	@cmake --build $(BUILD) -j $(JOBS)
+	@scripts/old-processors $(BUILD)
+
+soak: FRAMES ?= 1e8
+soak:            ## a stream of 10^8 frames (FRAMES=1e7: fewer) twice in different blocks, some minutes
+	@scripts/install-packages build test
+	@$(call configure,$(BUILD),-DKALVRIN_TESTS=ON) >/dev/null
+	@cmake --build $(BUILD) -j $(JOBS) --target soak
+	@$(BUILD)/bin/soak $(FRAMES)
+
 demo: build      ## speech and music through real models: audio, pictures, a page to play with
 	@scripts/install-packages demo
 	@scripts/demo $(BUILD)
@@ -39,6 +53,11 @@ demo: build      ## speech and music through real models: audio, pictures, a pag
 test-page: demo  ## the demonstration's page in a headless browser
 	@scripts/install-packages page
 	@/usr/bin/python3 tests/page/page_test.py $(BUILD)/demo/index.html
+
+test-batch: build ## the array job and the line for GNU parallel of docs/batch.md; as root
+	@scripts/install-packages batch
+	@cmake --build $(BUILD) --target models
+	@tests/docs/batch_test.sh $(BUILD)
 
 # Debian's own Python is the one that python3-torch is for. Training goes on where it was interrupted.
 train eval: PYTHON = /usr/bin/python3
@@ -69,6 +88,19 @@ tsan:            ## all tests under the thread sanitizer
 	@scripts/install-packages build test
 	@scripts/sanitized thread $(BUILD)-tsan $(JOBS)
 
+# SECONDS to each of the targets in fuzz/, or to those in TARGETS.
+fuzz: SECONDS ?= 60
+fuzz-long: SECONDS ?= 7200
+fuzz:            ## hostile and random input to the library, under sanitizers; some minutes
+fuzz-long:       ## the same for half a day
+fuzz fuzz-long:
+	@scripts/install-packages build fuzz
+	@scripts/fuzz $(BUILD)-fuzz $(JOBS) $(SECONDS) $(TARGETS)
+
+coverage:        ## lines and branches of src/ that the tests run
+	@scripts/install-packages build test fuzz
+	@scripts/coverage $(BUILD)-coverage $(JOBS)
+
 bench:           ## speed beside FFTW and KissFFT, as a table and a plot
 	@scripts/install-packages build bench
 	@scripts/bench $(BUILD)-bench $(JOBS)
@@ -81,4 +113,4 @@ install: build   ## into PREFIX (default /usr/local)
 	@cmake --install $(BUILD) $(if $(PREFIX),--prefix $(PREFIX))
 
 clean:           ## remove the build folders
-	rm -rf $(BUILD) $(BUILD)-asan $(BUILD)-tsan $(BUILD)-bench
+	rm -rf $(BUILD) $(BUILD)-asan $(BUILD)-tsan $(BUILD)-bench $(BUILD)-fuzz $(BUILD)-coverage

@@ -3,6 +3,8 @@
 
 option(KALVRIN_TESTS "Build the tests (needs GoogleTest and python3-onnx)" OFF)
 option(KALVRIN_BENCH "Build the benchmarks (needs Google Benchmark, FFTW and KissFFT)" OFF)
+option(KALVRIN_FUZZ "Build the fuzz targets for libFuzzer, all under sanitizers (needs clang)" OFF)
+option(KALVRIN_COVERAGE "Count what runs, line by line (needs clang); the fuzz targets only replay" OFF)
 set(KALVRIN_SANITIZER "" CACHE STRING "Instrument everything: address or thread")
 set_property(CACHE KALVRIN_SANITIZER PROPERTY STRINGS "" address thread)
 
@@ -26,6 +28,16 @@ add_compile_options(-Wall -Wextra -Wpedantic $<$<CXX_COMPILER_ID:GNU>:-Wshadow=l
                     -ffp-contract=off -fstack-protector-strong)
 add_link_options(-Wl,-z,relro,-z,now,-z,noexecstack)
 
+if((KALVRIN_FUZZ OR KALVRIN_COVERAGE) AND NOT CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
+  message(FATAL_ERROR "KALVRIN_FUZZ and KALVRIN_COVERAGE need -DCMAKE_CXX_COMPILER=clang++-14")
+endif()
+if(KALVRIN_COVERAGE)
+  add_compile_options(-fprofile-instr-generate -fcoverage-mapping)
+  add_link_options(-fprofile-instr-generate)
+elseif(KALVRIN_FUZZ)
+  set(KALVRIN_SANITIZER address)
+  add_compile_options(-fsanitize=fuzzer-no-link)
+endif()
 if(KALVRIN_SANITIZER STREQUAL "address")
   add_compile_options(-fsanitize=address,undefined -fno-sanitize-recover=all -fno-omit-frame-pointer -g1)
   add_link_options(-fsanitize=address,undefined)

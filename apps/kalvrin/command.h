@@ -24,6 +24,7 @@ extern const Command checkCommand;
 extern const Command renderCommand;
 extern const Command planCommand;
 extern const Command adaptCommand;
+extern const Command benchCommand;
 extern const Command pluginCommand;
 extern const Command pipewireCommand;
 

@@ -3,8 +3,9 @@
 namespace Orvik::Tesmo::Tool {
 
 std::span<const Command* const> Commands() {
-  static constexpr const Command* all[] = {&infoCommand, &checkCommand, &renderCommand,
-                                           &adaptCommand, &pluginCommand, &pipewireCommand, &planCommand};
+  static constexpr const Command* all[] = {&infoCommand,     &checkCommand, &renderCommand,
+                                           &adaptCommand,    &benchCommand, &pluginCommand,
+                                           &pipewireCommand, &planCommand};
   return all;
 }
 

@@ -31,6 +31,7 @@ int Plan(Arguments arguments) {
 
   std::cout << "Real transform of " << Counted(static_cast<std::uint64_t>(length), "sample")
             << '\n';
+  PrintField(std::cout, "kernels", plan->build);
   PrintField(std::cout, "method", plan->method);
   if (plan->convLength > 0)
     PrintField(std::cout, "through",

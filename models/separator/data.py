@@ -6,7 +6,7 @@ usage: data.py FOLDER
 FOLDER gets audio.i16 and index.json: a list of pieces {kind, source, language, name, coded, part, start,
 length}. `kind` is speech or music; `source` the voice or the package; `part` is train, file (a file of
 a voice that is trained on), voice (a voice or language that is not) or work (music that is not);
-`coded` tells whether the recording went through a speech codec, as most speech did. Music is there with
+`coded` tells whether the recording went through a speech codec, as all prompts did. The rest is there with
 G.722 and without, so that the codec gives nothing away.
 """
 
@@ -36,14 +36,34 @@ PROMPTS = (
     ("Carlo Flora", "it", SOUNDS / "it_IT_m_Carlo", "voice"),
     ("July Jimenez", "es", SOUNDS / "es", "voice"),
 )
-# Folders with a folder of words or syllables per language. Italian is never trained on.
-WORDS = (SHARE / "klettres", SHARE / "ktuberling/sounds")
+# Words, syllables or calls: a folder for each language or voice. Italian is never trained on.
+WORDS = (
+    ("klettres", SHARE / "klettres"),
+    ("ktuberling", SHARE / "ktuberling/sounds"),
+    ("hedgewars", SHARE / "games/hedgewars/Data/Sounds/voices"),
+)
 UNTRAINED_LANGUAGE = "it"
+
+# Dialogues of a game: language, speaker as the names of the files have it.
+DIALOGUES = SHARE / "games/fillets-ng/sound"
+SPEAKERS = (("cs", "m"), ("cs", "v"), ("cs", ""), ("nl", "m"), ("nl", "v"), ("nl", ""), ("en", ""))
+
+# Synthesisers that speak with recorded voices; what they read is on every Debian system. Of some voices the
+# language is another than that of the text, which does not matter here.
+FESTIVAL = ("kal_diphone", "ked_diphone", "cmu_us_slt_arctic_hts", "czech_dita", "czech_krb", "czech_machac",
+            "czech_ph", "hy_fi_mv_diphone", "suo_fi_lj_diphone", "msu_ru_nsh_clunits", "upc_ca_ona_hts")
+FLITE = ("awb", "rms", "slt")
+TEXT = SHARE / "common-licenses/GPL-3"
+TEXT_LENGTH = 5000     # characters for each voice
+READ_PIECE = 5         # seconds
 
 MUSIC = (
     ("asterisk-moh-opsound-g722", SHARE / "asterisk/moh"),
     ("wesnoth-1.16-music", SHARE / "games/wesnoth/1.16/data/core/music"),
     ("warzone2100-music", SHARE / "games/warzone2100/music"),
+    ("fillets-ng-data", SHARE / "games/fillets-ng/music"),
+    ("hedgewars-data", SHARE / "games/hedgewars/Data/Music"),
+    ("singularity-music", SHARE / "games/singularity/music"),
 )
 UNTRAINED_WORKS = ("macroform-cold_day", "reno_project-system", "wanderer", "love_theme", "the_deep_path",
                    "track20")
@@ -56,7 +76,7 @@ def decode(command_input, options=()):
     """What ffmpeg makes of a file or of bytes, as 16-bit samples."""
     source, data = ("-", command_input) if isinstance(command_input, bytes) else (str(command_input), None)
     raw = subprocess.run(
-        ["ffmpeg", "-v", "error", "-threads", "1", *options, "-i", source, "-ac", "1", "-ar", str(SAMPLE_RATE),
+        ["ffmpeg", "-v", "fatal", "-threads", "1", *options, "-i", source, "-ac", "1", "-ar", str(SAMPLE_RATE),
          "-f", "s16le", "-"], input=data, stdout=subprocess.PIPE, check=True).stdout
     return np.frombuffer(raw, np.int16)
 
@@ -67,7 +87,7 @@ def decode_many(paths, at_once=40):
         chosen = paths[first:first + at_once]
         with tempfile.TemporaryDirectory() as folder:
             outputs = [f"{folder}/{i}" for i in range(len(chosen))]
-            command = ["ffmpeg", "-v", "error", "-threads", "1"]
+            command = ["ffmpeg", "-v", "fatal", "-threads", "1"]
             for path in chosen:
                 command += ["-i", str(path)]
             for i, output in enumerate(outputs):
@@ -78,7 +98,7 @@ def decode_many(paths, at_once=40):
 
 def through_g722(samples):
     coded = subprocess.run(
-        ["ffmpeg", "-v", "error", "-f", "s16le", "-ar", str(SAMPLE_RATE), "-ac", "1", "-i", "-", "-f", "g722", "-"],
+        ["ffmpeg", "-v", "fatal", "-f", "s16le", "-ar", str(SAMPLE_RATE), "-ac", "1", "-i", "-", "-f", "g722", "-"],
         input=samples.tobytes(), stdout=subprocess.PIPE, check=True).stdout
     return decode(coded, ("-f", "g722"))
 
@@ -107,33 +127,72 @@ def prompts(voice, language, folder, part):
                         part=file_part(path) if part == "train" else part), audio[start:end])
 
 
-def words(folder):
-    voice = f"{folder.parent.parent.name if folder.parent.name == 'sounds' else folder.parent.name} {folder.name}"
-    files = audio_files(folder)
-    for path, samples in zip(files, decode_many(files)):
-        yield (dict(kind="speech", source=voice, language=folder.name, name=path.stem, coded=False, part="train"),
-               samples)
+def with_and_without_codec(piece, named):
+    """`piece` for each (name, samples) as it is, and as it comes out of one run of the codec."""
+    coded = through_g722(np.concatenate([samples for _, samples in named]))
+    end = 0
+    for name, samples in named:
+        start, end = end, end + len(samples)
+        yield dict(piece, name=name, coded=False), samples
+        yield dict(piece, name=name, coded=True), coded[start:end]
+
+
+def utterances(voice, language, files):
+    return with_and_without_codec(dict(kind="speech", source=voice, language=language, part="train"),
+                                  [(path.stem, samples) for path, samples in zip(files, decode_many(files))])
+
+
+def dialogue(language, speaker):
+    """What one speaker says; without a name all that none of the others says."""
+    def says(path):
+        parts = path.stem.split("-")
+        who = parts[1] if len(parts) > 2 else ""
+        return who == speaker if speaker else (language, who) not in SPEAKERS
+    files = [p for p in audio_files(DIALOGUES) if p.parent.name == language and says(p)]
+    return utterances(f"fillets-ng {language} {speaker}", language, files)
+
+
+def reading(number, program, voice):
+    """A passage of a text, another one for each voice, in pieces of some seconds."""
+    text = TEXT.read_text()
+    start = number * TEXT_LENGTH % (len(text) - TEXT_LENGTH)
+    passage = re.sub(r"[^A-Za-z.,;]+", " ", text[start:start + TEXT_LENGTH])
+    with tempfile.TemporaryDirectory() as folder:
+        source, output = pathlib.Path(folder, "text"), pathlib.Path(folder, "speech.wav")
+        source.write_text(passage)
+        command = (["text2wave", "-eval", f"(voice_{voice})", "-o", str(output), str(source)]
+                   if program == "festival" else ["flite", "-voice", voice, "-f", str(source), "-o", str(output)])
+        subprocess.run(command, check=True, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+        samples = decode(output)
+    size = READ_PIECE * SAMPLE_RATE
+    return with_and_without_codec(
+        dict(kind="speech", source=f"{program} {voice}", language="", part="train"),
+        [(str(i), samples[at:at + size]) for i, at in enumerate(range(0, len(samples), size))])
 
 
 def music(package, path):
     part = "work" if path.stem in UNTRAINED_WORKS else "train"
-    piece = dict(kind="music", source=package, language="", name=path.stem, part=part)
+    piece = dict(kind="music", source=package, language="", part=part)
     if path.suffix == ".g722":
-        yield dict(piece, coded=True), decode(path, ("-f", "g722"))
-        return
-    samples = decode(path)
-    yield dict(piece, coded=False), samples
-    yield dict(piece, coded=True), through_g722(samples)
+        return [(dict(piece, name=path.stem, coded=True), decode(path, ("-f", "g722")))]
+    return with_and_without_codec(piece, [(path.stem, decode(path))])
 
 
 def sources():
     """Functions without arguments that give lists of pieces, in a fixed order."""
     for row in PROMPTS:
         yield lambda row=row: list(prompts(*row))
-    for root in WORDS:
+    for program, root in WORDS:
         for folder in sorted(p for p in root.iterdir() if p.is_dir()):
-            if folder.name != UNTRAINED_LANGUAGE and audio_files(folder):
-                yield lambda folder=folder: list(words(folder))
+            files = audio_files(folder)
+            if folder.name != UNTRAINED_LANGUAGE and files:
+                yield lambda name=folder.name, program=program, files=files: list(
+                    utterances(f"{program} {name}", name, files))
+    for row in SPEAKERS:
+        yield lambda row=row: list(dialogue(*row))
+    voices = [("festival", voice) for voice in FESTIVAL] + [("flite", voice) for voice in FLITE]
+    for number, row in enumerate(voices):
+        yield lambda number=number, row=row: list(reading(number, *row))
     for package, folder in MUSIC:
         for path in audio_files(folder):
             if path.stem != "silence":

@@ -117,7 +117,7 @@ def build(network):
 
 def load(checkpoint):
     network = Separator()
-    network.load_state_dict(torch.load(checkpoint)["model"])
+    network.load_state_dict(torch.load(checkpoint, map_location="cpu")["model"])
     return network.eval()
 
 

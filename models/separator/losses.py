@@ -48,5 +48,5 @@ def separation_loss(mix, shares, audio):
     leak = 10.0 * torch.log10((sound ** 2).mean(-1) + RATIO_LIMIT)
     present = (target ** 2).mean(-1) > SILENT
     in_time = torch.where(present, -ratio, leak)
-    return (SPECTRUM_WEIGHT * (distance * torch.tensor(CLASS_WEIGHTS)).sum(1) +
+    return (SPECTRUM_WEIGHT * (distance * torch.tensor(CLASS_WEIGHTS, device=distance.device)).sum(1) +
             RATIO_WEIGHT * in_time.sum(1)).mean()

@@ -13,6 +13,8 @@ LEVEL = (-45.0, -12.0)         # of the whole, dB below full scale
 PITCHES = ((1, 1), (1, 1), (1, 1), (9, 10), (10, 9), (7, 8), (8, 7), (5, 6), (6, 5))
 ROOM_SHARE = {"speech": 0.35, "music": 0.15}
 BREAK_SHARE = 0.25             # of mixes in which one of the two begins late or ends early
+CODED_SHARE = 0.65             # of sources that went through a speech codec
+SAME_CODING = 0.85             # of mixes in which both or none did
 # A voice or package is heard as often as its minutes to this power.
 EVENNESS = {"speech": 0.75, "music": 0.5}
 CUTOFF_SHARE, CUTOFF = 0.12, (3000.0, 7500.0)
@@ -34,25 +36,30 @@ class Material:
 
     def __init__(self, recordings, parts, select=lambda piece: True):
         self.recordings = recordings
-        self.groups = {"speech": {}, "music": {}}
-        for piece in recordings.pieces:
-            if piece["part"] in parts and piece["length"] > 1600 and select(piece):
-                voice = (piece["source"], piece["language"])
-                self.groups[piece["kind"]].setdefault(voice, []).append(piece)
-        self.names = {kind: list(groups) for kind, groups in self.groups.items()}
-        self.chances = {}
-        for kind, groups in self.groups.items():
-            weights = np.array([sum(p["length"] for p in pieces) for pieces in groups.values()]) ** EVENNESS[kind]
-            self.chances[kind] = weights / max(weights.sum(), 1e-9)
+        chosen = [p for p in recordings.pieces if p["part"] in parts and p["length"] > 1600 and select(p)]
+        self.voices = {}
+        for kind in ("speech", "music"):
+            for coded in (None, True, False):
+                of_kind = [p for p in chosen if p["kind"] == kind and coded in (None, p["coded"])]
+                self.voices[kind, coded] = self.grouped(of_kind, EVENNESS[kind])
 
-    def pieces(self, rng, kind):
-        names = self.names[kind]
-        return self.groups[kind][names[rng.choice(len(names), p=self.chances[kind])]]
+    @staticmethod
+    def grouped(pieces, evenness):
+        """The pieces of each voice or package, and the chances of each."""
+        groups = {}
+        for piece in pieces:
+            groups.setdefault((piece["source"], piece["language"]), []).append(piece)
+        weights = np.array([sum(p["length"] for p in group) for group in groups.values()]) ** evenness
+        return list(groups.values()), weights / max(weights.sum(), 1e-9)
 
-    def speech(self, rng, length):
-        """Utterances of one voice, one after another with pauses."""
+    def pieces(self, rng, kind, coded):
+        groups, chances = self.voices[kind, coded]
+        return groups[rng.choice(len(groups), p=chances)]
+
+    def speech(self, rng, length, coded=None):
+        """Utterances of one voice, one after another with pauses; `coded` as in the index, None for either."""
         audio, at = np.zeros(length, np.float32), 0
-        pieces = self.pieces(rng, "speech")
+        pieces = self.pieces(rng, "speech", coded)
         skip = int(rng.integers(0, 16000))
         while at < length:
             samples = self.recordings.samples(pieces[rng.integers(len(pieces))])
@@ -62,9 +69,9 @@ class Material:
             skip = 0
         return audio
 
-    def music(self, rng, length):
+    def music(self, rng, length, coded=None):
         """A stretch of one work that is not silent, if there is one among a few."""
-        pieces = self.pieces(rng, "music")
+        pieces = self.pieces(rng, "music", coded)
         for _ in range(4):
             piece = pieces[rng.integers(len(pieces))]
             offset = int(rng.integers(0, max(piece["length"] - length, 1)))
@@ -108,11 +115,11 @@ def room(rng, audio):
     return signal.fftconvolve(audio, tail)[:len(audio)]
 
 
-def source(rng, material, kind, length):
+def source(rng, material, kind, length, coded):
     """One augmented source at active power 1."""
     up, down = PITCHES[rng.integers(len(PITCHES))]
     take = getattr(material, kind)
-    audio = take(rng, -(-length * down // up) + 16)
+    audio = take(rng, -(-length * down // up) + 16, coded)
     if up != down:
         audio = signal.resample_poly(audio, up, down)
     audio = audio[:length]
@@ -141,10 +148,12 @@ def mixture(rng, material, length):
     """[class, sample] of Speech, Music and Rest; the mix is their sum."""
     kind = rng.choice(list(KINDS), p=list(KINDS.values()))
     parts = np.zeros((3, length), np.float32)
+    coded = bool(rng.random() < CODED_SHARE)
     if kind in ("mix", "speech"):
-        parts[0] = source(rng, material, "speech", length)
+        parts[0] = source(rng, material, "speech", length, coded)
     if kind in ("mix", "music"):
-        parts[1] = source(rng, material, "music", length)
+        same = rng.random() < SAME_CODING
+        parts[1] = source(rng, material, "music", length, coded if same else not coded)
     if kind == "mix":
         parts[1] *= 10.0 ** (-rng.uniform(*SNR) / 20.0)
         if rng.random() < BREAK_SHARE:

@@ -60,6 +60,11 @@ class Separator(nn.Module):
 
     def forward(self, spectra):
         """Complex [batch, time, bin] to shares [batch, class, time, bin]; the last class is Rest."""
+        return self.proceed(spectra, None)[0]
+
+    def proceed(self, spectra, state):
+        """The shares, and what the recurrent layers hold after them, [LAYERS, batch, HIDDEN]; they begin with
+        `state`, or with zeros without one."""
         batch, time, _ = spectra.shape
         x = (features(spectra) - self.mean) * self.scale
         padded = functional.pad(x, (0, 0, CONTEXT, 0))
@@ -70,7 +75,8 @@ class Separator(nn.Module):
             x = functional.relu(layer(x))
             levels.append(x)
         hidden = functional.relu(self.narrow(x.reshape(batch, time, -1)))
-        hidden = hidden + self.memory(hidden)[0]
+        recalled, state = self.memory(hidden, state)
+        hidden = hidden + recalled
         x = functional.relu(self.widen(hidden)).reshape(x.shape)
         for layer, level, stride in zip(self.decoder, reversed(levels), reversed(STRIDES)):
             if layer is not self.decoder[0]:
@@ -80,4 +86,4 @@ class Separator(nn.Module):
             x = x.reshape(count, stride, width // stride, bins).permute(0, 2, 3, 1).flatten(2)
         shares = torch.softmax(x, dim=1)
         shares = torch.cat([shares[..., :1], shares], dim=-1)
-        return shares.reshape(batch, time, len(CLASSES) + 1, BINS).transpose(1, 2)
+        return shares.reshape(batch, time, len(CLASSES) + 1, BINS).transpose(1, 2), state

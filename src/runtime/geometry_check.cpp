@@ -54,6 +54,7 @@ void CheckDeclaredShapes(const ModelLayout& layout) {
           "The last dimension of a spectral input must be 2: real and imaginary part");
   Require(!spectralOutput || layout.GetOutputComponents() == 2,
           "The last dimension of a spectral output must be 2: real and imaginary part");
+  ElementCount({layout.GetWindowLength()});
   Require(layout.GetWindowLength() % 2 == 0, "The window length (Features) must be even");
   Require(layout.GetHopLength() >= 1, "A spectrum must have 2 bins (Features) or more");
 }

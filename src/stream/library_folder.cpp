@@ -7,12 +7,9 @@
 
 namespace Orvik::Tesmo {
 
-namespace {
-
-std::string FindLibraryFolder() {
+std::string FolderOf(const void* code) {
   Dl_info info = {};
-  if (!dladdr(reinterpret_cast<const void*>(&GetLibraryFolder), &info) || !info.dli_fname)
-    return {};
+  if (!dladdr(code, &info) || !info.dli_fname) return {};
   // The loader noted the folder of a library when it loaded it. The path above may be relative, and
   // the working directory another one by now.
   if (void* const self = dlopen(info.dli_fname, RTLD_LAZY | RTLD_NOLOAD)) {
@@ -26,10 +23,8 @@ std::string FindLibraryFolder() {
   return failure ? std::string() : path.parent_path().string();
 }
 
-}  // namespace
-
 const std::string& GetLibraryFolder() {
-  static const std::string folder = FindLibraryFolder();
+  static const std::string folder = FolderOf(reinterpret_cast<const void*>(&GetLibraryFolder));
   return folder;
 }
 

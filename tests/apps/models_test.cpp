@@ -35,6 +35,7 @@ TEST(CommandLine, HelpVersionAndWrongUse) {
       {"info", 2, "kalvrin: MODEL is missing; 'kalvrin help info' explains it"},
       {"check a --channels 1025", 2, "--channels: '1025' is not a whole number from 1 to 1024"},
       {"render a b", 2, "OUT is missing"},
+      {"bench a --seconds 0", 2, "--seconds: '0' is not a whole number from 1 to 86400"},
       {"render a b c.mp3", 2, "no audio format has the extension .mp3"},
       {"render a b c --format mp3", 2, "--format: 'mp3' is not wav, flac or ogg"},
       {"render a b c --gain Speech", 2, "--gain: 'Speech' is not NAME=GAIN"},
@@ -50,6 +51,46 @@ TEST(CommandLine, HelpVersionAndWrongUse) {
     EXPECT_EQ(outcome.exitStatus, row.status) << row.arguments << '\n' << outcome.err;
     ExpectPart(row.status == 0 ? outcome.out : outcome.err, row.words, row.arguments);
     EXPECT_EQ(row.status == 0 ? outcome.err : outcome.out, "") << row.arguments;
+  }
+}
+
+TEST(Bench, PrintsTablesAndSingleBlocks) {
+  const struct {
+    const char* name;
+    Options model;
+    const char* arguments;
+    int status;
+    std::vector<std::string> parts;
+  } rows[] = {
+      {"free sizes",
+       {.features = 512, .metadata = {{"SampleRate", "16000"}}},
+       "--block 64 --sequence 3",
+       0,
+       {"2 channels, 256 frames a hop, 16000 Hz\n", "windows              64        128",
+        "  3                  60.0 ", "real-time factor", "; 20 blocks in", "99.99 %",
+        "with the model: 1 block\n", "of that on a processor\n", "without it: 19 blocks\n"}},
+      {"fixed sizes",
+       {.features = 512, .inputShape = Dimensions{3, 2, 512}},
+       "--sequence 2",
+       0,
+       {"3 channels, 256 frames a hop, 48000 Hz (the model states no rate)",
+        "  1                     -          -", "with the model: 10 blocks"}},
+      {"refused",
+       {.features = 7},
+       "",
+       1,
+       {"is refused: The window length (Features) must be even"}},
+      {"fails when run", {.failsFromEvaluation = 0}, "", 1, {"the inference engine cannot run"}},
+      {"fails later", {.failsFromEvaluation = 50}, "", 1, {"kalvrin: the model failed: "}},
+  };
+  const TemporaryFolder folder;
+  for (const auto& row : rows) {
+    WriteFile(folder / "model.onnx", MakeAudioModel(row.model));
+    const Outcome outcome = RunShell("\"$TOOL\" bench " + (folder / "model.onnx") +
+                                     " --seconds 1 --blocks 20 " + row.arguments);
+    EXPECT_EQ(outcome.exitStatus, row.status) << row.name << ": " << outcome.err;
+    for (const std::string& part : row.parts)
+      ExpectPart(outcome.out + outcome.err, part, row.name);
   }
 }
 

@@ -5,9 +5,12 @@
 #include "audio/file_names.h"
 #include "audio/output_file.h"
 #include "audio/quantize.h"
+#include "bench/timed_stream.h"
 #include "command_line/arguments.h"
 #include "command_line/gains.h"
 #include "command_line/progress_bar.h"
+#include "stream/assemble_stream.h"
+#include "support/fake_platform.h"
 
 #include <gtest/gtest.h>
 
@@ -183,6 +186,38 @@ TEST(ProgressText, FitsTheTerminal) {
   EXPECT_NE(ProgressText(0.25, 30, 80).find("1:30 left"), std::string::npos);
   for (const int columns : {20, 40, 80, 200})
     EXPECT_LT(ProgressText(0.3, 1e5, columns).size(), std::max<std::size_t>(columns, 25));
+}
+
+TEST(Quantile, IsTheLeastThatEnoughDoNotExceed) {
+  const struct {
+    std::size_t count;  // values 1 to count, in falling order
+    double p, value;
+  } rows[] = {{0, 0.5, 0},     {1, 0.9999, 1}, {2, 0.5, 1},        {3, 0.5, 2},
+              {1000, 1, 1000}, {1000, 0, 1},   {1000, 0.999, 999}, {20000, 0.9999, 19998}};
+  for (const auto& row : rows) {
+    std::vector<float> values(row.count);
+    std::iota(values.rbegin(), values.rend(), 1.0F);
+    EXPECT_EQ(Quantile(values, row.p), row.value) << row.count << ' ' << row.p;
+  }
+}
+
+/// Which blocks run the model, against what the engine is asked for.
+TEST(TimedStream, TellsTheBlocksWithTheModelFromTheOthers) {
+  // hop 8; the evaluations of one block where all blocks have as many
+  const struct {
+    std::uint64_t sequenceSize, blockFrames, perBlock;
+  } rows[] = {{4, 8, 1}, {4, 32, 1}, {4, 13, 1}, {1, 8, 1}, {1, 2, 1}, {2, 48, 3}};
+  for (const auto& row : rows) {
+    TestSupport::FakeRuntime runtime(TestSupport::MakeFakeAudioModel(16, {1}));
+    TimedStream stream(AssembleStream(runtime, "model", 5, row.sequenceSize, 2, row.blockFrames),
+                       {2, row.sequenceSize, row.blockFrames}, 8);
+    const auto before = runtime.GetEvaluationCount();
+    const BlockTimes times = stream.Run(200, 1e9);
+    const auto evaluations = static_cast<std::uint64_t>(runtime.GetEvaluationCount() - before);
+    EXPECT_EQ(times.Count(), 200U);
+    EXPECT_EQ(times.evaluating.size() * row.perBlock, evaluations)
+        << row.sequenceSize << ' ' << row.blockFrames;
+  }
 }
 
 TEST(OutputFile, AppearsAtCommitOnly) {

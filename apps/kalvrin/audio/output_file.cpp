@@ -16,6 +16,13 @@ namespace {
   throw Refusal("cannot write " + name + ": " + SystemErrorText(error));
 }
 
+/// Hidden, and of this process alone, also where machines share a folder.
+std::string PassingName() {
+  char host[64] = {};
+  gethostname(host, sizeof host - 1);
+  return ".kalvrin-" + std::string(host) + '-' + std::to_string(getpid());
+}
+
 std::string FolderOf(const std::string& path) {
   const std::string folder = std::filesystem::path(path).parent_path();
   return folder.empty() ? "." : folder;
@@ -64,7 +71,7 @@ void OutputFile::Publish() {
   // Some file systems report a full disk only when the data really go there.
   if (fsync(contents.Get()) != 0 && errno != EINVAL) RefuseToWrite(name, errno);
   // A name of our own first: linking cannot replace a file, renaming can.
-  const std::string passing = FolderOf(target) + "/.kalvrin-" + std::to_string(getpid());
+  const std::string passing = FolderOf(target) + '/' + PassingName();
   unlink(passing.c_str());
   if (!GiveName(passing)) CopyTo(passing);
   if (keptMode != 0) chmod(passing.c_str(), keptMode);

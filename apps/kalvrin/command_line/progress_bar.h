@@ -14,6 +14,8 @@ std::string ProgressText(double fraction, double elapsedSeconds, int columns);
 class ProgressBar {
 public:
   ProgressBar();
+  /// Draws nothing, for a render that is one of many.
+  static ProgressBar Hidden() { return ProgressBar(false); }
   ~ProgressBar();
   ProgressBar(const ProgressBar&) = delete;
   ProgressBar& operator=(const ProgressBar&) = delete;
@@ -22,6 +24,8 @@ public:
   void Update(double fraction);
 
 private:
+  explicit ProgressBar(bool drawn) : onTerminal(drawn) {}
+
   using Clock = std::chrono::steady_clock;
   bool onTerminal;
   Clock::time_point start = Clock::now();

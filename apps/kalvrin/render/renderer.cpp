@@ -6,8 +6,6 @@
 #include "model/refusals.h"
 #include "model/report.h"
 #include "render/mix.h"
-#include "runtime/model_loading.h"
-#include "stream/assemble_stream.h"
 
 #include <algorithm>
 #include <cmath>
@@ -16,8 +14,8 @@
 
 namespace Orvik::Tesmo::Tool {
 
-Renderer::Renderer(RenderSettings wanted)
-    : settings(std::move(wanted)), reader(settings.input), modelFile(ReadModelFile(settings.model)),
+Renderer::Renderer(RenderSettings wanted, RenderModel& renderModel)
+    : settings(std::move(wanted)), reader(settings.input), model(renderModel),
       channelCount(static_cast<std::size_t>(reader.ChannelCount())) {
   format = ChooseFormat(settings.container, settings.encoding, reader.Format());
   settings.stream.channelCount = channelCount;
@@ -33,35 +31,30 @@ Renderer::Renderer(RenderSettings wanted)
 
 /// The rate at which the streams run; the file's own where the model states none.
 double Renderer::ModelRate() const {
-  return facts->sampleRateHz > 0 ? facts->sampleRateHz : reader.SampleRate();
+  return model.Facts().sampleRateHz > 0 ? model.Facts().sampleRateHz : reader.SampleRate();
 }
 
 void Renderer::BuildMix() {
   std::unique_ptr<StreamProcessor> mix;
-  std::optional<ModelDescription> description;
   try {
-    const auto model =
-        Dnn::LoadLearningModel(engine.Runtime(), modelFile.bytes.data(), modelFile.bytes.size());
-    description = DescribeModel(*model);
-    facts.emplace(*model);
-    settings.stream = facts->Settle(settings.stream);
-    mix = MakeStream();
+    model.Load();
+    settings.stream = model.Facts().Settle(settings.stream);
+    mix = model.MakeStream(settings.stream);
   } catch (...) {
-    const auto explanation =
-        ExplainCurrentException(description ? &*description : nullptr, settings.stream);
-    std::string text = modelFile.path + " is refused: " + explanation.reason;
+    const auto explanation = ExplainCurrentException(model.Description(), settings.stream);
+    std::string text = model.Path() + " is refused: " + explanation.reason;
     if (!explanation.found.empty()) text += " (" + explanation.found + ")";
     throw Refusal(text + "; " + explanation.change);
   }
   ExpectRate();
-  latency = facts->Latency(settings.stream);
-  SetMix(*mix, settings, *facts);
+  latency = model.Facts().Latency(settings.stream);
+  SetMix(*mix, settings, model.Facts());
   AddLane(std::move(mix)).AddWriter(MakeWriter(settings.output));
 }
 
 void Renderer::BuildStems() {
   stemFolder.emplace(settings.stemFolder);
-  const auto stems = StemsOf(*facts);
+  const auto stems = StemsOf(model.Facts());
   // Scripts rely on the names of mix and remainder, so these two come first.
   std::vector<std::string> titles = {"Mix", "Rest"};
   for (const Stem& stem : stems)
@@ -73,7 +66,7 @@ void Renderer::BuildStems() {
   lanes.front()->AddWriter(MakeWriter(pathOf(0)));
   std::size_t index = 2;
   for (const Stem& stem : stems) {
-    auto stream = MakeStream();
+    auto stream = model.MakeStream(settings.stream);
     SetStem(*stream, stem);
     AddLane(std::move(stream)).AddWriter(MakeWriter(pathOf(stem.isRemainder ? 1 : index++)));
   }
@@ -82,14 +75,8 @@ void Renderer::BuildStems() {
 void Renderer::ExpectRate() const {
   if (settings.resample || ModelRate() == reader.SampleRate()) return;
   throw Refusal(reader.Name() + " has a sample rate of " + std::to_string(reader.SampleRate()) +
-                " Hz, and the model works at " + std::to_string(facts->sampleRateHz) +
+                " Hz, and the model works at " + std::to_string(model.Facts().sampleRateHz) +
                 " Hz; --resample converts there and back");
-}
-
-std::unique_ptr<StreamProcessor> Renderer::MakeStream() {
-  return AssembleStream(engine.Runtime(), modelFile.bytes.data(), modelFile.bytes.size(),
-                        settings.stream.sequenceSize, settings.stream.channelCount,
-                        settings.stream.blockFrames);
 }
 
 Lane& Renderer::AddLane(std::unique_ptr<StreamProcessor> stream) {
@@ -108,12 +95,9 @@ std::unique_ptr<AudioWriter> Renderer::MakeWriter(const std::string& path) const
                                        reader.FrameCount(), reader.Tags());
 }
 
-void Renderer::Run() {
-  {
-    ProgressBar progress;
-    ReadAll(progress);
-    Flush();
-  }
+void Renderer::Run(ProgressBar& progress) {
+  ReadAll(progress);
+  Flush();
   // The stems first: once the output is there, everything is.
   for (auto lane = lanes.rbegin(); lane != lanes.rend(); ++lane)
     for (auto writer = (*lane)->Writers().rbegin(); writer != (*lane)->Writers().rend(); ++writer)
@@ -182,17 +166,23 @@ void Renderer::Flush() {
     lane->Finish(readFrames + fileDelay);
 }
 
+double Renderer::AudioSeconds() const {
+  return static_cast<double>(readFrames) / reader.SampleRate();
+}
+
 void Renderer::PrintSummary(std::ostream& out) const {
-  const double audioSeconds = static_cast<double>(readFrames) / reader.SampleRate();
+  const double audioSeconds = AudioSeconds();
   const double processing = lanes.front()->ProcessingSeconds();
   PrintField(out, "model",
-             PrintableText(facts->info.GetName()) + ": " + StreamText(settings.stream, *facts));
+             PrintableText(model.Facts().info.GetName()) + ": " +
+                 StreamText(settings.stream, model.Facts()));
   PrintField(out, "audio",
              Counted(channelCount, "channel") + ", " + std::to_string(reader.SampleRate()) +
                  " Hz, " + DurationText(audioSeconds));
-  PrintField(out, "gains", MixText(settings, *facts));
+  PrintField(out, "gains", MixText(settings, model.Facts()));
   PrintField(out, "latency",
-             LatencyText(latency, *facts) + (settings.rawLatency ? ", left in" : ", taken out"));
+             LatencyText(latency, model.Facts()) +
+                 (settings.rawLatency ? ", left in" : ", taken out"));
   char speed[96];
   std::snprintf(speed, sizeof speed, "real-time factor %.4f (%s of processing)",
                 audioSeconds > 0 ? processing / audioSeconds : 0.0,
@@ -203,12 +193,9 @@ void Renderer::PrintSummary(std::ostream& out) const {
       PrintField(out, "written", writer->Name() + " (" + FormatText(format) + ")");
 }
 
-void Renderer::PrintWarnings(std::ostream& out) const {
-  const auto warn = [&out](const std::string& text) {
-    out << "kalvrin: warning: " << text << '\n';
-  };
-  for (const std::string& note : Notes(*facts))
-    warn(note);
+std::vector<std::string> Renderer::Warnings() const {
+  std::vector<std::string> warnings = Notes(model.Facts());
+  const auto warn = [&warnings](std::string text) { warnings.push_back(std::move(text)); };
   if (reader.NonFiniteSamples() != 0)
     warn(reader.Name() + " holds values that are not finite (" +
          Counted(reader.NonFiniteSamples(), "sample") + ", the first in frame " +
@@ -224,6 +211,7 @@ void Renderer::PrintWarnings(std::ostream& out) const {
              Counted(writer->ClippedSamples(), "sample") +
              ") and was cut; a lower --master or --encoding float avoids that");
     }
+  return warnings;
 }
 
 }  // namespace Orvik::Tesmo::Tool

@@ -2,15 +2,15 @@
 
 #include "audio/audio_reader.h"
 #include "command_line/progress_bar.h"
-#include "model/engine.h"
-#include "model/model_file.h"
 #include "render/lane.h"
+#include "render/render_model.h"
 #include "render/render_settings.h"
 #include "render/stem_folder.h"
 
 #include <iosfwd>
 #include <memory>
 #include <optional>
+#include <string>
 #include <vector>
 
 namespace Orvik::Tesmo::Tool {
@@ -19,22 +19,27 @@ namespace Orvik::Tesmo::Tool {
 /// over the same blocks.
 class Renderer {
 public:
-  /// Opens everything and builds the streams. Refusal, UsageError.
-  explicit Renderer(RenderSettings settings);
+  /// Opens everything and builds the streams. `model` is loaded where it is not yet, and outlives
+  /// this. Refusal, UsageError.
+  Renderer(RenderSettings settings, RenderModel& model);
 
   /// Runs the audio through; at the end the output files appear. Refusal, Interrupted.
-  void Run();
+  void Run(ProgressBar& progress);
 
   /// After Run: what was done, as labelled lines.
   void PrintSummary(std::ostream& out) const;
-  /// After Run: what the user should know, one "kalvrin: warning: ..." each.
-  void PrintWarnings(std::ostream& out) const;
+  /// After Run: what the user should know, a sentence each.
+  std::vector<std::string> Warnings() const;
+
+  std::size_t ChannelCount() const { return channelCount; }
+  int SampleRate() const { return reader.SampleRate(); }
+  /// Of the audio read so far.
+  double AudioSeconds() const;
 
 private:
   void BuildMix();
   void BuildStems();
   void ExpectRate() const;
-  std::unique_ptr<StreamProcessor> MakeStream();
   Lane& AddLane(std::unique_ptr<StreamProcessor> stream);
   std::unique_ptr<AudioWriter> MakeWriter(const std::string& path) const;
   void ReadAll(ProgressBar& progress);
@@ -46,9 +51,7 @@ private:
 
   RenderSettings settings;
   AudioReader reader;
-  ModelFile modelFile;
-  Engine engine;
-  std::optional<ModelFacts> facts;
+  RenderModel& model;
   std::size_t channelCount;
   std::uint64_t latency = 0;  // model frames
   AudioFormat format;

@@ -70,12 +70,12 @@ std::optional<TransformDescription> DescribeTransform(int length) {
   if (IsPowerOfTwo(length)) {
     const FftLayout layout = LayoutOf(limits, OrderOf(length), true);
     return TransformDescription{
-        length, FftMethod(layout.method), length > 1 ? length / 2 : 1, FftRuns(layout),
-        0,      layout.workSize};
+        limits.name,     length, FftMethod(layout.method), length > 1 ? length / 2 : 1,
+        FftRuns(layout), 0,      layout.workSize};
   }
   const DftPlan plan = PlanDft(length, DftKind::Real);
   std::int64_t workSize = OwnWorkSize(plan, DftKind::Real);
-  TransformDescription description{length, "", plan.points, {}, plan.convLength, 0};
+  TransformDescription description{limits.name, length, "", plan.points, {}, plan.convLength, 0};
   switch (plan.method) {
   case DftMethod::DirectKernel:
     description.method =

@@ -9,6 +9,7 @@
 namespace Orvik::Tesmo::Kernels {
 
 struct TransformDescription {
+  const char* build;  ///< of the kernels, "sse3" to "avx"
   int length;
   std::string method;  ///< in words
   int points;          ///< complex values of the half-length transform, or real samples if odd

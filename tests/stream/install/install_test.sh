@@ -12,7 +12,8 @@ prefix="$work/a place of its own"
 mv "$work/first" "$prefix"
 library=$(find "$prefix" -name libkalvrin.so.0)
 for file in "$library" "${library%.0}" "${library%/*}/libonnxruntime.so.1" \
-    "$prefix/include/kalvrin/stream_processor.h" "$prefix/bin/kalvrin"; do
+    "$prefix/include/kalvrin/stream_processor.h" "$prefix/bin/kalvrin" \
+    "${library%/*}/libkalvrin_c.so" "$prefix/include/kalvrin.h"; do
   [ -e "$file" ] || { echo "not installed: $file"; exit 1; }
 done
 if grep -rlF -e "$work/first" -e "$build" "$prefix/include" "${library%/*}/cmake" "${library%/*}/pkgconfig" "$library"; then
@@ -28,3 +29,8 @@ export PKG_CONFIG_PATH="${library%/*}/pkgconfig"
 eval "flags=($(pkg-config --cflags --libs kalvrin))"
 "$cxx" "$client/main.cpp" -o "$work/by-pkg-config" "${flags[@]}" -Wl,-rpath,"${library%/*}"
 "$work/by-pkg-config" "$work/model.onnx" || { echo "client by pkg-config: exit status $?"; exit 1; }
+
+# The C interface finds the library beside it, wherever that is.
+eval "flags=($(pkg-config --cflags --libs kalvrin_c))"
+"$cxx" -x c "$client/../../../../c/example/gains.c" -o "$work/gains" "${flags[@]}" -Wl,-rpath,"${library%/*}"
+"$work/gains" "$work/model.onnx" Rest 1 </dev/null || { echo "client of the C interface: exit status $?"; exit 1; }

@@ -1,0 +1,108 @@
+#include "batch/worker.h"
+
+#include "command_line/errors.h"
+#include "command_line/interrupt.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <csignal>
+#include <cstdlib>
+#include <sys/prctl.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
+#include <unistd.h>
+#include <utility>
+
+namespace Orvik::Tesmo::Tool {
+namespace {
+
+/// Bytes of the message; 0 where the other side has gone.
+std::size_t Receive(int line, void* bytes, std::size_t size) {
+  for (;;) {
+    const ssize_t count = recv(line, bytes, size, 0);
+    if (count >= 0) return static_cast<std::size_t>(count);
+    if (errno != EINTR) return 0;
+    ThrowIfInterrupted();
+  }
+}
+
+bool Send(int line, const void* bytes, std::size_t size) {
+  for (;;) {
+    if (send(line, bytes, size, MSG_NOSIGNAL) >= 0) return true;
+    if (errno != EINTR) return false;
+    ThrowIfInterrupted();
+  }
+}
+
+/// The life of the child.
+[[noreturn]] void Serve(int line, const Worker::Work& work) {
+  try {
+    std::size_t task = 0;
+    while (Receive(line, &task, sizeof task) == sizeof task) {
+      const std::string answer = work(task);
+      if (!Send(line, answer.data(), std::min(answer.size(), Worker::longestAnswer))) break;
+    }
+  } catch (const Interrupted& interrupted) {
+    EndBySignal(interrupted.signal);
+  }
+  std::_Exit(ExitStatus::Ok);
+}
+
+}  // namespace
+
+Worker::Worker(const Work& work) {
+  // Of messages, so that a task and an answer come whole.
+  int lines[2];
+  if (socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, lines) != 0)
+    throw Refusal("no line to another process can be made: " + SystemErrorText(errno));
+  line = Descriptor(lines[0]);
+  Descriptor childLine(lines[1]);
+  process = fork();
+  if (process < 0) throw Refusal("no process can be made: " + SystemErrorText(errno));
+  if (process == 0) {
+    prctl(PR_SET_PDEATHSIG, SIGTERM);
+    Serve(childLine.Get(), work);
+  }
+}
+
+Worker::Worker(Worker&& other) noexcept
+    : process(std::exchange(other.process, -1)), line(std::move(other.line)) {}
+
+Worker& Worker::operator=(Worker&& other) noexcept {
+  std::swap(process, other.process);
+  std::swap(line, other.line);
+  return *this;
+}
+
+Worker::~Worker() {
+  if (process < 0) return;
+  // The signal ends a render; one that comes just before the child waits for a task would be missed,
+  // and a later child has this end of the line open, too.
+  shutdown(line.Get(), SHUT_RDWR);
+  kill(process, SIGTERM);
+  while (waitpid(process, nullptr, 0) < 0 && errno == EINTR) {
+  }
+}
+
+void Worker::Give(std::size_t task) {
+  // A child that has ended says so in TakeAnswer.
+  Send(line.Get(), &task, sizeof task);
+}
+
+std::optional<std::string> Worker::TakeAnswer() {
+  std::string answer(longestAnswer, '\0');
+  answer.resize(Receive(line.Get(), answer.data(), answer.size()));
+  if (answer.empty()) return std::nullopt;
+  return answer;
+}
+
+std::string Worker::HowItEnded() {
+  int status = 0;
+  while (waitpid(process, &status, 0) < 0 && errno == EINTR)
+    ThrowIfInterrupted();
+  process = -1;
+  return WIFSIGNALED(status) ? "it ended by signal " + std::to_string(WTERMSIG(status))
+                             : "it ended with status " + std::to_string(WEXITSTATUS(status));
+}
+
+}  // namespace Orvik::Tesmo::Tool

@@ -1,0 +1,104 @@
+#include "bench/timed_stream.h"
+
+#include "command_line/errors.h"
+#include "command_line/interrupt.h"
+#include "model/refusals.h"
+
+#include <algorithm>
+#include <chrono>
+#include <cmath>
+#include <ctime>
+#include <numeric>
+#include <random>
+#include <utility>
+
+namespace Orvik::Tesmo::Tool {
+namespace {
+
+/// Enough that a model with memory does not hear the same block again and again.
+constexpr std::uint64_t noiseFrames = 1 << 15;
+
+/// What evaluations an even stream has run after `frames` frames: prefilled, the next is due with
+/// the last frame of a ring, otherwise with the first of the following one.
+std::uint64_t Evaluations(std::uint64_t frames, std::uint64_t blockFrames,
+                          std::uint64_t capacityFrames) {
+  const bool isPrefilled = blockFrames < capacityFrames && capacityFrames % blockFrames == 0;
+  return isPrefilled || frames == 0 ? frames / capacityFrames : (frames - 1) / capacityFrames;
+}
+
+/// How long this thread has had a processor, in seconds.
+double ThreadSeconds() {
+  timespec time = {};
+  clock_gettime(CLOCK_THREAD_CPUTIME_ID, &time);
+  return static_cast<double>(time.tv_sec) + 1e-9 * static_cast<double>(time.tv_nsec);
+}
+
+}  // namespace
+
+double BlockTimes::Sum() const {
+  return std::accumulate(evaluating.begin(), evaluating.end(), 0.0) +
+         std::accumulate(others.begin(), others.end(), 0.0);
+}
+
+double Quantile(std::vector<float>& values, double p) {
+  if (values.empty()) return 0;
+  std::ranges::sort(values);
+  const auto rank = static_cast<std::size_t>(std::ceil(p * static_cast<double>(values.size())));
+  return values[std::clamp<std::size_t>(rank, 1, values.size()) - 1];
+}
+
+TimedStream::TimedStream(std::unique_ptr<StreamProcessor> made, const StreamRequest& settled,
+                         std::uint64_t hopLength)
+    : stream(std::move(made)), blockFrames(settled.blockFrames),
+      capacityFrames(hopLength * settled.sequenceSize), noise(noiseFrames + blockFrames),
+      mixed(settled.channelCount * blockFrames), inputs(settled.channelCount) {
+  std::mt19937 generator(1);
+  std::uniform_real_distribution<float> level(-0.25F, 0.25F);
+  std::ranges::generate(noise, [&] { return level(generator); });
+  for (std::uint64_t c = 0; c < settled.channelCount; ++c)
+    outputs.push_back(mixed.data() + c * blockFrames);
+  stream->ResetGains();
+  while (given < 4 * capacityFrames)
+    TimeBlock();
+}
+
+bool TimedStream::NextBlockEvaluates() const {
+  return Evaluations(given + blockFrames, blockFrames, capacityFrames) >
+         Evaluations(given, blockFrames, capacityFrames);
+}
+
+TimedStream::Times TimedStream::TimeBlock() {
+  using Clock = std::chrono::steady_clock;
+  // the channels hear different parts of the noise
+  for (std::size_t c = 0; c < inputs.size(); ++c)
+    inputs[c] = noise.data() + (given + c * 4099) % noiseFrames;
+  const double threadStart = ThreadSeconds();
+  const auto start = Clock::now();
+  stream->ProcessBlock(inputs.data(), outputs.data(), blockFrames, 1);
+  const auto end = Clock::now();
+  const double threadEnd = ThreadSeconds();
+  given += blockFrames;
+  return {std::chrono::duration<double>(end - start).count(), threadEnd - threadStart};
+}
+
+BlockTimes TimedStream::Run(std::uint64_t blocks, double seconds) {
+  BlockTimes times;
+  try {
+    double sum = 0;
+    while (times.Count() < blocks && (sum < seconds || times.evaluating.empty())) {
+      ThrowIfInterrupted();
+      const bool evaluates = NextBlockEvaluates();
+      const Times block = TimeBlock();
+      (evaluates ? times.evaluating : times.others).push_back(static_cast<float>(block.passed));
+      if (evaluates) times.onProcessor.push_back(static_cast<float>(block.onProcessor));
+      sum += block.passed;
+    }
+  } catch (const Interrupted&) {
+    throw;
+  } catch (...) {
+    throw Refusal("the model failed: " + TextOfCurrentException());
+  }
+  return times;
+}
+
+}  // namespace Orvik::Tesmo::Tool

@@ -1,0 +1,53 @@
+#pragma once
+
+#include "kalvrin/stream_processor.h"
+#include "model/model_facts.h"
+
+#include <memory>
+#include <vector>
+
+namespace Orvik::Tesmo::Tool {
+
+/// How long blocks took, in seconds each, in the order in which they ran.
+struct BlockTimes {
+  std::vector<float> evaluating;  ///< blocks in which the model ran, once or more
+  std::vector<float> others;      ///< blocks that only moved frames
+  /// Of `evaluating`: what of it the thread was on a processor, the clock's own part included.
+  std::vector<float> onProcessor;
+
+  std::uint64_t Count() const { return evaluating.size() + others.size(); }
+  /// Of all blocks together.
+  double Sum() const;
+};
+
+/// The least value that a share `p` (0..1) of the values does not exceed. Sorts them. 0 for none.
+double Quantile(std::vector<float>& values, double p);
+
+/// A stream that is fed noise under a clock.
+class TimedStream {
+public:
+  /// `settled` are the sizes that `stream` was made with. Runs a few evaluations off the clock;
+  /// throws what they fail with.
+  TimedStream(std::unique_ptr<StreamProcessor> stream, const StreamRequest& settled,
+              std::uint64_t hopLength);
+
+  /// Runs until both `seconds` of processing and one evaluation are over, `blocks` blocks at most.
+  /// Throws Interrupted, and Refusal where the model fails.
+  BlockTimes Run(std::uint64_t blocks, double seconds);
+
+private:
+  struct Times {
+    double passed, onProcessor;
+  };
+  Times TimeBlock();
+  bool NextBlockEvaluates() const;
+
+  std::unique_ptr<StreamProcessor> stream;
+  std::uint64_t blockFrames, capacityFrames;
+  std::uint64_t given = 0;  ///< frames so far
+  std::vector<float> noise, mixed;
+  std::vector<const float*> inputs;
+  std::vector<float*> outputs;
+};
+
+}  // namespace Orvik::Tesmo::Tool

@@ -1,0 +1,214 @@
+#include "bench/timed_stream.h"
+#include "command.h"
+#include "command_line/child_process.h"
+#include "model/engine.h"
+#include "model/model_file.h"
+#include "model/refusals.h"
+#include "model/report.h"
+#include "runtime/model_loading.h"
+#include "stream/assemble_stream.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <iomanip>
+#include <iostream>
+#include <optional>
+
+namespace Orvik::Tesmo::Tool {
+namespace {
+
+struct Settings {
+  StreamRequest stream;
+  std::uint64_t seconds = 10, blocks = 1'000'000;
+};
+
+using Value = std::string_view;
+constexpr Option<Settings> options[] = {
+    {"--channels", "N", "channels of the stream (default: as the model fixes them, else 2)",
+     [](Settings& s, Value value) { s.stream.channelCount = ParseCount(value, 1, mostChannels); }},
+    {"--sequence", "N",
+     "windows per evaluation of the single blocks (default: the model's, else 4)",
+     [](Settings& s, Value value) { s.stream.sequenceSize = ParseCount(value, 1, mostWindows); }},
+    {"--block", "N", "frames of the single blocks (default: one hop of the model)",
+     [](Settings& s, Value value) {
+       s.stream.blockFrames = ParseCount(value, 1, mostBlockFrames);
+     }},
+    {"--seconds", "N", "time for the tables, and again for the single blocks (default: 10)",
+     [](Settings& s, Value value) { s.seconds = ParseCount(value, 1, 86400); }},
+    {"--blocks", "N", "single blocks at most (default: 1000000)",
+     [](Settings& s, Value value) { s.blocks = ParseCount(value, 1, 100'000'000); }},
+};
+
+/// A model that the library takes, and the streams over it.
+class Bench {
+public:
+  Bench(const std::string& path, StreamRequest& request) : file(ReadModelFile(path)) {
+    ContinueInChild();
+    engine.emplace();
+    std::optional<ModelDescription> description;
+    try {
+      const auto model =
+          Dnn::LoadLearningModel(engine->Runtime(), file.bytes.data(), file.bytes.size());
+      description = DescribeModel(*model);
+      facts.emplace(*model);
+      request = facts->Settle(request);
+      MakeStream(request);
+    } catch (...) {
+      const auto why = ExplainCurrentException(description ? &*description : nullptr, request);
+      throw Refusal(file.path + " is refused: " + why.reason +
+                    (why.found.empty() ? "" : " (" + why.found + ")") + "; " + why.change);
+    }
+  }
+
+  const ModelFacts& Facts() const { return *facts; }
+  double RateHz() const { return facts->sampleRateHz > 0 ? facts->sampleRateHz : 48000; }
+
+  TimedStream MakeStream(const StreamRequest& settled) {
+    return {AssembleStream(engine->Runtime(), file.bytes.data(), file.bytes.size(),
+                           settled.sequenceSize, settled.channelCount, settled.blockFrames),
+            settled, facts->layout.GetHopLength()};
+  }
+
+private:
+  ModelFile file;
+  std::optional<Engine> engine;
+  std::optional<ModelFacts> facts;
+};
+
+std::string Format(const char* format, double value) {
+  char text[32];
+  std::snprintf(text, sizeof text, format, value);
+  return text;
+}
+
+void PrintCells(std::string_view label, const std::vector<std::string>& cells) {
+  std::cout << "  " << std::left << std::setw(12) << label << std::right;
+  for (const std::string& cell : cells)
+    std::cout << std::setw(11) << cell;
+  std::cout << '\n';
+}
+
+std::vector<std::uint64_t> WithChoice(std::vector<std::uint64_t> usual, std::uint64_t choice) {
+  if (std::ranges::find(usual, choice) == usual.end()) usual.push_back(choice);
+  std::ranges::sort(usual);
+  return usual;
+}
+
+/// One kind of figure over sizes: a row for each number of windows, a column for each block length.
+struct Table {
+  const char* title;
+  std::vector<std::vector<std::string>> rows = {};
+};
+
+/// Latency and cost of the usual sizes and those asked for; "-" for sizes that the model refuses.
+void PrintTables(Bench& bench, const StreamRequest& asked, double seconds) {
+  const auto sequences = WithChoice({1, 2, 4, 8}, asked.sequenceSize);
+  const auto blocks = WithChoice({64, 128, 256, 480, 512, 1024}, asked.blockFrames);
+  const double share = seconds / static_cast<double>(sequences.size() * blocks.size());
+  Table latency = {"latency in ms"};
+  Table factor = {
+      "real-time factor: seconds that the stream takes for each second of audio, by median blocks"};
+  Table peak = {"a block in which the model runs: share of the block's own time"};
+  for (const std::uint64_t sequenceSize : sequences) {
+    for (Table* table : {&latency, &factor, &peak})
+      table->rows.emplace_back();
+    for (const std::uint64_t blockFrames : blocks) {
+      const StreamRequest sizes = {asked.channelCount, sequenceSize, blockFrames};
+      std::optional<TimedStream> stream;
+      try {
+        stream.emplace(bench.MakeStream(sizes));
+      } catch (...) {  // the sizes asked for are not these: they have made a stream before
+        for (Table* table : {&latency, &factor, &peak})
+          table->rows.back().emplace_back("-");
+        continue;
+      }
+      BlockTimes times = stream->Run(~std::uint64_t{0}, share);
+      const double blockSeconds = static_cast<double>(blockFrames) / bench.RateHz();
+      const double audioSeconds = blockSeconds * static_cast<double>(times.Count());
+      // from medians: what else runs on the machine is not the stream's
+      const double evaluating = Quantile(times.evaluating, 0.5);
+      const double streamSeconds =
+          evaluating * static_cast<double>(times.evaluating.size()) +
+          Quantile(times.others, 0.5) * static_cast<double>(times.others.size());
+      const double latencySeconds =
+          static_cast<double>(bench.Facts().Latency(sizes)) / bench.RateHz();
+      latency.rows.back().push_back(Format("%.1f", 1000 * latencySeconds));
+      factor.rows.back().push_back(Format("%.4f", streamSeconds / audioSeconds));
+      peak.rows.back().push_back(Format("%.1f %%", 100 * evaluating / blockSeconds));
+    }
+  }
+  std::vector<std::string> heads;
+  for (const std::uint64_t blockFrames : blocks)
+    heads.push_back(std::to_string(blockFrames));
+  for (const Table* table : {&latency, &factor, &peak}) {
+    std::cout << '\n' << table->title << '\n';
+    PrintCells("windows", heads);
+    for (std::size_t row = 0; row < sequences.size(); ++row)
+      PrintCells(std::to_string(sequences[row]), table->rows[row]);
+  }
+}
+
+/// A line of the median, rare and worst of `times`, as multiples of `unit` seconds.
+void PrintQuantiles(std::string_view label, std::vector<float>& times, double unit,
+                    const char* format) {
+  std::vector<std::string> cells;
+  for (const double share : {0.5, 0.99, 0.999, 0.9999, 1.0})
+    cells.push_back(Format(format, Quantile(times, share) / unit));
+  PrintCells(label, cells);
+}
+
+void PrintKind(const char* kind, std::vector<float>& times, double blockSeconds) {
+  std::cout << kind << Counted(times.size(), "block") << '\n';
+  PrintQuantiles("microseconds", times, 1e-6, "%.1f");
+  PrintQuantiles("medians", times, Quantile(times, 0.5), "%.2f");
+  PrintQuantiles("of its time", times, blockSeconds / 100, "%.1f %%");
+}
+
+void PrintBlocks(Bench& bench, const Settings& settings) {
+  TimedStream stream = bench.MakeStream(settings.stream);
+  BlockTimes times = stream.Run(settings.blocks, static_cast<double>(settings.seconds));
+  const double blockSeconds = static_cast<double>(settings.stream.blockFrames) / bench.RateHz();
+  std::cout << "\nsingle blocks: " << StreamText(settings.stream, bench.Facts()) << "; "
+            << Counted(times.Count(), "block") << " in " << DurationText(times.Sum()) << '\n';
+  PrintCells("", {"median", "99 %", "99.9 %", "99.99 %", "worst"});
+  if (!times.evaluating.empty()) {
+    PrintKind("with the model: ", times.evaluating, blockSeconds);
+    std::cout << "  of that on a processor\n";
+    PrintQuantiles("microseconds", times.onProcessor, 1e-6, "%.1f");
+    PrintQuantiles("medians", times.onProcessor, Quantile(times.onProcessor, 0.5), "%.2f");
+  }
+  if (!times.others.empty()) PrintKind("without it: ", times.others, blockSeconds);
+}
+
+int RunBench(Arguments arguments) {
+  Settings settings;
+  const auto operands = ParseArguments<Settings>(arguments, options, settings);
+  ExpectOperands(operands, benchCommand.operands);
+  Bench bench(operands[0], settings.stream);
+  const ModelFacts& facts = bench.Facts();
+  std::cout << PrintableText(facts.info.GetName()) << ": "
+            << Counted(settings.stream.channelCount, "channel") << ", "
+            << Counted(facts.layout.GetHopLength(), "frame") << " a hop, " << bench.RateHz()
+            << " Hz" << (facts.sampleRateHz > 0 ? "" : " (the model states no rate)") << '\n';
+  PrintTables(bench, settings.stream, static_cast<double>(settings.seconds));
+  std::cout << std::flush;
+  PrintBlocks(bench, settings);
+  return ExitStatus::Ok;
+}
+
+}  // namespace
+
+constinit const Command benchCommand = {
+    "bench",
+    "MODEL",
+    "time a model on this machine, over windows per evaluation and block lengths",
+    "Runs streams over the model on noise and prints tables to choose sizes by: latency, "
+    "real-time\n"
+    "factor, and the block in which the model runs against the time that it lasts. Then the\n"
+    "median, the rare and the worst of many single blocks. All is measured on one core, with\n"
+    "whatever else runs on the machine.\n",
+    [](std::ostream& out) { PrintOptions<Settings>(out, options); },
+    RunBench,
+};
+
+}  // namespace Orvik::Tesmo::Tool

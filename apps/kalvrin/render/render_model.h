@@ -1,0 +1,48 @@
+#pragma once
+
+#include "kalvrin/stream_processor.h"
+#include "model/engine.h"
+#include "model/model_description.h"
+#include "model/model_facts.h"
+#include "model/model_file.h"
+
+#include <memory>
+#include <optional>
+#include <string>
+
+namespace Orvik::Tesmo::Tool {
+
+/// The model of a render. The engine loads it once, whatever the number of streams and files.
+class RenderModel {
+public:
+  /// Only notes the path.
+  explicit RenderModel(std::string path);
+  ~RenderModel();
+
+  /// Reads and loads the model unless that has been done. Refusal where the file or the engine
+  /// fails; else what the library refuses the model with.
+  void Load();
+
+  /// What messages call it.
+  const std::string& Path() const { return path; }
+  /// After Load.
+  const ModelFacts& Facts() const { return *facts; }
+  /// As far as Load came; null before the bytes were a model.
+  const ModelDescription* Description() const { return description ? &*description : nullptr; }
+
+  /// After Load: a new stream, all its gains 0. Throws what the library refuses the sizes with. The
+  /// streams go before this object.
+  std::unique_ptr<StreamProcessor> MakeStream(const StreamRequest& settled);
+
+private:
+  class SharedModel;
+
+  std::string path;
+  std::optional<ModelFile> file;
+  std::optional<Engine> engine;
+  std::unique_ptr<SharedModel> shared;
+  std::optional<ModelDescription> description;
+  std::optional<ModelFacts> facts;
+};
+
+}  // namespace Orvik::Tesmo::Tool

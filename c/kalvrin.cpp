@@ -1,0 +1,233 @@
+#include "kalvrin.h"
+
+#include "kalvrin/stream_processor.h"
+#include "model_probe.h"
+
+#include <algorithm>
+#include <cstdint>
+#include <cstring>
+#include <limits>
+#include <memory>
+#include <new>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+using namespace Orvik::Tesmo;
+
+struct kalvrin_stream {
+  std::unique_ptr<StreamProcessor> processor;
+  C::ModelProbe model;
+  std::vector<float> planar;     // one block; for interleaved audio
+  std::vector<float*> channels;  // where each channel begins in it
+  std::int32_t continuation = 0;
+};
+
+namespace {
+
+bool IsGain(float gain) {
+  return gain >= 0 && gain <= std::numeric_limits<float>::max();
+}
+
+char Folded(char letter) {
+  return letter >= 'A' && letter <= 'Z' ? static_cast<char>(letter | 0x20) : letter;
+}
+
+bool EqualIgnoringCase(std::string_view left, std::string_view right) {
+  return std::ranges::equal(left, right, {}, Folded, Folded);
+}
+
+/// A text cut to its buffer, between two characters.
+void CopyReason(std::string_view text, char* reason, std::size_t size) {
+  if (!reason || size == 0) return;
+  std::size_t length = std::min(text.size(), size - 1);
+  if (length < text.size())
+    while (length > 0 && (static_cast<unsigned char>(text[length]) & 0xC0) == 0x80)
+      --length;
+  std::memcpy(reason, text.data(), length);
+  reason[length] = '\0';
+}
+
+/// Runs `work` and turns whatever it throws into `onFailure`, or what memory wants.
+template <class Work>
+kalvrin_status Guarded(kalvrin_status onFailure, Work work) noexcept {
+  try {
+    return work();
+  } catch (const std::bad_alloc&) {
+    return KALVRIN_OUT_OF_MEMORY;
+  } catch (...) {
+    return onFailure;
+  }
+}
+
+/// The library's own object; null where it gives none, whatever the reason.
+std::unique_ptr<StreamProcessor> MakeProcessor(const void* model, std::size_t size,
+                                               const Tool::StreamRequest& sizes) {
+  return std::unique_ptr<StreamProcessor>(CreateStreamProcessor(
+      model, size, sizes.sequenceSize, sizes.channelCount, sizes.blockFrames));
+}
+
+std::unique_ptr<kalvrin_stream> MakeStream(const void* model, std::size_t size,
+                                           const Tool::StreamRequest& request) {
+  auto stream = std::make_unique<kalvrin_stream>();
+  stream->model = C::ProbeModel(model, size, request);
+  const Tool::StreamRequest& sizes = stream->model.settled;
+  stream->processor = MakeProcessor(model, size, sizes);
+  if (!stream->processor) throw C::FindRefusal(model, size, sizes);
+  stream->planar.resize(sizes.channelCount * sizes.blockFrames);
+  for (std::size_t c = 0; c < sizes.channelCount; ++c)
+    stream->channels.push_back(stream->planar.data() + c * sizes.blockFrames);
+  return stream;
+}
+
+kalvrin_status TextAt(const std::string* text, const char** result) {
+  if (!text) return KALVRIN_NOT_FOUND;
+  *result = text->c_str();
+  return KALVRIN_OK;
+}
+
+void Run(kalvrin_stream& stream, const float* const* input, float* const* output,
+         std::size_t frames) {
+  // Should the model fail, the next block begins anew: the frames that it failed on would wait in
+  // the stream, and fail again.
+  const std::int32_t continuation = std::exchange(stream.continuation, 0);
+  stream.processor->ProcessBlock(input, output, frames, continuation);
+  stream.continuation = 1;
+}
+
+}  // namespace
+
+kalvrin_status kalvrin_create(const void* model, size_t model_size, const kalvrin_request* request,
+                              char* reason, size_t reason_size, kalvrin_stream** stream) {
+  CopyReason({}, reason, reason_size);
+  if (!stream) return KALVRIN_INVALID_ARGUMENT;
+  *stream = nullptr;
+  if (!model || model_size == 0 || model_size > std::numeric_limits<std::uint32_t>::max()) {
+    CopyReason("there is no model, or one of 4 GiB or more", reason, reason_size);
+    return KALVRIN_INVALID_ARGUMENT;
+  }
+  const kalvrin_request wanted = request ? *request : kalvrin_request{};
+  const kalvrin_status status = Guarded(KALVRIN_MODEL_REFUSED, [&] {
+    try {
+      *stream =
+          MakeStream(model, model_size, {wanted.channels, wanted.windows, wanted.block_frames})
+              .release();
+      return KALVRIN_OK;
+    } catch (const C::Failure& failure) {
+      CopyReason(failure.reason, reason, reason_size);
+      return failure.status;
+    }
+  });
+  if (status == KALVRIN_OUT_OF_MEMORY && reason && reason_size != 0 && *reason == '\0')
+    CopyReason(kalvrin_status_text(status), reason, reason_size);
+  return status;
+}
+
+void kalvrin_destroy(kalvrin_stream* stream) {
+  delete stream;
+}
+
+kalvrin_status kalvrin_get_sizes(const kalvrin_stream* stream, kalvrin_sizes* sizes) {
+  if (!stream || !sizes) return KALVRIN_INVALID_ARGUMENT;
+  *sizes = stream->model.sizes;
+  return KALVRIN_OK;
+}
+
+kalvrin_status kalvrin_get_class_name(const kalvrin_stream* stream, size_t index,
+                                      const char** name) {
+  if (!stream || !name) return KALVRIN_INVALID_ARGUMENT;
+  const auto& classes = stream->model.classes;
+  return TextAt(index < classes.size() ? &classes[index].shown : nullptr, name);
+}
+
+kalvrin_status kalvrin_get_note(const kalvrin_stream* stream, size_t index, const char** note) {
+  if (!stream || !note) return KALVRIN_INVALID_ARGUMENT;
+  const auto& notes = stream->model.notes;
+  return TextAt(index < notes.size() ? &notes[index] : nullptr, note);
+}
+
+kalvrin_status kalvrin_set_gain(kalvrin_stream* stream, const char* name, float gain) {
+  if (!stream || !name || !IsGain(gain)) return KALVRIN_INVALID_ARGUMENT;
+  return Guarded(KALVRIN_INVALID_ARGUMENT, [&] {
+    for (const C::ClassName& known : stream->model.classes)
+      if (EqualIgnoringCase(known.shown, name) &&
+          stream->processor->SetAudioClassGain(known.wide.c_str(), gain))
+        return KALVRIN_OK;
+    return KALVRIN_NOT_FOUND;
+  });
+}
+
+kalvrin_status kalvrin_set_master_gain(kalvrin_stream* stream, float gain) {
+  if (!stream || !IsGain(gain)) return KALVRIN_INVALID_ARGUMENT;
+  return Guarded(KALVRIN_INVALID_ARGUMENT, [&] {
+    return stream->processor->SetMasterGain(gain) ? KALVRIN_OK : KALVRIN_INVALID_ARGUMENT;
+  });
+}
+
+kalvrin_status kalvrin_reset_gains(kalvrin_stream* stream) {
+  if (!stream) return KALVRIN_INVALID_ARGUMENT;
+  return Guarded(KALVRIN_ENGINE_FAILED, [&] {
+    stream->processor->ResetGains();
+    return KALVRIN_OK;
+  });
+}
+
+kalvrin_status kalvrin_process_planar(kalvrin_stream* stream, const float* const* input,
+                                      float* const* output, size_t frames) {
+  if (!stream || !input || !output || frames > stream->model.sizes.block_frames)
+    return KALVRIN_INVALID_ARGUMENT;
+  return Guarded(KALVRIN_ENGINE_FAILED, [&] {
+    Run(*stream, input, output, frames);
+    return KALVRIN_OK;
+  });
+}
+
+kalvrin_status kalvrin_process_interleaved(kalvrin_stream* stream, const float* input,
+                                           float* output, size_t frames) {
+  if (!stream || !input || !output || frames > stream->model.sizes.block_frames)
+    return KALVRIN_INVALID_ARGUMENT;
+  return Guarded(KALVRIN_ENGINE_FAILED, [&] {
+    const std::size_t count = stream->channels.size();
+    for (std::size_t c = 0; c < count; ++c)
+      for (std::size_t i = 0; i < frames; ++i)
+        stream->channels[c][i] = input[i * count + c];
+    Run(*stream, stream->channels.data(), stream->channels.data(), frames);
+    for (std::size_t c = 0; c < count; ++c)
+      for (std::size_t i = 0; i < frames; ++i)
+        output[i * count + c] = stream->channels[c][i];
+    return KALVRIN_OK;
+  });
+}
+
+kalvrin_status kalvrin_restart(kalvrin_stream* stream) {
+  if (!stream) return KALVRIN_INVALID_ARGUMENT;
+  return Guarded(KALVRIN_ENGINE_FAILED, [&] {
+    stream->processor->SetSequenceSize(stream->model.sizes.windows);
+    stream->continuation = 0;
+    return KALVRIN_OK;
+  });
+}
+
+const char* kalvrin_status_text(kalvrin_status status) {
+  switch (status) {
+  case KALVRIN_OK:
+    return "all well";
+  case KALVRIN_INVALID_ARGUMENT:
+    return "an argument of the call is out of range";
+  case KALVRIN_MODEL_REFUSED:
+    return "the model is refused";
+  case KALVRIN_ENGINE_MISSING:
+    return "there is no usable inference engine";
+  case KALVRIN_ENGINE_FAILED:
+    return "the model failed in the inference engine";
+  case KALVRIN_OUT_OF_MEMORY:
+    return "there is not enough memory";
+  case KALVRIN_NOT_FOUND:
+    return "there is no such name or index";
+  }
+  return "an unknown status";
+}
+
+const char* kalvrin_version(void) {
+  return KALVRIN_VERSION;
+}

@@ -1,0 +1,129 @@
+// Transforms of any length: every length and flag to the planner, the shorter ones run on guarded
+// memory.
+
+#include "kernels/dft/describe.h"
+#include "kernels/dft/plan.h"
+#include "members.h"
+#include "transform.h"
+
+#include <limits>
+
+namespace {
+
+using namespace Fuzz;
+using namespace Orvik::Tesmo::Kernels;
+
+constexpr int mostLength = 1 << 15;  // of transforms that run here
+
+std::string NameOf(const Members& m, int length, int flag) {
+  return std::string(m.name) + ", length " + std::to_string(length) + ", flag " +
+         std::to_string(flag);
+}
+
+/// What the engine needs of any plan.
+void CheckPlan(int length, DftKind kind) {
+  const DftPlan plan = PlanDft(length, kind);
+  const bool halves = kind == DftKind::Real && length % 2 == 0;
+  Expect(plan.length == length && plan.points == (halves ? length / 2 : length),
+         "length %d has %d points", length, plan.points);
+  Expect(plan.stageCount >= 0 && plan.stageCount <= StageLimit, "length %d has %d stages", length,
+         plan.stageCount);
+  Expect((plan.method == DftMethod::MixedRadix) == (plan.stageCount > 0), "length %d", length);
+  std::int64_t product = 1;
+  for (int i = 0; i < plan.stageCount; ++i) {
+    const DftStage& stage = plan.stages[static_cast<std::size_t>(i)];
+    Expect(stage.radix >= 2 && stage.stride == product && stage.count >= 1, "length %d, stage %d",
+           length, i);
+    product *= stage.radix;
+    Expect(product * stage.remaining == plan.points, "length %d, stage %d: what remains", length,
+           i);
+  }
+  if (plan.stageCount > 0) Expect(product == plan.points, "length %d: radices", length);
+  if (plan.method == DftMethod::Convolution && plan.points <= ConvolutionPointLimit)
+    Expect(plan.convLength >= 2 * static_cast<std::int64_t>(plan.points) - 1, "length %d: wraps",
+           length);
+  Expect(OwnWorkSize(plan, kind) >= 0, "length %d: work size", length);
+}
+
+IppStatus WantedStatus(int length, int flag) {
+  if (length < 1) return ippStsSizeErr;
+  if (!IsFlag(flag)) return ippStsFftFlagErr;
+  if (IsPowerOfTwo(length)) return length <= 1 << 29 ? ippStsNoErr : ippStsFftOrderErr;
+  if (length >= LengthLimit) return ippStsSizeErr;
+  const DftPlan plan = PlanDft(length, DftKind::Real);
+  const bool fits = plan.method != DftMethod::Convolution || plan.points < ConvolutionPointLimit;
+  return fits ? ippStsNoErr : ippStsSizeErr;
+}
+
+void CheckAnyLength(const Members& m, int length, int flag, int hint) {
+  const IppStatus wanted = WantedStatus(length, flag);
+  if (length >= 1 && length < LengthLimit) {
+    CheckPlan(length, DftKind::Real);
+    CheckPlan(length, DftKind::Complex);
+  }
+  Expect(DescribeTransform(length).has_value() == (WantedStatus(length, 8) == ippStsNoErr),
+         "the description of length %d", length);
+  if (wanted == ippStsNoErr && length > 1 << 18) return;  // a plan of it takes long
+  IppsDFTSpec_R_32f* spec = nullptr;
+  const IppStatus status = m.ippsDFTInitAlloc_R_32f(&spec, length, flag, hint);
+  Expect(status == wanted && (spec != nullptr) == (wanted == ippStsNoErr),
+         "length %d, flag %d: status %d, not %d", length, flag, status, wanted);
+  if (spec) m.ippsDFTFree_R_32f(spec);
+}
+
+/// Through work buffers of their own.
+void CheckComplexTransform(const Members& m, Input& input, int length, int flag) {
+  IppsDFTSpec_R_32f* spec = nullptr;
+  Expect(m.ippsDFTInitAlloc_C_32fc(&spec, length, flag, 0) == ippStsNoErr, "no plan of %d", length);
+  const auto run = [&](auto transform) {
+    return [&, transform](const float* src, float* dst, Ipp8u*) {
+      return transform(reinterpret_cast<const Ipp32fc*>(src), reinterpret_cast<Ipp32fc*>(dst), spec,
+                       nullptr);
+    };
+  };
+  TransformCheck({"complex " + NameOf(m, length, flag), static_cast<std::size_t>(length), false,
+                  flag, 0, run(m.ippsDFTFwd_CToC_32fc), run(m.ippsDFTInv_CToC_32fc)},
+                 input)
+      .Run();
+  Expect(m.ippsDFTFree_C_32fc(spec) == ippStsNoErr, "the spec does not go");
+}
+
+void CheckTransform(const Members& m, Input& input, int length, int flag) {
+  IppsDFTSpec_R_32f* spec = nullptr;
+  Expect(m.ippsDFTInitAlloc_R_32f(&spec, length, flag, 0) == ippStsNoErr, "no plan of %d", length);
+  int workSize = 0;
+  m.ippsDFTGetBufSize_R_32f(spec, &workSize);
+  TransformCheck({NameOf(m, length, flag), static_cast<std::size_t>(length), true, flag,
+                  static_cast<std::size_t>(workSize),
+                  [&](const float* src, float* dst, Ipp8u* work) {
+                    return m.ippsDFTFwd_RToCCS_32f(src, dst, spec, work);
+                  },
+                  [&](const float* src, float* dst, Ipp8u* work) {
+                    return m.ippsDFTInv_CCSToR_32f(src, dst, spec, work);
+                  }},
+                 input)
+      .Run();
+  Expect(m.ippsDFTFree_R_32f(spec) == ippStsNoErr, "the spec does not go");
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  Input input(data, size);
+  const Members& m = MembersOf(input.Byte());
+  const std::uint8_t kind = input.Byte();
+  if (kind % 8 == 7) {
+    const int length = input.Int(INT32_MIN, INT32_MAX);
+    CheckAnyLength(m, input.Flag() ? length : length % (1 << 18),
+                   input.Flag() ? input.Pick(flags) : input.Int(INT32_MIN, INT32_MAX),
+                   input.Int(-1, 9));
+    return 0;
+  }
+  const int length = input.Int(1, kind % 8 == 6 ? mostLength : kind % 8 > 3 ? 3000 : 300);
+  const int flag = input.Pick(flags);
+  if (kind & 0x40)
+    CheckComplexTransform(m, input, length, flag);
+  else
+    CheckTransform(m, input, length, flag);
+  return 0;
+}

@@ -1,0 +1,80 @@
+#pragma once
+
+// Memory for kernels: no byte before or behind it can be touched unseen.
+
+#include "input.h"
+
+#include <cstring>
+#include <sys/mman.h>
+#include <vector>
+
+namespace Fuzz {
+
+/// Room of up to `capacity` bytes between two pages without access. A block stands against one of
+/// them, or up to 63 bytes away, which gives every alignment; what lies between must stay as it is.
+class GuardedRoom {
+public:
+  explicit GuardedRoom(std::size_t capacity) : length((capacity + 64 + page - 1) / page * page) {
+    void* const map =
+        mmap(nullptr, length + 2 * page, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    Expect(map != MAP_FAILED, "no memory");
+    start = static_cast<unsigned char*>(map) + page;
+    Expect(mprotect(start, length, PROT_READ | PROT_WRITE) == 0, "no memory");
+  }
+  ~GuardedRoom() { munmap(start - page, length + 2 * page); }
+  GuardedRoom(const GuardedRoom&) = delete;
+  GuardedRoom& operator=(const GuardedRoom&) = delete;
+
+  /// A block of `bytes` bytes, `distance` (to 63) away from the page behind it or before it.
+  unsigned char* Place(std::size_t bytes, std::size_t distance, bool atFront) {
+    Expect(bytes + 64 <= length, "room");
+    begin = atFront ? start + distance : start + length - distance - bytes;
+    size = bytes;
+    std::memset(begin, 0, size);
+    Around([](unsigned char& byte) { byte = guard; });
+    return begin;
+  }
+  bool Intact() {
+    bool intact = true;
+    Around([&](const unsigned char& byte) { intact = intact && byte == guard; });
+    return intact;
+  }
+
+private:
+  static constexpr std::size_t page = 4096;
+  static constexpr unsigned char guard = 0xA5;
+
+  template <class Visit>
+  void Around(Visit visit) {
+    unsigned char* const end = start + length;
+    for (unsigned char* p = begin - start > 64 ? begin - 64 : start; p < begin; ++p)
+      visit(*p);
+    for (unsigned char* p = begin + size; p < end && p < begin + size + 64; ++p)
+      visit(*p);
+  }
+
+  std::size_t length, size = 0;
+  unsigned char *start, *begin = nullptr;
+};
+
+/// A place that the input chooses.
+template <class T>
+T* Place(GuardedRoom& room, Input& input, std::size_t count) {
+  const std::uint8_t choice = input.Byte();
+  const std::size_t distance = choice & 0x80 ? choice & 63U : (choice & 63U) / 4 * 4;
+  return reinterpret_cast<T*>(room.Place(count * sizeof(T), distance, (choice & 0x40) != 0));
+}
+
+template <class T>
+void Put(T* place, const std::vector<T>& values) {
+  if (!values.empty())
+    std::memcpy(static_cast<void*>(place), values.data(), values.size() * sizeof(T));
+}
+template <class T>
+std::vector<T> Get(const T* place, std::size_t count) {
+  std::vector<T> values(count);
+  if (count > 0) std::memcpy(static_cast<void*>(values.data()), place, count * sizeof(T));
+  return values;
+}
+
+}  // namespace Fuzz

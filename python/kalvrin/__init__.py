@@ -1,0 +1,476 @@
+"""Audio through a neural model that splits it into named classes, and mixes them by gains.
+
+    >>> import kalvrin
+    >>> stems = kalvrin.stems("separator.onnx", audio)      # {"Speech": ..., "Music": ..., "Rest": ...}
+    >>> quiet = kalvrin.render("separator.onnx", audio, gains={"Music": 0.1})
+    >>> for finding in kalvrin.check("mine.onnx"): print(finding)
+
+Audio is an array of 32-bit floats `[channels, frames]`, or `[frames]` for one channel; full scale is 1,
+a frame is one sample on every channel. Nothing is resampled: the audio has the model's sample rate.
+A gain is a linear factor from 0. The class "Rest" is what no class of the model claims: classes and
+Rest add up to the input. Models are ONNX files (a path) or their bytes.
+
+Streams are independent of each other and may run on several threads, one call at a time on one
+stream; while the model runs, other Python threads do, too.
+"""
+
+from __future__ import annotations
+
+import ctypes
+import dataclasses
+import json
+import os
+import pathlib
+import subprocess
+import sys
+import time
+from collections.abc import Callable, Iterator, Mapping
+from types import TracebackType
+from typing import Any, Union
+
+import numpy as np
+import numpy.typing as npt
+
+__all__ = ["Finding", "Refused", "Stream", "StreamFailed", "check", "render", "stems"]
+
+Audio = npt.NDArray[np.float32]
+Model = Union[str, "os.PathLike[str]", bytes]
+
+REST = "Rest"
+
+
+class Refused(ValueError):
+    """A model that the library does not take, or not at the sizes asked for."""
+
+    def __init__(self, reason: str, found: str = "", expected: str = "", change: str = "") -> None:
+        details = [f"{label}: {text}" for label, text in
+                   (("found", found), ("expected", expected), ("change", change)) if text]
+        super().__init__("; ".join([reason, *details]))
+        self.reason = reason
+        self.found = found
+        self.expected = expected
+        self.change = change
+
+
+class StreamFailed(RuntimeError):
+    """The model failed in the inference engine while audio ran."""
+
+
+class _Request(ctypes.Structure):
+    _fields_ = [(name, ctypes.c_size_t) for name in ("channels", "windows", "block_frames")]
+
+
+class _Sizes(ctypes.Structure):
+    _fields_ = [*((name, ctypes.c_size_t) for name in (
+        "channels", "windows", "block_frames", "window_frames", "hop_frames", "lookahead_windows",
+        "latency_frames", "class_count")), ("sample_rate_hz", ctypes.c_int)]
+
+
+_OK, _INVALID, _REFUSED, _NO_ENGINE, _FAILED, _NO_MEMORY, _NOT_FOUND = range(7)
+
+
+def _load_library() -> ctypes.CDLL:
+    name = "libkalvrin_c.so.0"
+    beside = pathlib.Path(__file__).with_name(name)
+    path = os.environ.get("KALVRIN_LIBRARY") or (str(beside) if beside.exists() else name)
+    try:
+        library = ctypes.CDLL(path)
+    except OSError as error:
+        raise ImportError(f"{path} cannot be loaded ({error}); the environment variable "
+                          "KALVRIN_LIBRARY can name the file") from error
+    stream, text, floats = ctypes.c_void_p, ctypes.c_char_p, ctypes.c_void_p
+    size, gain, pointer = ctypes.c_size_t, ctypes.c_float, ctypes.POINTER
+    for function, arguments in {
+            "create": (text, size, pointer(_Request), text, size, pointer(stream)),
+            "get_sizes": (stream, pointer(_Sizes)),
+            "get_class_name": (stream, size, pointer(text)),
+            "get_note": (stream, size, pointer(text)),
+            "set_gain": (stream, text, gain),
+            "set_master_gain": (stream, gain),
+            "reset_gains": (stream,),
+            "process_interleaved": (stream, floats, floats, size),
+            "restart": (stream,)}.items():
+        getattr(library, "kalvrin_" + function).argtypes = arguments
+    library.kalvrin_destroy.argtypes = (stream,)
+    library.kalvrin_destroy.restype = None
+    library.kalvrin_status_text.restype = text
+    library.kalvrin_version.restype = text
+    return library
+
+
+_library = _load_library()
+__version__: str = _library.kalvrin_version().decode()
+
+
+def _require(status: int, failure: str = "") -> None:
+    if status == _OK:
+        return
+    words = failure or _library.kalvrin_status_text(status).decode()
+    if status == _NO_MEMORY:
+        raise MemoryError(words)
+    if status == _FAILED:
+        raise StreamFailed(words)
+    raise ValueError(words)
+
+
+def _model_bytes(model: Model) -> bytes:
+    return model if isinstance(model, bytes) else pathlib.Path(model).read_bytes()
+
+
+def _as_audio(audio: npt.ArrayLike) -> Audio:
+    """The audio as `[channels, frames]`."""
+    array = np.asarray(audio, dtype=np.float32)
+    if array.ndim == 1:
+        array = array[np.newaxis]
+    if array.ndim != 2 or array.shape[0] == 0:
+        raise ValueError(f"audio is an array [channels, frames] or [frames], not {list(array.shape)}")
+    if not np.isfinite(array).all():
+        raise ValueError("the audio holds values that are not finite")
+    return array
+
+
+def _folded(name: str) -> bytes:
+    return name.encode().lower()  # of bytes: the letters A to Z only
+
+
+class Stream:
+    """One model, running on audio that comes block by block.
+
+    `channels`: of the audio; 0: as the model fixes them, else 2. `windows`: per evaluation; 0: the
+    model's own number, else 4; more are cheaper and later. `block_frames`: frames of one block; 0:
+    one hop of the model. Every gain is 1 at first, so that what goes in comes out `latency_frames`
+    later; with `silent`, every gain is 0.
+
+    Raises Refused, with the reason, for a model that the library does not take; OSError where its
+    file cannot be read. Use it in a `with` statement, or call `close`.
+    """
+
+    channels: int
+    windows: int
+    """Per evaluation; they overlap by one half."""
+    block_frames: int
+    window_frames: int
+    """Length of a window."""
+    hop_frames: int
+    """Half a window."""
+    lookahead_windows: int
+    latency_frames: int
+    """From a frame in to the same frame out."""
+    sample_rate_hz: int
+    """The model's; 0 where it does not say."""
+    classes: tuple[str, ...]
+    """In the order of the model's output, without Rest."""
+    notes: tuple[str, ...]
+    """What is legal in the model but will surprise."""
+
+    def __init__(self, model: Model, *, channels: int = 0, windows: int = 0,
+                 block_frames: int = 0, silent: bool = False) -> None:
+        self._handle = ctypes.c_void_p()
+        if min(channels, windows, block_frames) < 0:
+            raise ValueError("sizes are numbers from 0")
+        data = _model_bytes(model)
+        reason = ctypes.create_string_buffer(1024)
+        status = _library.kalvrin_create(data, len(data), _Request(channels, windows, block_frames),
+                                         reason, len(reason), self._handle)
+        if status != _OK:
+            self._refuse(status, reason.value.decode())
+        sizes = _Sizes()
+        _require(_library.kalvrin_get_sizes(self._handle, sizes))
+        self.channels = sizes.channels
+        self.windows = sizes.windows
+        self.block_frames = sizes.block_frames
+        self.window_frames = sizes.window_frames
+        self.hop_frames = sizes.hop_frames
+        self.lookahead_windows = sizes.lookahead_windows
+        self.latency_frames = sizes.latency_frames
+        self.sample_rate_hz = sizes.sample_rate_hz
+        self.classes = tuple(self._texts(_library.kalvrin_get_class_name))[:sizes.class_count]
+        self.notes = tuple(self._texts(_library.kalvrin_get_note))
+        if not silent:
+            self.reset_gains()
+
+    @staticmethod
+    def _refuse(status: int, reason: str) -> None:
+        if status == _NO_MEMORY:
+            raise MemoryError(reason)
+        if status == _NO_ENGINE:
+            raise RuntimeError(reason)
+        first, *rest = reason.split("\n")
+        details = dict(line.split(": ", 1) for line in rest if ": " in line)
+        raise Refused(first, **{label: details.get(label, "")
+                                for label in ("found", "expected", "change")})
+
+    def _texts(self, function: Callable[..., int]) -> Iterator[str]:
+        text = ctypes.c_char_p()
+        index = 0
+        while function(self._handle, index, text) == _OK:
+            yield (text.value or b"").decode()
+            index += 1
+
+    def set_gain(self, name: str, gain: float) -> None:
+        """Linear gain of a class, or of "Rest", from the next evaluation on. Letters A to Z match in
+        either case. KeyError for an unknown name, ValueError for a gain below 0 or not finite."""
+        status = _library.kalvrin_set_gain(self._handle, name.encode(), gain)
+        if status == _NOT_FOUND:
+            raise KeyError(f"the model has no class {name!r}, only "
+                           + ", ".join((*self.classes, REST)))
+        _require(status, "a gain is a finite number from 0")
+
+    def set_master_gain(self, gain: float) -> None:
+        """Linear factor on everything. ValueError for one below 0 or not finite."""
+        _require(_library.kalvrin_set_master_gain(self._handle, gain),
+                 "a gain is a finite number from 0")
+
+    def reset_gains(self) -> None:
+        """Every gain becomes 1."""
+        _require(_library.kalvrin_reset_gains(self._handle))
+
+    def process(self, audio: npt.ArrayLike) -> Audio:
+        """Takes `[channels, frames]`, frames a multiple of `block_frames`, and gives as many: what
+        went in `latency_frames` ago, silence at the start. ValueError for audio of another shape or
+        with values that are not finite; StreamFailed where the model fails."""
+        array = _as_audio(audio)
+        channels, frames = array.shape
+        if channels != self.channels or frames % self.block_frames != 0:
+            raise ValueError(f"this stream takes [{self.channels}, a multiple of "
+                             f"{self.block_frames}], not {list(array.shape)}")
+        woven = np.array(array.T, order="C")  # a copy, frame by frame; it becomes the output
+        block_bytes = self.block_frames * channels * woven.itemsize
+        for index in range(frames // self.block_frames):
+            block = woven.ctypes.data + index * block_bytes
+            _require(_library.kalvrin_process_interleaved(self._handle, block, block,
+                                                          self.block_frames))
+        return np.ascontiguousarray(woven.T)
+
+    def restart(self) -> None:
+        """From silence again, the model's memory included; the gains stay."""
+        _require(_library.kalvrin_restart(self._handle))
+
+    def close(self) -> None:
+        """Ends the stream. Any other call raises ValueError afterwards."""
+        handle, self._handle = self._handle, ctypes.c_void_p()
+        _library.kalvrin_destroy(handle)
+
+    def __enter__(self) -> Stream:
+        return self
+
+    def __exit__(self, kind: type[BaseException] | None, value: BaseException | None,
+                 traceback: TracebackType | None) -> None:
+        self.close()
+
+    def __del__(self) -> None:
+        if hasattr(self, "_handle"):
+            self.close()
+
+
+def _run_through(stream: Stream, audio: Audio) -> Audio:
+    """The whole audio, in step with the input: the latency is taken out."""
+    frames = audio.shape[1]
+    latency = stream.latency_frames
+    blocks = -(-(frames + latency) // stream.block_frames) if frames else 0
+    padded = np.zeros((audio.shape[0], blocks * stream.block_frames), dtype=np.float32)
+    padded[:, :frames] = audio
+    whole: Audio = stream.process(padded)[:, latency:latency + frames]
+    return whole
+
+
+def _shaped_like(audio: npt.ArrayLike, result: Audio) -> Audio:
+    shaped: Audio = result[0] if np.ndim(audio) == 1 else result
+    return shaped
+
+
+def _set_alone(stream: Stream, name: str) -> None:
+    """That class at 1, everything else mute."""
+    for other in (*stream.classes, REST):
+        stream.set_gain(other, 0.0)
+    stream.set_gain(name, 1.0)
+
+
+def render(model: Model, audio: npt.ArrayLike, *, gains: Mapping[str, float] | None = None,
+           master: float = 1.0, windows: int = 0, block_frames: int = 0) -> Audio:
+    """The mix of a whole recording, of the shape of `audio` and in step with it.
+
+    `gains`: by class name, "Rest" among them; those that it does not name are 1. `windows` and
+    `block_frames` are as for Stream and change nothing but the speed. It gives the samples that
+    `kalvrin render` writes. Raises what Stream raises.
+    """
+    array = _as_audio(audio)
+    with Stream(model, channels=array.shape[0], windows=windows, block_frames=block_frames) as stream:
+        stream.set_master_gain(master)
+        for name, gain in (gains or {}).items():
+            stream.set_gain(name, gain)
+        return _shaped_like(audio, _run_through(stream, array))
+
+
+def stems(model: Model, audio: npt.ArrayLike, *, windows: int = 0,
+          block_frames: int = 0) -> dict[str, Audio]:
+    """What the model takes apart: an array of the shape of `audio` for each class, in the model's
+    order, and at the end "Rest", the remainder. Together they are the input, within rounding.
+
+    Each comes from a stream of its own over the same audio. A class whose name stood before (letters
+    A to Z in either case) cannot be told from that one and has no entry.
+    """
+    array = _as_audio(audio)
+    data = _model_bytes(model)
+    result: dict[str, Audio] = {}
+    with Stream(data, channels=array.shape[0], windows=windows, block_frames=block_frames) as probe:
+        names: dict[bytes, str] = {}
+        for name in (*probe.classes, REST):
+            names.setdefault(_folded(name), name)
+    for name in names.values():
+        with Stream(data, channels=array.shape[0], windows=windows, block_frames=block_frames,
+                    silent=True) as stream:
+            stream.set_master_gain(1.0)
+            stream.set_gain(name, 1.0)
+            result[name] = _shaped_like(audio, _run_through(stream, array))
+    return result
+
+
+@dataclasses.dataclass(frozen=True)
+class Finding:
+    """One thing about a model that its author should know."""
+
+    kind: str
+    """"refused": the library does not take the model. "wrong": it takes it, and the audio will not be
+    right. "note": legal, but it may surprise."""
+    text: str
+    found: str = ""
+    expected: str = ""
+    change: str = ""
+
+    def __str__(self) -> str:
+        lines = [f"{self.kind}: {self.text}"]
+        lines += [f"  {label:<10} {value}" for label, value in (
+            ("found", self.found), ("expected", self.expected), ("change", self.change)) if value]
+        return "\n".join(lines)
+
+
+def check(model: Model, *, channels: int = 0, windows: int = 0,
+          block_frames: int = 0) -> list[Finding]:
+    """What is wrong with a model, for those who train and export one; an empty list: nothing.
+
+    Builds the stream that a host would build, runs noise and silence through it, and looks whether
+    every class is finite, in step with the input (or the mix would comb-filter), the same for any
+    number of windows per evaluation and again after a restart, silent on silence, and in time. It
+    runs in a process of its own, since a model can end the process that runs it.
+    """
+    data = _model_bytes(model)
+    child = subprocess.run([sys.executable, __file__, str(channels), str(windows), str(block_frames)],
+                           input=data, stdout=subprocess.PIPE, stderr=subprocess.PIPE, check=False)
+    if child.returncode < 0:
+        return [Finding("refused", "the inference engine ended its process (signal "
+                                   f"{-child.returncode}) while it ran the model")]
+    if child.returncode != 0:
+        raise RuntimeError("the check failed: " + child.stderr.decode(errors="replace").strip())
+    return [Finding(**fields) for fields in json.loads(child.stdout)]
+
+
+_TOLERANCE = 1e-4
+"""Of the peak, between renders that should be the same."""
+
+
+def _findings(data: bytes, channels: int, windows: int, block_frames: int) -> Iterator[Finding]:
+    try:
+        stream = Stream(data, channels=channels, windows=windows, block_frames=block_frames)
+    except Refused as refusal:
+        yield Finding("refused", refusal.reason, refusal.found, refusal.expected, refusal.change)
+        return
+    with stream:
+        yield from _stream_findings(stream, data)
+
+
+def _stream_findings(stream: Stream, data: bytes) -> Iterator[Finding]:
+    for note in stream.notes:
+        yield Finding("note", note)
+    if stream.sample_rate_hz <= 0:
+        yield Finding("note", "the model does not say its sample rate", "no metadata SampleRate", "",
+                      "give it SampleRate, in Hz: hosts then refuse audio of another rate")
+    frames = max(48 * stream.hop_frames, 8 * stream.hop_frames * stream.windows)
+    noise = np.random.default_rng(1).uniform(-0.5, 0.5, (stream.channels, frames))
+    audio = noise.astype(np.float32)
+    for name in stream.classes:
+        try:
+            yield from _class_findings(stream, data, name, audio)
+        except StreamFailed as failure:
+            yield Finding("wrong", str(failure), f"class {name}, on noise")
+            return
+
+
+def _class_findings(stream: Stream, data: bytes, name: str, audio: Audio) -> Iterator[Finding]:
+    _set_alone(stream, name)
+    stream.restart()
+    start = time.perf_counter()
+    alone = _run_through(stream, audio)
+    seconds = time.perf_counter() - start
+    if not np.isfinite(alone).all():
+        yield Finding("wrong", f"class {name} holds values that are not finite",
+                      f"{np.count_nonzero(~np.isfinite(alone))} of {alone.size} samples, on noise",
+                      "finite values; one that is not stays in a model's states for good")
+        return
+    if stream.sample_rate_hz > 0 and seconds > audio.shape[1] / stream.sample_rate_hz:
+        yield Finding("note", "the model is slower than real time on this processor",
+                      f"{seconds * stream.sample_rate_hz / audio.shape[1]:.2f} s for each second")
+    yield from _delay_findings(stream, name, audio, alone)
+    stream.restart()
+    yield from _difference("wrong", f"class {name} differs after a restart", alone,
+                           _run_through(stream, audio), "the same audio from the same input",
+                           "take what is random out of the graph (dropout, noise)")
+    stream.restart()
+    silence = np.abs(_run_through(stream, np.zeros_like(audio))).max()
+    if silence > 1e-3:
+        yield Finding("note", f"class {name} sounds when the input is silent",
+                      f"a peak of {silence:.3g}")
+    for windows in (1, 2, 7):
+        try:
+            other = Stream(data, channels=stream.channels, windows=windows,
+                           block_frames=stream.block_frames)
+        except Refused:
+            continue  # a model may fix its sequence
+        with other:
+            _set_alone(other, name)
+            found = list(_difference(
+                "wrong", f"class {name} depends on the number of windows per evaluation", alone,
+                _run_through(other, audio), f"the same audio with {stream.windows} and {windows}",
+                "carry over from window to window by states, inside the sequence as well"))
+        yield from found
+        if found:
+            return
+
+
+def _difference(kind: str, text: str, one: Audio, other: Audio, expected: str,
+                change: str) -> Iterator[Finding]:
+    largest = float(np.abs(one - other).max())
+    peak = float(np.abs(one).max())
+    if not largest <= _TOLERANCE * peak + 1e-6:
+        yield Finding(kind, text, f"a difference of {largest:.3g} at a peak of {peak:.3g}", expected,
+                      change)
+
+
+def _delay_findings(stream: Stream, name: str, audio: Audio, alone: Audio) -> Iterator[Finding]:
+    """Noise is like itself at no other delay: the peak of the correlation tells where it came out."""
+    size = 2 * audio.shape[1]
+    spectra = np.fft.rfft(alone, size) * np.conj(np.fft.rfft(audio, size))
+    correlation = np.abs(np.fft.irfft(spectra, size).sum(axis=0))
+    peak = int(correlation.argmax())
+    delay = peak if peak < size // 2 else peak - size
+    strength = correlation[peak] / max(float(np.linalg.norm(alone) * np.linalg.norm(audio)), 1e-30)
+    if delay == 0 or strength < 0.2:
+        return
+    whole = delay > 0 and delay % stream.hop_frames == 0
+    yield Finding("wrong", f"class {name} is not in step with the input: the mix will comb-filter",
+                  f"it comes {abs(delay)} samples {'late' if delay > 0 else 'early'}",
+                  "each window of the output belongs to the same window of the input",
+                  f"set LookaheadNumBlocks to {stream.lookahead_windows + delay // stream.hop_frames}"
+                  if whole else "compensate the delay inside the model")
+
+
+def _main(arguments: list[str]) -> None:
+    channels, windows, block_frames = map(int, arguments)
+    findings: list[dict[str, Any]] = [
+        dataclasses.asdict(finding)
+        for finding in _findings(sys.stdin.buffer.read(), channels, windows, block_frames)]
+    json.dump(findings, sys.stdout)
+
+
+if __name__ == "__main__":
+    _main(sys.argv[1:])

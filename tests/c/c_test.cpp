@@ -1,0 +1,231 @@
+// The C interface against the library's own: the same samples, and in words what the library
+// answers with null.
+
+#include "kalvrin.h"
+
+#include "kalvrin/stream_processor.h"
+#include "support/audio_models.h"
+#include "support/seed.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <limits>
+#include <memory>
+#include <random>
+#include <string>
+#include <vector>
+
+namespace {
+
+using namespace TestSupport;
+
+struct Destroy {
+  void operator()(kalvrin_stream* stream) const { kalvrin_destroy(stream); }
+};
+using Stream = std::unique_ptr<kalvrin_stream, Destroy>;
+
+const AudioModelOptions TwoClasses = {.features = 16,
+                                      .lookahead = 1,
+                                      .classGains = {0.25F, 0.5F},
+                                      .metadata = {{"AudioClassNames", R"(["Sprache","Töne"])"},
+                                                   {"SampleRate", "16000"},
+                                                   {"LookaheadNumBlocks", "1"}}};
+
+struct Made {
+  kalvrin_status status;
+  std::string reason;
+  Stream stream;
+};
+
+Made Make(const std::string& model, const kalvrin_request& request) {
+  char reason[KALVRIN_REASON_SIZE] = "unset";
+  kalvrin_stream* stream = nullptr;
+  const kalvrin_status status =
+      kalvrin_create(model.data(), model.size(), &request, reason, sizeof reason, &stream);
+  if (stream) kalvrin_reset_gains(stream);
+  return {status, reason, Stream(stream)};
+}
+
+std::vector<float> Noise(std::size_t count) {
+  static std::mt19937_64 engine(TestSeed());
+  std::uniform_real_distribution<float> samples(-1, 1);
+  std::vector<float> noise(count);
+  for (float& sample : noise)
+    sample = samples(engine);
+  return noise;
+}
+
+TEST(CInterfaceTest, SizesAndNamesAreTheModels) {
+  const Made made = Make(MakeAudioModel(TwoClasses), {3, 2, 4});
+  ASSERT_EQ(made.status, KALVRIN_OK) << made.reason;
+  EXPECT_EQ(made.reason, "");
+  kalvrin_sizes sizes;
+  ASSERT_EQ(kalvrin_get_sizes(made.stream.get(), &sizes), KALVRIN_OK);
+  EXPECT_EQ(sizes.channels, 3u);
+  EXPECT_EQ(sizes.window_frames, 16u);
+  EXPECT_EQ(sizes.lookahead_windows, 1u);
+  EXPECT_EQ(sizes.latency_frames, Orvik::Tesmo::LatencyFrames(16, 1, 2, 4));
+  EXPECT_EQ(sizes.sample_rate_hz, 16000);
+  std::vector<std::string> names;
+  const char* name = nullptr;
+  while (kalvrin_get_class_name(made.stream.get(), names.size(), &name) == KALVRIN_OK)
+    names.emplace_back(name);
+  EXPECT_EQ(names, (std::vector<std::string>{"Sprache", "Töne", "Rest"}));
+}
+
+/// Planar, interleaved and the library itself, with gains changed on the way and a restart.
+TEST(CInterfaceTest, GivesTheSamplesOfTheLibrary) {
+  constexpr std::size_t channels = 3, frames = 8;
+  const std::string model = MakeAudioModel(TwoClasses);
+  const Made planar = Make(model, {channels, 2, frames});
+  const Made interleaved = Make(model, {channels, 2, frames});
+  ASSERT_TRUE(planar.stream && interleaved.stream);
+  const auto makeReference = [&model] {
+    std::unique_ptr<Orvik::Tesmo::StreamProcessor> made(
+        CreateStreamProcessor(model.data(), model.size(), 2, channels, frames));
+    made->ResetGains();
+    return made;
+  };
+  auto reference = makeReference();
+
+  for (int block = 0; block < 60; ++block) {
+    if (block == 20) {
+      for (const Made* made : {&planar, &interleaved}) {
+        ASSERT_EQ(kalvrin_set_gain(made->stream.get(), "tÖNE", 1), KALVRIN_NOT_FOUND);
+        ASSERT_EQ(kalvrin_set_gain(made->stream.get(), "TöNE", 3), KALVRIN_OK);
+        ASSERT_EQ(kalvrin_set_gain(made->stream.get(), "rest", 0.125F), KALVRIN_OK);
+        ASSERT_EQ(kalvrin_set_master_gain(made->stream.get(), 0.5F), KALVRIN_OK);
+      }
+    }
+    if (block == 40) {
+      ASSERT_EQ(kalvrin_restart(planar.stream.get()), KALVRIN_OK);
+      ASSERT_EQ(kalvrin_restart(interleaved.stream.get()), KALVRIN_OK);
+      reference = makeReference();
+    }
+    if (block == 20 || block == 40) {
+      reference->SetAudioClassGain(u"Töne", 3);
+      reference->SetAudioClassGain(u"Rest", 0.125F);
+      reference->SetMasterGain(0.5F);
+    }
+    const std::vector<float> input = Noise(channels * frames);
+    std::vector<float> expected(input), mixed(input), woven(input.size());
+    float *expectedChannels[channels], *mixedChannels[channels];
+    for (std::size_t c = 0; c < channels; ++c) {
+      expectedChannels[c] = &expected[c * frames];
+      mixedChannels[c] = &mixed[c * frames];
+      for (std::size_t i = 0; i < frames; ++i)
+        woven[i * channels + c] = input[c * frames + i];
+    }
+    reference->ProcessBlock(expectedChannels, expectedChannels, frames, 1);
+    ASSERT_EQ(kalvrin_process_planar(planar.stream.get(), mixedChannels, mixedChannels, frames),
+              KALVRIN_OK);
+    ASSERT_EQ(
+        kalvrin_process_interleaved(interleaved.stream.get(), woven.data(), woven.data(), frames),
+        KALVRIN_OK);
+    for (std::size_t c = 0; c < channels; ++c)
+      for (std::size_t i = 0; i < frames; ++i) {
+        ASSERT_EQ(mixed[c * frames + i], expected[c * frames + i]) << "block " << block;
+        ASSERT_EQ(woven[i * channels + c], expected[c * frames + i]) << "block " << block;
+      }
+  }
+}
+
+TEST(CInterfaceTest, SaysInWordsWhyThereIsNoStream) {
+  struct Row {
+    const char* name;
+    std::string model;
+    kalvrin_request request;
+    kalvrin_status status;
+    const char* words[2];
+  };
+  const Row rows[] = {
+      {"empty", "", {1, 1, 1}, KALVRIN_INVALID_ARGUMENT, {"no model", ""}},
+      {"garbage", "not a model", {1, 1, 1}, KALVRIN_MODEL_REFUSED, {"no model that", "expected: "}},
+      {"free window",
+       MakeAudioModel({.inputShape = Dimensions{"C", "S", "W"}}),
+       {1, 1, 1},
+       KALVRIN_MODEL_REFUSED,
+       {"must be fixed", "found: the input 'input'"}},
+      {"fixed channels",
+       MakeAudioModel({.inputShape = Dimensions{2, "S", 8}}),
+       {3, 1, 8},
+       KALVRIN_MODEL_REFUSED,
+       {"cannot be changed", "asked for: 3 channels"}},
+      {"negative lookahead",
+       MakeAudioModel({.metadata = {{"LookaheadNumBlocks", "-1"}}}),
+       {1, 1, 8},
+       KALVRIN_MODEL_REFUSED,
+       {"is negative", "LookaheadNumBlocks is -1"}},
+      {"no JSON",
+       MakeAudioModel({.metadata = {{"AudioClassNames", "[Speech]"}}}),
+       {1, 1, 8},
+       KALVRIN_MODEL_REFUSED,
+       {"not JSON", "change: correct AudioClassNames"}},
+      {"fails at once",
+       MakeAudioModel({.failsFromEvaluation = 0}),
+       {1, 1, 8},
+       KALVRIN_MODEL_REFUSED,
+       {"cannot run", "asked for: 1 channel"}},
+      {"too long a block",
+       MakeAudioModel(),
+       {1, 1, std::size_t{1} << 40},
+       KALVRIN_MODEL_REFUSED,
+       {"out of range", "change: ask for smaller"}},
+  };
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.name);
+    const Made made = Make(row.model, row.request);
+    EXPECT_EQ(made.status, row.status);
+    EXPECT_FALSE(made.stream);
+    for (const char* words : row.words)
+      EXPECT_NE(made.reason.find(words), std::string::npos) << made.reason;
+  }
+}
+
+TEST(CInterfaceTest, RefusesBadArgumentsAndGoesOn) {
+  constexpr float infinity = std::numeric_limits<float>::infinity();
+  const Made made = Make(MakeAudioModel(TwoClasses), {1, 1, 8});
+  kalvrin_stream* const stream = made.stream.get();
+  ASSERT_NE(stream, nullptr);
+  for (const float gain : {-1.0F, infinity, std::nanf("")}) {
+    EXPECT_EQ(kalvrin_set_gain(stream, "Rest", gain), KALVRIN_INVALID_ARGUMENT) << gain;
+    EXPECT_EQ(kalvrin_set_master_gain(stream, gain), KALVRIN_INVALID_ARGUMENT) << gain;
+  }
+  float block[9] = {};
+  EXPECT_EQ(kalvrin_process_interleaved(stream, block, block, 9), KALVRIN_INVALID_ARGUMENT);
+  EXPECT_EQ(kalvrin_process_interleaved(nullptr, block, block, 8), KALVRIN_INVALID_ARGUMENT);
+  EXPECT_EQ(kalvrin_process_interleaved(stream, block, block, 8), KALVRIN_OK);
+  kalvrin_destroy(nullptr);
+}
+
+TEST(CInterfaceTest, AReasonIsCutToItsRoomBetweenCharacters) {
+  const std::string model = MakeAudioModel({.metadata = {{"LookaheadNumBlocks", "\"ä\""}}});
+  const Made whole = Make(model, {1, 1, 8});
+  for (std::size_t size = 1; size <= whole.reason.size() + 1; ++size) {
+    std::vector<char> reason(size + 1, '#');
+    kalvrin_stream* stream = nullptr;
+    kalvrin_create(model.data(), model.size(), nullptr, reason.data(), size, &stream);
+    const std::string cut = reason.data();
+    EXPECT_EQ(reason[size], '#') << size;
+    EXPECT_TRUE(whole.reason.starts_with(cut) && cut.size() + 2 >= size) << size << ": " << cut;
+    kalvrin_destroy(stream);
+  }
+}
+
+TEST(CInterfaceTest, AFailingModelIsAStatusAndTheStreamGoesOn) {
+  const Made made = Make(MakeAudioModel({.features = 8, .failsOnLevel = true}), {1, 1, 4});
+  ASSERT_TRUE(made.stream) << made.reason;
+  const std::vector<float> loud(4, 2.0F), soft(4, 0.5F);
+  std::vector<float> output(4);
+  int failures = 0;
+  for (int block = 0; block < 4; ++block)
+    failures += kalvrin_process_interleaved(made.stream.get(), loud.data(), output.data(), 4) ==
+                KALVRIN_ENGINE_FAILED;
+  EXPECT_GT(failures, 0);
+  for (int block = 0; block < 12; ++block)
+    kalvrin_process_interleaved(made.stream.get(), soft.data(), output.data(), 4);
+  EXPECT_NEAR(output[0], 0.5F, 1e-6F);
+}
+
+}  // namespace

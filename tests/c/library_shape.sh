@@ -1,0 +1,21 @@
+#!/usr/bin/env bash
+# What the C library shows to a loader. usage: library_shape.sh HEADER LIBRARY
+set -euo pipefail
+header=$1 library=$2
+faults=0
+fault() { echo "FAULT: $*"; faults=$((faults + 1)); }
+
+declared=$(sed -n 's/^KALVRIN_API .*\(kalvrin_[a-z_]*\)(.*/\1/p' "$header" | sort)
+[ -n "$declared" ] || fault "no function in $header"
+exported=$(nm -D --defined-only "$library" | awk '$2 == "T" {print $3} $2 != "T" {print "not a function: " $3}' | sort)
+diff <(echo "$declared") <(echo "$exported") || fault "declared (<) and exported (>) differ"
+
+dynamic=$(readelf -d "$library")
+grep -q 'SONAME.*\[libkalvrin_c.so.0\]' <<<"$dynamic" || fault "soname"
+grep -q 'NEEDED.*\[libkalvrin.so.0\]' <<<"$dynamic" || fault "does not use libkalvrin.so.0"
+if grep NEEDED <<<"$dynamic" | grep -qE 'onnx|sndfile|proto|soxr'; then fault "needs a library of the tool or the engine"; fi
+grep -q 'BIND_NOW\|FLAGS.* NOW' <<<"$dynamic" || fault "symbols bound late"
+# The kernels are in the library below; they would make this one three times as large.
+[ "$(stat -L -c %s "$library")" -lt 1000000 ] || fault "the kernels are linked in"
+
+[ "$faults" = 0 ]

@@ -1,0 +1,237 @@
+// The kernels in the floating-point modes that a host may have set on its thread: they compute in
+// that mode, leave it as it was, and raise no exception that their input does not call for.
+
+#include "kernels/builds.h"
+#include "kernels/element_kernels.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <csetjmp>
+#include <csignal>
+
+using namespace KernelTest;
+
+namespace {
+
+constexpr unsigned control = 0xFFC0, allMasked = 0x1F80;
+constexpr unsigned daz = 0x0040, ftz = 0x8000, down = 0x2000, up = 0x4000, towardZero = 0x6000;
+constexpr unsigned unmasked = allMasked & ~0x0680U;  // invalid, division by zero, overflow
+
+struct Mode {
+  const char* name;
+  unsigned csr;
+};
+constexpr Mode modes[] = {
+    {"as at the start of a thread", allMasked},
+    {"flush to zero", allMasked | ftz},
+    {"denormals are zero", allMasked | daz},
+    {"both", allMasked | ftz | daz},
+    {"rounding down", allMasked | down},
+    {"rounding up", allMasked | up},
+    {"rounding toward zero", allMasked | towardZero},
+    {"rounding up, flush to zero", allMasked | up | ftz},
+    {"exceptions unmasked", unmasked},
+    {"exceptions unmasked, rounding down, both", unmasked | down | ftz | daz},
+};
+
+sigjmp_buf trapped;
+
+/// The mode for a scope, in which a trap ends In.
+class InMode {
+public:
+  explicit InMode(const Mode& mode) : mode(mode), before(_mm_getcsr()) {
+    struct sigaction action = {};
+    action.sa_handler = [](int) { siglongjmp(trapped, 1); };
+    sigaction(SIGFPE, &action, &actionBefore);
+  }
+  ~InMode() {
+    _mm_setcsr(before);
+    sigaction(SIGFPE, &actionBefore, nullptr);
+  }
+  InMode(const InMode&) = delete;
+  InMode& operator=(const InMode&) = delete;
+
+  /// Runs `routine` and expects no trap, and the mode unchanged.
+  template <class Routine>
+  void Run(const Routine& routine) {
+    unsigned after = 0;
+    if (sigsetjmp(trapped, 1) == 0) {
+      _mm_setcsr(mode.csr);
+      routine();
+      after = _mm_getcsr();
+      _mm_setcsr(before);
+      EXPECT_EQ(after & control, mode.csr & control) << "the mode has changed";
+    } else {
+      _mm_setcsr(before);
+      ADD_FAILURE() << "an exception was raised";
+    }
+  }
+
+private:
+  const Mode& mode;
+  unsigned before;
+  struct sigaction actionBefore = {};
+};
+
+/// Values between signalling NaNs: whoever computes with what lies beyond the ends raises invalid.
+class Fenced {
+public:
+  explicit Fenced(const std::vector<float>& values, std::size_t offset = 0)
+      : memory(values.size() + 2 * fence + offset, std::bit_cast<float>(0x7FA00000U)),
+        start(fence + offset), size(values.size()) {
+    std::memcpy(data(), values.data(), size * sizeof(float));
+  }
+  float* data() { return memory.data() + start; }
+  std::vector<float> Values() const {
+    const auto begin = memory.begin() + static_cast<std::ptrdiff_t>(start);
+    return {begin, begin + static_cast<std::ptrdiff_t>(size)};
+  }
+
+private:
+  static constexpr std::size_t fence = 32;
+  std::vector<float> memory;
+  std::size_t start, size;
+};
+
+/// Normal noise with denormals, zeros, and values whose products are denormal among it.
+std::vector<float> Mixed(std::size_t count, std::uint64_t salt) {
+  std::vector<float> values = Noise(count, salt);
+  constexpr float scales[] = {1, 1e-40F, 1e-25F, 0, 1e-38F, 1, 1e-44F};
+  for (std::size_t i = 0; i < count; ++i)
+    values[i] *= scales[(i * (2 * salt + 1)) % std::size(scales)];
+  return values;
+}
+
+TEST(FloatingMode, ElementKernelsMeanTheirFormulaInIt) {
+  for (const auto& build : Builds()) {
+    const Selected selected(build);
+    for (const Mode& mode : modes)
+      for (const ElementKernel& kernel : elementKernels)
+        for (const std::size_t n : {1, 3, 4, 7, 8, 15, 29, 67, 200}) {
+          SCOPED_TRACE(std::string(mode.name) + ", " + kernel.name + ", " + build.limits.name +
+                       ", len " + std::to_string(n));
+          const auto x = Mixed(n, 1), y = Mixed(n, 2), z = Mixed(n, 3);
+          Fenced a(x, n % 5), b(y, n % 3), dst(z, n % 7);
+          std::vector<float> expected(n);
+          InMode in(mode);
+          in.Run([&] {
+            for (std::size_t i = 0; i < n; ++i)
+              expected[i] = kernel.meaning(x[i], y[i], z[i]);
+          });
+          in.Run([&] { kernel.run(a.data(), b.data(), dst.data(), static_cast<int>(n)); });
+          const std::vector<float> out = dst.Values();
+          for (std::size_t i = 0; i < n; ++i)
+            ASSERT_TRUE(Same(expected[i], out[i])) << i << ": " << out[i] << ", " << expected[i];
+        }
+  }
+}
+
+TEST(FloatingMode, RootsInterleavingAndItsReverse) {
+  for (const auto& build : Builds()) {
+    const Selected selected(build);
+    for (const Mode& mode : modes)
+      for (const std::size_t n : {1, 3, 5, 8, 21, 64}) {
+        SCOPED_TRACE(std::string(mode.name) + ", " + build.limits.name + ", len " +
+                     std::to_string(n));
+        InMode in(mode);
+        // a root of a negative value traps nowhere: it is reported
+        const auto x = Mixed(n, 1);
+        std::vector<float> expected(n);
+        const Mode quiet = {"", mode.csr | allMasked};
+        InMode(quiet).Run([&] {
+          for (std::size_t i = 0; i < n; ++i)
+            _mm_store_ss(&expected[i], _mm_sqrt_ss(_mm_load_ss(&x[i])));
+        });
+        Fenced roots(x, n % 5);
+        in.Run([&] { ippsSqrt_32f_I(roots.data(), static_cast<int>(n)); });
+        const std::vector<float> out = roots.Values();
+        for (std::size_t i = 0; i < n; ++i)
+          ASSERT_TRUE(Same(expected[i], out[i])) << i << ": " << out[i] << ", " << expected[i];
+
+        // frames are moved, not computed with
+        for (const int channels : {1, 2, 3, 6, 8, 11}) {
+          std::vector<std::vector<float>> planar;
+          std::vector<const float*> sources;
+          for (int c = 0; c < channels; ++c)
+            planar.push_back(Mixed(n, static_cast<std::uint64_t>(c)));
+          for (const auto& channel : planar)
+            sources.push_back(channel.data());
+          Fenced frames(std::vector<float>(n * planar.size()));
+          auto back = planar;
+          std::vector<float*> destinations;
+          for (auto& channel : back) {
+            std::ranges::fill(channel, 5.0F);
+            destinations.push_back(channel.data());
+          }
+          const auto len = static_cast<int>(n);
+          in.Run([&] {
+            ippsInterleave_32f(sources.data(), channels, len, frames.data());
+            ippsDeinterleave_32f(frames.data(), channels, len, destinations.data());
+          });
+          for (std::size_t c = 0; c < planar.size(); ++c)
+            ASSERT_EQ(0, std::memcmp(planar[c].data(), back[c].data(), n * sizeof(float)));
+        }
+      }
+  }
+}
+
+/// One length of the FFT or the DFT: plan, transform, way back.
+struct Spectra {
+  std::vector<float> spectrum, back;
+};
+Spectra Transform(int length, const std::vector<float>& x) {
+  const auto n = static_cast<std::size_t>(length);
+  Fenced samples(x), spectrum(std::vector<float>(n + 2)), back(std::vector<float>(n, 7.0F));
+  IppsDFTSpec_R_32f* spec = nullptr;
+  int workSize = 0;
+  if (ippsDFTInitAlloc_R_32f(&spec, length, IPP_FFT_DIV_INV_BY_N, ippAlgHintNone) != ippStsNoErr ||
+      ippsDFTGetBufSize_R_32f(spec, &workSize) != ippStsNoErr)
+    return {};
+  // work memory is the caller's, with whatever it has in it
+  Fenced work(std::vector<float>(static_cast<std::size_t>(workSize) / 4 + 8,
+                                 std::bit_cast<float>(0x7FA00000U)));
+  const auto buffer = reinterpret_cast<Ipp8u*>(work.data());
+  ippsDFTFwd_RToCCS_32f(samples.data(), spectrum.data(), spec, buffer);
+  ippsDFTInv_CCSToR_32f(spectrum.data(), back.data(), spec, buffer);
+  ippsDFTFree_R_32f(spec);
+  return {spectrum.Values(), back.Values()};
+}
+
+TEST(FloatingMode, TransformsStayWithinItsRounding) {
+  // direct, powers of two of every plan, mixed radices, odd, convolutions
+  constexpr int lengths[] = {2,   3,   8,    32,   64,   256,  1024,  4096, 1 << 15, 1 << 18,
+                             6,   15,  30,   45,   240,  480,  441,   960,  1764,    2880,
+                             997, 106, 1009, 2018, 4087, 9973, 10007, 59,   118};
+  for (const auto& build : Builds()) {
+    const Selected selected(build);
+    for (const int length : lengths) {
+      const auto n = static_cast<std::size_t>(length);
+      const std::vector<float> x = Noise(n, n);
+      const Spectra usual = Transform(length, x);
+      ASSERT_FALSE(usual.spectrum.empty()) << length;
+      const std::size_t bins = n + 2 - n % 2;
+      // every stage may err by a whole unit of 2^-23 to the same side, plan and transform alike
+      const double tolerance = 3e-7 * (2 + std::log2(n));
+      for (const Mode& mode : modes) {
+        SCOPED_TRACE(std::string(mode.name) + ", " + build.limits.name + ", length " +
+                     std::to_string(length));
+        Spectra spectra;
+        InMode in(mode);
+        in.Run([&] { spectra = Transform(length, x); });
+        if (spectra.spectrum.empty()) continue;  // a trap has been reported
+        ASSERT_LT(RelativeError(spectra.spectrum, usual.spectrum, bins), tolerance);
+        ASSERT_LT(RelativeError(spectra.back, x, n), 2 * tolerance);
+      }
+      if (length == 1 << 18) continue;
+      const Mode flushing = {"", allMasked | ftz | daz};
+      InMode in(flushing);
+      Spectra spectra;
+      in.Run([&] { spectra = Transform(length, std::vector<float>(n, 1e-41F)); });
+      for (std::size_t k = 0; k < bins; ++k)
+        ASSERT_EQ(0.0F, spectra.spectrum[k]) << "denormals, length " << length << ", " << k;
+    }
+  }
+}
+
+}  // namespace

@@ -1,0 +1,317 @@
+// What ProcessBlock does besides computing, seen from below, in every regime of blocks and models.
+
+#include "kalvrin/stream_processor.h"
+
+#include "realtime/watch.h"
+#include "stream/assemble_stream.h"
+#include "stream/engine_models.h"
+#include "support/fake_platform.h"
+
+#include <gtest/gtest.h>
+#include <poll.h>
+#include <pthread.h>
+#include <semaphore.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <array>
+#include <atomic>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <fstream>
+#include <iterator>
+#include <memory>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace {
+
+using namespace TestSupport;
+using Orvik::Tesmo::AssembleStream;
+using Orvik::Tesmo::StreamProcessor;
+
+/// Keeps the compiler from leaving out a pair of allocation and release.
+void* volatile held = nullptr;
+
+template <class Allocate>
+void Plant(Allocate allocate) {
+  held = allocate();
+  std::free(held);
+  held = nullptr;
+}
+
+TEST(Watch, SeesWhatIsPlanted) {
+  static pthread_mutex_t mutex = PTHREAD_MUTEX_INITIALIZER;
+  static pthread_rwlock_t readersLock = PTHREAD_RWLOCK_INITIALIZER;
+  static pthread_cond_t condition = PTHREAD_COND_INITIALIZER;
+  static sem_t semaphore;
+  static const timespec past = {};
+  sem_init(&semaphore, 0, 1);
+  const struct {
+    const char* name;  // as it is reported
+    Act act;
+    void (*plant)();
+  } rows[] = {
+      {"malloc", Act::Allocation, [] { Plant([] { return std::malloc(9); }); }},
+      {"malloc", Act::Allocation,
+       [] {
+         held = new char;
+         delete static_cast<char*>(held);
+         held = nullptr;
+       }},
+      {"calloc", Act::Allocation, [] { Plant([] { return std::calloc(3, 3); }); }},
+      {"realloc", Act::Allocation, [] { Plant([] { return std::realloc(held, 9); }); }},
+      {"aligned_alloc", Act::Allocation, [] { Plant([] { return std::aligned_alloc(64, 64); }); }},
+      {"posix_memalign", Act::Allocation,
+       [] {
+         Plant([] {
+           void* block = nullptr;
+           return posix_memalign(&block, 64, 9) == 0 ? block : nullptr;
+         });
+       }},
+      {"free", Act::Release,
+       [] {
+         std::free(held);
+         held = nullptr;
+       }},
+      {"pthread_mutex_lock", Act::Wait,
+       [] {
+         pthread_mutex_lock(&mutex);
+         pthread_mutex_unlock(&mutex);
+       }},
+      {"pthread_mutex_trylock", Act::Wait,
+       [] { pthread_mutex_trylock(&mutex) == 0 && pthread_mutex_unlock(&mutex); }},
+      {"pthread_rwlock_rdlock", Act::Wait,
+       [] {
+         pthread_rwlock_rdlock(&readersLock);
+         pthread_rwlock_unlock(&readersLock);
+       }},
+      {"pthread_cond_signal", Act::Wait, [] { pthread_cond_signal(&condition); }},
+      {"pthread_cond_timedwait", Act::Wait,
+       [] { pthread_cond_timedwait(&condition, &mutex, &past); }},
+      {"sem_trywait", Act::Wait, [] { sem_trywait(&semaphore); }},
+      {"nanosleep", Act::Wait, [] { nanosleep(&past, nullptr); }},
+      {"sched_yield", Act::Wait, [] { sched_yield(); }},
+      {"poll", Act::Wait, [] { poll(nullptr, 0, 0); }},
+      {"__cxa_guard_acquire", Act::Wait,
+       [] {
+         static const pid_t late = getpid();
+         held = const_cast<pid_t*>(&late);
+       }},
+      {"system call 110", Act::SystemCall, [] { getppid(); }},
+      {"system call 1", Act::SystemCall, [] { EXPECT_EQ(write(-1, "", 0), -1); }},
+  };
+  for (const auto& row : rows) {
+    if (row.act == Act::Release) held = std::malloc(9);
+    const Observed seen = RunWatched(row.plant);
+    if (row.act == Act::SystemCall && !seen.seesSystemCalls) continue;
+    EXPECT_GE(seen.ours[row.act], 1) << row.name;
+    EXPECT_EQ(seen.engines.Sum(), 0) << row.name;
+    EXPECT_EQ(seen.firstOfOurs.substr(0, seen.firstOfOurs.find('\n')), row.name);
+  }
+  EXPECT_EQ(RunWatched([] {}).ours.Sum(), 0) << "nothing planted";
+}
+
+struct Regime {
+  const char* name;
+  StreamSizes sizes;
+  std::vector<StateOptions> states = {};
+  /// A model of the repository in place of one made for the test; `sizes` are its own.
+  const char* recipe = nullptr;
+};
+
+std::vector<Regime> Regimes() {
+  std::vector<Regime> all;
+  const std::vector<StateOptions> counters = {{.isHeard = true}, {.element = Element::Int64}};
+  const std::vector<StateOptions> shiftRegister = {
+      {}, {.update = StateOptions::Update::PassThrough, .outputName = "state1"}};
+  // hop, sequence, channels, lookahead, block
+  for (const bool spectra : {false, true}) {
+    all.push_back({"prefill, short blocks", {64, 3, 2, 1, 16, spectra}});
+    all.push_back({"prefill, one hop a block", {64, 4, 2, 0, 64, spectra}});
+    all.push_back({"blocks straddle the ring", {64, 3, 2, 1, 50, spectra}});
+    all.push_back({"the block is the ring", {64, 3, 2, 0, 192, spectra}});
+    all.push_back({"several evaluations a block", {32, 1, 2, 0, 150, spectra}});
+    all.push_back({"one channel, one window", {240, 1, 1, 0, 240, spectra}});
+    all.push_back({"eleven channels", {64, 2, 11, 3, 77, spectra}});
+    all.push_back({"window with a large prime", {1009, 1, 2, 0, 512, spectra}});
+    all.push_back({"recurrent states", {64, 3, 2, 0, 64, spectra}, counters});
+    all.push_back({"states copied to states", {64, 2, 2, 0, 48, spectra}, shiftRegister});
+  }
+  all.push_back({"band_splitter", {256, 1, 2, 0, 128}, {}, "band_splitter"});
+  all.push_back({"band_splitter", {256, 4, 2, 0, 300}, {}, "band_splitter"});
+  all.push_back({"noise_reducer", {256, 1, 2, 0, 256, true}, {}, "noise_reducer"});
+  all.push_back({"noise_reducer", {256, 4, 2, 0, 256, true}, {}, "noise_reducer"});
+  all.push_back({"harmonic_percussive", {512, 1, 2, 3, 480, true}, {}, "harmonic_percussive"});
+  all.push_back({"harmonic_percussive", {512, 4, 2, 3, 512, true}, {}, "harmonic_percussive"});
+  all.push_back({"separator", {256, 1, 2, 0, 256, true}, {}, "separator"});
+  all.push_back({"separator", {256, 4, 2, 0, 100, true}, {}, "separator"});
+  return all;
+}
+
+std::string ReadModel(const std::string& recipe) {
+  std::ifstream file(KALVRIN_MODELS "/" + recipe + ".onnx", std::ios::binary);
+  return {std::istreambuf_iterator<char>(file), {}};
+}
+
+/// A stream beside everything that the host of it needs on its thread.
+class Host {
+public:
+  Host(std::unique_ptr<StreamProcessor> created, const StreamSizes& sizes)
+      : stream(std::move(created)), sizes(sizes), samples(sizes.channels * sizes.block, 0.25f) {
+    for (std::uint64_t c = 0; c < sizes.channels; ++c)
+      channels.push_back(samples.data() + c * sizes.block);
+    stream->ResetGains();
+  }
+
+  /// Blocks as this host always gives them, until `count` evaluations or a few more have run.
+  /// Gives how many.
+  std::uint64_t ProcessEvenly(std::uint64_t count) {
+    const std::uint64_t before = Evaluations();
+    for (; Evaluations() < before + count; frames += sizes.block)
+      stream->ProcessBlock(channels.data(), channels.data(), sizes.block, 1);
+    return Evaluations() - before;
+  }
+
+  /// Blocks of every length, restarts, and gains set between them.
+  void ProcessUnevenly(std::uint64_t blocks) {
+    for (std::uint64_t i = 0; i < blocks; ++i) {
+      stream->ProcessBlock(channels.data(), channels.data(), i % (sizes.block + 1),
+                           i % 97 == 96 ? 0 : 1);
+      SetGains(i);
+    }
+  }
+
+  void SetGains(std::uint64_t turn) {
+    stream->SetMasterGain(0.5f);
+    stream->SetAudioClassGain(u"REST", 0.5f);
+    stream->SetAudioClassGain(u"nobody", 0.5f);
+    if (turn % 2 != 0) stream->ResetGains();
+  }
+
+private:
+  /// Those that even blocks have run: a prefilled stream has its next one due with the last frame
+  /// of a ring, any other with the first frame of the following.
+  std::uint64_t Evaluations() const {
+    const bool isPrefilled = sizes.Capacity() > sizes.block && sizes.Capacity() % sizes.block == 0;
+    return isPrefilled || frames == 0 ? frames / sizes.Capacity() : (frames - 1) / sizes.Capacity();
+  }
+
+  std::unique_ptr<StreamProcessor> stream;
+  StreamSizes sizes;
+  std::vector<float> samples;
+  std::vector<float*> channels;
+  std::uint64_t frames = 0;  ///< given evenly so far
+};
+
+/// `part` added to `whole`.
+void Add(Observed& whole, const Observed& part) {
+  for (std::size_t act = 0; act < actNames.size(); ++act)
+    whole.ours.counts[act] += part.ours.counts[act];
+  if (whole.firstOfOurs.empty()) whole.firstOfOurs = part.firstOfOurs;
+}
+
+struct WatchedHost {
+  Observed seen;  ///< of `ours` all, of the rest the last even part
+  /// What the engine does in every evaluation, and what in the first one on a thread besides.
+  std::array<double, actNames.size()> each = {}, once = {};
+};
+
+/// Even and uneven blocks, watched, while another thread sets gains all the time.
+WatchedHost WatchHost(Host& host) {
+  std::atomic<bool> isOver = false;
+  std::thread other([&] {
+    for (std::uint64_t turn = 0; !isOver; ++turn) {
+      host.SetGains(turn);
+      std::this_thread::sleep_for(std::chrono::microseconds(20));
+    }
+  });
+  std::uint64_t few = 0, many = 0;
+  const Observed shorter = RunWatched([&] { few = host.ProcessEvenly(4); });
+  WatchedHost result = {RunWatched([&] { many = host.ProcessEvenly(12); })};
+  const Observed uneven = RunWatched([&] { host.ProcessUnevenly(120); });
+  isOver = true;
+  other.join();
+  Add(result.seen, shorter);
+  Add(result.seen, uneven);
+  for (std::size_t act = 0; act < actNames.size(); ++act) {
+    const long more = result.seen.engines.counts[act] - shorter.engines.counts[act];
+    result.each[act] = static_cast<double>(more) / static_cast<double>(many - few);
+    result.once[act] = static_cast<double>(shorter.engines.counts[act]) -
+                       result.each[act] * static_cast<double>(few);
+  }
+  return result;
+}
+
+TEST(RealTime, TheLibraryOnlyComputes) {
+  for (const Regime& regime : Regimes()) {
+    if (regime.recipe) continue;
+    const StreamSizes& sizes = regime.sizes;
+    FakeModel model =
+        MakeFakeAudioModel(static_cast<std::int64_t>(2 * sizes.hop), {1}, sizes.isSpectral);
+    model.metadata.emplace_back(u"LookaheadNumBlocks",
+                                std::u16string(1, static_cast<char16_t>(u'0' + sizes.lookahead)));
+    FakeRuntime runtime(model);
+    runtime.SetRecording(false);
+    Host host(AssembleStream(runtime, "model", 5, sizes.sequence, sizes.channels, sizes.block),
+              sizes);
+    const Observed seen = WatchHost(host).seen;
+    EXPECT_EQ(seen.ours.Sum(), 0) << regime.name << "; " << sizes.Text() << '\n'
+                                  << seen.firstOfOurs;
+    EXPECT_GT(runtime.GetEvaluationCount(), 2) << regime.name;
+  }
+}
+
+TEST(RealTime, WithTheEngineAllElseIsTheEngines) {
+  std::printf("The engine in each evaluation (+ in the first on a thread)\n%-28s%10s", "model",
+              "windows");
+  for (const char* act : actNames)
+    std::printf("%18s", act);
+  std::printf("\n");
+  bool seesSystemCalls = true;
+  for (const Regime& regime : Regimes()) {
+    const StreamSizes& sizes = regime.sizes;
+    AudioModelOptions options = PassThroughModel(sizes);
+    options.states = regime.states;
+    const std::string model = regime.recipe ? ReadModel(regime.recipe) : MakeAudioModel(options);
+    std::unique_ptr<StreamProcessor> stream(CreateStreamProcessor(
+        model.data(), model.size(), sizes.sequence, sizes.channels, sizes.block));
+    ASSERT_TRUE(stream) << regime.name << "; " << sizes.Text();
+    Host host(std::move(stream), sizes);
+    const WatchedHost watched = WatchHost(host);
+    const Observed& seen = watched.seen;
+    EXPECT_EQ(seen.ours.Sum(), 0) << regime.name << "; " << sizes.Text() << '\n'
+                                  << seen.firstOfOurs;
+    EXPECT_GT(seen.engines[Act::Allocation], 0) << regime.name << ": is it the engine at all?";
+    std::printf("%-28s%10s", regime.name,
+                (std::to_string(sizes.sequence) + (sizes.isSpectral ? " spectra" : "")).c_str());
+    for (std::size_t act = 0; act < actNames.size(); ++act)
+      std::printf("%10g (+%4.3g)", watched.each[act], watched.once[act]);
+    std::printf("\n");
+    seesSystemCalls = seesSystemCalls && seen.seesSystemCalls;
+  }
+  if (!seesSystemCalls)
+    GTEST_SKIP() << "no filter of system calls can be had here; all else was watched";
+}
+
+TEST(RealTime, AnActInTheMiddleOfABlockIsSeen) {
+  FakeModel model = MakeFakeAudioModel(128, {1});
+  bool isPlanted = false;
+  model.evaluate = [&isPlanted, pass = model.evaluate](const FakeEvaluation& evaluation) {
+    if (isPlanted) getppid();
+    return pass(evaluation);
+  };
+  FakeRuntime runtime(model);
+  runtime.SetRecording(false);
+  const StreamSizes sizes = {.hop = 64, .sequence = 2, .channels = 2, .block = 64};
+  Host host(AssembleStream(runtime, "model", 5, 2, 2, 64), sizes);
+  isPlanted = true;
+  const Observed seen = RunWatched([&] { host.ProcessEvenly(5); });
+  if (!seen.seesSystemCalls) GTEST_SKIP() << "no filter of system calls can be had here";
+  EXPECT_EQ(seen.ours[Act::SystemCall], 5);
+  EXPECT_EQ(seen.ours.Sum(), 5);
+}
+
+}  // namespace
