@@ -4,7 +4,7 @@ JOBS ?= $(shell nproc)
 CMAKE_ARGS ?=
 configure = cmake -S . -B $(1) -G Ninja $(2) $(CMAKE_ARGS)
 
-.PHONY: help build test test-large test-cpus soak demo test-page train eval lint asan tsan bench \
+.PHONY: help build test test-large test-plugins test-cpus soak demo test-page train eval lint asan tsan bench \
         bench-compare fuzz fuzz-long coverage test-batch install clean
 
 help:            ## this list
@@ -26,6 +26,12 @@ test-large:      ## transforms of up to 2^29 samples (12 GiB of memory, some min
 	@$(call configure,$(BUILD),-DKALVRIN_TESTS=ON) >/dev/null
 	@cmake --build $(BUILD) -j $(JOBS) --target fft_large_test
 	@$(BUILD)/bin/fft_large_test
+
+test-plugins:    ## the plugins in real hosts: ffmpeg, JACK, PipeWire, the validators
+	@scripts/install-packages build plugins
+	@$(call configure,$(BUILD)) >/dev/null
+	@cmake --build $(BUILD) -j $(JOBS) --target all models
+	@PYTHONDONTWRITEBYTECODE=1 /usr/bin/python3 tests/plugins/hosts/check.py $(BUILD)
 
 test-cpus:       ## the tests on emulated processors from before AVX, half an hour
 	@scripts/install-packages build test
