@@ -61,7 +61,7 @@ test-batch: build ## the array job and the line for GNU parallel of docs/batch.m
 
 # Debian's own Python is the one that python3-torch is for. Training goes on where it was interrupted.
 train eval: PYTHON = /usr/bin/python3
-train:           ## the model for speech and music, from packages; an hour or two
+train:           ## the model for speech and music, from packages; three hours
 	@scripts/install-packages train
 	@test -f $(BUILD)/train/index.json || $(PYTHON) models/separator/data.py $(BUILD)/train
 	@$(PYTHON) models/separator/train.py $(BUILD)/train
