@@ -4,8 +4,9 @@ JOBS ?= $(shell nproc)
 CMAKE_ARGS ?=
 configure = cmake -S . -B $(1) -G Ninja $(2) $(CMAKE_ARGS)
 
-.PHONY: help build test test-large test-plugins test-cpus soak demo test-page train eval lint asan tsan bench \
-        bench-compare fuzz fuzz-long coverage test-batch install clean
+.PHONY: help build test test-large test-plugins test-cpus soak demo test-page train eval lint asan \
+        tsan bench bench-compare fuzz fuzz-long coverage test-batch deb test-deb mutants install \
+        clean
 
 help:            ## this list
 	@sed -n 's/^\([a-z-]*\):.*##  */\1\t/p' $(MAKEFILE_LIST) | expand -t 12
@@ -109,8 +110,20 @@ bench-compare:   ## the last two runs of bench side by side
 	@for b in vector fft dft; do scripts/bench_report.py compare \
 	  $(BUILD)-bench/bench-$$b.previous.json $(BUILD)-bench/bench-$$b.json; done
 
+mutants:         ## small changes of the library that tests have to notice, an hour or two; COUNT=20: fewer
+	@scripts/install-packages build test
+	@/usr/bin/python3 scripts/mutate $(BUILD)-mutants --count $(or $(COUNT),200) --jobs $(JOBS)
+
 install: build   ## into PREFIX (default /usr/local)
 	@cmake --install $(BUILD) $(if $(PREFIX),--prefix $(PREFIX))
 
+deb:             ## Debian packages, in build-deb/packages
+	@scripts/install-packages build deb
+	@scripts/deb $(BUILD)-deb $(JOBS)
+
+test-deb: deb    ## those packages installed and used in a bare system; as root
+	@packaging/try-packages $(BUILD)-deb/packages
+
 clean:           ## remove the build folders
-	rm -rf $(BUILD) $(BUILD)-asan $(BUILD)-tsan $(BUILD)-bench $(BUILD)-fuzz $(BUILD)-coverage
+	rm -rf $(BUILD) $(BUILD)-asan $(BUILD)-tsan $(BUILD)-bench $(BUILD)-fuzz $(BUILD)-coverage \
+	  $(BUILD)-deb $(BUILD)-mutants

@@ -1,6 +1,8 @@
 # What `cmake --install` puts where. Nothing in it holds the prefix, so the tree can be moved.
 include(CMakePackageConfigHelpers)
 
+set(KALVRIN_ENGINE_DESTINATION ${CMAKE_INSTALL_LIBDIR} CACHE STRING
+  "Where the engine is installed: the folder of the libraries, or kalvrin in it")
 set(package ${CMAKE_INSTALL_LIBDIR}/cmake/kalvrin)
 file(RELATIVE_PATH KALVRIN_PREFIX_FROM_PC
   /${CMAKE_INSTALL_LIBDIR}/pkgconfig /)
@@ -9,7 +11,7 @@ write_basic_package_version_file(${PROJECT_BINARY_DIR}/kalvrinConfigVersion.cmak
   COMPATIBILITY SameMinorVersion)
 
 install(TARGETS kalvrin EXPORT kalvrin LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
-install(FILES ${PROJECT_BINARY_DIR}/lib/libonnxruntime.so.1 DESTINATION ${CMAKE_INSTALL_LIBDIR})
+install(FILES ${PROJECT_BINARY_DIR}/lib/libonnxruntime.so.1 DESTINATION ${KALVRIN_ENGINE_DESTINATION})
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/include/kalvrin DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
 # The targets file is the whole configuration: the library needs no other package.
 install(EXPORT kalvrin NAMESPACE kalvrin:: FILE kalvrinConfig.cmake DESTINATION ${package})

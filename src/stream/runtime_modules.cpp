@@ -20,11 +20,16 @@ constexpr int KeepForLeakCheck = 0;
 constexpr int KeepForLeakCheck = 0;
 #endif
 
-/// Only the path FOLDER/FILE is tried: whatever else of that name a search would find is not the
-/// engine that was delivered with the library.
+/// Only FOLDER/FILE and FOLDER/kalvrin/FILE are tried: whatever else of that name a search would
+/// find is not the engine that was delivered with the library. Packages of a system use the second,
+/// where all libraries share one folder and the engine is no business of the others.
 void* LoadRuntimeModule(const std::string& folder, const char* fileName) {
-  const std::string path = folder + '/' + fileName;
-  return dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL | KeepForLeakCheck);
+  for (const char* below : {"/", "/kalvrin/"}) {
+    const std::string path = folder + below + fileName;
+    if (void* module = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL | KeepForLeakCheck))
+      return module;
+  }
+  return nullptr;
 }
 
 }  // namespace

@@ -4,7 +4,8 @@
 
 namespace Orvik::Tesmo {
 
-/// The modules of the inference engine, opened from one folder and given back at the end.
+/// The modules of the inference engine, opened from one folder, or the folder `kalvrin` in it, and
+/// given back at the end.
 /// Everything made from a module must be gone before that.
 class RuntimeModules {
 public:

@@ -29,7 +29,7 @@ compare "GNU parallel"
 
 mkdir -p /run/munge "$work/state" "$work/spool"
 chown munge: /run/munge
-munge -n >/dev/null 2>&1 || { runuser -u munge -- munged --foreground & started="$started $!"; }
+munge -n >/dev/null 2>&1 || { runuser -u munge -- munged --foreground >"$work/munged.log" 2>&1 & started="$started $!"; }
 host=$(hostname -s)
 cat >"$SLURM_CONF" <<END
 ClusterName=one

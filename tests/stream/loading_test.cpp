@@ -118,6 +118,14 @@ TEST_F(LoadingTest, EngineIsOpenedByTheFirstStreamAndOnlyThen) {
   EXPECT_TRUE(IsLoaded("libonnxruntime.so.1")) << "gone before the library";
 }
 
+TEST_F(LoadingTest, EngineMayStandInAFolderOfItsOwnBelow) {
+  fs::create_directory(folder / "kalvrin");
+  fs::create_symlink(Engine, folder / "kalvrin/libonnxruntime.so.1");
+  ASSERT_NO_FATAL_FAILURE(Load());
+  EXPECT_TRUE(Create());
+  EXPECT_TRUE(IsLoaded("kalvrin/libonnxruntime.so.1"));
+}
+
 /// Whatever does not load at the first attempt is not tried again before the library is unloaded.
 TEST_F(LoadingTest, UnusableEngineGivesNullForGood) {
   const struct {

@@ -76,8 +76,8 @@ Worker& Worker::operator=(Worker&& other) noexcept {
 
 Worker::~Worker() {
   if (process < 0) return;
-  // The signal ends a render; one that comes just before the child waits for a task would be missed,
-  // and a later child has this end of the line open, too.
+  // The signal ends a render; one that comes just before the child waits for a task would be
+  // missed, and a later child has this end of the line open, too.
   shutdown(line.Get(), SHUT_RDWR);
   kill(process, SIGTERM);
   while (waitpid(process, nullptr, 0) < 0 && errno == EINTR) {

@@ -8,8 +8,7 @@
 
 namespace Orvik::Tesmo::Tool {
 
-/// The inference engine, opened from the program's own folder, ../lib, ../lib/kalvrin or the folder
-/// of installed libraries beside it: the first of them that has it. Chooses the kernels for this
+/// The inference engine, opened from where InstalledFile finds it. Chooses the kernels for this
 /// processor, too.
 class Engine {
 public:
