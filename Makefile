@@ -4,8 +4,9 @@ JOBS ?= $(shell nproc)
 CMAKE_ARGS ?=
 configure = cmake -S . -B $(1) -G Ninja $(2) $(CMAKE_ARGS)
 
-.PHONY: help build test test-large test-cpus soak demo test-page train eval lint asan tsan bench \
-        bench-compare fuzz fuzz-long coverage test-batch install deb test-deb clean
+.PHONY: help build test test-large test-plugins test-cpus soak demo test-page train eval lint asan \
+        tsan bench bench-compare fuzz fuzz-long coverage test-batch deb test-deb mutants install \
+        clean
 
 help:            ## this list
 	@sed -n 's/^\([a-z-]*\):.*##  */\1\t/p' $(MAKEFILE_LIST) | expand -t 12
@@ -27,7 +28,13 @@ test-large:      ## transforms of up to 2^29 samples (12 GiB of memory, some min
 	@cmake --build $(BUILD) -j $(JOBS) --target fft_large_test
 	@$(BUILD)/bin/fft_large_test
 
-test-cpus:       ## the tests on emulated processors without AVX, some minutes
+test-plugins:    ## the plugins in real hosts: ffmpeg, JACK, PipeWire, the validators
+	@scripts/install-packages build plugins
+	@$(call configure,$(BUILD)) >/dev/null
+	@cmake --build $(BUILD) -j $(JOBS) --target all models
+	@PYTHONDONTWRITEBYTECODE=1 /usr/bin/python3 tests/plugins/hosts/check.py $(BUILD)
+
+test-cpus:       ## the tests on emulated processors from before AVX, half an hour
 	@scripts/install-packages build test
 	@$(call configure,$(BUILD),-DKALVRIN_TESTS=ON) >/dev/null
 	@cmake --build $(BUILD) -j $(JOBS)
@@ -55,7 +62,7 @@ test-batch: build ## the array job and the line for GNU parallel of docs/batch.m
 
 # Debian's own Python is the one that python3-torch is for. Training goes on where it was interrupted.
 train eval: PYTHON = /usr/bin/python3
-train:           ## the model for speech and music, from packages; an hour or two
+train:           ## the model for speech and music, from packages; three hours
 	@scripts/install-packages train
 	@test -f $(BUILD)/train/index.json || $(PYTHON) models/separator/data.py $(BUILD)/train
 	@$(PYTHON) models/separator/train.py $(BUILD)/train
@@ -103,6 +110,10 @@ bench-compare:   ## the last two runs of bench side by side
 	@for b in vector fft dft; do scripts/bench_report.py compare \
 	  $(BUILD)-bench/bench-$$b.previous.json $(BUILD)-bench/bench-$$b.json; done
 
+mutants:         ## small changes of the library that tests have to notice, an hour or two; COUNT=20: fewer
+	@scripts/install-packages build test
+	@/usr/bin/python3 scripts/mutate $(BUILD)-mutants --count $(or $(COUNT),200) --jobs $(JOBS)
+
 install: build   ## into PREFIX (default /usr/local)
 	@cmake --install $(BUILD) $(if $(PREFIX),--prefix $(PREFIX))
 
@@ -115,4 +126,4 @@ test-deb: deb    ## those packages installed and used in a bare system; as root
 
 clean:           ## remove the build folders
 	rm -rf $(BUILD) $(BUILD)-asan $(BUILD)-tsan $(BUILD)-bench $(BUILD)-fuzz $(BUILD)-coverage \
-	  $(BUILD)-deb
+	  $(BUILD)-deb $(BUILD)-mutants

@@ -10,8 +10,8 @@
  *   1. kalvrin_create: the slow work. It says in words why a model is refused.
  *   2. kalvrin_reset_gains, kalvrin_set_gain and the like. A new stream has every gain at 0: it is
  *      silent until one of these is called.
- *   3. kalvrin_process_planar or kalvrin_process_interleaved, again and again, frames in and as many
- *      out, later by kalvrin_sizes.latency_frames.
+ *   3. kalvrin_process_planar or kalvrin_process_interleaved, again and again, frames in and as
+ *      many out, later by kalvrin_sizes.latency_frames.
  *   4. kalvrin_destroy.
  *
  * Threads: one call at a time on one stream, from any thread. The gain functions alone may run
@@ -22,8 +22,8 @@
  * take no lock and make no system call. The inference engine below makes a few small allocations
  * per evaluation. All other functions are slow: never call them on the audio thread.
  *
- * Every text is zero-terminated UTF-8. Audio is 32-bit float, full scale 1; a frame is one sample on
- * every channel. No C++ exception leaves a function. A null stream or a null pointer to a result
+ * Every text is zero-terminated UTF-8. Audio is 32-bit float, full scale 1; a frame is one sample
+ * on every channel. No C++ exception leaves a function. A null stream or a null pointer to a result
  * gives KALVRIN_INVALID_ARGUMENT; kalvrin_destroy takes null.
  */
 
@@ -72,8 +72,8 @@ typedef struct kalvrin_sizes {
 #define KALVRIN_REASON_SIZE 1024
 
 /*
- * Builds a stream for one model. model: model_size bytes of an ONNX file, read during the call only;
- * the inference engine reads it twice. request: null stands for zeros.
+ * Builds a stream for one model. model: model_size bytes of an ONNX file, read during the call
+ * only; the inference engine reads it twice. request: null stands for zeros.
  *
  * stream gets the new stream, or null on failure. reason, if not null, gets reason_size bytes at
  * most, the terminating zero among them: nothing on success, else one line that says what is wrong,
@@ -83,35 +83,35 @@ typedef struct kalvrin_sizes {
  * KALVRIN_MODEL_REFUSED, KALVRIN_ENGINE_MISSING, KALVRIN_OUT_OF_MEMORY, KALVRIN_INVALID_ARGUMENT
  * (no model, or one of 4 GiB or more). A damaged model can end the process inside the engine.
  */
-KALVRIN_API kalvrin_status kalvrin_create(const void *model, size_t model_size,
-                                          const kalvrin_request *request, char *reason,
-                                          size_t reason_size, kalvrin_stream **stream);
+KALVRIN_API kalvrin_status kalvrin_create(const void* model, size_t model_size,
+                                          const kalvrin_request* request, char* reason,
+                                          size_t reason_size, kalvrin_stream** stream);
 
 /* Ends the stream and gives back all it holds, the texts that it gave included. */
-KALVRIN_API void kalvrin_destroy(kalvrin_stream *stream);
+KALVRIN_API void kalvrin_destroy(kalvrin_stream* stream);
 
-KALVRIN_API kalvrin_status kalvrin_get_sizes(const kalvrin_stream *stream, kalvrin_sizes *sizes);
+KALVRIN_API kalvrin_status kalvrin_get_sizes(const kalvrin_stream* stream, kalvrin_sizes* sizes);
 
 /* The name of a class, index from 0 in the order of the model's output; index class_count gives
  * "Rest", what no class claims. The text lives as long as the stream. KALVRIN_NOT_FOUND. */
-KALVRIN_API kalvrin_status kalvrin_get_class_name(const kalvrin_stream *stream, size_t index,
-                                                  const char **name);
+KALVRIN_API kalvrin_status kalvrin_get_class_name(const kalvrin_stream* stream, size_t index,
+                                                  const char** name);
 
 /* What is legal in the model but will surprise (a class that no gain can reach, ...), a sentence
  * each, index from 0. The text lives as long as the stream. KALVRIN_NOT_FOUND behind the last. */
-KALVRIN_API kalvrin_status kalvrin_get_note(const kalvrin_stream *stream, size_t index,
-                                            const char **note);
+KALVRIN_API kalvrin_status kalvrin_get_note(const kalvrin_stream* stream, size_t index,
+                                            const char** note);
 
-/* Linear gain of the class called name (letters A to Z in either case) or of "Rest": finite, from 0.
- * It counts from the next evaluation on, without a ramp. KALVRIN_NOT_FOUND,
+/* Linear gain of the class called name (letters A to Z in either case) or of "Rest": finite, from
+ * 0. It counts from the next evaluation on, without a ramp. KALVRIN_NOT_FOUND,
  * KALVRIN_INVALID_ARGUMENT. */
-KALVRIN_API kalvrin_status kalvrin_set_gain(kalvrin_stream *stream, const char *name, float gain);
+KALVRIN_API kalvrin_status kalvrin_set_gain(kalvrin_stream* stream, const char* name, float gain);
 
 /* Linear factor on everything: finite, from 0. */
-KALVRIN_API kalvrin_status kalvrin_set_master_gain(kalvrin_stream *stream, float gain);
+KALVRIN_API kalvrin_status kalvrin_set_master_gain(kalvrin_stream* stream, float gain);
 
 /* Every gain becomes 1: the output is the delayed input. */
-KALVRIN_API kalvrin_status kalvrin_reset_gains(kalvrin_stream *stream);
+KALVRIN_API kalvrin_status kalvrin_reset_gains(kalvrin_stream* stream);
 
 /*
  * Takes frames frames from input and writes as many to output; one array per channel on both sides.
@@ -119,26 +119,25 @@ KALVRIN_API kalvrin_status kalvrin_reset_gains(kalvrin_stream *stream);
  * (KALVRIN_INVALID_ARGUMENT above that); exactly block_frames where it divides
  * hop_frames * windows, as a shorter block would make the latency grow.
  *
- * KALVRIN_ENGINE_FAILED when the model fails: output is not written, the frames that waited for this
- * evaluation are dropped, and the next call goes on with what it is given.
+ * KALVRIN_ENGINE_FAILED when the model fails: output is not written, the frames that waited for
+ * this evaluation are dropped, and the next call goes on with what it is given.
  */
-KALVRIN_API kalvrin_status kalvrin_process_planar(kalvrin_stream *stream,
-                                                  const float *const *input, float *const *output,
-                                                  size_t frames);
+KALVRIN_API kalvrin_status kalvrin_process_planar(kalvrin_stream* stream, const float* const* input,
+                                                  float* const* output, size_t frames);
 
 /* Likewise of frames * channels samples, frame by frame. input and output may be the same array. */
-KALVRIN_API kalvrin_status kalvrin_process_interleaved(kalvrin_stream *stream, const float *input,
-                                                       float *output, size_t frames);
+KALVRIN_API kalvrin_status kalvrin_process_interleaved(kalvrin_stream* stream, const float* input,
+                                                       float* output, size_t frames);
 
 /* The stream starts again from silence, the model's memory included; the gains stay.
  * KALVRIN_OUT_OF_MEMORY: the stream runs on as it was. */
-KALVRIN_API kalvrin_status kalvrin_restart(kalvrin_stream *stream);
+KALVRIN_API kalvrin_status kalvrin_restart(kalvrin_stream* stream);
 
 /* A few words on a status; never null. The text is static. */
-KALVRIN_API const char *kalvrin_status_text(kalvrin_status status);
+KALVRIN_API const char* kalvrin_status_text(kalvrin_status status);
 
 /* The version of the library, such as "0.1.0". The text is static. */
-KALVRIN_API const char *kalvrin_version(void);
+KALVRIN_API const char* kalvrin_version(void);
 
 #ifdef __cplusplus
 }

@@ -168,6 +168,7 @@ void Heart::Process(const float* const* input, float* const* output, std::uint32
                     const Controls& controls) {
   FollowGains(controls);
   if (frames == 0) return;
+  if (controls.mayWait) stage.WaitForResults();
   if (!hasBegun) wetness = controls.isBypassed ? 0 : 1;
   std::size_t const channelCount = dry.ChannelCount();
   for (std::uint32_t done = 0; done < frames;) {
@@ -176,7 +177,7 @@ void Heart::Process(const float* const* input, float* const* output, std::uint32
     // all of the input before any of the output: they may be the same arrays
     for (std::size_t c = 0; c < channelCount; ++c)
       CopyAudio(input[c] + done, dry[c], n);
-    ProcessSlice(n, frames - done - n, controls.mayWait);
+    ProcessSlice(n, frames - done - n);
     dryDelay.Push(dry.Channels(), n);
     dryDelay.Pop(dry.Channels(), n);
     MixTo(output, done, n, controls.isBypassed);
@@ -185,14 +186,14 @@ void Heart::Process(const float* const* input, float* const* output, std::uint32
 }
 
 /// `dry` through the model to `wet`.
-void Heart::ProcessSlice(std::uint32_t frames, std::uint32_t framesToCome, bool mayWait) {
-  const ModelStage::Call call{toModel ? toModel->MostFrames(framesToCome) : framesToCome, mayWait};
+void Heart::ProcessSlice(std::uint32_t frames, std::uint32_t framesToCome) {
   if (!toModel) {
-    stage.Process(dry.Channels(), wet.Channels(), frames, call);
+    stage.Process(dry.Channels(), wet.Channels(), frames, framesToCome);
     return;
   }
   const std::size_t modelFrames = toModel->Process(dry.Channels(), frames, atModelRate.Channels());
-  stage.Process(atModelRate.Channels(), fromModel.Channels(), modelFrames, call);
+  stage.Process(atModelRate.Channels(), fromModel.Channels(), modelFrames,
+                toModel->MostFrames(framesToCome));
   const std::size_t back = toHost->Process(fromModel.Channels(), modelFrames, converted.Channels());
   convertedQueue.Push(converted.Channels(), back);
   convertedQueue.Pop(wet.Channels(), frames);

@@ -72,7 +72,7 @@ private:
   void Begin(Mode mode);
   void FollowGains(const Controls& controls);
   void FollowMode(ModeWish wish, std::uint32_t frames);
-  void ProcessSlice(std::uint32_t frames, std::uint32_t framesToCome, bool mayWait);
+  void ProcessSlice(std::uint32_t frames, std::uint32_t framesToCome);
   void MixTo(float* const* output, std::uint32_t begin, std::uint32_t frames, bool isBypassed);
 
   double hostRateHz, modelRateHz;

@@ -35,8 +35,7 @@ bool ModelStage::TrySwitch(Mode newMode) {
 }
 
 void ModelStage::Process(const float* const* input, float* const* output, std::size_t frames,
-                         Call call) {
-  call.framesToCome += frames;
+                         std::size_t framesToCome) {
   for (std::size_t done = 0; done < frames;) {
     const std::size_t n = std::min(frames - done, collected.Length() - position);
     for (std::size_t c = 0; c < collected.ChannelCount(); ++c) {
@@ -45,18 +44,17 @@ void ModelStage::Process(const float* const* input, float* const* output, std::s
     }
     done += n;
     position += n;
-    call.framesToCome -= n;
-    if (position == collected.Length()) EndChunk(call);
+    if (position == collected.Length()) EndChunk(frames - done + framesToCome);
   }
 }
 
-void ModelStage::EndChunk(const Call& call) {
+void ModelStage::EndChunk(std::size_t framesToCome) {
   position = 0;
   if (mode == Mode::Direct) {
     evaluation.Run(collected.Channels(), playing.Channels());
   } else {
-    FetchResult(call.mayWait);
-    isAhead = call.framesToCome >= collected.Length() && thread.IsIdle();
+    FetchResult();
+    isAhead = framesToCome >= collected.Length() && thread.IsIdle();
     if (isAhead)
       evaluation.Run(collected.Channels(), ahead.Channels());
     else if (!isDraining)
@@ -66,8 +64,7 @@ void ModelStage::EndChunk(const Call& call) {
 }
 
 /// What plays next is the chunk before the one that has just been collected.
-void ModelStage::FetchResult(bool mayWait) {
-  if (mayWait) thread.WaitUntilIdle();
+void ModelStage::FetchResult() {
   if (isAhead) {
     std::swap(playing, ahead);
     return;

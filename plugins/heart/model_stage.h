@@ -37,16 +37,15 @@ public:
   /// first, to be asked again. The output of the next LatencyFrames() frames is no good.
   bool TrySwitch(Mode newMode);
 
-  /// How a call stands in its host's.
-  struct Call {
-    std::size_t framesToCome = 0;  // in the same call of the host, behind these; rather too many
-    bool mayWait = false;          // the host does not play in real time: no result is late
-  };
-  void Process(const float* const* input, float* const* output, std::size_t frames, Call call);
+  /// `framesToCome`: how many will follow in the same call of the host; rather too many.
+  void Process(const float* const* input, float* const* output, std::size_t frames,
+               std::size_t framesToCome);
+  /// Sleeps until every result is there, for hosts that do not play in real time: none is late.
+  void WaitForResults() const { thread.WaitUntilIdle(); }
 
 private:
-  void EndChunk(const Call& call);
-  void FetchResult(bool mayWait);
+  void EndChunk(std::size_t framesToCome);
+  void FetchResult();
 
   Evaluation evaluation;
   Frames collected, playing, ahead;

@@ -33,9 +33,9 @@ ProcessingGeometry RequestedGeometry(const Platform::Model& model, const ModelLa
                                      std::uint64_t channelCount) {
   const std::int32_t lookahead = FindMetadataDecimal(model, LookaheadKey);
   CheckLookahead(lookahead);
-  const ProcessingGeometry geometry = {layout.GetWindowLength(),
-                                       SettledSequenceSize(sequenceSize, info), channelCount,
-                                       static_cast<std::uint32_t>(lookahead), layout.GetHopLength()};
+  const ProcessingGeometry geometry = {
+      layout.GetWindowLength(), SettledSequenceSize(sequenceSize, info), channelCount,
+      static_cast<std::uint32_t>(lookahead), layout.GetHopLength()};
   CheckGeometry(geometry);  // before a transform is planned: one that is too long takes gigabytes
   return geometry;
 }

@@ -125,18 +125,16 @@ TEST(Injection, EveryCallOfTheSystemFails) {
 }
 
 TEST(Injection, InterruptedAndShortTransfersGoOn) {
-  for (const char* as : {"short", "4"}) {  // EINTR
-    static_assert(EINTR == 4);
-    Sweep(rows[0], as, true);
-    Sweep(rows[1], as, true);
-  }
+  Sweep(rows[0], std::to_string(EINTR), true);
+  Sweep(rows[0], "short", true);
+  Sweep(rows[1], "short", true);
 }
 
 /// The model is read once, at the start.
 TEST(Injection, AModelFileThatChangesMeanwhileChangesNothing) {
   const TemporaryFolder folder;
   WriteFile(folder / "model.onnx", MakeAudioModel({}));
-  WriteAudio(folder / "in.wav", MakeNoise(400000, 2, 1));
+  WriteAudio(folder / "in.wav", MakeNoise(60000, 2, 1));
   ASSERT_EQ(RunTool({"render", folder / "model.onnx", folder / "in.wav", folder / "whole.wav",
                      "--stems", folder / "stems"})
                 .exitStatus,

@@ -7,6 +7,7 @@
 
 #include <cmath>
 #include <complex>
+#include <cstdlib>
 #include <cstring>
 #include <numbers>
 #include <random>
@@ -17,7 +18,8 @@ namespace KernelTest {
 
 using namespace Orvik::Tesmo::Kernels;
 
-/// The variant indices that this processor can run, with their builds.
+/// The variant indices that this processor can run, with their builds; KALVRIN_TEST_BUILD, an
+/// index, leaves one of them.
 struct BuildUnderTest {
   int index;
   const Limits& limits;
@@ -28,8 +30,10 @@ inline std::vector<BuildUnderTest> Builds() {
     BuildIndex build;
   } all[] = {{0, Sse3}, {2, Ssse3}, {3, Sse3b}, {4, Sse41}, {5, Avx}};
   std::vector<BuildUnderTest> builds;
+  const char* chosen = std::getenv("KALVRIN_TEST_BUILD");
   for (const auto& b : all)
-    if (b.index <= ippBestVariantIndex() || b.index == 3)
+    if ((b.index <= ippBestVariantIndex() || b.index == 3) &&
+        (!chosen || b.index == std::atoi(chosen)))
       builds.push_back({b.index, limitsOf[b.build]});
   return builds;
 }

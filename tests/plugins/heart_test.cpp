@@ -9,7 +9,6 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <chrono>
 #include <cmath>
 #include <cstdlib>
 #include <functional>
@@ -17,7 +16,6 @@
 #include <numbers>
 #include <random>
 #include <samplerate.h>
-#include <thread>
 
 namespace {
 
@@ -384,26 +382,6 @@ TEST(Heart, LateResultsAreSilentAndCounted) {
   for (int i = 0; i < 8; ++i)
     heart.Process(input, output, 32, controls);
   EXPECT_NEAR(out.back(), 0.5F, 1e-6) << "it is in step again";
-}
-
-/// Also where a host's calls are longer than a chunk, so that a result is due in the very call that
-/// completes its chunk.
-TEST(Heart, NoResultIsLateBecauseOfTheLengthOfACall) {
-  const PluginModel model = CountingModel(128, 1, 16000);
-  for (const double hostHz : {16000.0, 48000.0})
-    for (const std::uint32_t length : {500U, 8192U}) {
-      Heart heart(model.description, model.bytes, hostHz, 1);
-      const Audio input = Chord(1, 30000, hostHz);
-      const auto controls = [&](std::size_t frame) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(30));
-        Controls at = Knobs().At(frame);
-        at.mode = ModeWish::Spread;
-        at.mayWait = false;
-        return at;
-      };
-      const Audio output = Play(heart, input, Constant(length), controls);
-      EXPECT_LE(heart.LateResults(), 2u) << length << " at " << hostHz << ", on a busy machine";
-    }
 }
 
 TEST(Heart, AFailingEngineIsSilenceForItsStretch) {

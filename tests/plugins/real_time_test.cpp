@@ -113,6 +113,7 @@ void Play(Heart& heart, ModeWish mode) {
   static std::vector<float> left(8192), right(8192);
   float* const channels[] = {left.data(), right.data()};
   float gains[] = {0};
+  const bool isShort = mode == ModeWish::Spread;  // longer calls evaluate, too
   for (std::uint32_t i = 0; i < 400; ++i) {
     std::fill(left.begin(), left.end(), 0.25F);
     std::fill(right.begin(), right.end(), i % 7 ? 0.25F : std::nanf(""));
@@ -121,7 +122,7 @@ void Play(Heart& heart, ModeWish mode) {
     if (mode == ModeWish::Automatic)
       controls.mode = i / 60 % 2 ? ModeWish::Spread : ModeWish::Direct;
     isWatched = true;
-    heart.Process(channels, channels, i % 50 ? i % 400 : 8192, controls);
+    heart.Process(channels, channels, isShort ? i % 128 : i % 50 ? i % 400 : 8192, controls);
     isWatched = false;
   }
 }

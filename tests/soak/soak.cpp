@@ -127,7 +127,7 @@ public:
   }
 
   /// Frames of which a call to Feed has to be a multiple: a prefilled stream takes no others.
-  std::uint64_t Unit() const { return isPrefilled ? std::max<std::uint64_t>(longestBlock, 1) : 1; }
+  std::uint64_t Unit() const { return isPrefilled ? longestBlock : 1; }
 
   void Feed(Fifo& in, std::uint64_t from, std::uint64_t frames, std::uint64_t channelCount,
             Generator& generator) {
@@ -234,7 +234,7 @@ private:
     in.Reset(channelCount);
     position = compared = 0;
     isUnity = Between(generator, 0, 3) == 0;
-    const std::uint64_t unit = std::lcm(random.Unit(), even.Unit());
+    const std::uint64_t unit = std::max<std::uint64_t>(1, std::lcm(random.Unit(), even.Unit()));
     while (position < evaluations * capacity) {
       // a gain meets the same evaluation in both where both are between the same two
       if (!isUnity && position % capacity != 0) ChangeGains();

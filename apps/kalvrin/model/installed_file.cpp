@@ -8,8 +8,10 @@ namespace Orvik::Tesmo::Tool {
 
 std::filesystem::path InstalledFile(const char* name) {
   const auto own = std::filesystem::read_symlink("/proc/self/exe").parent_path();
-  for (const char* relative :
-       {".", "../lib", "../lib/kalvrin", KALVRIN_ENGINE_FOLDER, KALVRIN_ENGINE_FOLDER "/kalvrin"}) {
+  const std::string installed = KALVRIN_ENGINE_FOLDER;
+  for (const std::string& relative :
+       {std::string("."), std::string("../lib"), std::string("../lib/kalvrin"), installed,
+        installed + "/kalvrin"}) {
     auto path = own / relative / name;
     if (std::filesystem::exists(path)) return path;
   }

@@ -22,7 +22,7 @@ namespace {
 
 /// UTF-8. A name that cannot be written on a line of its own is refused.
 std::string ClassName(const std::u16string& name) {
-  const std::string text = PrintableText(name);
+  std::string text = PrintableText(name);
   if (Dnn::Utf8FromUtf16(name) != text)
     throw Refusal("a class is called '" + text + "', with characters that no host can show");
   return text;

@@ -78,7 +78,7 @@ auto Saying(Work work) {
 
 fs::path WriteLv2Bundle(const DescribedModel& model, const fs::path& folder) {
   return Saying([&] {
-    const fs::path bundle = folder / ("kalvrin-" + model.description.symbol + ".lv2");
+    fs::path bundle = folder / ("kalvrin-" + model.description.symbol + ".lv2");
     if (fs::exists(bundle) && !fs::exists(bundle / "model.plugin"))
       throw Refusal(bundle.string() + " is there already and is no bundle of this tool");
     const Scratch fresh{Beside(bundle, "new")};

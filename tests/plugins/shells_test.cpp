@@ -1,0 +1,178 @@
+// What `kalvrin plugin` writes, loaded as a host would: everything has to be found in the folder.
+
+#include "apps/tool_process.h"
+#include "plugins/plugin_models.h"
+
+#include <dlfcn.h>
+#include <gtest/gtest.h>
+#include <ladspa.h>
+#include <lv2/core/lv2.h>
+
+#include <cmath>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <map>
+#include <sstream>
+
+namespace {
+
+using namespace TestSupport;
+
+std::string ReadText(const std::string& path) {
+  std::ifstream in(path, std::ios::binary);
+  std::ostringstream text;
+  text << in.rdbuf();
+  return text.str();
+}
+
+/// A model of two classes at 16 kHz, one of them with a name that Turtle has to quote.
+std::string WriteModel(const TemporaryFolder& folder, const std::string& name) {
+  AudioModelOptions options{.features = 128, .classGains = {0.5F, 0.25F}};
+  options.metadata = {{"SampleRate", "16000"},
+                      {"BaselineSequenceSize", "1"},
+                      {"AudioClassNames", R"(["The \"voice\"", "Rest"])"}};
+  std::ofstream(folder / name, std::ios::binary) << MakeAudioModel(options);
+  return folder / name;
+}
+
+template <class Entry>
+Entry Open(const std::string& path, const char* name) {
+  void* const library = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
+  if (!library) ADD_FAILURE() << dlerror();  // NOLINT(concurrency-mt-unsafe)
+  return library ? reinterpret_cast<Entry>(dlsym(library, name)) : nullptr;
+}
+
+/// One plugin as both interfaces have it.
+struct Hosted {
+  std::function<void(unsigned port, float* data)> connect;
+  std::function<void(unsigned frames)> run;
+};
+
+/// With the class 6 dB down the ramp comes out at the latency that the port says, and not before.
+void ExpectRamp(const Hosted& plugin, const std::map<std::string, unsigned>& ports,
+                const std::string& where) {
+  SCOPED_TRACE(where);
+  std::vector<float> audio(600);
+  for (std::size_t i = 0; i < audio.size(); ++i)
+    audio[i] = static_cast<float>(i + 1) / 1024;
+  std::map<std::string, float> controls;
+  for (const auto& [name, port] : ports)
+    plugin.connect(port, &controls[name]);
+  plugin.connect(0, audio.data());
+  plugin.connect(1, audio.data());
+  controls["on"] = 1;
+  controls["mode"] = 1;
+  controls["class"] = static_cast<float>(20 * std::log10(0.5));
+  plugin.run(600);
+  const float latency = controls["latency"];
+  EXPECT_EQ(latency, 128);
+  // class 1 is half of the input: half of it is left of that, and all of the rest
+  for (std::size_t i = 0; i < audio.size(); ++i) {
+    const float delayed = i < 128 ? 0 : static_cast<float>(i - 127) / 1024;
+    // the window function of samples needs a hop to swell
+    if (i < 128 || i >= 192) {
+      ASSERT_NEAR(audio[i], 0.75F * delayed, 1e-6) << i;
+    }
+  }
+}
+
+TEST(Shells, BundlesAreCompleteAndPlay) {
+  const TemporaryFolder folder;
+  const std::string model = WriteModel(folder, "model.onnx");
+  for (const char* name : {"First", "Second one"}) {  // two in one process
+    const Outcome made = RunTool({"plugin", model, "--name", name, "--to", folder / "lv2"});
+    ASSERT_EQ(made.exitStatus, 0) << made.err;
+    const std::string bundle =
+        folder / (std::string("lv2/kalvrin-") + (*name == 'F' ? "first" : "second_one") + ".lv2");
+    ExpectPart(ReadText(bundle + "/plugins.ttl"), R"(lv2:name "The \"voice\"")");
+    auto* const entry = Open<LV2_Descriptor_Function>(bundle + "/kalvrin_lv2.so", "lv2_descriptor");
+    ASSERT_TRUE(entry);
+    const LV2_Descriptor* const mono = entry(0);
+    ASSERT_TRUE(mono && entry(1) && !entry(2));
+    ExpectPart(ReadText(bundle + "/manifest.ttl"), "<" + std::string(mono->URI) + ">");
+    const LV2_Feature* const none[] = {nullptr};
+    EXPECT_EQ(mono->instantiate(mono, 1, bundle.c_str(), none), nullptr) << "no such rate";
+    const LV2_Handle handle = mono->instantiate(mono, 16000, bundle.c_str(), none);
+    ASSERT_TRUE(handle);
+    mono->activate(handle);
+    ExpectRamp({[&](unsigned port, float* data) { mono->connect_port(handle, port, data); },
+                [&](unsigned frames) { mono->run(handle, frames); }},
+               {{"on", 2}, {"class", 3}, {"rest", 4}, {"mode", 6}, {"latency", 8}}, bundle);
+    mono->cleanup(handle);
+  }
+  EXPECT_EQ(RunTool({"plugin", model, "--name", "First", "--to", folder / "lv2"}).exitStatus, 0)
+      << "once more, over the one that is there";
+}
+
+TEST(Shells, TheLadspaLibraryOffersEachModel) {
+  const TemporaryFolder folder;
+  const std::string model = WriteModel(folder, "model.onnx");
+  for (const char* name : {"First", "Second"})
+    ASSERT_EQ(
+        RunTool({"plugin", model, "--ladspa", "--name", name, "--to", folder / "l"}).exitStatus, 0);
+  auto* const entry =
+      Open<LADSPA_Descriptor_Function>(folder / "l/kalvrin_ladspa.so", "ladspa_descriptor");
+  ASSERT_TRUE(entry);
+  std::vector<std::string> labels;
+  for (unsigned long i = 0; const LADSPA_Descriptor* d = entry(i); ++i) {
+    labels.emplace_back(d->Label);
+    if (d->PortCount != 9) continue;
+    const LADSPA_Handle handle = d->instantiate(d, 16000);
+    ASSERT_TRUE(handle);
+    d->activate(handle);
+    ExpectRamp({[&](unsigned port, float* data) { d->connect_port(handle, port, data); },
+                [&](unsigned frames) { d->run(handle, frames); }},
+               {{"off", 2}, {"class", 3}, {"rest", 4}, {"mode", 6}, {"latency", 7}}, d->Label);
+    d->cleanup(handle);
+  }
+  EXPECT_EQ(labels, (std::vector<std::string>{"first_mono", "first_stereo", "second_mono",
+                                              "second_stereo"}));
+}
+
+TEST(Shells, WhatCannotBeMadeIsRefusedAndLeavesNothing) {
+  const TemporaryFolder folder;
+  const std::string model = WriteModel(folder, "model.onnx");
+  std::ofstream(folder / "bad.onnx") << "no model";
+  std::filesystem::create_directories(folder / "lv2/kalvrin-mine.lv2");
+  const struct {
+    std::vector<std::string> arguments;
+    int status;
+    const char* text;
+  } rows[] = {
+      {{"plugin", folder / "bad.onnx", "--to", folder / "x"}, 1, "is refused"},
+      {{"plugin", model, "--name", "two\nlines", "--to", folder / "x"}, 2, "a line of text"},
+      {{"plugin", model, "--name", "mine", "--to", folder / "lv2"}, 1, "no bundle of this tool"},
+      {{"plugin", model, "--to", "/dev/null"}, 1, "/dev/null"},
+      {{"pipewire", model, "--class-gain", "Nobody=1", "--plugins", folder / "x", "--to",
+        folder / "c"},
+       2,
+       "no class 'Nobody'"},
+      {{"pipewire", model, "--rest", "8", "--plugins", folder / "x", "--to", folder / "c"},
+       2,
+       "+12 dB"},
+  };
+  for (const auto& row : rows) {
+    const Outcome outcome = RunTool(row.arguments);
+    EXPECT_EQ(outcome.exitStatus, row.status) << row.text << ": " << outcome.err;
+    ExpectPart(outcome.err, row.text);
+  }
+  EXPECT_EQ(folder.Names(), (std::vector<std::string>{"bad.onnx", "lv2", "model.onnx"}));
+}
+
+TEST(Shells, TheMicrophoneHasTheGainsAskedFor) {
+  const TemporaryFolder folder;
+  const std::string model = WriteModel(folder, "model.onnx");
+  const Outcome made =
+      RunTool({"pipewire", model, "--class-gain", "the \"VOICE\"=-6dB", "--rest", "0", "--name",
+               "Mine", "--plugins", folder / "p", "--to", folder / "c.conf"});
+  ASSERT_EQ(made.exitStatus, 0) << made.err;
+  ExpectPart(made.out, "systemctl --user stop kalvrin-mine");
+  const std::string text = ReadText(folder / "c.conf");
+  for (const std::string& part :
+       {std::string(R"("The \"voice\"" = -6)"), std::string("\"Rest\" = -60"),
+        std::string("label = mine_mono"), folder / "p/kalvrin_ladspa.so"})
+    ExpectPart(text, part);
+}
+
+}  // namespace
