@@ -236,7 +236,7 @@ std::size_t UsableProcessors() {
 
 bool RunBatch(const BatchSettings& settings, const std::vector<FileTask>& tasks,
               std::ostream& out) {
-  InputFile(settings.render.model);  // missing for all, if at all
+  { const InputFile missingForAll(settings.render.model); }
   Batch batch(settings, tasks);
   batch.Run();
   batch.PrintSummary(out);
