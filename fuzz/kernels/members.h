@@ -92,7 +92,7 @@ inline constexpr Members members[] = {
 /// One that this processor runs, by a choice from 0 to 255.
 inline const Members& MembersOf(unsigned choice) {
   static const std::int32_t best = ippBestVariantIndex();
-  unsigned count = 0;
+  unsigned count = 1;  // every processor runs the first
   while (count < std::size(members) && members[count].needs <= best)
     ++count;
   return members[choice % count];

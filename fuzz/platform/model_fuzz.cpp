@@ -79,6 +79,7 @@ bool IsOurs(void* address) {
 /// Whose the innermost frame is that is the engine's or ours decides.
 void OnFault(int, siginfo_t*, void* context) {
   const auto* machine = &static_cast<ucontext_t*>(context)->uc_mcontext;
+  // NOLINTNEXTLINE(performance-no-int-to-ptr): it is a pointer
   auto* const place = reinterpret_cast<void*>(machine->gregs[REG_RIP]);
   void* frames[64];
   const int count = backtrace(frames, 64);
