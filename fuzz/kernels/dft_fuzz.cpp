@@ -85,7 +85,7 @@ void CheckComplexTransform(const Members& m, Input& input, int length, int flag)
                   flag, 0, run(m.ippsDFTFwd_CToC_32fc), run(m.ippsDFTInv_CToC_32fc)},
                  input)
       .Run();
-  Expect(m.ippsDFTFree_C_32fc(spec) == ippStsNoErr, "the spec does not go");
+  Expect(m.ippsDFTFree_C_32fc(spec) == ippStsNoErr, "the plan does not go");
 }
 
 void CheckTransform(const Members& m, Input& input, int length, int flag) {
@@ -103,7 +103,7 @@ void CheckTransform(const Members& m, Input& input, int length, int flag) {
                   }},
                  input)
       .Run();
-  Expect(m.ippsDFTFree_R_32f(spec) == ippStsNoErr, "the spec does not go");
+  Expect(m.ippsDFTFree_R_32f(spec) == ippStsNoErr, "the plan does not go");
 }
 
 }  // namespace

@@ -63,7 +63,7 @@ void CheckReal(const Members& m, Input& input, int order, int flag) {
                   }},
                  input)
       .Run();
-  Expect(m.ippsFFTFree_R_32f(spec) == ippStsNoErr, "the spec does not go");
+  Expect(m.ippsFFTFree_R_32f(spec) == ippStsNoErr, "the plan does not go");
   if (own) Expect(specRoom.Intact() && initRoom.Intact(), "planning wrote beside its memory");
 }
 
@@ -84,7 +84,7 @@ void CheckComplex(const Members& m, Input& input, int order, int flag) {
                   run(m.ippsFFTInv_CToC_32fc)},
                  input)
       .Run();
-  Expect(m.ippsFFTFree_C_32fc(spec) == ippStsNoErr, "the spec does not go");
+  Expect(m.ippsFFTFree_C_32fc(spec) == ippStsNoErr, "the plan does not go");
 }
 
 }  // namespace
