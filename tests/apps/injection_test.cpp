@@ -96,8 +96,9 @@ int Sweep(const Injection& row, const std::string& as, bool mustGoOn) {
     const Outcome outcome = run.Run(number, as);
     const std::string call = run.FailedCall();
     if (call.empty()) break;
-    SCOPED_TRACE(std::string(row.name) + ", call " + std::to_string(number) + ", " + call + " as " +
-                 as + ":\n" + outcome.err);
+    SCOPED_TRACE(testing::Message()
+                 << row.name << ", call " << number << ", " << call << " as " << as << ":\n"
+                 << outcome.err);
     const Files after = Contents(run.folder);
     ExpectWholeFiles(after, before, made, isPipe);
     if (outcome.err.empty() || outcome.err.find("kalvrin: ") == std::string::npos) {
