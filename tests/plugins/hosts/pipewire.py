@@ -155,10 +155,10 @@ def attempt(folder, tool, model, quantum):
 
 
 def check(work, tool, model, quantum):
-    """A machine that is too busy loses calls of the graph, and everything behind them stands in other
-    windows. Something like the tool's output has to be there all the same, and all of it where nothing
-    was lost."""
+    """A machine that is busy loses calls of the graph and results of the worker, and everything behind
+    them stands in other windows or comes from other states: that proves nothing."""
     need("pipewire", "wireplumber", "pw-cli", "pw-link", "pw-play", "pw-record", "dbus-run-session")
+    busy = os.getloadavg()[0] > 0.75 * os.cpu_count()
     results = []
     for number in range(3):
         results.append(attempt(work / f"pipewire-{quantum}-{number}", tool, model, quantum))
@@ -167,7 +167,7 @@ def check(work, tool, model, quantum):
     share, lost, overruns = max(results)
     said = f"{share:.2%} of the frames equal bit for bit, {lost} of {4 * RATE} never came, {overruns} overruns told"
     if share < 0.9:
-        expect(share > 0 or lost > HOP, said)
+        expect(busy, said)
         raise Skipped("the machine is too busy for a real graph: " + said)
     return said
 
