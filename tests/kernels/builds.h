@@ -30,10 +30,9 @@ inline std::vector<BuildUnderTest> Builds() {
     BuildIndex build;
   } all[] = {{0, Sse3}, {2, Ssse3}, {3, Sse3b}, {4, Sse41}, {5, Avx}};
   std::vector<BuildUnderTest> builds;
-  const char* chosen = std::getenv("KALVRIN_TEST_BUILD");
+  const char* chosen = std::getenv("KALVRIN_TEST_BUILD");  // NOLINT(concurrency-mt-unsafe)
   for (const auto& b : all)
-    if ((b.index <= ippBestVariantIndex() || b.index == 3) &&
-        (!chosen || b.index == std::atoi(chosen)))
+    if ((b.index <= ippBestVariantIndex() || b.index == 3) && (!chosen || b.index == *chosen - '0'))
       builds.push_back({b.index, limitsOf[b.build]});
   return builds;
 }

@@ -93,7 +93,7 @@ TEST(Shells, BundlesAreCompleteAndPlay) {
     ExpectPart(ReadText(bundle + "/manifest.ttl"), "<" + std::string(mono->URI) + ">");
     const LV2_Feature* const none[] = {nullptr};
     EXPECT_EQ(mono->instantiate(mono, 1, bundle.c_str(), none), nullptr) << "no such rate";
-    const LV2_Handle handle = mono->instantiate(mono, 16000, bundle.c_str(), none);
+    LV2_Handle handle = mono->instantiate(mono, 16000, bundle.c_str(), none);
     ASSERT_TRUE(handle);
     mono->activate(handle);
     ExpectRamp({[&](unsigned port, float* data) { mono->connect_port(handle, port, data); },
@@ -118,7 +118,7 @@ TEST(Shells, TheLadspaLibraryOffersEachModel) {
   for (unsigned long i = 0; const LADSPA_Descriptor* d = entry(i); ++i) {
     labels.emplace_back(d->Label);
     if (d->PortCount != 9) continue;
-    const LADSPA_Handle handle = d->instantiate(d, 16000);
+    LADSPA_Handle handle = d->instantiate(d, 16000);
     ASSERT_TRUE(handle);
     d->activate(handle);
     ExpectRamp({[&](unsigned port, float* data) { d->connect_port(handle, port, data); },
