@@ -5,7 +5,6 @@
 
 #include <algorithm>
 #include <cstdint>
-#include <cstring>
 #include <limits>
 #include <memory>
 #include <new>
@@ -44,7 +43,7 @@ void CopyReason(std::string_view text, char* reason, std::size_t size) {
   if (length < text.size())
     while (length > 0 && (static_cast<unsigned char>(text[length]) & 0xC0) == 0x80)
       --length;
-  std::memcpy(reason, text.data(), length);
+  std::copy_n(text.data(), length, reason);
   reason[length] = '\0';
 }
 
