@@ -41,11 +41,12 @@ def uncovered(lcov, source):
 
 def main():
     source, build = sys.argv[1:]
+    inside = os.path.join(source, "src", "")
     with open(os.path.join(build, "coverage.json"), encoding="utf-8") as file:
-        files = json.load(file)["data"][0]["files"]
+        files = [f for f in json.load(file)["data"][0]["files"] if os.path.abspath(f["filename"]).startswith(inside)]
     print("\n".join(table(files, source)))
     with open(os.path.join(build, "coverage.lcov"), encoding="utf-8") as file:
-        missed = list(uncovered(file, source))
+        missed = [line for line in uncovered(file, source) if line.startswith("src/")]
     path = os.path.join(build, "uncovered.txt")
     with open(path, "w", encoding="utf-8") as file:
         file.write("".join(line + "\n" for line in missed))
