@@ -12,6 +12,7 @@
 #include <cerrno>
 #include <cstring>
 #include <iostream>
+#include <new>
 #include <string>
 
 namespace Orvik::Tesmo::Tool {
@@ -100,7 +101,7 @@ std::string UsageHint(Arguments arguments) {
   return "'kalvrin help' lists what there is";
 }
 
-int Run(Arguments arguments) {
+int RunAndExplain(Arguments arguments) {
   try {
     return FlushResults(Dispatch(arguments));
   } catch (const UsageError& error) {
@@ -110,6 +111,16 @@ int Run(Arguments arguments) {
     EndBySignal(interrupted.signal);
   } catch (...) {
     PrintFailure(TextOfCurrentException());
+    return ExitStatus::Refused;
+  }
+}
+
+int Run(Arguments arguments) {
+  try {
+    return RunAndExplain(arguments);
+  } catch (const std::bad_alloc&) {
+    // Not even the words could be put together.
+    PrintFailure("there is not enough memory");
     return ExitStatus::Refused;
   }
 }

@@ -92,6 +92,14 @@ int RenderOne(Settings settings) {
   return ExitStatus::Ok;
 }
 
+bool IsFolder(const std::string& path) {
+  std::error_code error;
+  const auto type = std::filesystem::status(path, error).type();
+  if (type == std::filesystem::file_type::none)
+    throw Refusal("cannot read " + path + ": " + error.message());
+  return type == std::filesystem::file_type::directory;
+}
+
 int Render(Arguments arguments) {
   Settings settings;
   const auto operands = ParseArguments<Settings>(arguments, options, settings);
@@ -99,9 +107,7 @@ int Render(Arguments arguments) {
   settings.model = operands[0];
   settings.input = operands[1];
   settings.output = operands[2];
-  std::error_code ignored;
-  if (settings.isList || std::filesystem::is_directory(settings.input, ignored))
-    return RenderMany(settings);
+  if (settings.isList || IsFolder(settings.input)) return RenderMany(settings);
   return RenderOne(std::move(settings));
 }
 

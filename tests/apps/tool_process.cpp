@@ -92,6 +92,10 @@ std::vector<std::string> TemporaryFolder::Names() const {
   return names;
 }
 
+std::string ToolPath() {
+  return KALVRIN_TOOL;
+}
+
 Outcome RunTool(const std::vector<std::string>& arguments) {
   return Run(WithTool(arguments));
 }

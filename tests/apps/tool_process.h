@@ -32,6 +32,9 @@ struct Outcome {
   std::string out, err;
 };
 
+/// Where the program is.
+std::string ToolPath();
+
 /// Runs the program with `arguments`, standard input empty, and waits for its end.
 Outcome RunTool(const std::vector<std::string>& arguments);
 

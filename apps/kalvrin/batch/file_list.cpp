@@ -75,8 +75,10 @@ std::vector<fs::path> ReadList(const std::string& path) {
     if (!file) throw Refusal("cannot read the list " + path + ": " + SystemErrorText(errno));
   }
   std::vector<fs::path> found;
-  for (std::string line; std::getline(path == "-" ? std::cin : file, line);)
+  std::istream& lines = path == "-" ? std::cin : file;
+  for (std::string line; std::getline(lines, line);)
     if (!line.empty()) found.emplace_back(line);
+  if (lines.bad()) throw Refusal("cannot read the list " + path + " to its end");
   return found;
 }
 

@@ -44,6 +44,8 @@ bool Send(int line, const void* bytes, std::size_t size) {
     }
   } catch (const Interrupted& interrupted) {
     EndBySignal(interrupted.signal);
+  } catch (...) {
+    std::_Exit(ExitStatus::Refused);  // what is the parent's is not to be unwound here
   }
   std::_Exit(ExitStatus::Ok);
 }
@@ -85,8 +87,8 @@ Worker::~Worker() {
 }
 
 void Worker::Give(std::size_t task) {
-  // A child that has ended says so in TakeAnswer.
-  Send(line.Get(), &task, sizeof task);
+  // Without a line the child ends, and TakeAnswer finds out.
+  if (!Send(line.Get(), &task, sizeof task)) shutdown(line.Get(), SHUT_RDWR);
 }
 
 std::optional<std::string> Worker::TakeAnswer() {
@@ -97,6 +99,7 @@ std::optional<std::string> Worker::TakeAnswer() {
 }
 
 std::string Worker::HowItEnded() {
+  shutdown(line.Get(), SHUT_RDWR);  // if it still waits for a task
   int status = 0;
   while (waitpid(process, &status, 0) < 0 && errno == EINTR)
     ThrowIfInterrupted();

@@ -17,9 +17,9 @@ std::string EngineFolder() {
 Engine::Engine() : modules(EngineFolder()) {
   SelectKernelBuild();
   if (Failed(Platform::CreateOnnxRuntime(modules.Engine(), runtime)))
-    throw Refusal(
-        "the inference engine " + EngineFolder() +
-        "/libonnxruntime.so.1 cannot be used; version 1.20 or later for this machine is needed");
+    throw Refusal("the inference engine " + EngineFolder() +
+                  "/libonnxruntime.so.1 cannot be used; version 1.20 or later for this machine is "
+                  "needed, and enough memory");
 }
 
 }  // namespace Orvik::Tesmo::Tool

@@ -3,6 +3,7 @@
 #include "command_line/errors.h"
 #include "failure/exceptions.h"
 #include "failure/result_code.h"
+#include "kernels/ipps.h"
 #include "model/report.h"
 #include "runtime/metadata.h"
 #include "runtime/metadata_json.h"
@@ -234,6 +235,7 @@ std::string TextOf(const winrt::hresult_error& error) {
 }
 
 std::string TextOf(const DSP::IPPException& error) {
+  if (error.status == ippStsMemAllocErr) return "there is not enough memory";
   return PrintableText(error.message) + ", status " + std::to_string(error.status);
 }
 

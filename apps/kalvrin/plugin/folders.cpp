@@ -1,11 +1,13 @@
 #include "plugin/folders.h"
 
+#include "audio/input_file.h"
+#include "audio/output_file.h"
 #include "command_line/errors.h"
 #include "model/installed_file.h"
 #include "plugin/turtle.h"
 
 #include <cstdlib>
-#include <fstream>
+#include <iostream>
 #include <unistd.h>
 
 namespace Orvik::Tesmo::Tool {
@@ -24,19 +26,17 @@ fs::path Beside(const fs::path& path, const char* what) {
 
 /// A program that has the old file open keeps it.
 void CopyInstalledFile(const char* name, const fs::path& folder) {
-  const fs::path target = folder / name;
-  const fs::path fresh = Beside(target, "new");
-  fs::copy_file(InstalledFile(name), fresh, fs::copy_options::overwrite_existing);
-  fs::rename(fresh, target);
+  const InputFile from(InstalledFile(name));
+  OutputFile to(folder / name);
+  CopyToEnd(from.Get(), from.Name(), to.Get(), to.Name());
+  to.Commit();
 }
 
 void WriteBytes(const fs::path& path, std::string_view bytes) {
-  const fs::path fresh = Beside(path, "new");
-  std::ofstream out(fresh, std::ios::binary);
-  out.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
-  out.close();
-  if (!out) throw Refusal("cannot write " + path.string());
-  fs::rename(fresh, path);
+  OutputFile out(path);
+  if (const int error = WriteFully(out.Get(), bytes.data(), bytes.size()))
+    throw Refusal("cannot write " + out.Name() + ": " + SystemErrorText(error));
+  out.Commit();
 }
 
 void WriteModel(const DescribedModel& model, const fs::path& file) {
@@ -55,12 +55,16 @@ void FillBundle(const DescribedModel& model, const fs::path& bundle) {
              ManifestText(model.description, "kalvrin_lv2.so", "plugins.ttl"));
 }
 
-/// Removed at the end of its life, whatever happens.
+/// Removed at the end of its life, whatever happens. Hosts would find what is left, so that is
+/// told.
 struct Scratch {
   fs::path path;
   ~Scratch() {
-    std::error_code ignored;
-    fs::remove_all(path, ignored);
+    std::error_code error;
+    fs::remove_all(path, error);
+    if (error)
+      std::cerr << "kalvrin: warning: cannot remove " << path.native() << ": " << error.message()
+                << '\n';
   }
 };
 
@@ -84,8 +88,14 @@ fs::path WriteLv2Bundle(const DescribedModel& model, const fs::path& folder) {
     const Scratch fresh{Beside(bundle, "new")};
     const Scratch old{Beside(bundle, "old")};
     FillBundle(model, fresh.path);
-    if (fs::exists(bundle)) fs::rename(bundle, old.path);
-    fs::rename(fresh.path, bundle);
+    const bool isThere = fs::exists(bundle);
+    if (isThere) fs::rename(bundle, old.path);
+    try {
+      fs::rename(fresh.path, bundle);
+    } catch (...) {
+      if (isThere) fs::rename(old.path, bundle);
+      throw;
+    }
     return bundle;
   });
 }
