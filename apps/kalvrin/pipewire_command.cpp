@@ -1,3 +1,4 @@
+#include "audio/file_names.h"
 #include "command.h"
 #include "command_line/child_process.h"
 #include "command_line/gains.h"
@@ -57,23 +58,15 @@ double Decibels(float gain) {
   return std::max(db, static_cast<double>(Plugin::lowestGainDb));
 }
 
-bool EqualInAscii(std::string_view left, std::string_view right) {
-  return std::ranges::equal(left, right, [](char a, char b) {
-    const auto small = [](char c) {
-      return c >= 'A' && c <= 'Z' ? static_cast<char>(c | 0x20) : c;
-    };
-    return small(a) == small(b);
-  });
-}
-
 std::vector<std::pair<std::string, double>> ControlsFor(const Settings& settings,
                                                         const Plugin::Description& d) {
   std::vector<std::pair<std::string, double>> controls;
   for (const std::string& name : d.classes)
     controls.emplace_back(name, 0);
   for (const ClassGain& wish : settings.gains) {
-    const auto place = std::ranges::find_if(
-        controls, [&](const auto& control) { return EqualInAscii(control.first, wish.name); });
+    const auto place = std::ranges::find_if(controls, [&](const auto& control) {
+      return LowerCase(control.first) == LowerCase(wish.name);
+    });
     if (place == controls.end()) throw UsageError("the model has no class '" + wish.name + "'");
     place->second = Decibels(wish.gain);
   }

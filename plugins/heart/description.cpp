@@ -71,6 +71,7 @@ std::filesystem::path DescriptionPath(const std::filesystem::path& model) {
 
 std::string DescriptionText(const Description& d) {
   std::ostringstream out;
+  out.exceptions(std::ios::badbit);  // or it would go on without memory
   out << header << "\nname " << d.name << "\nsymbol " << d.symbol << "\nrate " << d.sampleRateHz
       << "\nwindow " << d.windowLength << "\nlookahead " << d.lookaheadBlocks << "\nsequence "
       << d.sequenceSize << "\nspread " << d.isAlwaysSpread << '\n';

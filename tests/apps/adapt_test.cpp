@@ -165,16 +165,14 @@ void CheckAdapted(const std::string& name, const SourceOptions& options,
   SCOPED_TRACE(name);
   const TemporaryFolder folder;
   WriteFile(folder / "in.onnx", SourceModelMaker(options).Bytes());
-  const std::string files = '"' + (folder / "in.onnx") + "\" \"" + (folder / "out.onnx") + '"';
-  const Outcome adapted = RunShell("\"$TOOL\" adapt " + files + " --rate 16000 " + arguments);
+  const Outcome adapted = folder.Run("$TOOL adapt in.onnx out.onnx --rate 16000 " + arguments);
   ASSERT_EQ(adapted.exitStatus, 0) << adapted.err;
-  EXPECT_NE(adapted.out.find("loops      " + loops + '\n'), std::string::npos) << adapted.out;
+  ExpectPart(adapted.out, "loops      " + loops + '\n');
 
   Audio noise = MakeNoise(500, 2, TestSeed());
   noise.rate = 16000;
   WriteAudio(folder / "in.wav", noise);
-  const Outcome rendered = RunTool({"render", folder / "out.onnx", folder / "in.wav",
-                                    folder / "out.wav", "--rest", "0", "--sequence", "3"});
+  const Outcome rendered = folder.Run("$TOOL render out.onnx in.wav out.wav --rest 0 --sequence 3");
   ASSERT_EQ(rendered.exitStatus, 0) << rendered.err;
   float gain = 0;
   for (const float one : options.classes)
@@ -293,10 +291,10 @@ TEST(Adapt, RefusesWhatItCannotAdaptAndWritesNothing) {
     SCOPED_TRACE(row.name);
     const TemporaryFolder folder;
     WriteFile(folder / "in.onnx", SourceModelMaker(row.options).Bytes());
-    const Outcome outcome = RunShell("\"$TOOL\" adapt \"" + (folder / "in.onnx") + "\" \"" +
-                                     (folder / "out.onnx") + "\" " + row.arguments);
+    const Outcome outcome =
+        folder.Run(std::string("$TOOL adapt in.onnx out.onnx ") + row.arguments);
     EXPECT_EQ(outcome.exitStatus, row.status);
-    EXPECT_NE(outcome.err.find(row.text), std::string::npos) << outcome.err;
+    ExpectPart(outcome.err, row.text);
     EXPECT_EQ(folder.Names(), std::vector<std::string>{"in.onnx"});
   }
 }

@@ -41,7 +41,7 @@ protected:
   }
 
   Outcome Run(const std::string& line, int exitStatus = 0) {
-    Outcome outcome = RunShell("cd " + (folder / "") + " && $TOOL render " + line);
+    Outcome outcome = folder.Run("$TOOL render " + line);
     EXPECT_EQ(outcome.exitStatus, exitStatus) << line << '\n' << outcome.err;
     return outcome;
   }

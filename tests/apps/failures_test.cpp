@@ -74,7 +74,7 @@ TEST_F(Failure, IsOneLineAndLeavesNothing) {
       {"render model.onnx damaged.flac out.wav", "damaged.flac cannot be read past "},
   };
   for (const auto& row : rows) {
-    const Outcome outcome = RunShell("cd " + folder / "" + " && \"$TOOL\" " + row.line);
+    const Outcome outcome = folder.Run(std::string("$TOOL ") + row.line);
     EXPECT_EQ(outcome.exitStatus, 1) << row.line << '\n' << outcome.err;
     ExpectPart(outcome.err, row.message, row.line);
     EXPECT_EQ(std::count(outcome.err.begin(), outcome.err.end(), '\n'), 1) << outcome.err;
@@ -88,8 +88,8 @@ TEST_F(Failure, AFullDiskKeepsTheOldFile) {
     const std::string old = "what was there";
     WriteFile(folder / name, old);
     // 8 blocks of 512 bytes is all that a file may have.
-    const Outcome outcome = RunShell(
-        "cd " + folder / "" + " && ulimit -f 8 && \"$TOOL\" render model.onnx in.wav " + name);
+    const Outcome outcome =
+        folder.Run(std::string("ulimit -f 8 && $TOOL render model.onnx in.wav ") + name);
     EXPECT_EQ(outcome.exitStatus, 1) << name;
     EXPECT_EQ(outcome.err, std::string("kalvrin: cannot write ") + name + ": File too large\n");
     EXPECT_EQ(ReadFile(folder / name), old) << name;
@@ -105,9 +105,8 @@ TEST_F(Failure, AProtectedFileIsKept) {
   std::filesystem::permissions(folder / "out.wav", std::filesystem::perms::owner_read);
   // Root may write everything, so the program runs as nobody then.
   const std::string nobody = "setpriv --reuid=65534 --regid=65534 --clear-groups ";
-  const std::string line = "\"$TOOL\" render model.onnx in.wav out.wav";
-  const Outcome outcome =
-      RunShell("cd " + folder / "" + " && " + (geteuid() == 0 ? nobody + line : line));
+  const std::string line = "$TOOL render model.onnx in.wav out.wav";
+  const Outcome outcome = folder.Run(geteuid() == 0 ? nobody + line : line);
   if (outcome.exitStatus >= 126) GTEST_SKIP() << "nobody may not run the program: " << outcome.err;
   EXPECT_EQ(outcome.exitStatus, 1);
   EXPECT_EQ(outcome.err, "kalvrin: cannot write out.wav: Permission denied\n");
@@ -148,9 +147,7 @@ TEST_F(Failure, TheProgressBarIsForTerminalsOnly) {
   EXPECT_EQ(onTerminal.exitStatus, 0);
   ExpectPart(onTerminal.err, "[#");
   EXPECT_TRUE(onTerminal.err.ends_with("\r\x1b[K")) << "the line is not wiped";
-  const Outcome inPipe =
-      RunTool({"render", folder / "model.onnx", folder / "in.wav", folder / "out.wav"});
-  EXPECT_EQ(inPipe.err, "");
+  EXPECT_EQ(folder.Run("$TOOL render model.onnx in.wav out.wav").err, "");
 }
 
 }  // namespace

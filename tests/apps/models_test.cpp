@@ -46,62 +46,75 @@ TEST(CommandLine, HelpVersionAndWrongUse) {
       {"info /dev/null", 1, "/dev/null is empty"},
       {"--version > /dev/full", 1, "cannot write standard output: No space left on device"},
   };
+  const TemporaryFolder folder;
   for (const auto& row : rows) {
-    const Outcome outcome = RunShell(std::string("\"$TOOL\" ") + row.arguments);
+    const Outcome outcome = folder.Run(std::string("$TOOL ") + row.arguments);
     EXPECT_EQ(outcome.exitStatus, row.status) << row.arguments << '\n' << outcome.err;
     ExpectPart(row.status == 0 ? outcome.out : outcome.err, row.words, row.arguments);
     EXPECT_EQ(row.status == 0 ? outcome.err : outcome.out, "") << row.arguments;
   }
 }
 
+/// What a command says of a model.
+struct Row {
+  const char* name;
+  Options model;
+  const char* line;
+  int status;
+  std::vector<std::string> parts;
+};
+
+void ExpectAnswers(const std::vector<Row>& rows) {
+  const TemporaryFolder folder;
+  for (const Row& row : rows) {
+    WriteFile(folder / "model.onnx", MakeAudioModel(row.model));
+    const Outcome outcome = folder.Run(std::string("$TOOL ") + row.line);
+    EXPECT_EQ(outcome.exitStatus, row.status) << row.name << ": " << outcome.err;
+    EXPECT_EQ(outcome.err.starts_with("kalvrin: "), row.status != 0) << row.name;
+    for (const std::string& part : row.parts)
+      ExpectPart(outcome.out + outcome.err, part, row.name);
+  }
+}
+
 TEST(Bench, PrintsTablesAndSingleBlocks) {
-  const struct {
-    const char* name;
-    Options model;
-    const char* arguments;
-    int status;
-    std::vector<std::string> parts;
-  } rows[] = {
+  ExpectAnswers({
       {"free sizes",
        {.features = 512, .metadata = {{"SampleRate", "16000"}}},
-       "--block 64 --sequence 3",
+       "bench model.onnx --seconds 1 --blocks 20 --block 64 --sequence 3",
        0,
        {"2 channels, 256 frames a hop, 16000 Hz\n", "windows              64        128",
         "  3                  60.0 ", "real-time factor", "; 20 blocks in", "99.99 %",
         "with the model: 1 block\n", "of that on a processor\n", "without it: 19 blocks\n"}},
       {"fixed sizes",
        {.features = 512, .inputShape = Dimensions{3, 2, 512}},
-       "--sequence 2",
+       "bench model.onnx --seconds 1 --blocks 20 --sequence 2",
        0,
        {"3 channels, 256 frames a hop, 48000 Hz (the model states no rate)",
         "  1                     -          -", "with the model: 10 blocks"}},
       {"refused",
        {.features = 7},
-       "",
+       "bench model.onnx --seconds 1 --blocks 20",
        1,
        {"is refused: The window length (Features) must be even"}},
-      {"fails when run", {.failsFromEvaluation = 0}, "", 1, {"the inference engine cannot run"}},
-      {"fails later", {.failsFromEvaluation = 50}, "", 1, {"kalvrin: the model failed: "}},
-  };
-  const TemporaryFolder folder;
-  for (const auto& row : rows) {
-    WriteFile(folder / "model.onnx", MakeAudioModel(row.model));
-    const Outcome outcome = RunShell("\"$TOOL\" bench " + (folder / "model.onnx") +
-                                     " --seconds 1 --blocks 20 " + row.arguments);
-    EXPECT_EQ(outcome.exitStatus, row.status) << row.name << ": " << outcome.err;
-    for (const std::string& part : row.parts)
-      ExpectPart(outcome.out + outcome.err, part, row.name);
-  }
+      {"fails when run",
+       {.failsFromEvaluation = 0},
+       "bench model.onnx --seconds 1 --blocks 20",
+       1,
+       {"the inference engine cannot run"}},
+      {"fails later",
+       {.failsFromEvaluation = 50},
+       "bench model.onnx --seconds 1 --blocks 20",
+       1,
+       {"kalvrin: the model failed: "}},
+  });
 }
 
 TEST(Info, PrintsWhatAModelDeclares) {
-  const struct {
-    const char* name;
-    Options model;
-    std::vector<std::string> lines;
-  } rows[] = {
+  ExpectAnswers({
       {"bare",
        {.features = 512},
+       "info model.onnx",
+       0,
        {"(Model name N/A) (", "works on   samples", "window     512 frames\n", "hop        256",
         "4 windows per evaluation, the library's default", "lookahead  0 windows", "states     0",
         "input      float32 [channels *, windows *, samples 512]  audio",
@@ -125,6 +138,8 @@ TEST(Info, PrintsWhatAModelDeclares) {
                      {"AudioClassNames", "[\"Speech\",\"\xC3\x9C\"]"},
                      {"ChannelToAudioClassBindings", "[[1,\"speech\"],[0,\"Noise\"]]"},
                      {"Author", "someone\nelse"}}},
+       "info model.onnx",
+       0,
        {"Splitter (", "spectra of 257 bins", "window     512 frames (32.0 ms)",
         "6 windows per evaluation, the model's own choice", "lookahead  2 windows", "states     1",
         "[channels *, windows *, bins 257, components 2]", "state1     int64 [*, 3]  state 1",
@@ -138,64 +153,47 @@ TEST(Info, PrintsWhatAModelDeclares) {
         .metadata = {{"SampleRate", "44100.0"},
                      {"LookaheadNumBlocks", "null"},
                      {"AudioClassNames", "[\"A\",\"rest\",\"a\"]"}}},
+       "info model.onnx",
+       0,
        {"48000 (default; the model's 44100.0 is of another type)",
         "a stream takes SampleRate as 44100", "0 (default; the model's null is of another type)",
         "note: class 3, a, has the name of an earlier class",
         "note: the class rest hides the remainder"}},
-  };
-  const TemporaryFolder folder;
-  for (const auto& row : rows) {
-    WriteFile(folder / "model.onnx", MakeAudioModel(row.model));
-    const Outcome outcome = RunTool({"info", folder / "model.onnx"});
-    EXPECT_EQ(outcome.exitStatus, 0) << row.name << ": " << outcome.err;
-    for (const std::string& line : row.lines)
-      ExpectPart(outcome.out, line, row.name);
-  }
-}
-
-TEST(Info, PrintsTheTensorsOfARefusedModel) {
-  const TemporaryFolder folder;
-  WriteFile(folder / "model.onnx", MakeAudioModel({.features = 7}));
-  const Outcome outcome = RunTool({"info", folder / "model.onnx"});
-  EXPECT_EQ(outcome.exitStatus, 1);
-  ExpectPart(outcome.out, "input      float32 [*, *, 7]");
-  ExpectPart(outcome.err, "is refused: The window length (Features) must be even; export");
+      {"refused",
+       {.features = 7},
+       "info model.onnx",
+       1,
+       {"input      float32 [*, *, 7]",
+        "is refused: The window length (Features) must be even; export"}},
+  });
 }
 
 TEST(Check, AcceptsAModelAtTheSizesItTakes) {
-  const struct {
-    const char* name;
-    Options model;
-    std::vector<std::string> arguments, lines;
-  } rows[] = {
+  ExpectAnswers({
       {"free sizes",
        {.features = 512, .metadata = {{"SampleRate", "48000"}}},
-       {},
-       {"2 channels, 4 windows of 512 frames per evaluation, blocks of 256 frames",
+       "check model.onnx",
+       0,
+       {"accepted: ", "2 channels, 4 windows of 512 frames per evaluation, blocks of 256 frames",
         "latency    1024 frames (21.3 ms)"}},
       {"sizes asked for",
        {},
-       {"--channels=3", "--sequence=2", "--block=5"},
+       "check model.onnx --channels=3 --sequence=2 --block=5",
+       0,
        {"3 channels, 2 windows of 8 frames per evaluation, blocks of 5 frames",
         "latency    12 frames\n"}},
       {"fixed sizes",
        {.inputShape = Dimensions{5, 6, 8}, .metadata = {{"BaselineSequenceSize", "6"}}},
-       {},
+       "check model.onnx",
+       0,
        {"5 channels, 6 windows"}},
-      {"no channel dimension", {.inputRank = 2}, {}, {"1 channel, 4 windows"}},
-      {"spectra", {.features = 9, .inputRank = 4, .outputRank = 5}, {}, {"windows of 16 frames"}},
-  };
-  const TemporaryFolder folder;
-  for (const auto& row : rows) {
-    WriteFile(folder / "model.onnx", MakeAudioModel(row.model));
-    std::vector<std::string> arguments = {"check", folder / "model.onnx"};
-    arguments.insert(arguments.end(), row.arguments.begin(), row.arguments.end());
-    const Outcome outcome = RunTool(arguments);
-    EXPECT_EQ(outcome.exitStatus, 0) << row.name << ": " << outcome.out << outcome.err;
-    EXPECT_EQ(outcome.out.rfind("accepted: ", 0), 0) << row.name;
-    for (const std::string& line : row.lines)
-      ExpectPart(outcome.out, line, row.name);
-  }
+      {"no channel dimension", {.inputRank = 2}, "check model.onnx", 0, {"1 channel, 4 windows"}},
+      {"spectra",
+       {.features = 9, .inputRank = 4, .outputRank = 5},
+       "check model.onnx",
+       0,
+       {"windows of 16 frames"}},
+  });
 }
 
 /// A model of one node, from the first tensor to the second.
@@ -309,9 +307,8 @@ TEST(Check, ExplainsEveryRefusal) {
   };
   const TemporaryFolder folder;
   for (const auto& row : rows) {
-    const std::string path = folder / "model.onnx";
-    WriteFile(path, row.model);
-    const Outcome outcome = RunShell("\"$TOOL\" check " + path + ' ' + row.arguments);
+    WriteFile(folder / "model.onnx", row.model);
+    const Outcome outcome = folder.Run(std::string("$TOOL check model.onnx ") + row.arguments);
     EXPECT_EQ(outcome.exitStatus, 1) << row.name << ": " << outcome.out << outcome.err;
     ExpectPart(outcome.out, std::string("refused: ") + row.reason, row.name);
     ExpectPart(outcome.out, row.found, row.name);

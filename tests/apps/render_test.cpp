@@ -252,7 +252,7 @@ TEST_F(Render, ThroughPipesAndOntoItself) {
   for (const auto& row : rows) {
     Prepare({}, audio);
     std::filesystem::remove(folder / "out.wav");
-    const Outcome outcome = RunShell("cd " + folder / "" + " && " + row.line);
+    const Outcome outcome = folder.Run(row.line);
     EXPECT_EQ(outcome.exitStatus, 0) << row.line << '\n' << outcome.err;
     const std::string& summary = row.summaryOnErrors ? outcome.err : outcome.out;
     ExpectPart(summary, "real-time factor ");

@@ -92,16 +92,17 @@ std::vector<std::string> TemporaryFolder::Names() const {
   return names;
 }
 
+Outcome TemporaryFolder::Run(const std::string& line) const {
+  return TestSupport::Run(
+      {"/bin/sh", "-c", "TOOL='" KALVRIN_TOOL "'; cd " + path.string() + " && " + line});
+}
+
 std::string ToolPath() {
   return KALVRIN_TOOL;
 }
 
 Outcome RunTool(const std::vector<std::string>& arguments) {
   return Run(WithTool(arguments));
-}
-
-Outcome RunShell(const std::string& line) {
-  return Run({"/bin/sh", "-c", "TOOL='" KALVRIN_TOOL "'; " + line});
 }
 
 void ExpectPart(const std::string& text, std::string_view part, std::string_view where) {

@@ -10,6 +10,12 @@
 
 namespace TestSupport {
 
+struct Outcome {
+  int exitStatus = -1;  // -1: ended by `signal`
+  int signal = 0;
+  std::string out, err;
+};
+
 /// A folder of its own for each test, removed at its end.
 class TemporaryFolder {
 public:
@@ -21,15 +27,11 @@ public:
   std::string operator/(std::string_view name) const { return path / name; }
   /// Names of what stands in it, hidden ones too, in order.
   std::vector<std::string> Names() const;
+  /// Runs a line of shell in it, in which $TOOL is the program.
+  Outcome Run(const std::string& line) const;
 
 private:
   std::filesystem::path path;
-};
-
-struct Outcome {
-  int exitStatus = -1;  // -1: ended by `signal`
-  int signal = 0;
-  std::string out, err;
 };
 
 /// Where the program is.
@@ -37,9 +39,6 @@ std::string ToolPath();
 
 /// Runs the program with `arguments`, standard input empty, and waits for its end.
 Outcome RunTool(const std::vector<std::string>& arguments);
-
-/// Runs a line of shell in which $TOOL is the program.
-Outcome RunShell(const std::string& line);
 
 /// Fails the test where `part` does not occur in `text`.
 void ExpectPart(const std::string& text, std::string_view part, std::string_view where = {});

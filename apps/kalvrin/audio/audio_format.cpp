@@ -1,5 +1,6 @@
 #include "audio/audio_format.h"
 
+#include "audio/file_names.h"
 #include "command_line/errors.h"
 
 #include <algorithm>
@@ -70,10 +71,8 @@ int ParseEncoding(std::string_view text) {
 }
 
 int ContainerForPath(std::string_view path) {
-  std::string extension = std::filesystem::path(path).extension();
+  const std::string extension = LowerCase(std::filesystem::path(path).extension());
   if (extension.empty()) return SF_FORMAT_WAV;
-  for (char& letter : extension)
-    if (letter >= 'A' && letter <= 'Z') letter |= 0x20;
   for (const Container& row : containers)
     if (extension == row.extension || extension == row.otherExtension) return row.number;
   throw UsageError("no audio format has the extension " + extension +

@@ -25,13 +25,13 @@ std::string SafeFileName(std::string_view text) {
   return name;
 }
 
-std::string Folded(std::string text) {
+}  // namespace
+
+std::string LowerCase(std::string text) {
   for (char& c : text)
     if (c >= 'A' && c <= 'Z') c |= 0x20;
   return text;
 }
-
-}  // namespace
 
 std::vector<std::string> SafeFileNames(const std::vector<std::string>& texts) {
   std::set<std::string> used;
@@ -39,7 +39,7 @@ std::vector<std::string> SafeFileNames(const std::vector<std::string>& texts) {
   for (const std::string& text : texts) {
     const std::string plain = SafeFileName(text);
     std::string name = plain;
-    for (int number = 2; !used.insert(Folded(name)).second; ++number)
+    for (int number = 2; !used.insert(LowerCase(name)).second; ++number)
       name = plain + "-" + std::to_string(number);
     names.push_back(name);
   }

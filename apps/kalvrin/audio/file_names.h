@@ -12,4 +12,7 @@ namespace Orvik::Tesmo::Tool {
 /// is at most 100 bytes long.
 std::vector<std::string> SafeFileNames(const std::vector<std::string>& texts);
 
+/// The text with the letters A to Z small; all others stay.
+std::string LowerCase(std::string text);
+
 }  // namespace Orvik::Tesmo::Tool

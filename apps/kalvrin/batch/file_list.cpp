@@ -2,6 +2,7 @@
 
 #include "audio/audio_format.h"
 #include "audio/descriptor.h"
+#include "audio/file_names.h"
 #include "command_line/arguments.h"
 #include "command_line/errors.h"
 #include "command_line/interrupt.h"
@@ -25,14 +26,9 @@ constexpr std::string_view audioExtensions[] = {".wav",  ".wave", ".flac", ".ogg
                                                 ".opus", ".mp3",  ".aif",  ".aiff", ".aifc",
                                                 ".au",   ".snd",  ".w64",  ".rf64", ".caf"};
 
-std::string Lowered(std::string text) {
-  for (char& letter : text)
-    if (letter >= 'A' && letter <= 'Z') letter |= 0x20;
-  return text;
-}
-
 bool IsAudio(const fs::path& path) {
-  return std::ranges::find(audioExtensions, Lowered(path.extension())) != std::end(audioExtensions);
+  return std::ranges::find(audioExtensions, LowerCase(path.extension())) !=
+         std::end(audioExtensions);
 }
 
 bool IsHidden(const fs::path& path) {

@@ -1,7 +1,9 @@
 #include "plugin/described_model.h"
 
 #include "command_line/errors.h"
+#include "failure/exceptions.h"
 #include "kalvrin/stream_processor.h"
+#include "kernels/ipps.h"
 #include "model/engine.h"
 #include "model/model_description.h"
 #include "model/model_facts.h"
@@ -14,6 +16,7 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <new>
 #include <optional>
 #include <stdexcept>
 
@@ -68,6 +71,11 @@ DescribedModel::DescribedModel(const std::string& path, const PluginRequest& req
       AssembleStream(engine.Runtime(), file.bytes.data(), file.bytes.size(),
                      description.sequenceSize, count, description.ChunkFrames());
       description.channelCounts.push_back(count);
+    } catch (const std::bad_alloc&) {
+      throw;  // which says nothing of the model
+    } catch (const DSP::IPPException& error) {
+      if (error.status == ippStsMemAllocErr) throw;
+      refuse();
     } catch (...) {
       refuse();
     }

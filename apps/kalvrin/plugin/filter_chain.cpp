@@ -2,22 +2,10 @@
 
 #include "shell/ports.h"
 
+#include <iomanip>
 #include <sstream>
 
 namespace Orvik::Tesmo::Tool {
-namespace {
-
-std::string Quoted(const std::string& text) {
-  std::string quoted = "\"";
-  for (const char c : text) {
-    if (c == '"' || c == '\\') quoted += '\\';
-    quoted += c;
-  }
-  return quoted + '"';
-}
-
-}  // namespace
-
 std::string MicrophoneName(const Plugin::Description& description) {
   return "kalvrin." + description.symbol;
 }
@@ -28,6 +16,7 @@ std::string FilterChainText(const FilterChain& chain) {
                                    ? "audio.channels = 1 audio.position = [ MONO ]"
                                    : "audio.channels = 2 audio.position = [ FL FR ]";
   std::ostringstream out;
+  out.exceptions(std::ios::badbit);  // or it would go on without memory
   out << R"(context.spa-libs = {
   audio.convert.* = audioconvert/libspa-audioconvert
   support.*       = support/libspa-support
@@ -40,29 +29,30 @@ context.modules = [
   { name = libpipewire-module-filter-chain
     args = {
       node.description = )"
-      << Quoted(chain.description.name) << "\n      media.name = " << Quoted(chain.description.name)
-      << R"(
+      << std::quoted(chain.description.name)
+      << "\n      media.name = " << std::quoted(chain.description.name) << R"(
       filter.graph = {
         nodes = [
           { type = ladspa
             name = model
             plugin = )"
-      << Quoted(chain.library.string()) << "\n            label = " << chain.description.symbol
+      << std::quoted(chain.library.string()) << "\n            label = " << chain.description.symbol
       << '_' << Plugin::FormName(chain.channelCount) << "\n            control = {\n";
   for (const auto& [port, value] : chain.controls)
-    out << "              " << Quoted(port) << " = " << value << '\n';
+    out << "              " << std::quoted(port) << " = " << value << '\n';
   out << R"(            }
           }
         ]
       }
       capture.props = {
         node.name = )"
-      << Quoted("capture." + name) << "\n        node.passive = true\n        " << channels << '\n';
-  if (!chain.target.empty()) out << "        target.object = " << Quoted(chain.target) << '\n';
+      << std::quoted("capture." + name) << "\n        node.passive = true\n        " << channels
+      << '\n';
+  if (!chain.target.empty()) out << "        target.object = " << std::quoted(chain.target) << '\n';
   out << R"(      }
       playback.props = {
         node.name = )"
-      << Quoted(name) << "\n        media.class = Audio/Source\n        " << channels << R"(
+      << std::quoted(name) << "\n        media.class = Audio/Source\n        " << channels << R"(
       }
     }
   }

@@ -7,7 +7,9 @@
 #include "plugin/turtle.h"
 
 #include <cstdlib>
+#include <cstring>
 #include <iostream>
+#include <new>
 #include <unistd.h>
 
 namespace Orvik::Tesmo::Tool {
@@ -61,10 +63,14 @@ struct Scratch {
   fs::path path;
   ~Scratch() {
     std::error_code error;
-    fs::remove_all(path, error);
-    if (error)
-      std::cerr << "kalvrin: warning: cannot remove " << path.native() << ": " << error.message()
-                << '\n';
+    try {
+      fs::remove_all(path, error);
+    } catch (const std::bad_alloc&) {
+      error = std::make_error_code(std::errc::not_enough_memory);
+    }
+    if (error)  // in words that need no memory
+      std::cerr << "kalvrin: warning: cannot remove " << path.native() << ": "
+                << std::strerror(error.value()) << '\n';  // NOLINT(concurrency-mt-unsafe)
   }
 };
 

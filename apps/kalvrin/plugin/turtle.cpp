@@ -23,15 +23,6 @@ constexpr const char* prefixes = R"(@prefix bufsz: <http://lv2plug.in/ns/ext/buf
 @prefix urid: <http://lv2plug.in/ns/ext/urid#> .
 )";
 
-std::string Quoted(const std::string& text) {
-  std::string quoted = "\"";
-  for (const char c : text) {
-    if (c == '"' || c == '\\') quoted += '\\';
-    quoted += c;
-  }
-  return quoted + '"';
-}
-
 /// What sets a port apart from others of its kind.
 const char* Particulars(Role role) {
   switch (role) {
@@ -63,7 +54,7 @@ const char* Particulars(Role role) {
 void WritePort(std::ostream& out, const Port& port, std::size_t number) {
   out << "    a " << (port.IsWritten() ? "lv2:OutputPort" : "lv2:InputPort") << ", "
       << (port.IsAudio() ? "lv2:AudioPort" : "lv2:ControlPort") << " ;\n    lv2:index " << number
-      << " ;\n    lv2:symbol \"" << port.symbol << "\" ;\n    lv2:name " << Quoted(port.name);
+      << " ;\n    lv2:symbol \"" << port.symbol << "\" ;\n    lv2:name " << std::quoted(port.name);
   if (!port.IsAudio()) {
     out << " ;\n    lv2:minimum " << port.lowest << " ;\n    lv2:maximum " << port.highest;
     if (!port.IsWritten()) out << " ;\n    lv2:default " << port.initial;
@@ -73,7 +64,8 @@ void WritePort(std::ostream& out, const Port& port, std::size_t number) {
 
 void WritePlugin(std::ostream& out, const Description& d, unsigned channelCount) {
   out << "\n<" << Plugin::Lv2Uri(d, channelCount) << ">\n  a lv2:Plugin, lv2:FilterPlugin ;\n"
-      << "  doap:name " << Quoted(d.name + " (" + Plugin::FormName(channelCount) + ")") << " ;\n"
+      << "  doap:name " << std::quoted(d.name + " (" + Plugin::FormName(channelCount) + ")")
+      << " ;\n"
       << "  doap:license <http://opensource.org/licenses/Apache-2.0> ;\n"
          "  lv2:minorVersion 0 ;\n  lv2:microVersion 1 ;\n"
          "  lv2:optionalFeature opts:options, urid:map"
@@ -93,6 +85,7 @@ void WritePlugin(std::ostream& out, const Description& d, unsigned channelCount)
 std::string ManifestText(const Description& d, const std::string& binary,
                          const std::string& plugins) {
   std::ostringstream out;
+  out.exceptions(std::ios::badbit);  // or it would go on without memory
   out << "@prefix lv2: <http://lv2plug.in/ns/lv2core#> .\n"
          "@prefix rdfs: <http://www.w3.org/2000/01/rdf-schema#> .\n";
   for (const unsigned count : d.channelCounts)
@@ -103,6 +96,7 @@ std::string ManifestText(const Description& d, const std::string& binary,
 
 std::string PluginsText(const Description& d) {
   std::ostringstream out;
+  out.exceptions(std::ios::badbit);  // or it would go on without memory
   out << std::fixed << std::setprecision(1)
       << "@prefix rdf: <http://www.w3.org/1999/02/22-rdf-syntax-ns#> .\n"
       << prefixes;
