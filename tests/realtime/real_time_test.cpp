@@ -92,6 +92,7 @@ TEST(Watch, SeesWhatIsPlanted) {
       {"pthread_cond_timedwait", Act::Wait,
        [] { pthread_cond_timedwait(&condition, &mutex, &past); }},
       {"sem_trywait", Act::Wait, [] { sem_trywait(&semaphore); }},
+      {"sem_post", Act::WakeUp, [] { sem_post(&semaphore); }},
       {"nanosleep", Act::Wait, [] { nanosleep(&past, nullptr); }},
       {"sched_yield", Act::Wait, [] { sched_yield(); }},
       {"poll", Act::Wait, [] { poll(nullptr, 0, 0); }},

@@ -236,7 +236,7 @@ void free(void* block) {
   __libc_free(block);
 }
 
-#define WAIT(name, parameters, arguments)                                                          \
+#define PASS_ON(act, name, parameters, arguments)                                                  \
   int name parameters {                                                                            \
     static decltype(&name) next = nullptr;                                                         \
     auto found = __atomic_load_n(&next, __ATOMIC_RELAXED);                                         \
@@ -244,9 +244,10 @@ void free(void* block) {
       found = reinterpret_cast<decltype(&name)>(dlsym(RTLD_NEXT, #name));                          \
       __atomic_store_n(&next, found, __ATOMIC_RELAXED);                                            \
     }                                                                                              \
-    Note(Act::Wait, #name);                                                                        \
+    Note(Act::act, #name);                                                                         \
     return found arguments;                                                                        \
   }
+#define WAIT(name, parameters, arguments) PASS_ON(Wait, name, parameters, arguments)
 WAIT(pthread_mutex_lock, (pthread_mutex_t * m), (m))
 WAIT(pthread_mutex_trylock, (pthread_mutex_t * m), (m))
 WAIT(pthread_mutex_timedlock, (pthread_mutex_t * m, const timespec* t), (m, t))
@@ -269,7 +270,7 @@ WAIT(pthread_join, (pthread_t t, void** r), (t, r))
 WAIT(sem_wait, (sem_t * s), (s))
 WAIT(sem_trywait, (sem_t * s), (s))
 WAIT(sem_timedwait, (sem_t * s, const timespec* t), (s, t))
-WAIT(sem_post, (sem_t * s), (s))
+PASS_ON(WakeUp, sem_post, (sem_t * s), (s))
 WAIT(nanosleep, (const timespec* t, timespec* left), (t, left))
 WAIT(clock_nanosleep, (clockid_t c, int f, const timespec* t, timespec* left), (c, f, t, left))
 WAIT(usleep, (useconds_t t), (t))

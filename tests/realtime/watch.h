@@ -10,9 +10,10 @@
 
 namespace TestSupport {
 
-enum class Act { Allocation, Release, Wait, SystemCall };
-inline constexpr std::array<const char*, 4> actNames = {"allocations", "releases",
-                                                        "locks and waits", "system calls"};
+/// A wake-up is a sem_post, which waits for nobody.
+enum class Act { Allocation, Release, Wait, WakeUp, SystemCall };
+inline constexpr std::array<const char*, 5> actNames = {
+    "allocations", "releases", "locks and waits", "wake-ups", "system calls"};
 
 /// How often each Act was seen.
 struct Tally {
