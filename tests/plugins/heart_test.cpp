@@ -326,10 +326,11 @@ TEST(Heart, ModesChangeInSilenceAndInStep) {
   for (const double hostHz : {16000.0, 48000.0}) {
     Heart heart(model.description, model.bytes, hostHz, 1);
     const Audio input = Chord(1, 90000, hostHz);
-    const auto controls = [&](std::size_t frame) {
-      Controls at = Knobs()(frame);
-      at.mode = frame / 30000 == 1 ? ModeWish::Spread : ModeWish::Direct;
-      return at;
+    const auto controls = [](std::size_t frame) -> Controls {
+      const bool spreads = frame / 30000 == 1;
+      return {.classGainsDb = {},
+              .mode = spreads ? ModeWish::Spread : ModeWish::Direct,
+              .mayWait = true};
     };
     const Audio output = Play(heart, input, Constant(50), controls);
     const std::size_t direct = heart.GetLatencyFrames(ModeWish::Direct);
@@ -354,8 +355,7 @@ TEST(Heart, LateResultsAreSilentAndCounted) {
   std::vector<float> out(32);
   const float* const input[] = {ones.data()};
   float* const output[] = {out.data()};
-  Controls controls;
-  controls.mode = ModeWish::Spread;
+  Controls controls{.classGainsDb = {}, .mode = ModeWish::Spread};
   std::uint64_t silent = 0;
   for (int i = 0; i < 20000; ++i) {
     heart.Process(input, output, 32, controls);

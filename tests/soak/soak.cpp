@@ -250,7 +250,6 @@ private:
   /// What both have given so far, and in unity segments that it is the input.
   void Compare() {
     const std::uint64_t n = std::min(random.out.Frames(), even.out.Frames());
-    const std::uint64_t delay = row.hop * (1 + row.lookahead);
     // the input from frame max(0, compared - delay) on is still in `in`
     for (std::uint64_t c = 0; c < channels; ++c) {
       for (std::uint64_t i = 0; i < n; ++i) {
@@ -274,12 +273,10 @@ private:
   }
 
   /// The first frame of the segment that `in` still holds.
-  std::uint64_t InFrom() const {
-    const std::uint64_t delay = row.hop * (1 + row.lookahead);
-    return compared - std::min(compared, delay);
-  }
+  std::uint64_t InFrom() const { return compared - std::min(compared, delay); }
 
   const Row& row;
+  const std::uint64_t delay = row.hop * (1 + row.lookahead);
   Generator generator;
   ShadowedRuntime shadowed;
   Side random, even;

@@ -325,11 +325,11 @@ FakeModel MakeFakeAudioModel(std::int64_t windowLength, std::vector<float> class
   output.insert(output.end(), window.begin(), window.end());
   model.inputs = {{u"input", input}};
   model.outputs = {{u"output", output}};
-  std::u16string names;
+  std::string names;
   for (std::size_t k = 0; k < classGains.size(); ++k)
-    names +=
-        (k ? u",\"Class" : u"\"Class") + std::u16string(1, static_cast<char16_t>(u'0' + k)) + u"\"";
-  model.metadata = {{u"AudioClassNames", u"[" + names + u"]"}};
+    names += (k ? ",\"Class" : "\"Class") + std::to_string(k) + '"';
+  names = '[' + names + ']';
+  model.metadata = {{u"AudioClassNames", {names.begin(), names.end()}}};
   model.evaluate = [classGains = std::move(classGains)](const FakeEvaluation& evaluation) {
     const FakeTensorView& in = evaluation.inputs[0];
     const FakeTensorView& out = evaluation.outputs[0];
