@@ -51,11 +51,11 @@ void CheckReal(const Members& m, Input& input, int order, int flag) {
       return isInPlace && src == dst ? inPlace(dst, spec, work) : apart(src, dst, spec, work);
     };
   };
-  TransformCheck({m.name, std::size_t{1} << order, true, flag, static_cast<std::size_t>(workSize),
-                  bound(m.ippsFFTFwd_RToCCS_32f, m.ippsFFTFwd_RToCCS_32f_I),
-                  bound(m.ippsFFTInv_CCSToR_32f, m.ippsFFTInv_CCSToR_32f_I)},
-                 input)
-      .Run();
+  Transform transform = {m.name, std::size_t{1} << order, true, flag,
+                         static_cast<std::size_t>(workSize)};
+  transform.forward = bound(m.ippsFFTFwd_RToCCS_32f, m.ippsFFTFwd_RToCCS_32f_I);
+  transform.inverse = bound(m.ippsFFTInv_CCSToR_32f, m.ippsFFTInv_CCSToR_32f_I);
+  TransformCheck(transform, input).Run();
   Expect(m.ippsFFTFree_R_32f(spec) == ippStsNoErr, "the plan does not go");
   if (own) Expect(specRoom.Intact() && initRoom.Intact(), "planning wrote beside its memory");
 }
@@ -66,10 +66,11 @@ void CheckComplex(const Members& m, Input& input, int order, int flag) {
          order);
   int workSize = 0;
   m.ippsFFTGetBufSize_C_32fc(spec, &workSize);
-  TransformCheck({m.name, std::size_t{1} << order, false, flag, static_cast<std::size_t>(workSize),
-                  Bound(m.ippsFFTFwd_CToC_32fc, spec), Bound(m.ippsFFTInv_CToC_32fc, spec)},
-                 input)
-      .Run();
+  Transform transform = {m.name, std::size_t{1} << order, false, flag,
+                         static_cast<std::size_t>(workSize)};
+  transform.forward = Bound(m.ippsFFTFwd_CToC_32fc, spec);
+  transform.inverse = Bound(m.ippsFFTInv_CToC_32fc, spec);
+  TransformCheck(transform, input).Run();
   Expect(m.ippsFFTFree_C_32fc(spec) == ippStsNoErr, "the plan does not go");
 }
 
