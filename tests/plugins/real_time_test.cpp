@@ -50,8 +50,8 @@ TEST(HeartRealTime, AllocatesNothingAndWaitsForNothing) {
     const Observed seen = RunWatched([&] { Play(heart, row.mode, left, right); });
     // all but to wake the worker, each time by one system call at most
     const long wakeUps = seen.ours[Act::WakeUp], systemCalls = seen.ours[Act::SystemCall];
-    EXPECT_EQ(seen.ours.Sum() - wakeUps - systemCalls, 0) << seen.firstOfOurs;
-    EXPECT_LE(systemCalls, wakeUps) << seen.firstOfOurs;
+    EXPECT_EQ(seen.ours.Sum() - wakeUps - systemCalls, 0) << seen.Text();
+    EXPECT_LE(systemCalls, wakeUps) << seen.Text();
     EXPECT_EQ(wakeUps > 0, row.mode != ModeWish::Direct);
     EXPECT_EQ(seen.engines.Sum() > 0, row.evaluates);
   }

@@ -91,7 +91,8 @@ TEST(Watch, SeesWhatIsPlanted) {
     if (row.act == Act::SystemCall && !seen.seesSystemCalls) continue;
     EXPECT_GE(seen.ours[row.act], 1) << row.name;
     EXPECT_EQ(seen.engines.Sum(), 0) << row.name;
-    EXPECT_EQ(seen.firstOfOurs.substr(0, seen.firstOfOurs.find('\n')), row.name);
+    const std::string& first = seen.firstOfOurs[static_cast<std::size_t>(row.act)];
+    EXPECT_EQ(first.substr(0, first.find('\n')), row.name);
   }
   EXPECT_EQ(RunWatched([] {}).ours.Sum(), 0) << "nothing planted";
 }
@@ -231,8 +232,7 @@ TEST(RealTime, WithTheEngineAllElseIsTheEngines) {
     Host host(std::move(stream), sizes);
     const WatchedHost watched = WatchHost(host);
     for (const Observed* seen : {&watched.shorter, &watched.longer, &watched.uneven}) {
-      EXPECT_EQ(seen->ours.Sum(), 0) << regime.name << "; " << sizes.Text() << '\n'
-                                     << seen->firstOfOurs;
+      EXPECT_EQ(seen->ours.Sum(), 0) << regime.name << "; " << sizes.Text() << '\n' << seen->Text();
       EXPECT_GT(seen->engines[Act::Allocation], 0) << regime.name << ": is it the engine at all?";
       seesSystemCalls = seesSystemCalls && seen->seesSystemCalls;
     }
