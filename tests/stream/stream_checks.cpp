@@ -94,22 +94,22 @@ Pattern RandomPattern(std::mt19937_64& generator) {
 ComparedStream::ComparedStream(const StreamMaker& make, const StreamSizes& sizes,
                                std::uint64_t seed, bool fromModel)
     : sizes(sizes), stream(make(sizes)), reference(sizes), generator(seed) {
-  if (stream) SetUnity(*stream, fromModel);
+  if (!stream) throw std::runtime_error("no stream: " + sizes.Text());
+  SetUnity(*stream, fromModel);
 }
 
 void ComparedStream::Process(std::uint64_t frames, std::int32_t continuation, bool inPlace) {
-  ASSERT_TRUE(stream) << sizes.Text();
   HostBlock input(sizes.channels, frames, 0.0f);
   HostBlock output(sizes.channels, frames, Untouched);
   std::uniform_real_distribution<float> noise(-1.0f, 1.0f);
-  Frames block(frames, Frame(sizes.channels));
-  for (std::uint64_t i = 0; i < frames; ++i)
-    for (std::uint64_t c = 0; c < sizes.channels; ++c)
-      block[i][c] = input.samples[c][i] = signal.value_or(noise(generator));
+  Planar block(sizes.channels, Samples(frames));
+  for (std::uint64_t c = 0; c < sizes.channels; ++c)
+    for (std::uint64_t i = 0; i < frames; ++i)
+      block[c][i] = input.samples[c][i] = signal.value_or(noise(generator));
   const HostBlock before = inPlace ? input : output;
   HostBlock& written = inPlace ? input : output;
 
-  std::optional<Frames> expected;
+  std::optional<Planar> expected;
   try {
     expected = reference.Process(block, continuation != 0);
   } catch (const std::runtime_error&) {
@@ -120,13 +120,14 @@ void ComparedStream::Process(std::uint64_t frames, std::int32_t continuation, bo
     stream->ProcessBlock(input.pointers.data(), written.pointers.data(), frames, continuation);
   } catch (...) {
     failed = true;
+    failure = std::current_exception();
   }
   ASSERT_EQ(failed, !expected) << sizes.Text() << "; at " << position;
 
-  const std::uint64_t count = expected ? expected->size() : 0;
+  const std::uint64_t count = expected ? expected->front().size() : 0;
   for (std::uint64_t c = 0; c < sizes.channels; ++c) {
     for (std::uint64_t i = 0; i < written.samples[c].size(); ++i) {
-      const double wanted = i < count ? (*expected)[i][c] : before.samples[c][i];
+      const double wanted = i < count ? (*expected)[c][i] : before.samples[c][i];
       ASSERT_NEAR(written.samples[c][i], wanted, i < count ? scale * Tolerance : 0.0)
           << sizes.Text() << "; channel " << c << ", frame " << i << " of a block of " << frames
           << " at " << position << ", continuation " << continuation;
