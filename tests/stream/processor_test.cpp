@@ -22,8 +22,8 @@
 namespace {
 
 using namespace TestSupport;
-using Orvik::Tesmo::AssembleStream;
-using Orvik::Tesmo::StreamProcessor;
+using namespace Orvik::Tesmo;
+using Orvik::Tesmo::Dnn::Kalvrin;
 using Stream = std::unique_ptr<StreamProcessor>;
 
 /// Passes its first class, the first S windows, through. Names, metadata and states are such that
@@ -73,15 +73,15 @@ TEST(OverlapAdd, AModelOnSamplesIsGivenThemBareAndWindowedBehind) {
     FakeRuntime runtime(model);
     const auto make = [&](const StreamSizes&) {
       const bool lacksChannels = hop % 2 == 0;
-      auto stage = std::make_unique<Orvik::Tesmo::OverlapAddStage>(
-          hop, lacksChannels ? sizes.sequence : 1, lacksChannels ? 1 : sizes.channels, 0);
+      auto stage = std::make_unique<OverlapAddStage>(hop, lacksChannels ? sizes.sequence : 1,
+                                                     lacksChannels ? 1 : sizes.channels, 0);
       if (lacksChannels)
         stage->SetChannelCount(sizes.channels);
       else
         stage->SetSequenceSize(sizes.sequence);
-      return std::make_unique<Orvik::Tesmo::WindowedStreamProcessor>(
-          std::make_unique<Orvik::Tesmo::Dnn::Kalvrin>(runtime, "model", 5, 3, 2), std::move(stage),
-          sizes.sequence, sizes.channels, sizes.block);
+      return std::make_unique<WindowedStreamProcessor>(
+          std::make_unique<Kalvrin>(runtime, "model", 5, 3, 2), std::move(stage), sizes.sequence,
+          sizes.channels, sizes.block);
     };
     ComparedStream compared(make, sizes, TestSeed(), true);
     compared.Reference().SetRule([](std::size_t, Planar windows) {
@@ -125,7 +125,7 @@ TEST(Processor, EvaluationFailuresReachTheHostAsTheirClassAndTheStreamGoesOn) {
   }
 }
 
-TEST(Processor, WhatIsOutOfRangeIsRefusedBeforeTheModelIsLoaded) {
+TEST(Processor, WhatIsOutOfRangeIsRefusedAndBeforeTheModelIsLoaded) {
   const struct {
     const void* model;
     std::uint64_t channels, block;
@@ -133,10 +133,14 @@ TEST(Processor, WhatIsOutOfRangeIsRefusedBeforeTheModelIsLoaded) {
   for (const auto& row : rows) {
     FakeRuntime runtime(ModelFor({}));
     EXPECT_THROW(AssembleStream(runtime, row.model, 5, 2, row.channels, row.block),
-                 Orvik::Tesmo::ContractException)
+                 ContractException)
         << row.channels << " channels, blocks of " << row.block;
     EXPECT_TRUE(runtime.GetCalls().empty());
   }
+  FakeRuntime runtime(ModelFor({}));
+  auto core = std::make_unique<Kalvrin>(runtime, "model", 5, 2, 1);
+  EXPECT_THROW(OverlapAddStage(4, 0, 1, 0), ContractException);
+  EXPECT_THROW(WindowedStreamProcessor(std::move(core), nullptr, 2, 1, 0), ContractException);
 }
 
 /// Either the one failure refuses the change and nothing has changed, or it never came.

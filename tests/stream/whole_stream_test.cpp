@@ -15,6 +15,7 @@
 #include <memory>
 #include <random>
 #include <thread>
+#include <utility>
 
 namespace {
 
@@ -238,19 +239,20 @@ TEST(WholeStream, RefusalsGiveNullAndTheNextStreamWorks) {
   EXPECT_TRUE(lowBitsCount);
 }
 
-TEST(WholeStream, SequenceSizeZeroTakesTheModelsOwn) {
+TEST(WholeStream, TheModelSaysItsSampleRateAndItsSequenceSize) {
   const struct {
-    const char* baseline;
+    std::vector<std::pair<std::string, std::string>> metadata;
     std::uint64_t sequence;
-  } rows[] = {{"", 4}, {"3", 3}};
+    std::int32_t sampleRate;
+  } rows[] = {{{}, 4, 0}, {{{"BaselineSequenceSize", "3"}, {"SampleRate", "16000"}}, 3, 16000}};
   for (const auto& row : rows) {
     const StreamSizes sizes = {.hop = 4, .sequence = row.sequence, .channels = 1, .block = 3};
-    AudioModelOptions options = PassThroughModel(sizes);
-    if (*row.baseline) options.metadata.emplace_back("BaselineSequenceSize", row.baseline);
-    const auto make = [&](const StreamSizes&) { return Create(MakeAudioModel(options), 0, 1, 3); };
+    const std::string model = MakeAudioModel({.metadata = row.metadata});
+    const auto make = [&](const StreamSizes&) { return Create(model, 0, 1, 3); };
     ComparedStream compared(make, sizes, TestSeed());
+    EXPECT_EQ(compared.Stream().GetSampleRate(), row.sampleRate);
     for (int i = 0; i < 20; ++i)
-      ASSERT_NO_FATAL_FAILURE(compared.Process(3, 1)) << "baseline " << row.baseline;
+      ASSERT_NO_FATAL_FAILURE(compared.Process(3, 1)) << "sequence size " << row.sequence;
   }
 }
 
