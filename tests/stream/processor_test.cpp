@@ -4,8 +4,8 @@
 
 #include "failure/exceptions.h"
 #include "failure/result_code.h"
+#include "stream/compared_stream.h"
 #include "stream/overlap_add_stage.h"
-#include "stream/stream_checks.h"
 #include "stream/windowed_stream_processor.h"
 #include "support/failing_heap.h"
 #include "support/fake_platform.h"

@@ -45,15 +45,6 @@ public:
 
   /// As of the next evaluation. At first windows pass through.
   void SetRule(WindowRule newRule) { rule = std::move(newRule); }
-  /// The rule that windows pass through times the gain of their channel.
-  void SetFactors(const Samples& perChannel) {
-    SetRule([perChannel](std::size_t channel, Planar windows) {
-      for (Samples& window : windows)
-        for (double& sample : window)
-          sample *= perChannel[channel];
-      return windows;
-    });
-  }
   /// From now on an evaluation fails that is given a sample of this level or above.
   void FailFrom(double level) { failLevel = level; }
   void Resize(std::uint64_t sequence, std::uint64_t channels) {

@@ -4,12 +4,13 @@
 
 #include "kalvrin/stream_processor.h"
 
-#include "stream/stream_checks.h"
+#include "stream/compared_stream.h"
 #include "support/model_builder.h"
 #include "support/seed.h"
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <complex>
 #include <limits>
@@ -182,37 +183,39 @@ private:
 };
 
 struct Gains {
-  double rest;
-  std::vector<double> classes;
+  float master, rest;
+  std::vector<float> classes;
 
-  /// The most that the gains make of samples up to 1 and class samples up to 1.
-  double Sum() const {
-    double sum = rest;
-    for (const double gain : classes)
-      sum += std::abs(gain - rest);
-    return sum;
+  void Set(StreamProcessor& stream) const {
+    stream.SetMasterGain(master);
+    stream.SetAudioClassGain(u"Rest", rest);
+    for (std::uint64_t k = 0; k < classes.size(); ++k) {
+      const std::string name = ClassName(k);
+      stream.SetAudioClassGain(std::u16string(name.begin(), name.end()).c_str(), classes[k]);
+    }
   }
 };
 
-/// The rule of a model and of the gains behind it, by windows. Channel 1 is bound to class 0.
+/// The rule of a model and of the present gains behind it, by windows. Channel 1 is bound to class
+/// 0. `gains` outlives it.
 class Chain {
 public:
-  Chain(const Case& row, ModelRule rule, Gains gains)
-      : rule(std::move(rule)), gains(std::move(gains)), sequence(row.sizes.sequence),
-        plain(row.Window()), last(row.sizes.channels, Spectrum(row.Bins())) {}
+  Chain(const Case& row, ModelRule rule, const Gains& gains)
+      : rule(std::move(rule)), gains(gains), sequence(row.sizes.sequence), plain(row.Window()),
+        last(row.sizes.channels, Spectrum(row.Bins())) {}
 
   Planar operator()(std::size_t channel, const Planar& windows) {
     const bool isBound = channel == 1;
     Planar mixed = windows;
     for (Samples& window : mixed)
       for (double& sample : window)
-        sample *= isBound ? gains.classes[0] : gains.rest;
+        sample *= double{gains.master} * (isBound ? gains.classes[0] : gains.rest);
     for (std::size_t s = 0; s < sequence && !isBound; ++s) {
       const Spectrum X = plain.Forward(windows[s]);
       Spectrum mix(X.size());
       for (std::size_t k = 0; k < gains.classes.size(); ++k)
         for (std::size_t b = 0; b < mix.size(); ++b)
-          mix[b] += (gains.classes[k] - gains.rest) *
+          mix[b] += double{gains.master} * (double{gains.classes[k]} - gains.rest) *
                     (rule.masks[k][b] * X[b] + double{rule.echoes[k]} * last[channel][b]);
       const Samples made = plain.Inverse(mix);
       for (std::size_t n = 0; n < made.size(); ++n)
@@ -224,7 +227,7 @@ public:
 
 private:
   ModelRule rule;
-  Gains gains;
+  const Gains& gains;
   std::size_t sequence;
   Plain plain;
   std::vector<Spectrum> last;  ///< by channel: the last window of the evaluation before
@@ -241,33 +244,40 @@ ComparedStream Compare(const Case& row, const ModelRule& rule, std::uint64_t see
 }
 
 /// Two evaluations, and as far again as the first window of the second one reaches.
-void RunOn(ComparedStream& compared, const StreamSizes& sizes) {
+void RunOn(ComparedStream& compared, const StreamSizes& sizes, std::int32_t first = 1) {
   const std::uint64_t least = 2 * sizes.Capacity() + (sizes.lookahead + 2) * sizes.hop;
   for (std::uint64_t start = 0; start <= least; start += sizes.block)
-    ASSERT_NO_FATAL_FAILURE(compared.Process(sizes.block, 1));
+    ASSERT_NO_FATAL_FAILURE(compared.Process(sizes.block, start == 0 ? first : 1));
 }
 
+/// From the start, with other gains, and after a change of size, which starts history and states
+/// again.
 TEST(SpectralStream, IsTheChainOfItsDefinitions) {
   std::mt19937_64 generator(TestSeed());
-  std::uniform_real_distribution<float> gain(0, 2);
+  const auto gain = [&] { return std::uniform_real_distribution<float>(0, 2)(generator); };
   for (const Case& row : cases) {
     SCOPED_TRACE(row.Text());
     const ModelRule rule(row, generator);
     ComparedStream compared = Compare(row, rule, generator());
-    Gains gains = {gain(generator), {}};
-    compared.Stream().SetAudioClassGain(u"Rest", static_cast<float>(gains.rest));
-    for (std::uint64_t k = 0; k < row.classes; ++k) {
-      const std::string name = ClassName(k);
-      const float value = gain(generator);
-      compared.Stream().SetAudioClassGain(std::u16string(name.begin(), name.end()).c_str(), value);
-      gains.classes.push_back(value);
-    }
-    // In single precision a Hann window is off by up to 2^-25, and its root near the ends by that
-    // over 2 sin(pi / N).
-    const double tolerance = 1e-6 + 5e-9 * static_cast<double>(row.Window());
-    compared.SetScale(tolerance / Tolerance * gains.Sum());
+    Gains gains = {};
     compared.Reference().SetRule(Chain(row, rule, gains));
-    ASSERT_NO_FATAL_FAILURE(RunOn(compared, row.sizes));
+    double most = 0;  // of a class sample up to 1 and the input, by the gains so far
+    for (const bool isResized : {false, false, true}) {
+      gains = {gain(), gain(), {}};
+      double sum = gains.rest;
+      for (std::uint64_t k = 0; k < row.classes; ++k)
+        sum += std::abs(gains.classes.emplace_back(gain()) - gains.rest);
+      most = std::max(most, sum * gains.master);
+      gains.Set(compared.Stream());
+      if (isResized) {
+        compared.SetSequenceSize(row.sizes.sequence);
+        compared.Reference().SetRule(Chain(row, rule, gains));
+      }
+      // In single precision a Hann window is off by up to 2^-25, and its root near the ends by that
+      // over 2 sin(pi / N).
+      compared.SetScale((1e-6 + 5e-9 * static_cast<double>(row.Window())) / Tolerance * most);
+      ASSERT_NO_FATAL_FAILURE(RunOn(compared, row.sizes, isResized ? 0 : 1));
+    }
   }
 }
 
