@@ -103,8 +103,10 @@ TEST(FolderOf, IsWhereTheCodeWasLoadedFrom) {
       {"a library", ofLibrary, fs::path(library.dli_fname).parent_path()},
       {"no code", nullptr, ""},
   };
-  for (const auto& row : rows)
-    EXPECT_EQ(Orvik::Tesmo::FolderOf(row.code), row.folder) << row.name;
+  for (const auto& row : rows) {
+    const fs::path found = Orvik::Tesmo::FolderOf(row.code);
+    EXPECT_EQ((found / "").lexically_normal(), row.folder / "") << row.name;
+  }
 }
 
 /// Runs the stream until its output must be its input, and gives the last sample.
