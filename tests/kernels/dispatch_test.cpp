@@ -105,6 +105,7 @@ TEST(Cpu, ReadsTheLargestCache) {
       {"leaf 4", Vendor(4), {}, caches, ippStsNoErr, 16 * 64 * 8192},
       {"leaf 4, no cache", Vendor(4), {}, none, ippStsUnknownCacheSize, 0},
       {"leaf 2", Vendor(2), {0x665B5001, 0, 0, 0x007A7043}, none, ippStsNoErr, 512 * 1024},
+      {"last byte", Vendor(2), {1, 0, 0, 0x3C000000}, none, ippStsNoErr, 256 * 1024},
       {"empty register", Vendor(3), {1, 0x800000EC, 0x41, 0}, none, ippStsNoErr, 128 * 1024},
       {"to be read again", Vendor(2), {2, 0xEC, 0, 0}, none, ippStsUnknownCacheSize, 0},
       {"nothing known", Vendor(2), {1, 0xFF, 0, 0}, none, ippStsUnknownCacheSize, 0},

@@ -87,9 +87,10 @@ void CheckRoundTrip(Transform& transform, const std::vector<float>& x, std::vect
         (i == 0 || (isEven && i == length) ? 1 : 2) * std::pow(static_cast<double>(spectrum[i]), 2);
   ASSERT_NEAR(frequency / static_cast<double>(length) / time, 1.0, 5e-7);
 
-  std::vector<float> inPlace(length + 2, -99.0f);
+  std::vector<float> inPlace(length + 3, -99.0f);
   std::copy(x.begin(), x.end(), inPlace.begin());
   transform.Forward(inPlace.data(), inPlace.data());
+  ASSERT_EQ(inPlace.back(), -99.0f);
   inPlace.resize(size);
   ASSERT_EQ(inPlace, spectrum);
 
