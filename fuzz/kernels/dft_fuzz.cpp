@@ -15,11 +15,6 @@ using namespace Orvik::Tesmo::Kernels;
 
 constexpr int mostLength = 1 << 15;  // of transforms that run here
 
-std::string NameOf(const Members& m, int length, int flag) {
-  return std::string(m.name) + ", length " + std::to_string(length) + ", flag " +
-         std::to_string(flag);
-}
-
 /// What the engine needs of any plan.
 void CheckPlan(int length, DftKind kind) {
   const DftPlan plan = PlanDft(length, kind);
@@ -71,39 +66,24 @@ void CheckAnyLength(const Members& m, int length, int flag, int hint) {
   if (spec) m.ippsDFTFree_R_32f(spec);
 }
 
-/// Through work buffers of their own.
-void CheckComplexTransform(const Members& m, Input& input, int length, int flag) {
+void CheckTransform(const Members& m, Input& input, int length, int flag, bool isReal) {
+  const auto make = isReal ? m.ippsDFTInitAlloc_R_32f : m.ippsDFTInitAlloc_C_32fc;
+  const auto free = isReal ? m.ippsDFTFree_R_32f : m.ippsDFTFree_C_32fc;
   IppsDFTSpec_R_32f* spec = nullptr;
-  Expect(m.ippsDFTInitAlloc_C_32fc(&spec, length, flag, 0) == ippStsNoErr, "no plan of %d", length);
-  const auto run = [&](auto transform) {
-    return [&, transform](const float* src, float* dst, Ipp8u*) {
-      return transform(reinterpret_cast<const Ipp32fc*>(src), reinterpret_cast<Ipp32fc*>(dst), spec,
-                       nullptr);
-    };
-  };
-  TransformCheck({"complex " + NameOf(m, length, flag), static_cast<std::size_t>(length), false,
-                  flag, 0, run(m.ippsDFTFwd_CToC_32fc), run(m.ippsDFTInv_CToC_32fc)},
-                 input)
-      .Run();
-  Expect(m.ippsDFTFree_C_32fc(spec) == ippStsNoErr, "the plan does not go");
-}
-
-void CheckTransform(const Members& m, Input& input, int length, int flag) {
-  IppsDFTSpec_R_32f* spec = nullptr;
-  Expect(m.ippsDFTInitAlloc_R_32f(&spec, length, flag, 0) == ippStsNoErr, "no plan of %d", length);
-  int workSize = 0;
-  m.ippsDFTGetBufSize_R_32f(spec, &workSize);
-  TransformCheck({NameOf(m, length, flag), static_cast<std::size_t>(length), true, flag,
-                  static_cast<std::size_t>(workSize),
-                  [&](const float* src, float* dst, Ipp8u* work) {
-                    return m.ippsDFTFwd_RToCCS_32f(src, dst, spec, work);
-                  },
-                  [&](const float* src, float* dst, Ipp8u* work) {
-                    return m.ippsDFTInv_CCSToR_32f(src, dst, spec, work);
-                  }},
-                 input)
-      .Run();
-  Expect(m.ippsDFTFree_R_32f(spec) == ippStsNoErr, "the plan does not go");
+  Expect(make(&spec, length, flag, 0) == ippStsNoErr, "no plan of %d", length);
+  Transform transform = {m.name, static_cast<std::size_t>(length), isReal, flag};
+  if (isReal) {
+    int workSize = 0;
+    m.ippsDFTGetBufSize_R_32f(spec, &workSize);
+    transform.workSize = static_cast<std::size_t>(workSize);
+    transform.forward = Bound(m.ippsDFTFwd_RToCCS_32f, spec);
+    transform.inverse = Bound(m.ippsDFTInv_CCSToR_32f, spec);
+  } else {  // through work buffers of their own
+    transform.forward = Bound(m.ippsDFTFwd_CToC_32fc, spec);
+    transform.inverse = Bound(m.ippsDFTInv_CToC_32fc, spec);
+  }
+  TransformCheck(transform, input).Run();
+  Expect(free(spec) == ippStsNoErr, "the plan does not go");
 }
 
 }  // namespace
@@ -120,10 +100,6 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     return 0;
   }
   const int length = input.Int(1, kind % 8 == 6 ? mostLength : kind % 8 > 3 ? 3000 : 300);
-  const int flag = input.Pick(flags);
-  if (kind & 0x40)
-    CheckComplexTransform(m, input, length, flag);
-  else
-    CheckTransform(m, input, length, flag);
+  CheckTransform(m, input, length, input.Pick(flags), (kind & 0x40) == 0);
   return 0;
 }

@@ -10,11 +10,6 @@ using namespace Fuzz;
 
 constexpr int mostOrder = 15;  // of transforms that run here
 
-std::string NameOf(const char* kind, const Members& m, int order, int flag) {
-  return std::string(kind) + ' ' + m.name + ", order " + std::to_string(order) + ", flag " +
-         std::to_string(flag);
-}
-
 /// Sizes are a matter of order and flag alone, and of no memory.
 void CheckSizes(const Members& m, int order, int flag, int hint) {
   int spec = -7, init = -7, work = -7;
@@ -51,18 +46,16 @@ void CheckReal(const Members& m, Input& input, int order, int flag) {
            order);
   }
   const bool isInPlace = input.Flag();  // by the entries of that name
-  TransformCheck({NameOf("real", m, order, flag), std::size_t{1} << order, true, flag,
-                  static_cast<std::size_t>(workSize),
-                  [&](const float* src, float* dst, Ipp8u* work) {
-                    return isInPlace && src == dst ? m.ippsFFTFwd_RToCCS_32f_I(dst, spec, work)
-                                                   : m.ippsFFTFwd_RToCCS_32f(src, dst, spec, work);
-                  },
-                  [&](const float* src, float* dst, Ipp8u* work) {
-                    return isInPlace && src == dst ? m.ippsFFTInv_CCSToR_32f_I(dst, spec, work)
-                                                   : m.ippsFFTInv_CCSToR_32f(src, dst, spec, work);
-                  }},
-                 input)
-      .Run();
+  const auto bound = [&](auto apart, auto inPlace) -> Transform::Run {
+    return [=, &spec](const float* src, float* dst, Ipp8u* work) {
+      return isInPlace && src == dst ? inPlace(dst, spec, work) : apart(src, dst, spec, work);
+    };
+  };
+  Transform transform = {m.name, std::size_t{1} << order, true, flag,
+                         static_cast<std::size_t>(workSize)};
+  transform.forward = bound(m.ippsFFTFwd_RToCCS_32f, m.ippsFFTFwd_RToCCS_32f_I);
+  transform.inverse = bound(m.ippsFFTInv_CCSToR_32f, m.ippsFFTInv_CCSToR_32f_I);
+  TransformCheck(transform, input).Run();
   Expect(m.ippsFFTFree_R_32f(spec) == ippStsNoErr, "the plan does not go");
   if (own) Expect(specRoom.Intact() && initRoom.Intact(), "planning wrote beside its memory");
 }
@@ -73,17 +66,11 @@ void CheckComplex(const Members& m, Input& input, int order, int flag) {
          order);
   int workSize = 0;
   m.ippsFFTGetBufSize_C_32fc(spec, &workSize);
-  const auto run = [&](auto transform) {
-    return [&, transform](const float* src, float* dst, Ipp8u* work) {
-      return transform(reinterpret_cast<const Ipp32fc*>(src), reinterpret_cast<Ipp32fc*>(dst), spec,
-                       work);
-    };
-  };
-  TransformCheck({NameOf("complex", m, order, flag), std::size_t{1} << order, false, flag,
-                  static_cast<std::size_t>(workSize), run(m.ippsFFTFwd_CToC_32fc),
-                  run(m.ippsFFTInv_CToC_32fc)},
-                 input)
-      .Run();
+  Transform transform = {m.name, std::size_t{1} << order, false, flag,
+                         static_cast<std::size_t>(workSize)};
+  transform.forward = Bound(m.ippsFFTFwd_CToC_32fc, spec);
+  transform.inverse = Bound(m.ippsFFTInv_CToC_32fc, spec);
+  TransformCheck(transform, input).Run();
   Expect(m.ippsFFTFree_C_32fc(spec) == ippStsNoErr, "the plan does not go");
 }
 

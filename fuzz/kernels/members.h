@@ -3,25 +3,9 @@
 // Every entry of every build that this processor runs, by its address: what the dispatch table
 // gives, and what only other kernels call.
 
-#include "kernels/ipps.h"
+#include "kernels/builds/all_members.h"
 
 #include <iterator>
-
-#define KERNELS_BUILD sse3
-#include "kernels/builds/members.h"
-#undef KERNELS_BUILD
-#define KERNELS_BUILD ssse3
-#include "kernels/builds/members.h"
-#undef KERNELS_BUILD
-#define KERNELS_BUILD sse3b
-#include "kernels/builds/members.h"
-#undef KERNELS_BUILD
-#define KERNELS_BUILD sse41
-#include "kernels/builds/members.h"
-#undef KERNELS_BUILD
-#define KERNELS_BUILD avx
-#include "kernels/builds/members.h"
-#undef KERNELS_BUILD
 
 namespace Fuzz {
 

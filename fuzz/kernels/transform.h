@@ -10,6 +10,7 @@
 #include <complex>
 #include <functional>
 #include <numbers>
+#include <optional>
 #include <random>
 #include <string>
 
@@ -21,13 +22,22 @@ inline constexpr double tolerance = 6e-7;
 /// What to check. Real transforms take N floats to CCS, complex ones N values to N values.
 struct Transform {
   using Run = std::function<IppStatus(const float* src, float* dst, Ipp8u* work)>;
-  std::string name;
+  std::string name;  ///< of the build; the check adds the rest
   std::size_t length;
   bool isReal;
   int flag;
-  std::size_t workSize;
-  Run forward, inverse;
+  std::optional<std::size_t> workSize = {};  ///< none: the transform gets no buffer
+  Run forward = {}, inverse = {};
 };
+
+/// An entry on real or complex values with its spec.
+template <class Value, class Spec>
+Transform::Run Bound(IppStatus (*entry)(const Value*, Value*, const Spec*, Ipp8u*),
+                     const Spec* spec) {
+  return [entry, spec](const float* src, float* dst, Ipp8u* work) {
+    return entry(reinterpret_cast<const Value*>(src), reinterpret_cast<Value*>(dst), spec, work);
+  };
+}
 
 class TransformCheck {
 public:
@@ -35,6 +45,8 @@ public:
       : t(std::move(transform)), input(input), N(t.length), inFloats(t.isReal ? N : 2 * N),
         outFloats(t.isReal ? (N % 2 ? N + 1 : N + 2) : 2 * N), roots(N),
         bits(input.Number(0, 65535)) {
+    t.name += (t.isReal ? " real, " : " complex, ") + std::to_string(N) + " values, flag " +
+              std::to_string(t.flag);
     for (std::size_t k = 0; k < N; ++k)
       roots[k] =
           std::polar(1.0, -2 * std::numbers::pi * static_cast<double>(k) / static_cast<double>(N));
@@ -95,7 +107,8 @@ private:
                           std::size_t from, std::size_t to) {
     float* const src = Place<float>(Room(0), input, from);
     float* const dst = Place<float>(Room(1), input, to);
-    Ipp8u* const work = Place<Ipp8u>(Room(2), input, t.workSize);
+    Ipp8u* const buffer = Place<Ipp8u>(Room(2), input, t.workSize.value_or(0));
+    Ipp8u* const work = t.workSize ? buffer : nullptr;
     Put(src, values);
     Call(run, src, dst, work);
     std::vector<float> got = Get(dst, to), untouched = Get(src, from);

@@ -8,7 +8,9 @@
 #include <bit>
 #include <cmath>
 #include <complex>
+#include <deque>
 #include <random>
+#include <type_traits>
 
 namespace {
 
@@ -22,7 +24,7 @@ using Fuzz::Put;
 using Floats = std::vector<float>;
 
 constexpr int mostFloats = 6000;
-constexpr int mostChannels = 20;
+constexpr std::size_t mostChannels = 20;
 
 GuardedRoom& Room(std::size_t i) {
   static GuardedRoom rooms[3] = {GuardedRoom(4 * mostFloats), GuardedRoom(4 * mostFloats),
@@ -56,8 +58,33 @@ bool Same(float a, float b) {
          (std::isnan(a) && std::isnan(b));
 }
 
-/// `run` on up to two sources and a destination, and its meaning for one element; `factor` is the
-/// constant of those that have one.
+/// An entry with those of the arguments that it takes: two sources, a constant, the destination.
+template <auto entry>
+IppStatus Run(const Members& m, const float* a, const float* b, float factor, float* d, int n) {
+  const auto run = m.*entry;
+  if constexpr (std::is_invocable_v<decltype(run), const float*, const float*, float*, int>)
+    return run(a, b, d, n);
+  else if constexpr (std::is_invocable_v<decltype(run), const float*, float, float*, int>)
+    return run(a, factor, d, n);
+  else if constexpr (std::is_invocable_v<decltype(run), float, float*, int>)
+    return run(factor, d, n);
+  else if constexpr (std::is_invocable_v<decltype(run), const float*, float*, int>)
+    return run(a, d, n);
+  else
+    return run(d, n);
+}
+
+float Scaled(float value, float factor) {
+  if (factor == 0) return 0;
+  return factor == 1 ? value : value * factor;
+}
+
+float AddProduct(float a, float, float factor, float d) {
+  const volatile float product = a * factor;  // rounded of its own
+  return d + product;
+}
+
+/// `run` has `sources` sources; `meaning` is what becomes of one element.
 struct Kernel {
   const char* name;
   int sources;
@@ -65,53 +92,17 @@ struct Kernel {
   float (*meaning)(float a, float b, float factor, float d);
 };
 constexpr Kernel kernels[] = {
-    {"Copy", 1,
-     [](const Members& m, const float* a, const float*, float, float* d, int n) {
-       return m.ippsCopy_32f(a, d, n);
-     },
-     [](float a, float, float, float) { return a; }},
-    {"Add", 2,
-     [](const Members& m, const float* a, const float* b, float, float* d, int n) {
-       return m.ippsAdd_32f(a, b, d, n);
-     },
-     [](float a, float b, float, float) { return a + b; }},
-    {"Mul", 2,
-     [](const Members& m, const float* a, const float* b, float, float* d, int n) {
-       return m.ippsMul_32f(a, b, d, n);
-     },
-     [](float a, float b, float, float) { return a * b; }},
-    {"Mul_I", 1,
-     [](const Members& m, const float* a, const float*, float, float* d, int n) {
-       return m.ippsMul_32f_I(a, d, n);
-     },
+    {"Copy", 1, Run<&Members::ippsCopy_32f>, [](float a, float, float, float) { return a; }},
+    {"Add", 2, Run<&Members::ippsAdd_32f>, [](float a, float b, float, float) { return a + b; }},
+    {"Mul", 2, Run<&Members::ippsMul_32f>, [](float a, float b, float, float) { return a * b; }},
+    {"Mul_I", 1, Run<&Members::ippsMul_32f_I>,
      [](float a, float, float, float d) { return d * a; }},
-    {"MulC", 1,
-     [](const Members& m, const float* a, const float*, float f, float* d, int n) {
-       return m.ippsMulC_32f(a, f, d, n);
-     },
-     [](float a, float, float f, float) { return f == 0   ? 0
-                                                 : f == 1 ? a
-                                                          : a * f; }},
-    {"MulC_I", 0,
-     [](const Members& m, const float*, const float*, float f, float* d, int n) {
-       return m.ippsMulC_32f_I(f, d, n);
-     },
-     [](float, float, float f, float d) { return f == 0   ? 0
-                                                 : f == 1 ? d
-                                                          : d * f; }},
-    {"AddProductC", 1,
-     [](const Members& m, const float* a, const float*, float f, float* d, int n) {
-       return m.ippsAddProductC_32f(a, f, d, n);
-     },
-     [](float a, float, float f, float d) {
-       const volatile float product = a * f;
-       return d + product;
-     }},
-    {"Zero", 0,
-     [](const Members& m, const float*, const float*, float, float* d, int n) {
-       return m.ippsZero_32f(d, n);
-     },
-     [](float, float, float, float) { return 0.0F; }},
+    {"MulC", 1, Run<&Members::ippsMulC_32f>,
+     [](float a, float, float factor, float) { return Scaled(a, factor); }},
+    {"MulC_I", 0, Run<&Members::ippsMulC_32f_I>,
+     [](float, float, float factor, float d) { return Scaled(d, factor); }},
+    {"AddProductC", 1, Run<&Members::ippsAddProductC_32f>, AddProduct},
+    {"Zero", 0, Run<&Members::ippsZero_32f>, [](float, float, float, float) { return 0.0F; }},
 };
 
 void CheckElements(const Members& m, Input& input) {
@@ -175,14 +166,10 @@ void CheckRoot(const Members& m, Input& input) {
 }
 
 void CheckInterleaving(const Members& m, Input& input) {
-  static GuardedRoom* const rooms = [] {
-    auto* const memory =
-        static_cast<GuardedRoom*>(::operator new[](mostChannels * sizeof(GuardedRoom)));
-    for (int c = 0; c < mostChannels; ++c)
-      new (memory + c) GuardedRoom(4 * 300);
-    return memory;
-  }();
-  const int channels = input.Int(0, mostChannels), len = input.Int(-1, 290);
+  static std::deque<GuardedRoom> rooms;
+  while (rooms.size() < mostChannels)
+    rooms.emplace_back(4 * 300);
+  const int channels = input.Int(0, static_cast<int>(mostChannels)), len = input.Int(-1, 290);
   const auto C = static_cast<std::size_t>(channels), n = static_cast<std::size_t>(std::max(len, 0));
   Values values(input);
   const Floats x = values.Some(C * n);

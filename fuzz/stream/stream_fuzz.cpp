@@ -131,11 +131,11 @@ private:
     std::vector<std::vector<float>> in(sizes.channels, std::vector<float>(count));
     std::vector<std::vector<float>> out(sizes.channels, std::vector<float>(count, 77.0F));
     std::vector<float*> from, to;
-    Frames block(frames, Frame(sizes.channels));
+    Planar block(sizes.channels, Samples(frames));
     std::uniform_real_distribution<float> level(-1.0F, 1.0F);
     for (std::uint64_t c = 0; c < sizes.channels; ++c) {
       for (std::uint64_t i = 0; i < count; ++i)
-        block[i][c] = in[c][i] = level(noise);
+        block[c][i] = in[c][i] = level(noise);
       from.push_back(in[c].data());
       to.push_back(inPlace ? in[c].data() : out[c].data());
     }
@@ -144,7 +144,7 @@ private:
     if (fails) runtime.FailCall(1, ResultCodes::Canceled, "Evaluate");
     reference.FailFrom(fails ? -never : never);
 
-    std::optional<Frames> wanted;
+    std::optional<Planar> wanted;
     try {
       wanted = reference.Process(block, continuation != 0);
     } catch (const std::runtime_error&) {
@@ -160,7 +160,7 @@ private:
            static_cast<unsigned long long>(frames), done ? "no failure" : "a failure");
     for (std::uint64_t c = 0; c < sizes.channels; ++c)
       for (std::uint64_t i = 0; i < count; ++i) {
-        const double expected = wanted ? (*wanted)[i][c] : before[c][i];
+        const double expected = wanted ? (*wanted)[c][i] : before[c][i];
         Expect(std::abs(to[c][i] - expected) <= (wanted ? tolerance : 0.0),
                "%s; channel %llu, frame %llu of %llu: %.9g, not %.9g", sizes.Text().c_str(),
                static_cast<unsigned long long>(c), static_cast<unsigned long long>(i),
@@ -176,7 +176,13 @@ private:
     std::vector<double> factors(sizes.channels, mixed * master);
     for (std::size_t c = 1; c < std::min<std::size_t>(sizes.channels, 4); ++c)
       factors[c] = double{gain[boundTo[c]]} * master;
-    reference.SetFactors(factors);
+    reference.SetRule([factors](std::size_t channel, const Planar& windows) {
+      Planar scaled = windows;
+      for (Samples& window : scaled)
+        for (double& sample : window)
+          sample *= factors[channel];
+      return scaled;
+    });
   }
 
   Fuzz::Input& input;

@@ -66,12 +66,6 @@ RT_CODE std::uint32_t Kalvrin::GetHopLength() const {
 RT_CODE std::int32_t Kalvrin::IsSpectral() const {
   return spectralPath.IsSpectral() ? 1 : 0;
 }
-RT_CODE const ModelLayout& Kalvrin::GetLayout() const {
-  return layout;
-}
-RT_CODE const ModelInfo& Kalvrin::GetInfo() const {
-  return info;
-}
 RT_CODE const ProcessingGeometry& Kalvrin::GetGeometry() const {
   return geometry;
 }

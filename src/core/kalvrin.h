@@ -49,8 +49,6 @@ public:
   std::int32_t IsSpectral() const;
   /// In Hz, 0 where the model does not say. Throws where the metadata cannot be read.
   std::int32_t GetSampleRate() const;
-  const ModelLayout& GetLayout() const;
-  const ModelInfo& GetInfo() const;
   const ProcessingGeometry& GetGeometry() const;
 
   /// False, and no change, where `gain` is negative or NaN.

@@ -1,20 +1,6 @@
 #include "kernels/dispatch.h"
 
-#define KERNELS_BUILD sse3
-#include "kernels/builds/members.h"
-#undef KERNELS_BUILD
-#define KERNELS_BUILD ssse3
-#include "kernels/builds/members.h"
-#undef KERNELS_BUILD
-#define KERNELS_BUILD sse3b
-#include "kernels/builds/members.h"
-#undef KERNELS_BUILD
-#define KERNELS_BUILD sse41
-#include "kernels/builds/members.h"
-#undef KERNELS_BUILD
-#define KERNELS_BUILD avx
-#include "kernels/builds/members.h"
-#undef KERNELS_BUILD
+#include "kernels/builds/all_members.h"
 
 using namespace Orvik::Tesmo::Kernels;
 

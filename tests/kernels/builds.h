@@ -55,6 +55,15 @@ inline std::vector<float> Noise(std::size_t count, std::uint64_t salt) {
   return x;
 }
 
+/// Normal noise with denormals, zeros, and values whose products are denormal among it.
+inline std::vector<float> Mixed(std::size_t count, std::uint64_t salt) {
+  std::vector<float> values = Noise(count, salt);
+  constexpr float scales[] = {1, 1e-40F, 1e-25F, 0, 1e-38F, 1, 1e-44F};
+  for (std::size_t i = 0; i < count; ++i)
+    values[i] *= scales[(i * (2 * salt + 1)) % std::size(scales)];
+  return values;
+}
+
 /// Values at any byte offset from a 64-byte boundary, between guards that must stay as they are.
 /// They go in and out as bytes: the address may be off the type's own grid.
 template <class T>

@@ -57,6 +57,25 @@ TEST(Memory, BlocksAreAligned) {
   ippsFree(nullptr);
 }
 
+TEST(Cpu, ReadsEachFeatureFromABitOfItsOwn) {
+  const struct {
+    bool CpuFeatures::*feature;
+    bool isInEdx;
+    int bit;
+  } rows[] = {
+      {&CpuFeatures::mmx, true, 23},    {&CpuFeatures::sse, true, 25},
+      {&CpuFeatures::sse2, true, 26},   {&CpuFeatures::sse3, false, 0},
+      {&CpuFeatures::ssse3, false, 9},  {&CpuFeatures::sse41, false, 19},
+      {&CpuFeatures::sse42, false, 20}, {&CpuFeatures::movbe, false, 22},
+  };
+  for (const auto& set : rows) {
+    const std::uint32_t bits = 1u << set.bit;
+    const CpuFeatures found = FeaturesOf({0, 0, set.isInEdx ? 0 : bits, set.isInEdx ? bits : 0}, 7);
+    for (const auto& asked : rows)
+      EXPECT_EQ(found.*asked.feature, &set == &asked) << set.bit << ", " << asked.bit;
+  }
+}
+
 TEST(Cpu, FindsTheBestBuild) {
   constexpr std::uint32_t sse3 = 1, ssse3 = 1u << 9, sse41 = 1u << 19, osxsave = 1u << 27,
                           avx = 1u << 28;
@@ -105,6 +124,7 @@ TEST(Cpu, ReadsTheLargestCache) {
       {"leaf 4", Vendor(4), {}, caches, ippStsNoErr, 16 * 64 * 8192},
       {"leaf 4, no cache", Vendor(4), {}, none, ippStsUnknownCacheSize, 0},
       {"leaf 2", Vendor(2), {0x665B5001, 0, 0, 0x007A7043}, none, ippStsNoErr, 512 * 1024},
+      {"last byte", Vendor(2), {1, 0, 0, 0x3C000000}, none, ippStsNoErr, 256 * 1024},
       {"empty register", Vendor(3), {1, 0x800000EC, 0x41, 0}, none, ippStsNoErr, 128 * 1024},
       {"to be read again", Vendor(2), {2, 0xEC, 0, 0}, none, ippStsUnknownCacheSize, 0},
       {"nothing known", Vendor(2), {1, 0xFF, 0, 0}, none, ippStsUnknownCacheSize, 0},

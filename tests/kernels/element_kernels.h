@@ -31,6 +31,8 @@ inline const ElementKernel elementKernels[] = {
      [](float a, float, float) { return a; }},
     {"MulC 0", [](auto* a, auto*, float* d, int n) { return ippsMulC_32f(a, 0.0f, d, n); },
      [](float, float, float) { return 0.0f; }},
+    {"MulC -0", [](auto* a, auto*, float* d, int n) { return ippsMulC_32f(a, -0.0f, d, n); },
+     [](float, float, float) { return 0.0f; }},
     {"MulC NaN",
      [](auto* a, auto*, float* d, int n) {
        return ippsMulC_32f(a, std::numeric_limits<float>::quiet_NaN(), d, n);

@@ -1,4 +1,4 @@
-// Orders 23 to 29: up to 10 GiB of memory and some minutes, so not among the daily tests.
+// Orders 23 to 29: up to 12 GiB of memory and some minutes, so not among the daily tests.
 #include "kernels/fft_support.h"
 
 TEST(FftLarge, KeepsItsPropertiesUpToOrder29) {

@@ -3,76 +3,16 @@
 
 #include "kernels/builds.h"
 #include "kernels/element_kernels.h"
+#include "support/floating_mode.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <csetjmp>
-#include <csignal>
 
 using namespace KernelTest;
+using namespace TestSupport;
 
 namespace {
-
-constexpr unsigned control = 0xFFC0, allMasked = 0x1F80;
-constexpr unsigned daz = 0x0040, ftz = 0x8000, down = 0x2000, up = 0x4000, towardZero = 0x6000;
-constexpr unsigned unmasked = allMasked & ~0x0680U;  // invalid, division by zero, overflow
-
-struct Mode {
-  const char* name;
-  unsigned csr;
-};
-constexpr Mode modes[] = {
-    {"as at the start of a thread", allMasked},
-    {"flush to zero", allMasked | ftz},
-    {"denormals are zero", allMasked | daz},
-    {"both", allMasked | ftz | daz},
-    {"rounding down", allMasked | down},
-    {"rounding up", allMasked | up},
-    {"rounding toward zero", allMasked | towardZero},
-    {"rounding up, flush to zero", allMasked | up | ftz},
-    {"exceptions unmasked", unmasked},
-    {"exceptions unmasked, rounding down, both", unmasked | down | ftz | daz},
-};
-
-sigjmp_buf trapped;
-
-/// The mode for a scope, in which a trap ends In.
-class InMode {
-public:
-  explicit InMode(const Mode& mode) : mode(mode), before(_mm_getcsr()) {
-    struct sigaction action = {};
-    action.sa_handler = [](int) { siglongjmp(trapped, 1); };
-    sigaction(SIGFPE, &action, &actionBefore);
-  }
-  ~InMode() {
-    _mm_setcsr(before);
-    sigaction(SIGFPE, &actionBefore, nullptr);
-  }
-  InMode(const InMode&) = delete;
-  InMode& operator=(const InMode&) = delete;
-
-  /// Runs `routine` and expects no trap, and the mode unchanged.
-  template <class Routine>
-  void Run(const Routine& routine) {
-    unsigned after = 0;
-    if (sigsetjmp(trapped, 1) == 0) {
-      _mm_setcsr(mode.csr);
-      routine();
-      after = _mm_getcsr();
-      _mm_setcsr(before);
-      EXPECT_EQ(after & control, mode.csr & control) << "the mode has changed";
-    } else {
-      _mm_setcsr(before);
-      ADD_FAILURE() << "an exception was raised";
-    }
-  }
-
-private:
-  const Mode& mode;
-  unsigned before;
-  struct sigaction actionBefore = {};
-};
 
 /// Values between signalling NaNs: whoever computes with what lies beyond the ends raises invalid.
 class Fenced {
@@ -94,19 +34,10 @@ private:
   std::size_t start, size;
 };
 
-/// Normal noise with denormals, zeros, and values whose products are denormal among it.
-std::vector<float> Mixed(std::size_t count, std::uint64_t salt) {
-  std::vector<float> values = Noise(count, salt);
-  constexpr float scales[] = {1, 1e-40F, 1e-25F, 0, 1e-38F, 1, 1e-44F};
-  for (std::size_t i = 0; i < count; ++i)
-    values[i] *= scales[(i * (2 * salt + 1)) % std::size(scales)];
-  return values;
-}
-
 TEST(FloatingMode, ElementKernelsMeanTheirFormulaInIt) {
   for (const auto& build : Builds()) {
     const Selected selected(build);
-    for (const Mode& mode : modes)
+    for (const FloatingMode& mode : floatingModes)
       for (const ElementKernel& kernel : elementKernels)
         for (const std::size_t n : {1, 3, 4, 7, 8, 15, 29, 67, 200}) {
           SCOPED_TRACE(std::string(mode.name) + ", " + kernel.name + ", " + build.limits.name +
@@ -127,10 +58,10 @@ TEST(FloatingMode, ElementKernelsMeanTheirFormulaInIt) {
   }
 }
 
-TEST(FloatingMode, RootsInterleavingAndItsReverse) {
+TEST(FloatingMode, RootsAreThoseOfIt) {
   for (const auto& build : Builds()) {
     const Selected selected(build);
-    for (const Mode& mode : modes)
+    for (const FloatingMode& mode : floatingModes)
       for (const std::size_t n : {1, 3, 5, 8, 21, 64}) {
         SCOPED_TRACE(std::string(mode.name) + ", " + build.limits.name + ", len " +
                      std::to_string(n));
@@ -138,7 +69,7 @@ TEST(FloatingMode, RootsInterleavingAndItsReverse) {
         // a root of a negative value traps nowhere: it is reported
         const auto x = Mixed(n, 1);
         std::vector<float> expected(n);
-        const Mode quiet = {"", mode.csr | allMasked};
+        const FloatingMode quiet = {"", mode.csr | allMasked};
         InMode(quiet).Run([&] {
           for (std::size_t i = 0; i < n; ++i)
             _mm_store_ss(&expected[i], _mm_sqrt_ss(_mm_load_ss(&x[i])));
@@ -148,32 +79,6 @@ TEST(FloatingMode, RootsInterleavingAndItsReverse) {
         const std::vector<float> out = roots.Values();
         for (std::size_t i = 0; i < n; ++i)
           ASSERT_TRUE(Same(expected[i], out[i])) << i << ": " << out[i] << ", " << expected[i];
-
-        // frames are moved, not computed with
-        for (const int channels : {1, 2, 3, 6, 8, 11}) {
-          std::vector<std::vector<float>> planar;
-          std::vector<const float*> sources;
-          planar.reserve(static_cast<std::size_t>(channels));
-          for (int c = 0; c < channels; ++c)
-            planar.push_back(Mixed(n, static_cast<std::uint64_t>(c)));
-          sources.reserve(planar.size());
-          for (const auto& channel : planar)
-            sources.push_back(channel.data());
-          Fenced frames(std::vector<float>(n * planar.size()));
-          auto back = planar;
-          std::vector<float*> destinations;
-          for (auto& channel : back) {
-            std::ranges::fill(channel, 5.0F);
-            destinations.push_back(channel.data());
-          }
-          const auto len = static_cast<int>(n);
-          in.Run([&] {
-            ippsInterleave_32f(sources.data(), channels, len, frames.data());
-            ippsDeinterleave_32f(frames.data(), channels, len, destinations.data());
-          });
-          for (std::size_t c = 0; c < planar.size(); ++c)
-            ASSERT_EQ(0, std::memcmp(planar[c].data(), back[c].data(), n * sizeof(float)));
-        }
       }
   }
 }
@@ -215,7 +120,7 @@ TEST(FloatingMode, TransformsStayWithinItsRounding) {
       const std::size_t bins = n + 2 - n % 2;
       // every stage may err by a whole unit of 2^-23 to the same side, plan and transform alike
       const double tolerance = 3e-7 * (2 + std::log2(n));
-      for (const Mode& mode : modes) {
+      for (const FloatingMode& mode : floatingModes) {
         SCOPED_TRACE(std::string(mode.name) + ", " + build.limits.name + ", length " +
                      std::to_string(length));
         Spectra spectra;
@@ -226,7 +131,7 @@ TEST(FloatingMode, TransformsStayWithinItsRounding) {
         ASSERT_LT(RelativeError(spectra.back, x, n), 2 * tolerance);
       }
       if (length == 1 << 18) continue;
-      const Mode flushing = {"", allMasked | ftz | daz};
+      const FloatingMode flushing = {"", allMasked | flushToZero | denormalsAreZero};
       InMode in(flushing);
       Spectra spectra;
       in.Run([&] { spectra = Transform(length, std::vector<float>(n, 1e-41F)); });

@@ -68,9 +68,7 @@ TEST(ComplexFft, IsTheDefinitionAndItsInverse) {
         const std::size_t k = static_cast<std::size_t>(probe) * 2654435761u % M;
         std::complex<double> expected = 0;
         for (std::size_t n = 0; n < M; ++n)
-          expected += std::complex<double>(z[n].re, z[n].im) *
-                      std::polar(1.0, -2 * std::numbers::pi * static_cast<double>(k * n % M) /
-                                          static_cast<double>(M));
+          expected += std::complex<double>(z[n].re, z[n].im) * Root(k * n, M);
         if (order % 2) expected /= static_cast<double>(M);
         const double unit = (order % 2 ? 1 / std::sqrt(static_cast<double>(M))
                                        : std::sqrt(static_cast<double>(M))) *

@@ -1,5 +1,6 @@
 #include "kernels/builds.h"
 #include "kernels/element_kernels.h"
+#include "support/floating_mode.h"
 
 #include <gtest/gtest.h>
 
@@ -93,7 +94,10 @@ TEST(Vector, SqrtReportsNegativesAndKeepsTheRest) {
   }
 }
 
+/// Moves it and computes nothing: in a mode in which denormals would be lost and signalling NaNs
+/// trap.
 TEST(Vector, InterleavingMovesEveryFrame) {
+  TestSupport::InMode in(TestSupport::floatingModes[9]);
   for (const auto& build : Builds()) {
     const Selected selected(build);
     for (int channels = 1; channels <= 17; ++channels)
@@ -105,7 +109,8 @@ TEST(Vector, InterleavingMovesEveryFrame) {
                      total = n * static_cast<std::size_t>(channels);
           const std::size_t last = Scatter(offset, 0);  // of the last channel
           const IppStatus status = (offset | last) % 16 ? ippStsMisalignedBuf : ippStsNoErr;
-          const auto noise = Noise(total, total);
+          auto noise = Mixed(total, total);
+          noise[total / 2] = std::bit_cast<float>(0x7FA00000U);
           std::vector<Guarded<float>> planar;
           planar.reserve(static_cast<std::size_t>(channels));
           for (int c = 0; c < channels; ++c)
@@ -113,15 +118,20 @@ TEST(Vector, InterleavingMovesEveryFrame) {
           std::vector<float*> pointers(planar.size());
           std::ranges::transform(planar, pointers.begin(), [](auto& one) { return one.data(); });
           Guarded<float> flat(noise, offset), back(total, offset);
-          ASSERT_EQ(status, ippsDeinterleave_32f(flat.data(), channels, len, pointers.data()));
+          IppStatus statuses[2] = {};
+          in.Run([&] {
+            statuses[0] = ippsDeinterleave_32f(flat.data(), channels, len, pointers.data());
+            statuses[1] = ippsInterleave_32f(pointers.data(), channels, len, back.data());
+          });
+          ASSERT_EQ(status, statuses[0]);
+          ASSERT_EQ(status, statuses[1]);
           for (std::size_t c = 0; c < planar.size(); ++c) {
             const std::vector<float> channel = planar[c].Values();
             for (std::size_t i = 0; i < n; ++i)
-              ASSERT_EQ(noise[i * planar.size() + c], channel[i]) << c << ", " << i;
+              ASSERT_TRUE(Same(noise[i * planar.size() + c], channel[i])) << c << ", " << i;
             ASSERT_TRUE(planar[c].Intact()) << c;
           }
-          ASSERT_EQ(status, ippsInterleave_32f(pointers.data(), channels, len, back.data()));
-          ASSERT_EQ(noise, back.Values());
+          ASSERT_EQ(0, std::memcmp(noise.data(), back.data(), total * sizeof(float)));
           ASSERT_TRUE(back.Intact());
         }
   }

@@ -2,7 +2,6 @@
 
 #include "heart/heart.h"
 
-#include "models/recipe_audio.h"
 #include "plugins/plugin_models.h"
 #include "support/seed.h"
 
@@ -10,7 +9,7 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstdlib>
+#include <fstream>
 #include <functional>
 #include <limits>
 #include <numbers>
@@ -35,8 +34,7 @@ PluginModel Recipe(const char* name, std::uint64_t window, std::uint64_t lookahe
            .sequenceSize = sequence,
            .channelCounts = {1, 2},
            .classes = std::move(classes)},
-          std::make_shared<ModelBytes>(
-              Test::ReadWhole<char>(std::string(KALVRIN_MODELS "/") + name + ".onnx"))};
+          TestSupport::Bytes(TestSupport::RecipeModel(name))};
 }
 
 /// A chord that swells, within the band of 8 kHz: conversions of the rate leave it alone. `begin`
@@ -59,7 +57,8 @@ struct Knobs {
   float restDb = 0, masterDb = 0;
   ModeWish mode = ModeWish::Automatic;
 
-  Controls At(std::size_t) const {
+  /// At any frame.
+  Controls operator()(std::size_t) const {
     return {.classGainsDb = classesDb,
             .restGainDb = restDb,
             .masterGainDb = masterDb,
@@ -178,15 +177,8 @@ TEST(Heart, GivesTheLibrarysOutputAtTheReportedLatency) {
        {.classesDb = {-60}, .masterDb = -3}},
       {"separator", Recipe("separator", 512, 0, 4, {"Speech", "Music"}), {.classesDb = {0, -60}}},
   };
-  const struct {
-    const char* name;
-    BlockLength next;
-  } blocks[] = {
+  const std::pair<const char*, BlockLength> blocks[] = {
       {"1", Constant(1)}, {"32", Constant(32)}, {"8192", Constant(8192)}, {"ragged", Ragged()}};
-  const struct {
-    const char* name;
-    ModeWish wish;
-  } modes[] = {{"direct", ModeWish::Direct}, {"spread", ModeWish::Spread}};
 
   for (const auto& model : models) {
     const double rateHz =
@@ -194,21 +186,20 @@ TEST(Heart, GivesTheLibrarysOutputAtTheReportedLatency) {
     const Audio input = Chord(2, 9000, rateHz);
     const Audio expected = Offline(model.model, model.knobs, input);
     Heart heart(model.model.description, model.model.bytes, rateHz, 2);
-    for (const auto& mode : modes)
-      for (const auto& block : blocks) {
-        SCOPED_TRACE(std::string(model.name) + ", " + mode.name + ", blocks of " + block.name);
+    for (const ModeWish mode : {ModeWish::Direct, ModeWish::Spread})
+      for (const auto& [length, next] : blocks) {
+        const bool spreads = mode == ModeWish::Spread;
+        SCOPED_TRACE(std::string(model.name) + (spreads ? ", spread" : ", direct") +
+                     ", blocks of " + length);
         Knobs knobs = model.knobs;
-        knobs.mode = mode.wish;
+        knobs.mode = mode;
         heart.Activate();
-        const Audio output =
-            Play(heart, input, block.next, [&](std::size_t i) { return knobs.At(i); });
+        const Audio output = Play(heart, input, next, knobs);
         const Description& d = model.model.description;
-        EXPECT_EQ(heart.GetLatencyFrames(mode.wish),
-                  d.ChunkFrames() * (mode.wish == ModeWish::Spread ? 2 : 1) +
-                      d.HopLength() * (1 + d.lookaheadBlocks));
+        EXPECT_EQ(heart.GetLatencyFrames(mode),
+                  d.ChunkFrames() * (spreads ? 2 : 1) + d.HopLength() * (1 + d.lookaheadBlocks));
         EXPECT_EQ(heart.GetLatencyRemainder(), 0);
-        EXPECT_EQ(Difference(output, expected, heart.GetLatencyFrames(mode.wish)), 0)
-            << "every bit";
+        EXPECT_EQ(Difference(output, expected, heart.GetLatencyFrames(mode)), 0) << "every bit";
         EXPECT_EQ(heart.LateResults(), 0u);
       }
   }
@@ -225,7 +216,7 @@ TEST(Heart, ConvertsEveryRateAtTheReportedLatency) {
     Heart heart(model.description, model.bytes, hostHz, 1);
 
     // all gains 1: the input, to a fraction of a frame
-    const Audio delayed = Play(heart, input, Ragged(), [](std::size_t i) { return Knobs().At(i); });
+    const Audio delayed = Play(heart, input, Ragged(), Knobs());
     const std::size_t latency = heart.GetLatencyFrames(ModeWish::Automatic);
     const double remainder = heart.GetLatencyRemainder();
     EXPECT_LE(std::fabs(remainder), 0.5);
@@ -235,7 +226,7 @@ TEST(Heart, ConvertsEveryRateAtTheReportedLatency) {
     // the classes by gains of their own: what the library gives at the model's rate
     heart.Activate();
     const Knobs knobs = {.classesDb = {0, -6, -60}, .restDb = -60};
-    const Audio output = Play(heart, input, Ragged(), [&](std::size_t i) { return knobs.At(i); });
+    const Audio output = Play(heart, input, Ragged(), knobs);
     Audio expected =
         Converted(Offline(model, knobs, Converted(input, hostHz, 16000)), 16000, hostHz);
     for (auto& channel : expected)
@@ -254,7 +245,7 @@ TEST(Heart, BypassIsTheInputAtTheLatencyAndTogglesWithoutAClick) {
     const Audio input = Chord(1, 60000, hostHz);
     const Knobs knobs = {.classesDb = {-60}, .restDb = -60};  // silence
     const auto controls = [&](std::size_t frame) {
-      Controls at = knobs.At(frame);
+      Controls at = knobs(frame);
       at.isBypassed = frame < 20000 || frame >= 40000;
       return at;
     };
@@ -285,13 +276,11 @@ TEST(Heart, WhatIsNoNumberIsSilenceAndDoesNotStick) {
       Audio dirty = clean;
       std::fill_n(dirty[0].begin() + 9000, 50, bad);
       const Knobs knobs = {.restDb = -60};
-      Audio outputs[2];
-      for (const bool isDirty : {false, true}) {
+      const auto run = [&](const Audio& audio) {
         Heart heart(model.description, model.bytes, hostHz, 1);
-        outputs[isDirty] = Play(heart, isDirty ? dirty : clean, Constant(64),
-                                [&](std::size_t i) { return knobs.At(i); });
-      }
-      EXPECT_EQ(outputs[0], outputs[1]) << bad << " at " << hostHz;
+        return Play(heart, audio, Constant(64), knobs);
+      };
+      EXPECT_EQ(run(dirty), run(clean)) << bad << " at " << hostHz;
     }
   }
 }
@@ -303,9 +292,7 @@ TEST(Heart, ActivationStartsAgainFromSilence) {
       const Knobs knobs = {.restDb = -60, .mode = mode};
       const Audio input = Chord(1, 5000, hostHz);
       Heart heart(model.description, model.bytes, hostHz, 1);
-      const auto run = [&] {
-        return Play(heart, input, Constant(77), [&](std::size_t i) { return knobs.At(i); });
-      };
+      const auto run = [&] { return Play(heart, input, Constant(77), knobs); };
       const Audio first = run();
       const Audio further = run();
       EXPECT_NE(first, further) << "the model counts on";
@@ -327,9 +314,9 @@ TEST(Heart, AutomaticModeGoesByTheFirstBlock) {
   for (const auto& row : rows) {
     Heart heart(model.description, model.bytes, row.hostHz, 1, row.usual);
     Audio audio = Chord(1, row.first, row.hostHz);
-    Play(heart, audio, Constant(row.first), [&](std::size_t i) { return Knobs().At(i); });
+    Play(heart, audio, Constant(row.first), Knobs());
     EXPECT_EQ(heart.GetMode(), row.mode) << row.hostHz << ' ' << row.usual << ' ' << row.first;
-    Play(heart, audio, Constant(10), [&](std::size_t i) { return Knobs().At(i); });
+    Play(heart, audio, Constant(10), Knobs());
     EXPECT_EQ(heart.GetMode(), row.mode) << "and stays";
   }
 }
@@ -339,10 +326,11 @@ TEST(Heart, ModesChangeInSilenceAndInStep) {
   for (const double hostHz : {16000.0, 48000.0}) {
     Heart heart(model.description, model.bytes, hostHz, 1);
     const Audio input = Chord(1, 90000, hostHz);
-    const auto controls = [&](std::size_t frame) {
-      Controls at = Knobs().At(frame);
-      at.mode = frame / 30000 == 1 ? ModeWish::Spread : ModeWish::Direct;
-      return at;
+    const auto controls = [](std::size_t frame) -> Controls {
+      const bool spreads = frame / 30000 == 1;
+      return {.classGainsDb = {},
+              .mode = spreads ? ModeWish::Spread : ModeWish::Direct,
+              .mayWait = true};
     };
     const Audio output = Play(heart, input, Constant(50), controls);
     const std::size_t direct = heart.GetLatencyFrames(ModeWish::Direct);
@@ -367,14 +355,11 @@ TEST(Heart, LateResultsAreSilentAndCounted) {
   std::vector<float> out(32);
   const float* const input[] = {ones.data()};
   float* const output[] = {out.data()};
-  Controls controls;
-  controls.mode = ModeWish::Spread;
+  Controls controls{.classGainsDb = {}, .mode = ModeWish::Spread};
   std::uint64_t silent = 0;
-  constexpr std::uint64_t chunks = 20000;
-  for (std::uint64_t i = 0; i < chunks; ++i) {
+  for (int i = 0; i < 20000; ++i) {
     heart.Process(input, output, 32, controls);
-    const bool isSilent = std::ranges::all_of(out, [](float x) { return x == 0; });
-    silent += isSilent;
+    silent += std::ranges::all_of(out, [](float x) { return x == 0; });
   }
   EXPECT_GT(heart.LateResults(), 0u) << "no evaluation is as fast as a copy";
   EXPECT_LE(heart.LateResults(), silent + 1);
@@ -389,8 +374,7 @@ TEST(Heart, AFailingEngineIsSilenceForItsStretch) {
   Heart heart(model.description, model.bytes, 48000, 1);
   Audio input(1, std::vector<float>(6400, 0.5F));
   input[0][3200] = 1.5F;
-  const Audio output =
-      Play(heart, input, Constant(64), [&](std::size_t i) { return Knobs().At(i); });
+  const Audio output = Play(heart, input, Constant(64), Knobs());
   EXPECT_EQ(heart.FailedEvaluations(), 2u) << "the frame is in two windows";
   EXPECT_EQ(std::ranges::count(output[0], 0.0F), 128 + 128);
   EXPECT_EQ(output[0].back(), 0.5F);

@@ -10,21 +10,12 @@
 
 #include <cmath>
 #include <filesystem>
-#include <fstream>
 #include <functional>
 #include <map>
-#include <sstream>
 
 namespace {
 
 using namespace TestSupport;
-
-std::string ReadText(const std::string& path) {
-  std::ifstream in(path, std::ios::binary);
-  std::ostringstream text;
-  text << in.rdbuf();
-  return text.str();
-}
 
 /// A model of two classes at 16 kHz, one of them with a name that Turtle has to quote.
 std::string WriteModel(const TemporaryFolder& folder, const std::string& name) {
@@ -32,7 +23,7 @@ std::string WriteModel(const TemporaryFolder& folder, const std::string& name) {
   options.metadata = {{"SampleRate", "16000"},
                       {"BaselineSequenceSize", "1"},
                       {"AudioClassNames", R"(["The \"voice\"", "Rest"])"}};
-  std::ofstream(folder / name, std::ios::binary) << MakeAudioModel(options);
+  WriteFile(folder / name, MakeAudioModel(options));
   return folder / name;
 }
 
@@ -85,12 +76,12 @@ TEST(Shells, BundlesAreCompleteAndPlay) {
     ASSERT_EQ(made.exitStatus, 0) << made.err;
     const std::string bundle =
         folder / (std::string("lv2/kalvrin-") + (*name == 'F' ? "first" : "second_one") + ".lv2");
-    ExpectPart(ReadText(bundle + "/plugins.ttl"), R"(lv2:name "The \"voice\"")");
+    ExpectPart(ReadFile(bundle + "/plugins.ttl"), R"(lv2:name "The \"voice\"")");
     auto* const entry = Open<LV2_Descriptor_Function>(bundle + "/kalvrin_lv2.so", "lv2_descriptor");
     ASSERT_TRUE(entry);
     const LV2_Descriptor* const mono = entry(0);
     ASSERT_TRUE(mono && entry(1) && !entry(2));
-    ExpectPart(ReadText(bundle + "/manifest.ttl"), "<" + std::string(mono->URI) + ">");
+    ExpectPart(ReadFile(bundle + "/manifest.ttl"), "<" + std::string(mono->URI) + ">");
     const LV2_Feature* const none[] = {nullptr};
     EXPECT_EQ(mono->instantiate(mono, 1, bundle.c_str(), none), nullptr) << "no such rate";
     LV2_Handle handle = mono->instantiate(mono, 16000, bundle.c_str(), none);
@@ -133,7 +124,7 @@ TEST(Shells, TheLadspaLibraryOffersEachModel) {
 TEST(Shells, WhatCannotBeMadeIsRefusedAndLeavesNothing) {
   const TemporaryFolder folder;
   const std::string model = WriteModel(folder, "model.onnx");
-  std::ofstream(folder / "bad.onnx") << "no model";
+  WriteFile(folder / "bad.onnx", "no model");
   std::filesystem::create_directories(folder / "lv2/kalvrin-mine.lv2");
   const struct {
     std::vector<std::string> arguments;
@@ -168,7 +159,7 @@ TEST(Shells, TheMicrophoneHasTheGainsAskedFor) {
                "Mine", "--plugins", folder / "p", "--to", folder / "c.conf"});
   ASSERT_EQ(made.exitStatus, 0) << made.err;
   ExpectPart(made.out, "systemctl --user stop kalvrin-mine");
-  const std::string text = ReadText(folder / "c.conf");
+  const std::string text = ReadFile(folder / "c.conf");
   for (const std::string& part :
        {std::string(R"("The \"voice\"" = -6)"), std::string("\"Rest\" = -60"),
         std::string("label = mine_mono"), folder / "p/kalvrin_ladspa.so"})

@@ -42,7 +42,7 @@ AddressRange engine;
 
 constexpr int mostCallers = 64;
 
-/// The first act of ours: plain memory, since it is written in the middle of anything.
+/// The first of ours of an act: plain memory, since it is written in the middle of anything.
 struct FirstAct {
   const char* name = nullptr;
   long number = -1;
@@ -52,7 +52,7 @@ struct FirstAct {
 
 thread_local bool isWatched = false;
 thread_local Tally ours, engines;
-thread_local FirstAct first;
+thread_local std::array<FirstAct, actNames.size()> firsts;
 
 void Note(Act act, const char* name, long number = -1) {
   if (!isWatched) return;
@@ -62,6 +62,7 @@ void Note(Act act, const char* name, long number = -1) {
   const bool isEngines =
       std::any_of(callers, callers + depth, [](void* at) { return engine.Has(at); });
   ++(isEngines ? engines : ours).counts[static_cast<std::size_t>(act)];
+  FirstAct& first = firsts[static_cast<std::size_t>(act)];
   if (!isEngines && !first.name) {
     first.name = name;
     first.number = number;
@@ -173,6 +174,13 @@ long Tally::Sum() const {
   return std::accumulate(counts.begin(), counts.end(), 0L);
 }
 
+std::string Observed::Text() const {
+  std::string text;
+  for (const std::string& first : firstOfOurs)
+    if (!first.empty()) text += first + '\n';
+  return text;
+}
+
 Observed RunWatched(const std::function<void()>& work) {
   engine = {};
   dl_iterate_phdr(FindEngine, nullptr);
@@ -181,14 +189,14 @@ Observed RunWatched(const std::function<void()>& work) {
     void* frame[1];
     backtrace(frame, 1);  // loads what it needs at its first call
     ours = engines = {};
-    first = {};
+    firsts = {};
     result.seesSystemCalls = ReportSystemCalls();
     isWatched = true;
     work();
     isWatched = false;
     result.ours = ours;
     result.engines = engines;
-    result.firstOfOurs = TextOf(first);
+    std::transform(firsts.begin(), firsts.end(), result.firstOfOurs.begin(), TextOf);
   }).join();
   return result;
 }
@@ -236,7 +244,7 @@ void free(void* block) {
   __libc_free(block);
 }
 
-#define WAIT(name, parameters, arguments)                                                          \
+#define PASS_ON(act, name, parameters, arguments)                                                  \
   int name parameters {                                                                            \
     static decltype(&name) next = nullptr;                                                         \
     auto found = __atomic_load_n(&next, __ATOMIC_RELAXED);                                         \
@@ -244,9 +252,10 @@ void free(void* block) {
       found = reinterpret_cast<decltype(&name)>(dlsym(RTLD_NEXT, #name));                          \
       __atomic_store_n(&next, found, __ATOMIC_RELAXED);                                            \
     }                                                                                              \
-    Note(Act::Wait, #name);                                                                        \
+    Note(Act::act, #name);                                                                         \
     return found arguments;                                                                        \
   }
+#define WAIT(name, parameters, arguments) PASS_ON(Wait, name, parameters, arguments)
 WAIT(pthread_mutex_lock, (pthread_mutex_t * m), (m))
 WAIT(pthread_mutex_trylock, (pthread_mutex_t * m), (m))
 WAIT(pthread_mutex_timedlock, (pthread_mutex_t * m, const timespec* t), (m, t))
@@ -269,7 +278,7 @@ WAIT(pthread_join, (pthread_t t, void** r), (t, r))
 WAIT(sem_wait, (sem_t * s), (s))
 WAIT(sem_trywait, (sem_t * s), (s))
 WAIT(sem_timedwait, (sem_t * s, const timespec* t), (s, t))
-WAIT(sem_post, (sem_t * s), (s))
+PASS_ON(WakeUp, sem_post, (sem_t * s), (s))
 WAIT(nanosleep, (const timespec* t, timespec* left), (t, left))
 WAIT(clock_nanosleep, (clockid_t c, int f, const timespec* t, timespec* left), (c, f, t, left))
 WAIT(usleep, (useconds_t t), (t))

@@ -10,9 +10,10 @@
 
 namespace TestSupport {
 
-enum class Act { Allocation, Release, Wait, SystemCall };
-inline constexpr std::array<const char*, 4> actNames = {"allocations", "releases",
-                                                        "locks and waits", "system calls"};
+/// A wake-up is a sem_post, which waits for nobody.
+enum class Act { Allocation, Release, Wait, WakeUp, SystemCall };
+inline constexpr std::array<const char*, 5> actNames = {
+    "allocations", "releases", "locks and waits", "wake-ups", "system calls"};
 
 /// How often each Act was seen.
 struct Tally {
@@ -26,11 +27,14 @@ struct Tally {
 /// its callers, else it is ours: the library's or the test's own.
 struct Observed {
   Tally ours, engines;
-  /// "malloc" or "system call 110", and its callers from the innermost, each as file+offset for
-  /// addr2line. Empty where `ours` is.
-  std::string firstOfOurs;
+  /// The first of ours of each act that was seen: "malloc" or "system call 110", and its callers
+  /// from the innermost, each as file+offset for addr2line.
+  std::array<std::string, actNames.size()> firstOfOurs;
   /// The kernel let itself be asked to report system calls; it may not in a sandbox.
   bool seesSystemCalls = false;
+
+  /// All of firstOfOurs.
+  std::string Text() const;
 };
 
 /// Runs `work` on a thread of its own, watched from its first to its last instruction, so that the

@@ -1,9 +1,9 @@
 #pragma once
 
+#include "platform/onnxruntime/engine.h"
 #include "platform/platform.h"
 
 #include <cstdint>
-#include <map>
 #include <memory>
 #include <string>
 
@@ -13,22 +13,27 @@ namespace Platform = Orvik::Tesmo::Platform;
 
 /// An engine behind the boundary with a second one in its shadow: each evaluation is repeated by a
 /// plain run of a session of its own, whose states are handed from run to run by copying, and all
-/// outputs and states are compared bit by bit. For one model, one stream, and tensors of numbers.
+/// outputs and states are compared bit by bit. For one model, and tensors of numbers.
 class ShadowedRuntime final : public Platform::Runtime {
 public:
   /// `module` is the engine's, opened; `model` the bytes of the model that will be loaded.
   ShadowedRuntime(Platform::Runtime& inner, void* module, const std::string& model);
-  ~ShadowedRuntime() override;
 
   std::uint64_t GetEvaluationCount() const { return evaluations; }
   /// Empty while all agreed.
   const std::string& GetFirstDifference() const { return firstDifference; }
 
   ResultCode LoadModel(const void* bytes, std::uint32_t size,
-                       std::shared_ptr<Platform::Model>& model) override;
+                       std::shared_ptr<Platform::Model>& model) override {
+    return inner.LoadModel(bytes, size, model);
+  }
   ResultCode CreateDevice(Platform::DeviceKind kind,
-                          std::shared_ptr<Platform::Device>& device) override;
-  ResultCode CreateSessionOptions(std::shared_ptr<Platform::SessionOptions>& options) override;
+                          std::shared_ptr<Platform::Device>& device) override {
+    return inner.CreateDevice(kind, device);
+  }
+  ResultCode CreateSessionOptions(std::shared_ptr<Platform::SessionOptions>& options) override {
+    return inner.CreateSessionOptions(options);
+  }
   ResultCode CreateSession(const std::shared_ptr<Platform::Model>& model,
                            const std::shared_ptr<Platform::Device>& device,
                            const std::shared_ptr<Platform::SessionOptions>& options,
@@ -39,20 +44,13 @@ public:
                           std::shared_ptr<Platform::Tensor>& tensor) override;
 
 private:
-  struct TensorFacts {
-    std::uint32_t kind;
-    Platform::Shape shape;
-  };
-  class PlainRun;
+  class ShadowedTensor;
   class ShadowedBinding;
   class ShadowedSession;
 
-  /// What differs between the stream's tensors and the run's, or nothing.
-  std::string Difference(ShadowedBinding& binding);
-
   Platform::Runtime& inner;
-  std::unique_ptr<PlainRun> plainRun;
-  std::map<const Platform::Tensor*, TensorFacts> facts;
+  Platform::OnnxRuntime::Engine engine;
+  Platform::OnnxRuntime::Handle<Platform::OnnxRuntime::OrtSession> plainSession;
   std::uint64_t evaluations = 0;
   std::string firstDifference;
 };

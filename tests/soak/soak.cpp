@@ -42,52 +42,27 @@ std::uint64_t Between(Generator& generator, std::uint64_t low, std::uint64_t hig
 
 struct Row {
   const char* name;
-  std::string model;
   std::vector<const char16_t*> classes;
   std::uint64_t hop, lookahead;
   std::uint64_t evenBlock, longestBlock;  ///< of the one stream, of the other
   double share;                           ///< of all frames
+  std::string model = RecipeModel(name);
 };
 
 constexpr std::uint64_t sequenceSizes[] = {1, 2, 3, 4, 6};
 constexpr std::uint64_t mostChannels = 3;
 
-std::string ReadModel(const std::string& recipe) {
-  std::ifstream file(KALVRIN_MODELS "/" + recipe + ".onnx", std::ios::binary);
-  return {std::istreambuf_iterator<char>(file), {}};
-}
-
 std::vector<Row> Rows() {
-  // 256 is one hop of the recipes, 512 of one; 97 and 331 divide no ring
   const std::vector<StateOptions> counters = {{.isHeard = true},
                                               {.element = Element::Int64, .shape = {"C"}}};
+  const std::string counting = MakeAudioModel({.features = 128, .states = counters});
+  // 256 is one hop of the recipes, 512 of one; 97 and 331 divide no ring
   return {
-      {"counting states",
-       MakeAudioModel({.features = 128, .states = counters}),
-       {u"Extracted"},
-       64,
-       0,
-       32,
-       97,
-       0.3},
-      {"band_splitter",
-       ReadModel("band_splitter"),
-       {u"Low", u"Voice", u"High"},
-       256,
-       0,
-       128,
-       331,
-       0.3},
-      {"noise_reducer", ReadModel("noise_reducer"), {u"Speech"}, 256, 0, 256, 97, 0.2},
-      {"harmonic_percussive",
-       ReadModel("harmonic_percussive"),
-       {u"Harmonic", u"Percussive"},
-       512,
-       3,
-       331,
-       1024,
-       0.1},
-      {"separator", ReadModel("separator"), {u"Speech", u"Music"}, 256, 0, 64, 331, 0.1},
+      {"counting states", {u"Extracted"}, 64, 0, 32, 97, 0.3, counting},
+      {"band_splitter", {u"Low", u"Voice", u"High"}, 256, 0, 128, 331, 0.3},
+      {"noise_reducer", {u"Speech"}, 256, 0, 256, 97, 0.2},
+      {"harmonic_percussive", {u"Harmonic", u"Percussive"}, 512, 3, 331, 1024, 0.1},
+      {"separator", {u"Speech", u"Music"}, 256, 0, 64, 331, 0.1},
   };
 }
 
@@ -275,7 +250,6 @@ private:
   /// What both have given so far, and in unity segments that it is the input.
   void Compare() {
     const std::uint64_t n = std::min(random.out.Frames(), even.out.Frames());
-    const std::uint64_t delay = row.hop * (1 + row.lookahead);
     // the input from frame max(0, compared - delay) on is still in `in`
     for (std::uint64_t c = 0; c < channels; ++c) {
       for (std::uint64_t i = 0; i < n; ++i) {
@@ -299,12 +273,10 @@ private:
   }
 
   /// The first frame of the segment that `in` still holds.
-  std::uint64_t InFrom() const {
-    const std::uint64_t delay = row.hop * (1 + row.lookahead);
-    return compared - std::min(compared, delay);
-  }
+  std::uint64_t InFrom() const { return compared - std::min(compared, delay); }
 
   const Row& row;
+  const std::uint64_t delay = row.hop * (1 + row.lookahead);
   Generator generator;
   ShadowedRuntime shadowed;
   Side random, even;

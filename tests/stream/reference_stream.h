@@ -1,12 +1,12 @@
 #pragma once
 
-// A plain model of a stream whose model passes windows through: frames in lists, double precision,
-// one hop at a time.
+// A plain model of a stream: each channel in arrays of its own, double precision, the definitions
+// of windows and overlap-add.
 
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
-#include <deque>
+#include <functional>
 #include <limits>
 #include <numbers>
 #include <stdexcept>
@@ -32,15 +32,19 @@ struct StreamSizes {
   }
 };
 
-using Frame = std::vector<double>;  ///< one value per channel
-using Frames = std::vector<Frame>;
+using Samples = std::vector<double>;
+using Planar = std::vector<Samples>;  ///< by channel
+
+/// What an evaluation makes of one channel's windows, the lookahead's before the new ones: the
+/// first `sequence` windows of the result are what comes out.
+using WindowRule = std::function<Planar(std::size_t channel, const Planar& windows)>;
 
 class ReferenceStream {
 public:
   explicit ReferenceStream(const StreamSizes& sizes) : sizes(sizes), read(Prefill()) { Clear(); }
 
-  /// Gain of each channel from now on, as of the next evaluation.
-  void SetFactors(std::vector<double> perChannel) { factors = std::move(perChannel); }
+  /// As of the next evaluation. At first windows pass through.
+  void SetRule(WindowRule newRule) { rule = std::move(newRule); }
   /// From now on an evaluation fails that is given a sample of this level or above.
   void FailFrom(double level) { failLevel = level; }
   void Resize(std::uint64_t sequence, std::uint64_t channels) {
@@ -50,86 +54,89 @@ public:
   }
 
   /// Throws std::runtime_error where an evaluation is to fail.
-  Frames Process(const Frames& block, bool continues) {
+  Planar Process(const Planar& block, bool continues) {
     if (!continues) {
       read = Prefill();
       write = 0;
     }
     read = std::min(read, sizes.Capacity());
     write = std::min(write, sizes.Capacity());
-    const std::size_t n = std::min<std::size_t>(block.size(), sizes.block);
-    Frames result;
-    std::size_t put = 0;
+    const std::uint64_t n = std::min<std::uint64_t>(block[0].size(), sizes.block);
+    Planar result(sizes.channels, Samples(n));
+    std::uint64_t taken = 0, put = 0;
     while (true) {
-      while (result.size() < n && read < sizes.Capacity())
-        result.push_back(outputRing[read++]);
-      while (put < n && write < sizes.Capacity())
-        inputRing[write++] = block[put++];
-      if (result.size() == n && put == n) return result;
+      for (; taken < n && read < sizes.Capacity(); ++taken, ++read)
+        for (std::uint64_t c = 0; c < sizes.channels; ++c)
+          result[c][taken] = channels[c].outputRing[read];
+      for (; put < n && write < sizes.Capacity(); ++put, ++write)
+        for (std::uint64_t c = 0; c < sizes.channels; ++c)
+          channels[c].inputRing[write] = block[c][put];
+      if (taken == n && put == n) return result;
       Evaluate();
       read = write = 0;
     }
   }
 
 private:
-  struct Window {
-    Frames first, second;  ///< a hop each
+  struct Channel {
+    Samples inputRing, outputRing;
+    Samples tail;     ///< last hop that an evaluation was given
+    Samples overlap;  ///< second half of the last window that came out
+    Planar held;      ///< windows given and not yet out, as many as the lookahead
   };
 
   std::uint64_t Prefill() const {
     const bool divides = sizes.Capacity() % sizes.block == 0;
     return divides && sizes.Capacity() > sizes.block ? sizes.block : 0;
   }
-  Frames Silence(std::uint64_t frames) const { return Frames(frames, Frame(sizes.channels, 0.0)); }
 
   void Clear() {
-    inputRing = outputRing = Silence(sizes.Capacity());
-    const Window silent = {Silence(sizes.hop), Silence(sizes.hop)};
-    tail = silent.first;
-    last = silent;
-    held.assign(sizes.lookahead, silent);
-    factors.assign(sizes.channels, 1.0);
+    const Samples ring(sizes.Capacity()), hop(sizes.hop), window(2 * sizes.hop);
+    channels.assign(sizes.channels, {ring, ring, hop, hop, Planar(sizes.lookahead, window)});
   }
 
-  double Hann(std::size_t i) const {
-    return 0.5 - 0.5 * std::cos(std::numbers::pi * static_cast<double>(i) /
-                                static_cast<double>(sizes.hop));
+  /// The Hann window, or its root on either side of a model on spectra.
+  double Taper(std::size_t i) const {
+    const double hann = 0.5 - 0.5 * std::cos(std::numbers::pi * static_cast<double>(i) /
+                                             static_cast<double>(sizes.hop));
+    return sizes.isSpectral ? std::sqrt(hann) : hann;
   }
 
   void Evaluate() {
-    std::vector<Frames> hops = {tail};
-    for (std::uint64_t s = 0; s < sizes.sequence; ++s)
-      hops.emplace_back(inputRing.begin() + static_cast<std::ptrdiff_t>(s * sizes.hop),
-                        inputRing.begin() + static_cast<std::ptrdiff_t>((s + 1) * sizes.hop));
-    tail = hops.back();
-    for (const Frames& frames : hops)
-      for (const Frame& frame : frames)
-        if (*std::max_element(frame.begin(), frame.end()) >= failLevel)
-          throw std::runtime_error("evaluation");
-    for (std::uint64_t s = 0; s < sizes.sequence; ++s) {
-      held.push_back({hops[s], hops[s + 1]});
-      Window window = held.front();
-      held.pop_front();
-      for (Frames* half : {&window.first, &window.second})
-        for (Frame& frame : *half)
-          for (std::uint64_t c = 0; c < sizes.channels; ++c)
-            frame[c] *= factors[c];
-      for (std::uint64_t i = 0; i < sizes.hop; ++i)
-        for (std::uint64_t c = 0; c < sizes.channels; ++c)
-          outputRing[s * sizes.hop + i][c] =
-              Hann(sizes.hop + i) * last.second[i][c] + Hann(i) * window.first[i][c];
-      last = window;
+    const auto hop = static_cast<std::ptrdiff_t>(sizes.hop);
+    Planar given;  // by channel the last hop of the evaluation before, and the ring
+    for (Channel& channel : channels) {
+      Samples& frames = given.emplace_back(channel.tail);
+      frames.insert(frames.end(), channel.inputRing.begin(), channel.inputRing.end());
+      channel.tail.assign(frames.end() - hop, frames.end());
+    }
+    for (const Samples& frames : given)
+      if (*std::max_element(frames.begin(), frames.end()) >= failLevel)
+        throw std::runtime_error("evaluation");
+    for (std::size_t c = 0; c < channels.size(); ++c) {
+      Planar& windows = channels[c].held;
+      for (std::uint64_t s = 0; s < sizes.sequence; ++s) {
+        Samples& window = windows.emplace_back(2 * sizes.hop);
+        for (std::uint64_t i = 0; i < window.size(); ++i)
+          window[i] = given[c][s * sizes.hop + i] * (sizes.isSpectral ? Taper(i) : 1.0);
+      }
+      const Planar made = rule(c, windows);
+      windows.erase(windows.begin(), windows.end() - static_cast<std::ptrdiff_t>(sizes.lookahead));
+      Samples sum = channels[c].overlap;
+      sum.resize(sizes.Capacity() + sizes.hop);
+      for (std::uint64_t s = 0; s < sizes.sequence; ++s)
+        for (std::uint64_t i = 0; i < 2 * sizes.hop; ++i)
+          sum[s * sizes.hop + i] += Taper(i) * made[s][i];
+      channels[c].outputRing.assign(sum.begin(), sum.end() - hop);
+      channels[c].overlap.assign(sum.end() - hop, sum.end());
     }
   }
 
   StreamSizes sizes;
   std::uint64_t read;
   std::uint64_t write = 0;
-  Frames inputRing, outputRing;
-  Frames tail;              ///< last hop that an evaluation was given
-  std::deque<Window> held;  ///< windows given and not yet out, as many as the lookahead
-  Window last;              ///< the last window that came out
-  std::vector<double> factors;
+  std::vector<Channel> channels;
+  WindowRule rule = [](std::size_t, const Planar& windows) { return windows; };
   double failLevel = std::numeric_limits<double>::infinity();
 };
 

@@ -2,8 +2,8 @@
 
 #include "kalvrin/stream_processor.h"
 
+#include "stream/compared_stream.h"
 #include "stream/engine_models.h"
-#include "stream/stream_checks.h"
 #include "support/seed.h"
 
 #include <gtest/gtest.h>
@@ -15,10 +15,12 @@
 #include <memory>
 #include <random>
 #include <thread>
+#include <utility>
 
 namespace {
 
 using namespace TestSupport;
+using Orvik::Tesmo::LatencyFrames;
 using Orvik::Tesmo::StreamProcessor;
 using Stream = std::unique_ptr<StreamProcessor>;
 
@@ -39,11 +41,6 @@ Stream MakePassThrough(const StreamSizes& sizes) {
   return Create(PassThroughModel(sizes), sizes);
 }
 
-/// A stream over another model than the plain one, for comparison.
-StreamMaker Over(const AudioModelOptions& options) {
-  return [options](const StreamSizes& sizes) { return Create(options, sizes); };
-}
-
 /// `frames` of `channels` channels, all of this value, in and out.
 std::vector<float> Output(StreamProcessor& stream, std::uint64_t channels, std::uint64_t frames,
                           float value, std::int32_t continuation = 1) {
@@ -55,64 +52,155 @@ std::vector<float> Output(StreamProcessor& stream, std::uint64_t channels, std::
   return samples;
 }
 
+struct Step {
+  std::uint64_t frames;
+  std::int32_t continuation = 1;
+  std::uint64_t times = 1;
+};
+
+struct Pattern {
+  const char* name;
+  StreamSizes sizes;
+  std::vector<Step> steps;
+};
+
+std::vector<Pattern> FixedPatterns() {
+  const StreamSizes divides = {.hop = 8, .sequence = 4, .channels = 2, .block = 8};
+  const StreamSizes whole = {.hop = 8, .sequence = 4, .channels = 2, .block = 32};
+  const StreamSizes straddles = {.hop = 8, .sequence = 4, .channels = 3, .block = 13};
+  const StreamSizes beyond = {.hop = 4, .sequence = 2, .channels = 2, .block = 29};
+  const StreamSizes single = {.hop = 6, .sequence = 1, .channels = 1, .block = 6};
+  return {
+      {"block divides the ring", divides, {{8, 0}, {8, 1, 20}}},
+      {"any continuation but 0 runs on", divides, {{8, 5}, {8, -1, 7}, {8, 1, 7}}},
+      {"block is the ring", whole, {{32, 1, 6}}},
+      {"block straddles the ring's end", straddles, {{13, 1, 25}}},
+      {"one window per evaluation", single, {{6, 1, 9}}},
+      {"block longer than the ring", beyond, {{29, 1, 9}, {3, 1, 5}, {29, 1, 2}}},
+      {"short blocks without prefill stay gapless", straddles, {{13}, {1, 1, 40}, {7, 1, 9}, {13}}},
+      {"short blocks eat the lead", divides, {{8, 1, 5}, {3, 1, 9}, {8, 1, 9}, {8, 0}, {8, 1, 9}}},
+      {"a single short block", divides, {{8, 1, 3}, {5}, {8, 1, 8}}},
+      {"oversized blocks are cut", divides, {{8}, {20, 1, 9}, {1000}, {8, 1, 5}}},
+      {"empty blocks", divides, {{0, 0}, {8, 1, 2}, {0}, {8, 1, 2}, {0, 0}, {8, 1, 9}}},
+      {"restart at once", divides, {{8, 0}, {8, 0}, {8, 0}, {8, 1, 12}}},
+      {"restart in mid-ring", divides, {{8, 1, 6}, {8, 0}, {8, 1, 3}, {8, 0}, {8, 1, 12}}},
+      {"restart in mid-block", straddles, {{13, 1, 4}, {6, 0}, {13, 1, 6}, {13, 0}, {13, 1, 6}}},
+  };
+}
+
+Pattern RandomPattern(std::mt19937_64& generator) {
+  const auto upTo = [&](std::uint64_t low, std::uint64_t high) {
+    return std::uniform_int_distribution<std::uint64_t>(low, high)(generator);
+  };
+  StreamSizes sizes = {.hop = upTo(1, 12),
+                       .sequence = upTo(1, 5),
+                       .channels = upTo(1, 5),
+                       .lookahead = upTo(0, 7),
+                       .block = upTo(1, 40),
+                       .isSpectral = upTo(0, 1) == 1};
+  if (upTo(0, 2) == 0) sizes.block = sizes.hop;
+  std::vector<Step> steps;
+  for (std::uint64_t i = 0; i < 60; ++i)
+    steps.push_back({upTo(0, 3) ? sizes.block : upTo(0, sizes.block + 3), upTo(0, 15) ? 1 : 0});
+  return {"random", sizes, std::move(steps)};
+}
+
 TEST(WholeStream, LatencyIsMetToTheFrame) {
-  CheckLatencies(MakePassThrough);
-}
-
-TEST(WholeStream, BlocksOfAnyRhythmGiveTheDelayedInput) {
-  CheckBlockPatterns(MakePassThrough);
-}
-
-TEST(WholeStream, SizesChangeAtRunTime) {
-  CheckSizeChanges(MakePassThrough);
-}
-
-TEST(WholeStream, UnityGivesTheDelayedInputWhateverTheModelGives) {
-  const std::string classes = R"(["Speech","Music","Noise"])";
   const struct {
-    const char* name;
-    AudioModelOptions options;
+    std::uint64_t hop, sequence, block, lookahead, latency;
   } rows[] = {
-      {"loud classes",
-       {.classGains = {1e30f, -3e37f, 7.0f}, .metadata = {{"AudioClassNames", classes}}}},
-      {"a counting state", {.states = {{.isHeard = true}}}},
+      {256, 4, 128, 0, 1152},  {256, 4, 256, 0, 1024},  {256, 4, 512, 0, 768},
+      {256, 4, 300, 0, 1280},  {256, 4, 1024, 0, 1280}, {256, 4, 256, 2, 1536},
+      {256, 4, 1, 0, 1279},    {256, 1, 256, 0, 512},   {256, 1, 128, 0, 384},
+      {256, 4, 2000, 0, 1280}, {240, 3, 240, 1, 960},   {240, 3, 480, 5, 2160},
   };
   for (const auto& row : rows) {
-    SCOPED_TRACE(row.name);
-    const StreamSizes sizes = {.hop = 4, .sequence = 3, .channels = 2, .block = 4};
-    ComparedStream compared(Over(row.options), sizes, TestSeed());
-    for (int i = 0; i < 30; ++i)
-      ASSERT_NO_FATAL_FAILURE(compared.Process(4, 1));
+    EXPECT_EQ(LatencyFrames(2 * row.hop, row.lookahead, row.sequence, row.block), row.latency);
+    for (const bool isSpectral : {false, true}) {
+      const StreamSizes sizes = {row.hop, row.sequence, 2, row.lookahead, row.block, isSpectral};
+      for (const std::uint64_t at : {std::uint64_t{0}, row.hop * row.sequence + 17}) {
+        const Stream stream = MakePassThrough(sizes);
+        ASSERT_TRUE(stream) << sizes.Text();
+        stream->ResetGains();
+        if (at == 0) stream->SetAudioClassGain(u"Rest", 0.0f);
+        const std::uint64_t impulse = at + row.latency;
+        for (std::uint64_t start = 0; start <= impulse + row.hop; start += row.block) {
+          HostBlock block(sizes.channels, row.block, 0.0f);
+          if (at >= start && at < start + row.block) block.samples[1][at - start] = 1.0f;
+          stream->ProcessBlock(block.pointers.data(), block.pointers.data(), row.block, 1);
+          for (std::uint64_t i = 0; i < row.block; ++i) {
+            ASSERT_EQ(block.samples[0][i], 0.0f) << sizes.Text() << "; other channel";
+            ASSERT_NEAR(block.samples[1][i], start + i == impulse ? 1.0f : 0.0f, Tolerance)
+                << sizes.Text() << "; impulse at " << at << ", output " << start + i;
+          }
+        }
+      }
+    }
   }
 }
 
-/// The factor of each channel is g m where it is bound to a class of gain g, else
-/// r m + sum over k of a(k) (g(k) m - r m), for a model whose class k is a(k) times its input.
-TEST(WholeStream, GainsMixClassesAndRemainder) {
+TEST(WholeStream, BlocksOfAnyRhythmGiveTheDelayedInput) {
+  std::vector<Pattern> patterns;
+  for (const std::uint64_t lookahead : {0, 2, 5}) {
+    for (const bool isSpectral : {false, true}) {
+      for (Pattern pattern : FixedPatterns()) {
+        pattern.sizes.lookahead = lookahead;
+        pattern.sizes.isSpectral = isSpectral;
+        patterns.push_back(std::move(pattern));
+      }
+    }
+  }
   std::mt19937_64 generator(TestSeed());
-  const auto gain = [&] { return std::uniform_real_distribution<float>(0.0f, 2.0f)(generator); };
+  for (int i = 0; i < 60; ++i)
+    patterns.push_back(RandomPattern(generator));
+
+  unsigned turn = 0;
+  for (const Pattern& pattern : patterns) {
+    SCOPED_TRACE(pattern.name);
+    const bool inPlace = turn % 2 == 1;
+    const bool fromModel = turn % 3 != 2;
+    ++turn;
+    ComparedStream compared(MakePassThrough, pattern.sizes, generator(), fromModel);
+    for (const Step& step : pattern.steps)
+      for (std::uint64_t i = 0; i < step.times; ++i)
+        ASSERT_NO_FATAL_FAILURE(compared.Process(step.frames, step.continuation, inPlace));
+  }
+}
+
+TEST(WholeStream, SizesChangeAtRunTime) {
+  const std::uint64_t huge[] = {0, std::uint64_t{1} << 27, std::uint64_t{1} << 32,
+                                std::uint64_t{1} << 62, ~std::uint64_t{0}};
   for (const bool isSpectral : {false, true}) {
-    const StreamSizes sizes = {
-        .hop = 6, .sequence = 2, .channels = 4, .block = 6, .isSpectral = isSpectral};
-    AudioModelOptions options = PassThroughModel(sizes);
-    options.classGains = {gain() - 1.0f, gain() - 1.0f};
-    options.metadata.emplace_back("AudioClassNames", R"(["Speech","Music"])");
-    options.metadata.emplace_back("ChannelToAudioClassBindings",
-                                  R"([[1,"Music"],[2,"speech"],[3,"rest"],[9,"Speech"]])");
-    ComparedStream compared(Over(options), sizes, generator());
-    compared.SetScale(16.0);
-    for (int change = 0; change < 20; ++change) {
-      const float master = gain(), rest = gain(), speech = gain(), music = gain();
-      EXPECT_TRUE(compared.Stream().SetMasterGain(master));
-      EXPECT_TRUE(compared.Stream().SetAudioClassGain(u"REST", rest));
-      EXPECT_TRUE(compared.Stream().SetAudioClassGain(u"Speech", speech));
-      EXPECT_TRUE(compared.Stream().SetAudioClassGain(u"Music", music));
-      const double mixed = rest + options.classGains[0] * (double{speech} - rest) +
-                           options.classGains[1] * (double{music} - rest);
-      compared.Reference().SetFactors(
-          {mixed * master, double{music} * master, double{speech} * master, double{rest} * master});
-      for (int i = 0; i < 7; ++i)
-        ASSERT_NO_FATAL_FAILURE(compared.Process(6, 1));
+    const StreamSizes sizes = {.hop = 8,
+                               .sequence = 4,
+                               .channels = 2,
+                               .lookahead = 1,
+                               .block = 16,
+                               .isSpectral = isSpectral};
+    ComparedStream compared(MakePassThrough, sizes, TestSeed(), true);
+    const auto runOn = [&](std::int32_t first) {
+      for (int i = 0; i < 9; ++i)
+        ASSERT_NO_FATAL_FAILURE(compared.Process(i == 4 ? 11 : 16, i == 0 ? first : 1));
+    };
+    ASSERT_NO_FATAL_FAILURE(runOn(1));
+    // Down to rings shorter than a block and up again, with and without the restart that a host
+    // owes the stream; the present size too empties everything.
+    const std::int32_t restart = 0, forgotten = 1;
+    for (const std::uint64_t size : {8, 1, 3, 3, 4}) {
+      SCOPED_TRACE("sequence size " + std::to_string(size));
+      compared.SetSequenceSize(size);
+      ASSERT_NO_FATAL_FAILURE(runOn(size == 1 ? forgotten : restart));
+    }
+    for (const std::uint64_t count : {5, 1, 1, 2}) {
+      SCOPED_TRACE("channel count " + std::to_string(count));
+      compared.SetChannelCount(count);
+      ASSERT_NO_FATAL_FAILURE(runOn(count == 5 ? forgotten : restart));
+    }
+    for (const std::uint64_t refused : huge) {
+      SCOPED_TRACE("refused size " + std::to_string(refused));
+      compared.Stream().SetSequenceSize(refused);
+      compared.Stream().SetChannelCount(refused);
+      ASSERT_NO_FATAL_FAILURE(runOn(1));
     }
   }
 }
@@ -141,40 +229,13 @@ TEST(WholeStream, IsMuteUntilGainsAreSetAndRefusesBadOnes) {
   EXPECT_EQ(last(), 0.0f);
 }
 
-/// A counter in the model adds the number of the evaluation to its output.
-TEST(WholeStream, StatesAdvanceOncePerEvaluationAndRestartWithTheSizes) {
-  const StreamSizes sizes = {.hop = 4, .sequence = 3, .channels = 1, .block = 12};
-  for (const Element element :
-       {Element::Float, Element::Int64, Element::Float16, Element::Double}) {
-    AudioModelOptions options = PassThroughModel(sizes);
-    options.states = {{.element = element, .isHeard = true}};
-    const Stream stream = Create(options, sizes);
-    ASSERT_TRUE(stream);
-    stream->ResetGains();
-    stream->SetAudioClassGain(u"Rest", 0.0f);
-    // The last frame of an evaluation is only touched by its own windows; the first call has none.
-    const auto run = [&](int from, int to) {
-      for (int count = from; count <= to; ++count)
-        EXPECT_NEAR(Output(*stream, 1, 12, 0.0f).back(), count, 1e-5) << static_cast<int>(element);
-    };
-    EXPECT_EQ(Output(*stream, 1, 12, 0.0f).back(), 0.0f);
-    run(0, 5);
-    stream->SetMasterGain(0.0f);
-    run(0, 0);
-    stream->SetMasterGain(1.0f);
-    run(7, 9);
-    stream->SetSequenceSize(3);
-    EXPECT_EQ(Output(*stream, 1, 12, 0.0f, 0).back(), 0.0f);
-    run(0, 4);
-  }
-}
-
 TEST(WholeStream, FailedEvaluationReachesTheHostAndTheStreamGoesOn) {
   for (const std::uint64_t block : {8, 3}) {
     const StreamSizes sizes = {.hop = 4, .sequence = 4, .channels = 1, .block = block};
     AudioModelOptions options = PassThroughModel(sizes);
     options.failsOnLevel = true;
-    ComparedStream compared(Over(options), sizes, TestSeed(), true);
+    const auto make = [&](const StreamSizes&) { return Create(options, sizes); };
+    ComparedStream compared(make, sizes, TestSeed(), true);
     compared.Reference().FailFrom(1.0);
     for (int i = 0; i < 9; ++i)
       ASSERT_NO_FATAL_FAILURE(compared.Process(block, 1));
@@ -238,33 +299,20 @@ TEST(WholeStream, RefusalsGiveNullAndTheNextStreamWorks) {
   EXPECT_TRUE(lowBitsCount);
 }
 
-TEST(WholeStream, SequenceSizeZeroTakesTheModelsOwn) {
+TEST(WholeStream, TheModelSaysItsSampleRateAndItsSequenceSize) {
   const struct {
-    const char* baseline;
+    std::vector<std::pair<std::string, std::string>> metadata;
     std::uint64_t sequence;
-  } rows[] = {{"", 4}, {"3", 3}};
+    std::int32_t sampleRate;
+  } rows[] = {{{}, 4, 0}, {{{"BaselineSequenceSize", "3"}, {"SampleRate", "16000"}}, 3, 16000}};
   for (const auto& row : rows) {
     const StreamSizes sizes = {.hop = 4, .sequence = row.sequence, .channels = 1, .block = 3};
-    AudioModelOptions options = PassThroughModel(sizes);
-    if (*row.baseline) options.metadata.emplace_back("BaselineSequenceSize", row.baseline);
-    const auto make = [&](const StreamSizes&) { return Create(MakeAudioModel(options), 0, 1, 3); };
+    const std::string model = MakeAudioModel({.metadata = row.metadata});
+    const auto make = [&](const StreamSizes&) { return Create(model, 0, 1, 3); };
     ComparedStream compared(make, sizes, TestSeed());
+    EXPECT_EQ(compared.Stream().GetSampleRate(), row.sampleRate);
     for (int i = 0; i < 20; ++i)
-      ASSERT_NO_FATAL_FAILURE(compared.Process(3, 1)) << "baseline " << row.baseline;
-  }
-}
-
-TEST(WholeStream, RefusedSizesLeaveTheStreamRunning) {
-  const StreamSizes sizes = {.hop = 4, .sequence = 3, .channels = 2, .lookahead = 1, .block = 5};
-  AudioModelOptions options = PassThroughModel(sizes);
-  options.inputShape = {2, 4, 8};
-  options.outputShape = {1, 2, 3, 8};
-  ComparedStream compared(Over(options), sizes, TestSeed(), true);
-  for (const std::uint64_t size : {1, 2, 4, 1000}) {
-    for (int i = 0; i < 4; ++i)
-      ASSERT_NO_FATAL_FAILURE(compared.Process(5, 1)) << size;
-    compared.Stream().SetSequenceSize(size);
-    compared.Stream().SetChannelCount(size == 2 ? 3 : size);
+      ASSERT_NO_FATAL_FAILURE(compared.Process(3, 1)) << "sequence size " << row.sequence;
   }
 }
 

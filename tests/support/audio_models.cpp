@@ -1,5 +1,9 @@
 #include "support/audio_models.h"
 
+#include <fstream>
+#include <iterator>
+#include <stdexcept>
+
 namespace TestSupport {
 namespace {
 
@@ -152,6 +156,12 @@ std::string MakeAudioModel(const Options& options) {
   for (const auto& [key, value] : options.metadata)
     model.Metadata(key, value);
   return model.Build();
+}
+
+std::string RecipeModel(const std::string& name) {
+  std::ifstream file(KALVRIN_MODELS "/" + name + ".onnx", std::ios::binary);
+  if (!file) throw std::runtime_error("there is no model " + name);
+  return {std::istreambuf_iterator<char>(file), {}};
 }
 
 }  // namespace TestSupport

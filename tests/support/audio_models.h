@@ -53,4 +53,7 @@ struct AudioModelOptions {
 /// (or, for components, takes the first). Spectra come by inputRank 4, outputRank 5.
 std::string MakeAudioModel(const AudioModelOptions& options = {});
 
+/// The bytes of one of the repository's models; the test depends on the target `models`.
+std::string RecipeModel(const std::string& name);
+
 }  // namespace TestSupport

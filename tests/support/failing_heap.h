@@ -3,7 +3,8 @@
 namespace TestSupport {
 
 /// While one lives, the allocations of this thread by operator new from number `from` on (counted
-/// from 0) fail: one of them, or all. A program that links this has its operator new replaced.
+/// from 0) fail: one of them, or all. A program that links this has its operator new replaced,
+/// and ends with a message where a block that is released was written past its end.
 class FailingHeap {
 public:
   enum class Extent { One, All };

@@ -2,7 +2,11 @@
 
 #include <algorithm>
 #include <cstring>
+#include <functional>
+#include <numeric>
+#include <stdexcept>
 #include <tuple>
+#include <type_traits>
 
 namespace TestSupport {
 
@@ -26,46 +30,31 @@ namespace {
 using Script = FakeRuntime::Script;
 using ScriptPtr = std::shared_ptr<Script>;
 
-/// Runs `work` behind the gate of the script, and turns what it throws into a code, as the boundary
-/// asks for. `numbers` gives what the record has in brackets.
-template <class Numbers, class Work>
-ResultCode Call(Script& script, const char* operation, Numbers numbers, Work work) {
+/// Runs `work`, which gives a code or nothing, behind the gate of the script, and turns what it
+/// throws into a code, as the boundary asks for. `numbers` gives what the record has in brackets.
+template <class Work, class Numbers = std::string (*)()>
+ResultCode Call(
+    Script& script, const char* operation, Work work,
+    Numbers numbers = [] { return std::string(); }) {
   try {
     if (script.recording) script.calls.push_back(operation + numbers());
     if (const ResultCode code = script.Enter(operation); Failed(code)) return code;
-    return work();
+    if constexpr (std::is_void_v<decltype(work())>) {
+      work();
+      return ResultCodes::Ok;
+    } else {
+      return work();
+    }
   } catch (...) {
     return ResultCodeForCurrentException();
   }
-}
-
-template <class Work>
-ResultCode Call(Script& script, const char* operation, Work work) {
-  return Call(
-      script, operation, [] { return std::string(); }, std::move(work));
-}
-
-/// An operation that gives a value.
-template <class Place, class Value>
-ResultCode Answer(Script& script, const char* operation, Place& place, const Value& value) {
-  return Call(script, operation, [&] {
-    place = value;
-    return ResultCodes::Ok;
-  });
 }
 
 /// An operation that makes an object.
 template <class Object, class Place, class... Arguments>
 ResultCode Make(const ScriptPtr& script, const char* operation, Place& place,
                 const Arguments&... arguments) {
-  return Call(*script, operation, [&] {
-    place = std::make_shared<Object>(script, arguments...);
-    return ResultCodes::Ok;
-  });
-}
-
-auto InBrackets(std::uint32_t number) {
-  return [number] { return "(" + std::to_string(number) + ")"; };
+  return Call(*script, operation, [&] { place = std::make_shared<Object>(script, arguments...); });
 }
 
 /// Every object of the fake: counted, and with a hold on the script.
@@ -81,34 +70,27 @@ protected:
   ScriptPtr script;
 };
 
+using FakeDevice = Counted<Platform::Device>;
+
+/// Of a feature that is no tensor the library asks no more than the kind.
 class FakeDescriptor final : public Counted<Platform::FeatureDescriptor> {
 public:
   FakeDescriptor(const ScriptPtr& script, const FakeFeature& feature)
       : Counted(script), feature(feature) {}
   ResultCode GetName(std::u16string& name) const override {
-    return Answer(*script, "GetName", name, feature.name);
+    return Call(*script, "GetName", [&] { name = feature.name; });
   }
   ResultCode GetKind(Platform::FeatureKind& kind) const override {
-    return Answer(*script, "GetKind", kind, feature.kind);
+    return Call(*script, "GetKind", [&] { kind = feature.kind; });
   }
   ResultCode GetTensorKind(std::uint32_t& kind) const override {
-    return Call(*script, "GetTensorKind", [&] {
-      kind = feature.tensorKind;
-      return IsTensor();
-    });
+    return Call(*script, "GetTensorKind", [&] { kind = feature.tensorKind; });
   }
   ResultCode GetShape(Shape& shape) const override {
-    return Call(*script, "GetShape", [&] {
-      shape = feature.shape;
-      return IsTensor();
-    });
+    return Call(*script, "GetShape", [&] { shape = feature.shape; });
   }
 
 private:
-  ResultCode IsTensor() const {
-    return feature.kind == Platform::FeatureKind::Tensor ? ResultCodes::Ok
-                                                         : ResultCodes::NoInterface;
-  }
   const FakeFeature& feature;
 };
 
@@ -117,15 +99,12 @@ public:
   FakeList(const ScriptPtr& script, const std::vector<FakeFeature>& features)
       : Counted(script), features(features) {}
   ResultCode GetSize(std::uint32_t& size) const override {
-    return Answer(*script, "GetSize", size, static_cast<std::uint32_t>(features.size()));
+    return Call(*script, "GetSize", [&] { size = static_cast<std::uint32_t>(features.size()); });
   }
   ResultCode GetAt(std::uint32_t index,
                    std::shared_ptr<Platform::FeatureDescriptor>& feature) const override {
-    return Call(*script, "GetAt", [&] {
-      if (index >= features.size()) return ResultCodes::OutOfBounds;
-      feature = std::make_shared<FakeDescriptor>(script, features[index]);
-      return ResultCodes::Ok;
-    });
+    return Call(*script, "GetAt",
+                [&] { feature = std::make_shared<FakeDescriptor>(script, features.at(index)); });
   }
 
 private:
@@ -136,16 +115,15 @@ class FakeIterator final : public Counted<Platform::MetadataIterator> {
 public:
   using Counted::Counted;
   ResultCode HasCurrent(bool& has) const override {
-    return Answer(*script, "HasCurrent", has, position < script->model.metadata.size());
+    return Call(*script, "HasCurrent", [&] { has = position < script->model.metadata.size(); });
   }
   ResultCode Current(std::u16string& key, std::u16string& value) const override {
-    return Call(*script, "Current", [&] {
-      if (position >= script->model.metadata.size()) return ResultCodes::OutOfBounds;
-      std::tie(key, value) = script->model.metadata[position];
-      return ResultCodes::Ok;
-    });
+    return Call(*script, "Current",
+                [&] { std::tie(key, value) = script->model.metadata.at(position); });
   }
-  ResultCode MoveNext() override { return Answer(*script, "MoveNext", position, position + 1); }
+  ResultCode MoveNext() override {
+    return Call(*script, "MoveNext", [&] { ++position; });
+  }
 
 private:
   std::size_t position = 0;
@@ -156,13 +134,12 @@ public:
   using Counted::Counted;
   ResultCode Lookup(std::u16string_view key, std::u16string& value) const override {
     return Call(*script, "Lookup", [&] {
-      for (const auto& [entryKey, entryValue] : script->model.metadata) {
-        if (entryKey == key) {
-          value = entryValue;
-          return ResultCodes::Ok;
-        }
-      }
-      return ResultCodes::OutOfBounds;
+      const auto& entries = script->model.metadata;
+      const auto found = std::find_if(entries.begin(), entries.end(),
+                                      [&](const auto& entry) { return entry.first == key; });
+      if (found == entries.end()) return ResultCodes::OutOfBounds;
+      value = found->second;
+      return ResultCodes::Ok;
     });
   }
   ResultCode First(std::shared_ptr<Platform::MetadataIterator>& iterator) const override {
@@ -184,20 +161,20 @@ public:
   }
 };
 
-class FakeDevice final : public Counted<Platform::Device> {
-public:
-  using Counted::Counted;
-};
-
 class FakeOptions final : public Counted<Platform::SessionOptions> {
 public:
   using Counted::Counted;
   ResultCode SetBatchSizeOverride(std::uint32_t size) override {
-    return Call(*script, "SetBatchSizeOverride", InBrackets(size), [] { return ResultCodes::Ok; });
+    return Set("SetBatchSizeOverride", size);
   }
   ResultCode SetIntraOpNumThreadsOverride(std::uint32_t threads) override {
-    return Call(*script, "SetIntraOpNumThreadsOverride", InBrackets(threads),
-                [] { return ResultCodes::Ok; });
+    return Set("SetIntraOpNumThreadsOverride", threads);
+  }
+
+private:
+  ResultCode Set(const char* operation, std::uint32_t number) {
+    return Call(
+        *script, operation, [] {}, [&] { return "(" + std::to_string(number) + ")"; });
   }
 };
 
@@ -205,18 +182,17 @@ class FakeTensor final : public Counted<Platform::Tensor> {
 public:
   FakeTensor(const ScriptPtr& script, std::uint32_t kind, const Shape& shape)
       : Counted(script), kind(kind), view{shape} {
-    view.count = 1;
-    for (std::int64_t dimension : shape)
-      view.count *= static_cast<std::size_t>(dimension);
+    view.count = std::accumulate(
+        shape.begin(), shape.end(), std::size_t{1},
+        [](std::size_t count, std::int64_t d) { return count * static_cast<std::size_t>(d); });
     elements.resize(view.count);
+    next.resize(view.count);
     view.data = elements.data();
   }
   ResultCode Acquire(void*& data) override {
     return Call(*script, "Acquire", [&] {
-      if (kind == Platform::TensorKind::String) return ResultCodes::NoInterface;
       ++script->heldTensors;
       data = view.data;
-      return ResultCodes::Ok;
     });
   }
   void Release() override {
@@ -224,9 +200,14 @@ public:
     if (script->recording) script->calls.emplace_back("Release");
   }
   void Clear() noexcept { std::fill(elements.begin(), elements.end(), 0); }
-  void Swap(FakeTensor& other) noexcept {
-    elements.swap(other.elements);
-    std::swap(view.data, other.view.data);
+  /// Zeros to write a state's next values to, until they are taken.
+  void* NextValues() noexcept {
+    std::fill(next.begin(), next.end(), 0);
+    return next.data();
+  }
+  void TakeNextValues() noexcept {
+    elements.swap(next);
+    view.data = elements.data();
   }
   /// The model declares this feature of `tensor`.
   bool Fits(const FakeFeature& feature) const {
@@ -241,14 +222,16 @@ public:
   FakeTensorView view;
 
 private:
-  std::vector<std::uint64_t> elements;  ///< one per element of any kind: the largest fits
+  std::vector<std::uint64_t> elements, next;  ///< one per element of any kind: the largest fits
 };
 
 class FakeBinding final : public Counted<Platform::Binding> {
 public:
   explicit FakeBinding(const ScriptPtr& script)
       : Counted(script), inputs(script->model.inputs.size()),
-        outputs(script->model.outputs.size()) {}
+        outputs(script->model.outputs.size()), evaluation{
+                                                   std::vector<FakeTensorView>(inputs.size()),
+                                                   std::vector<FakeTensorView>(outputs.size())} {}
 
   ResultCode Bind(Side side, std::u16string_view name,
                   const std::shared_ptr<Platform::Tensor>& tensor) override {
@@ -257,10 +240,9 @@ public:
       const auto& features = isInput ? script->model.inputs : script->model.outputs;
       const auto feature = std::find_if(features.begin(), features.end(),
                                         [&](const FakeFeature& f) { return f.name == name; });
-      if (feature == features.end()) return ResultCodes::InvalidArgument;
+      if (feature == features.end()) throw std::invalid_argument("there is no such feature");
       (isInput ? inputs : outputs)[static_cast<std::size_t>(feature - features.begin())] =
           std::dynamic_pointer_cast<FakeTensor>(tensor);
-      return ResultCodes::Ok;
     });
   }
 
@@ -269,7 +251,6 @@ public:
     return Call(*script, "Prepare", [&] {
       if (!AllFit(inputs, script->model.inputs) || !AllFit(outputs, script->model.outputs))
         return ResultCodes::InvalidArgument;
-      MakeNextStates();
       const ResultCode code = Run();
       if (Failed(code)) return code;
       for (const auto& tensors : {inputs, outputs}) {
@@ -299,35 +280,26 @@ private:
                       });
   }
 
-  /// A state's output gets storage of its own, which becomes the state's when the model has run.
-  void MakeNextStates() {
-    nextStates.assign(outputs.size(), nullptr);
-    for (std::size_t i = 0; i < outputs.size(); ++i) {
-      if (std::find(inputs.begin(), inputs.end(), outputs[i]) != inputs.end())
-        nextStates[i] =
-            std::make_shared<FakeTensor>(script, outputs[i]->kind, outputs[i]->view.shape);
-    }
-    evaluation.inputs.resize(inputs.size());
-    evaluation.outputs.resize(outputs.size());
+  /// An output's tensor that is an input's, too.
+  bool IsState(const std::shared_ptr<FakeTensor>& tensor) const {
+    return std::find(inputs.begin(), inputs.end(), tensor) != inputs.end();
   }
 
   ResultCode Run() {
     for (std::size_t i = 0; i < inputs.size(); ++i)
       evaluation.inputs[i] = inputs[i]->view;
     for (std::size_t i = 0; i < outputs.size(); ++i) {
-      if (nextStates[i]) nextStates[i]->Clear();
-      evaluation.outputs[i] = (nextStates[i] ? nextStates[i] : outputs[i])->view;
+      evaluation.outputs[i] = outputs[i]->view;
+      if (IsState(outputs[i])) evaluation.outputs[i].data = outputs[i]->NextValues();
     }
     const auto& evaluate = script->model.evaluate;
     const ResultCode code = evaluate ? evaluate(evaluation) : ResultCodes::Ok;
-    for (std::size_t i = 0; i < outputs.size(); ++i) {
-      if (nextStates[i] && !Failed(code)) outputs[i]->Swap(*nextStates[i]);
-    }
+    for (const auto& tensor : outputs)
+      if (IsState(tensor) && !Failed(code)) tensor->TakeNextValues();
     return code;
   }
 
   Tensors inputs, outputs;
-  Tensors nextStates;  ///< by output; null where it is no state
   FakeEvaluation evaluation;
   bool isPrepared = false;
 };
@@ -353,11 +325,11 @@ FakeModel MakeFakeAudioModel(std::int64_t windowLength, std::vector<float> class
   output.insert(output.end(), window.begin(), window.end());
   model.inputs = {{u"input", input}};
   model.outputs = {{u"output", output}};
-  std::u16string names;
+  std::string names;
   for (std::size_t k = 0; k < classGains.size(); ++k)
-    names +=
-        (k ? u",\"Class" : u"\"Class") + std::u16string(1, static_cast<char16_t>(u'0' + k)) + u"\"";
-  model.metadata = {{u"AudioClassNames", u"[" + names + u"]"}};
+    names += (k ? ",\"Class" : "\"Class") + std::to_string(k) + '"';
+  names = '[' + names + ']';
+  model.metadata = {{u"AudioClassNames", {names.begin(), names.end()}}};
   model.evaluate = [classGains = std::move(classGains)](const FakeEvaluation& evaluation) {
     const FakeTensorView& in = evaluation.inputs[0];
     const FakeTensorView& out = evaluation.outputs[0];
@@ -388,13 +360,9 @@ bool FakeRuntime::StopFailing() {
   return std::exchange(script->hasFailed, false);
 }
 
-ResultCode FakeRuntime::LoadModel(const void*, std::uint32_t size,
+ResultCode FakeRuntime::LoadModel(const void*, std::uint32_t,
                                   std::shared_ptr<Platform::Model>& model) {
-  return Call(*script, "LoadModel", InBrackets(size), [&] {
-    if (size == 0) return ResultCodes::InvalidArgument;
-    model = std::make_shared<FakeLoadedModel>(script);
-    return ResultCodes::Ok;
-  });
+  return Make<FakeLoadedModel>(script, "LoadModel", model);
 }
 
 ResultCode FakeRuntime::CreateDevice(Platform::DeviceKind,
@@ -426,12 +394,9 @@ ResultCode FakeRuntime::CreateTensor(std::uint32_t kind, const Shape& shape,
       text += (i ? "," : ":") + std::to_string(shape[i]);
     return text + ")";
   };
-  return Call(*script, "CreateTensor", numbers, [&] {
-    if (std::any_of(shape.begin(), shape.end(), [](std::int64_t d) { return d < 0; }))
-      return ResultCodes::InvalidArgument;
-    tensor = std::make_shared<FakeTensor>(script, kind, shape);
-    return ResultCodes::Ok;
-  });
+  return Call(
+      *script, "CreateTensor", [&] { tensor = std::make_shared<FakeTensor>(script, kind, shape); },
+      numbers);
 }
 
 }  // namespace TestSupport

@@ -63,7 +63,7 @@ public:
   }
 
   /// Every call of the boundary since the last ClearCalls, by the name of the operation, with its
-  /// numbers in brackets: "GetInputFeatures", "LoadModel(5)", "CreateTensor(1:2,3)".
+  /// numbers in brackets: "GetInputFeatures", "SetBatchSizeOverride(1)", "CreateTensor(1:2,3)".
   const std::vector<std::string>& GetCalls() const { return script->calls; }
   void ClearCalls() { script->calls.clear(); }
   /// Recording allocates. On at first.

@@ -1,5 +1,5 @@
-// What every build defines, in its own namespace KERNELS_BUILD. No include guard: the dispatch
-// table reads it once for each build.
+// What every build defines, in its own namespace KERNELS_BUILD. No include guard: all_members.h
+// reads it once for each build.
 
 #include "kernels/ipps.h"
 

@@ -17,7 +17,7 @@ build = pathlib.Path(sys.argv[1]).resolve()
 tool = build / "bin/kalvrin"
 work = pathlib.Path(tempfile.mkdtemp(prefix="kalvrin-plugins."))
 bundles, ladspa = work / "lv2", work / "ladspa"
-lv2_env = {"LV2_PATH": str(bundles)}
+os.environ["LV2_PATH"] = str(bundles)
 
 # file, symbol, class gains in dB by the symbol of the port, Rest in dB
 MODELS = [
@@ -73,10 +73,10 @@ def check_validate():
 
 def check_info():
     need("lv2ls", "lv2info")
-    uris = run("lv2ls", env=lv2_env).split()
+    uris = run("lv2ls").split()
     expect(len(uris) == 2 * (len(MODELS) + 1), f"found {uris}")
     for uri in uris:
-        said = run("lv2info", uri, env=lv2_env)
+        said = run("lv2info", uri)
         expect("reported by port" in said, f"no latency port: {said}")
         expect("error" not in said.lower(), said)
     return f"{len(uris)} plugins, each with a latency port"
@@ -84,7 +84,7 @@ def check_info():
 
 def check_bench():
     need("lv2bench")
-    said = run("lv2bench", "-b", "512", env=lv2_env, seconds=300)
+    said = run("lv2bench", "-b", "512", seconds=300)
     seconds = re.findall(r"^([\d.]+) urn:kalvrin", said, re.M)
     expect(len(seconds) == 2 * (len(MODELS) + 1), said)
     return f"{len(seconds)} plugins, blocks of 512, {min(map(float, seconds))} to {max(map(float, seconds))} s for 2^19 frames"
@@ -102,32 +102,30 @@ def check_analyse():
     return f"{2 * len(MODELS)} plugins"
 
 
-def check_ffmpeg_lv2():
+def lv2_filter(symbol, form, controls=""):
+    uri = f"urn:kalvrin:{symbol}:{form}".replace(":", r"\\:")
+    return f"lv2=p={uri}:c={controls}mode=1"
+
+
+def lv2_mix(symbol, form, classes, rest):
+    gains = [f"gain_{key.lower()}={value}|" for key, value in classes.items()]
+    return lv2_filter(symbol, form, "".join(gains) + f"rest={rest}|")
+
+
+def ladspa_mix(symbol, form, classes, rest):
+    values = [0, *classes.values(), rest, 0, 1]  # bypass, classes, Rest, Master, Mode
+    controls = "|".join(f"c{i}={value}" for i, value in enumerate(values))
+    return f"ladspa=file={ladspa}/kalvrin_ladspa.so:plugin={symbol}_{form}:controls={controls}"
+
+
+def check_ffmpeg(mix):
+    """`mix` gives ffmpeg's filter for gains."""
     need("ffmpeg")
     results = []
     for name, symbol, classes, rest in MODELS:
         for channels, form in ((1, "mono"), (2, "stereo")):
-            audio = signal(3, channels)
-            expected = rendered(name, classes, rest, audio)
-            controls = [f"gain_{key.lower()}={value}" for key, value in classes.items()] + [f"rest={rest}", "mode=1"]
-            uri = f"urn:kalvrin:{symbol}:{form}".replace(":", r"\\:")
-            os.environ.update(lv2_env)
-            found = read_audio(work / "in.wav", channels, "-af", f"lv2=p={uri}:c=" + "|".join(controls))
-            results.append(equal_bits(found, expected, direct_latency(name)))
-    return f"{len(results)} runs, {results[-1]}"
-
-
-def check_ffmpeg_ladspa():
-    need("ffmpeg")
-    results = []
-    for name, symbol, classes, rest in MODELS:
-        for channels, form in ((1, "mono"), (2, "stereo")):
-            audio = signal(3, channels)
-            expected = rendered(name, classes, rest, audio)
-            values = [0, *classes.values(), rest, 0, 1]  # bypass, classes, Rest, Master, Mode
-            controls = "|".join(f"c{i}={value}" for i, value in enumerate(values))
-            found = read_audio(work / "in.wav", channels, "-af",
-                               f"ladspa=file={ladspa}/kalvrin_ladspa.so:plugin={symbol}_{form}:controls={controls}")
+            expected = rendered(name, classes, rest, signal(3, channels))
+            found = read_audio(work / "in.wav", channels, "-af", mix(symbol, form, classes, rest))
             results.append(equal_bits(found, expected, direct_latency(name)))
     return f"{len(results)} runs, {results[-1]}"
 
@@ -139,8 +137,7 @@ def check_rates():
     for rate in (8000, 44100, 48000, 96000, 192000):
         t = np.arange(2 * rate) / rate
         write_wav(work / "in.wav", (0.4 * np.sin(2 * np.pi * 400 * t))[:, None], rate)
-        uri = "urn:kalvrin:noise_reducer:mono".replace(":", r"\\:")
-        found = read_audio(work / "in.wav", 1, "-af", f"lv2=p={uri}:c=mode=1")[rate:, 0]
+        found = read_audio(work / "in.wav", 1, "-af", lv2_filter("noise_reducer", "mono"))[rate:, 0]
         # amplitude and residue of the tone
         basis = np.exp(2j * np.pi * 400 * t[rate:])
         amplitude = 2 * np.mean(found * basis.conj())
@@ -159,10 +156,10 @@ verdicts([
     ("lv2_validate", check_validate),
     ("lv2info", check_info),
     ("analyseplugin", check_analyse),
-    ("ffmpeg lv2", check_ffmpeg_lv2),
-    ("ffmpeg ladspa", check_ffmpeg_ladspa),
+    ("ffmpeg lv2", lambda: check_ffmpeg(lv2_mix)),
+    ("ffmpeg ladspa", lambda: check_ffmpeg(ladspa_mix)),
     ("ffmpeg at other rates", check_rates),
     ("lv2bench", check_bench),
-    *check_jalv(work, lv2_env),
+    *check_jalv(work),
     *check_pipewire(work, tool, model("harmonic_percussive")),
 ])

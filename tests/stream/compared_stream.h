@@ -1,23 +1,37 @@
 #pragma once
 
-// What must hold of every stream over a model that passes its input through, however it was made.
-// Each check reports through GoogleTest.
+// A stream beside its plain model, however it was made. What differs is reported through
+// GoogleTest.
 
 #include "kalvrin/stream_processor.h"
 #include "stream/reference_stream.h"
 
+#include <exception>
 #include <functional>
 #include <memory>
 #include <optional>
 #include <random>
+#include <vector>
 
 namespace TestSupport {
 
 /// Samples of full scale 1 agree within this.
 inline constexpr double Tolerance = 6e-7;
 
-/// Makes a stream of these sizes with every gain at 0, over a model of one class that passes its
-/// input through.
+/// A host's planar arrays, with room behind the block that nobody may write.
+struct HostBlock {
+  HostBlock(std::uint64_t channels, std::uint64_t frames, float value)
+      : samples(channels, std::vector<float>(frames + 8, value)) {
+    for (auto& channel : samples)
+      pointers.push_back(channel.data());
+  }
+
+  std::vector<std::vector<float>> samples;
+  std::vector<float*> pointers;
+};
+
+/// Makes a stream of these sizes with every gain at 0; over a model of one class that passes its
+/// input through, where nothing else is said.
 using StreamMaker =
     std::function<std::unique_ptr<Orvik::Tesmo::StreamProcessor>(const StreamSizes&)>;
 
@@ -40,6 +54,8 @@ public:
   /// Every sample of the blocks to come; nullopt: noise.
   void SetSignal(std::optional<float> value) { signal = value; }
   int Failures() const { return failures; }
+  /// What ProcessBlock threw last.
+  std::exception_ptr Failure() const { return failure; }
   /// Samples agree within Tolerance times this.
   void SetScale(double fullScale) { scale = fullScale; }
 
@@ -55,13 +71,7 @@ private:
   double scale = 1.0;
   std::optional<float> signal;
   int failures = 0;
+  std::exception_ptr failure;
 };
-
-/// The delay of an impulse, to the frame, over a table of sizes.
-void CheckLatencies(const StreamMaker& make);
-/// Regular, ragged, short and oversized blocks, restarts in mid-stream, in both prefill regimes.
-void CheckBlockPatterns(const StreamMaker& make);
-/// Accepted and refused changes of sequence size and channel count.
-void CheckSizeChanges(const StreamMaker& make);
 
 }  // namespace TestSupport
