@@ -212,6 +212,7 @@ TEST(Evaluation, UnityGainsGiveTheDelayedInputToTheBit) {
     ModelRule rule{4, 1, isSpectral, {1e30F, -0.3F}, {1, 1}, {0, 1e20F}};
     FakeRuntime runtime(rule.Make(u"[]"));
     Kalvrin core(runtime, "model", 5, 1, 2);
+    EXPECT_EQ(core.IsSpectral(), isSpectral ? 1 : 0);
     std::mt19937_64 random(1);
     const std::vector<float> blocks[] = {RandomSamples(8, random), RandomSamples(8, random)};
     std::vector<float> output(8, 7.0F);
