@@ -23,10 +23,6 @@ struct Vec4 {
   static KERNELS_INLINE Vec4 Set1(float x) { return {_mm_set1_ps(x)}; }
   /// Four floats in every lane.
   static KERNELS_INLINE Vec4 LoadQuad(const float* p) { return LoadU(p); }
-  /// One complex value (two floats) in every half lane.
-  static KERNELS_INLINE Vec4 LoadPair(const float* p) {
-    return {_mm_castpd_ps(_mm_loaddup_pd(reinterpret_cast<const double*>(p)))};
-  }
   /// Lane l takes the four floats at p + l * laneStride.
   static KERNELS_INLINE Vec4 LoadLanes(const float* p, std::ptrdiff_t) { return LoadU(p); }
   KERNELS_INLINE void StoreLanes(float* p, std::ptrdiff_t) const { StoreU(p); }

@@ -22,9 +22,6 @@ struct Vec8 {
   static KERNELS_INLINE Vec8 LoadQuad(const float* p) {
     return {_mm256_broadcast_ps(reinterpret_cast<const __m128*>(p))};
   }
-  static KERNELS_INLINE Vec8 LoadPair(const float* p) {
-    return {_mm256_castpd_ps(_mm256_broadcast_sd(reinterpret_cast<const double*>(p)))};
-  }
   static KERNELS_INLINE Vec8 LoadLanes(const float* p, std::ptrdiff_t laneStride) {
     return Join(_mm_loadu_ps(p), _mm_loadu_ps(p + laneStride));
   }
