@@ -64,6 +64,7 @@ bool IsPrograms(void* caller) {
     _Unwind_Backtrace(
         [](_Unwind_Context* frame, void* result) {
           auto& found = *static_cast<std::string_view*>(result);
+          // NOLINTNEXTLINE(performance-no-int-to-ptr): so the unwinder gives addresses
           found = ModuleOf(reinterpret_cast<void*>(_Unwind_GetIP(frame)));
           return IsGoBetween(found) ? _URC_NO_REASON : _URC_END_OF_STACK;
         },
