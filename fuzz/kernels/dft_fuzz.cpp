@@ -3,14 +3,13 @@
 
 #include "kernels/dft/describe.h"
 #include "kernels/dft/plan.h"
-#include "members.h"
-#include "transform.h"
+#include "kernels/planned_transforms.h"
 
 #include <limits>
 
 namespace {
 
-using namespace Fuzz;
+using namespace KernelTest;
 using namespace Orvik::Tesmo::Kernels;
 
 constexpr int mostLength = 1 << 15;  // of transforms that run here
@@ -66,26 +65,6 @@ void CheckAnyLength(const Members& m, int length, int flag, int hint) {
   if (spec) m.ippsDFTFree_R_32f(spec);
 }
 
-void CheckTransform(const Members& m, Input& input, int length, int flag, bool isReal) {
-  const auto make = isReal ? m.ippsDFTInitAlloc_R_32f : m.ippsDFTInitAlloc_C_32fc;
-  const auto free = isReal ? m.ippsDFTFree_R_32f : m.ippsDFTFree_C_32fc;
-  IppsDFTSpec_R_32f* spec = nullptr;
-  Expect(make(&spec, length, flag, 0) == ippStsNoErr, "no plan of %d", length);
-  Transform transform = {m.name, static_cast<std::size_t>(length), isReal, flag};
-  if (isReal) {
-    int workSize = 0;
-    m.ippsDFTGetBufSize_R_32f(spec, &workSize);
-    transform.workSize = static_cast<std::size_t>(workSize);
-    transform.forward = Bound(m.ippsDFTFwd_RToCCS_32f, spec);
-    transform.inverse = Bound(m.ippsDFTInv_CCSToR_32f, spec);
-  } else {  // through work buffers of their own
-    transform.forward = Bound(m.ippsDFTFwd_CToC_32fc, spec);
-    transform.inverse = Bound(m.ippsDFTInv_CToC_32fc, spec);
-  }
-  TransformCheck(transform, input).Run();
-  Expect(free(spec) == ippStsNoErr, "the plan does not go");
-}
-
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
@@ -100,6 +79,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     return 0;
   }
   const int length = input.Int(1, kind % 8 == 6 ? mostLength : kind % 8 > 3 ? 3000 : 300);
-  CheckTransform(m, input, length, input.Pick(flags), (kind & 0x40) == 0);
+  const auto plan = kind & 0x40 ? ComplexDft : RealDft;
+  const Transform transform = plan(m, length, input.Pick(flags));
+  TransformCheck(transform, input).Run(input.Pick(signals));
   return 0;
 }

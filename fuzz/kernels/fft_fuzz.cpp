@@ -1,12 +1,11 @@
 // Transforms of 2^order values: any order and flag to the planner, then real, packed and complex
 // transforms on guarded memory.
 
-#include "members.h"
-#include "transform.h"
+#include "kernels/planned_transforms.h"
 
 namespace {
 
-using namespace Fuzz;
+using namespace KernelTest;
 
 constexpr int mostOrder = 15;  // of transforms that run here
 
@@ -27,53 +26,6 @@ void CheckSizes(const Members& m, int order, int flag, int hint) {
   Expect(m.ippsFFTInitAlloc_R_32f(&made, order, flag, hint) == wanted && !made, "a refused plan");
 }
 
-/// A spec in memory of the caller's, of exactly the sizes asked for, anywhere.
-void CheckReal(const Members& m, Input& input, int order, int flag) {
-  static GuardedRoom specRoom(1 << 20), initRoom(1 << 18);
-  int specSize = 0, initSize = 0, workSize = 0;
-  m.ippsFFTGetSize_R_32f(order, flag, 0, &specSize, &initSize, &workSize);
-  IppsFFTSpec_R_32f* spec = nullptr;
-  const bool own = input.Flag();
-  if (own) {
-    Ipp8u* const memory = Place<Ipp8u>(specRoom, input, static_cast<std::size_t>(specSize));
-    Ipp8u* const init = Place<Ipp8u>(initRoom, input, static_cast<std::size_t>(initSize));
-    Expect(m.ippsFFTInit_R_32f(&spec, order, flag, 0, memory, initSize > 0 ? init : nullptr) ==
-               ippStsNoErr,
-           "no plan of order %d", order);
-    std::memset(init, 0xEE, static_cast<std::size_t>(initSize));
-  } else {
-    Expect(m.ippsFFTInitAlloc_R_32f(&spec, order, flag, 0) == ippStsNoErr, "no plan of order %d",
-           order);
-  }
-  const bool isInPlace = input.Flag();  // by the entries of that name
-  const auto bound = [&](auto apart, auto inPlace) -> Transform::Run {
-    return [=, &spec](const float* src, float* dst, Ipp8u* work) {
-      return isInPlace && src == dst ? inPlace(dst, spec, work) : apart(src, dst, spec, work);
-    };
-  };
-  Transform transform = {m.name, std::size_t{1} << order, true, flag,
-                         static_cast<std::size_t>(workSize)};
-  transform.forward = bound(m.ippsFFTFwd_RToCCS_32f, m.ippsFFTFwd_RToCCS_32f_I);
-  transform.inverse = bound(m.ippsFFTInv_CCSToR_32f, m.ippsFFTInv_CCSToR_32f_I);
-  TransformCheck(transform, input).Run();
-  Expect(m.ippsFFTFree_R_32f(spec) == ippStsNoErr, "the plan does not go");
-  if (own) Expect(specRoom.Intact() && initRoom.Intact(), "planning wrote beside its memory");
-}
-
-void CheckComplex(const Members& m, Input& input, int order, int flag) {
-  IppsFFTSpec_C_32fc* spec = nullptr;
-  Expect(m.ippsFFTInitAlloc_C_32fc(&spec, order, flag, 0) == ippStsNoErr, "no plan of order %d",
-         order);
-  int workSize = 0;
-  m.ippsFFTGetBufSize_C_32fc(spec, &workSize);
-  Transform transform = {m.name, std::size_t{1} << order, false, flag,
-                         static_cast<std::size_t>(workSize)};
-  transform.forward = Bound(m.ippsFFTFwd_CToC_32fc, spec);
-  transform.inverse = Bound(m.ippsFFTInv_CToC_32fc, spec);
-  TransformCheck(transform, input).Run();
-  Expect(m.ippsFFTFree_C_32fc(spec) == ippStsNoErr, "the plan does not go");
-}
-
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
@@ -88,9 +40,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   }
   const int order = input.Byte() % 8 ? input.Int(0, 9) : input.Int(10, mostOrder);
   const int flag = input.Pick(flags);
-  if (kind % 2 == 0)
-    CheckReal(m, input, order, flag);
-  else
-    CheckComplex(m, input, order, flag);
+  const Transform transform =
+      kind % 2 ? ComplexFft(m, order, flag) : RealFft(m, input, order, flag);
+  TransformCheck(transform, input).Run(input.Pick(signals));
   return 0;
 }

@@ -2,7 +2,7 @@
 // and then right to the sample.
 
 #include "core/kalvrin.h"
-#include "input.h"
+#include "support/input.h"
 #include "runtime/element_count.h"
 #include "support/fake_platform.h"
 #include "support/outcome.h"

@@ -1,7 +1,7 @@
 // A model's metadata, its JSON and both readers, against the JSON library's own tree and the C
 // library's numbers.
 
-#include "input.h"
+#include "support/input.h"
 #include "runtime/metadata.h"
 #include "runtime/metadata_json.h"
 #include "runtime/model_info.h"

@@ -1,7 +1,7 @@
 // Planning and running when memory runs out at any one allocation. The linker sends the library's
 // malloc and free through here.
 
-#include "kernels/builds.h"
+#include "kernels/members.h"
 
 #include <cstddef>
 #include <gtest/gtest.h>
@@ -52,27 +52,26 @@ const Row rows[] = {
 
 template <class Body>
 void ForEachPlan(Body&& body) {
-  for (const KernelTest::BuildUnderTest& build : KernelTest::Builds())
+  for (const KernelTest::Members& m : KernelTest::AllMembers())
     for (const Row& row : rows) {
-      SCOPED_TRACE(std::string(row.name) + ", " + build.limits.name);
-      const KernelTest::Selected selected(build);
+      SCOPED_TRACE(std::string(row.name) + ", " + m.name);
       blocksHeld = 0;
-      body(row.length);
+      body(m, row.length);
       allocationsLeft = -1;
     }
 }
 
 TEST(DftAllocation, AFailedPlanHoldsNothing) {
-  ForEachPlan([](int length) {
+  ForEachPlan([](const KernelTest::Members& m, int length) {
     IppStatus status = ippStsMemAllocErr;
     int allowed = 0;
     for (; status != ippStsNoErr && allowed < 100; ++allowed) {
       IppsDFTSpec_R_32f* spec = nullptr;
       allocationsLeft = allowed;
-      status = ippsDFTInitAlloc_R_32f(&spec, length, 2, 2);
+      status = m.ippsDFTInitAlloc_R_32f(&spec, length, 2, 2);
       allocationsLeft = -1;
       if (status == ippStsNoErr) {
-        ASSERT_EQ(ippsDFTFree_R_32f(spec), ippStsNoErr);
+        ASSERT_EQ(m.ippsDFTFree_R_32f(spec), ippStsNoErr);
       } else {
         ASSERT_EQ(status, ippStsMemAllocErr);
         ASSERT_EQ(spec, nullptr);
@@ -85,17 +84,17 @@ TEST(DftAllocation, AFailedPlanHoldsNothing) {
 }
 
 TEST(DftAllocation, ATransformThatFindsNoMemoryWritesNothing) {
-  ForEachPlan([](int length) {
+  ForEachPlan([](const KernelTest::Members& m, int length) {
     IppsDFTSpec_R_32f* spec = nullptr;
-    ASSERT_EQ(ippsDFTInitAlloc_R_32f(&spec, length, 2, 2), ippStsNoErr);
+    ASSERT_EQ(m.ippsDFTInitAlloc_R_32f(&spec, length, 2, 2), ippStsNoErr);
     int workSize = 0;
-    ippsDFTGetBufSize_R_32f(spec, &workSize);
+    m.ippsDFTGetBufSize_R_32f(spec, &workSize);
     const std::vector<float> x(static_cast<std::size_t>(length) + 2, 1.0f);
     std::vector<float> y(x.size(), 7.0f);
     const std::vector<float> untouched = y;
     std::vector<Ipp8u> work(static_cast<std::size_t>(workSize) + 1);
     const int before = blocksHeld;
-    for (auto transform : {ippsDFTFwd_RToCCS_32f, ippsDFTInv_CCSToR_32f}) {
+    for (auto transform : {m.ippsDFTFwd_RToCCS_32f, m.ippsDFTInv_CCSToR_32f}) {
       allocationsLeft = 0;
       if (workSize > 0) {
         EXPECT_EQ(transform(x.data(), y.data(), spec, nullptr), ippStsMemAllocErr);
@@ -108,7 +107,7 @@ TEST(DftAllocation, ATransformThatFindsNoMemoryWritesNothing) {
       EXPECT_EQ(blocksHeld, before);
       y = untouched;
     }
-    EXPECT_EQ(ippsDFTFree_R_32f(spec), ippStsNoErr);
+    EXPECT_EQ(m.ippsDFTFree_R_32f(spec), ippStsNoErr);
   });
 }
 

@@ -1,15 +1,19 @@
 #include "kernels/dispatch.h"
 
-#include "kernels/builds.h"
+#include "kernels/cpu.h"
+#include "kernels/members.h"
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <array>
+#include <cstring>
+#include <limits>
 #include <map>
 #include <set>
 #include <string>
 
-using namespace KernelTest;
+using namespace Orvik::Tesmo::Kernels;
 
 namespace {
 
@@ -40,8 +44,16 @@ TEST(Dispatch, EntriesShareCodeByTheirLetters) {
   EXPECT_EQ(expected, got);
 }
 
-TEST(Dispatch, StartsAtEntryZero) {
+TEST(Dispatch, StartsAtEntryZeroAndCallsTheOneChosen) {
   EXPECT_EQ(0, ippVariantIndex);
+  for (const KernelTest::Members& m : KernelTest::AllMembers()) {
+    int got[3] = {}, expected[3] = {};  // at this order no two builds want the same
+    ippVariantIndex = m.index;
+    ippsFFTGetSize_R_32f(19, 2, 0, &got[0], &got[1], &got[2]);
+    ippVariantIndex = 0;
+    m.ippsFFTGetSize_R_32f(19, 2, 0, &expected[0], &expected[1], &expected[2]);
+    EXPECT_TRUE(std::ranges::equal(expected, got)) << m.name;
+  }
 }
 
 TEST(Memory, BlocksAreAligned) {

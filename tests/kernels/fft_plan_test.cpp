@@ -1,10 +1,12 @@
 #include "kernels/fft/plan.h"
 
-#include "kernels/builds.h"
+#include "kernels/builds/limits.h"
 
 #include <gtest/gtest.h>
 
-using namespace KernelTest;
+#include <string>
+
+using namespace Orvik::Tesmo::Kernels;
 
 namespace {
 

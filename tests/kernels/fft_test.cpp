@@ -1,80 +1,33 @@
-#include "kernels/fft_support.h"
+// Transforms of 2^order values of every build that this processor runs.
 
 #include "kernels/fft/planned_fft.h"
+#include "kernels/noise.h"
+#include "kernels/planned_transforms.h"
+#include "kernels/random_input.h"
+
+#include <gtest/gtest.h>
 
 #include <limits>
 
 using namespace KernelTest;
+using Orvik::Tesmo::Kernels::FftSpec;
 
 namespace {
 
-TEST(Fft, IsTheDefinitionUnderEveryFlag) {
-  for (int order = 0; order <= 10; ++order) {
-    const std::size_t N = std::size_t{1} << order, bins = order == 0 ? 2 : N + 2;
-    const std::vector<float> x = Noise(N, static_cast<std::uint64_t>(order));
-    const std::vector<double> plain = Definition(N).Spectrum(x);
-    const std::vector<float> spectrum(plain.begin(), plain.end());
-    for (const auto& build : Builds())
-      for (const FlagScales& row : AllFlags(N)) {
-        SCOPED_TRACE(std::string(build.limits.name) + ", order " + std::to_string(order) +
-                     ", flag " + std::to_string(row.flag));
-        const Selected selected(build);
-        RealFft fft(order, row.flag);
-        std::vector<float> y(N + 2), z(N + 2);
-        fft.Forward(x.data(), y.data());
-        fft.Inverse(spectrum.data(), z.data());
-        std::vector<double> bothWays[] = {plain, {x.begin(), x.end()}};
-        for (double& v : bothWays[0])
-          v *= row.forward;
-        for (double& v : bothWays[1])
-          v *= row.inverse * static_cast<double>(N);
-        // 1/sqrt(N) is one Newton step from the processor's estimate.
-        const double tolerance = Tolerance(order) + (row.flag == IPP_FFT_DIV_BY_SQRTN ? 2e-7 : 0.0);
-        EXPECT_LT(RelativeError(y, bothWays[0], bins), tolerance);
-        EXPECT_EQ(0.0f, y[1]);
-        EXPECT_EQ(0.0f, y[bins - 1]);
-        EXPECT_LT(RelativeError(z, bothWays[1], N), tolerance);
+TEST(Fft, IsTheDefinitionAndItsInverse) {
+  RandomInput random;
+  for (const Members& m : AllMembers())
+    for (int order = 0; order <= 22; ++order)
+      for (int round = 0; round < (order <= 12 ? 8 : 1); ++round) {
+        const int flag = flags[(order + round) % 4];
+        Input input = random.Next();
+        TransformCheck real(RealFft(m, input, order, flag), input);
+        real.Run(Signal::Noise);
+        real.Run(Signal::Impulses);
+        if (order > 20) continue;
+        TransformCheck complex(ComplexFft(m, order, flag), input);
+        complex.Run(order % 2 ? Signal::Noise : Signal::Impulses);
       }
-  }
-}
-
-TEST(Fft, KeepsItsPropertiesUpToOrder22) {
-  for (const auto& build : Builds())
-    for (int order = 2; order <= 22; ++order)
-      CheckProperties(build, order);
-}
-
-TEST(Fft, TouchesOnlyDestinationAndWorkBufferAtEveryAlignment) {
-  for (const auto& build : Builds())
-    for (int order = 0; order <= 21; ++order) {
-      const std::size_t N = std::size_t{1} << order, bins = order == 0 ? 2 : N + 2;
-      const Selected selected(build);
-      RealFft fft(order, IPP_FFT_DIV_INV_BY_N);
-      const std::vector<float> x = Noise(N, 3);
-      std::vector<float> X(bins), back(N);
-      fft.Forward(x.data(), X.data());
-      fft.Inverse(X.data(), back.data());
-      for (std::size_t offset = 0; offset < 32; offset += order <= 12 ? 1 : order <= 14 ? 5 : 13) {
-        SCOPED_TRACE(std::string(build.limits.name) + ", order " + std::to_string(order) +
-                     ", offset " + std::to_string(offset));
-        Guarded<float> samples(x, offset), spectrum(bins, Scatter(offset, 0));
-        Guarded<Ipp8u> work(fft.work.size() - 1, Scatter(offset, 1));
-        ASSERT_EQ(ippStsNoErr,
-                  ippsFFTFwd_RToCCS_32f(samples.data(), spectrum.data(), fft.spec, work.data()));
-        ASSERT_EQ(x, samples.Values());
-        ASSERT_EQ(X, spectrum.Values());
-        ASSERT_EQ(ippStsNoErr,
-                  ippsFFTInv_CCSToR_32f(spectrum.data(), samples.data(), fft.spec, work.data()));
-        ASSERT_EQ(X, spectrum.Values());
-        ASSERT_EQ(back, samples.Values());
-        ASSERT_EQ(ippStsNoErr, ippsFFTInv_CCSToR_32f_I(spectrum.data(), fft.spec, work.data()));
-        ASSERT_EQ(0, std::memcmp(spectrum.data(), back.data(), N * sizeof(float)));
-        spectrum.Set(x);
-        ASSERT_EQ(ippStsNoErr, ippsFFTFwd_RToCCS_32f_I(spectrum.data(), fft.spec, work.data()));
-        ASSERT_EQ(X, spectrum.Values());
-        ASSERT_TRUE(samples.Intact() && spectrum.Intact() && work.Intact());
-      }
-    }
 }
 
 TEST(Fft, TakesWhateverStandsInTheData) {
@@ -82,14 +35,12 @@ TEST(Fft, TakesWhateverStandsInTheData) {
                   nan = std::numeric_limits<float>::quiet_NaN();
   for (const int order : {4, 6, 9, 12})
     for (const float value : {std::numeric_limits<float>::denorm_min(), inf, nan})
-      for (const auto& build : Builds()) {
-        SCOPED_TRACE(std::to_string(value) + ", " + build.limits.name + ", order " +
-                     std::to_string(order));
-        const Selected selected(build);
+      for (const Members& m : AllMembers()) {
+        SCOPED_TRACE(std::to_string(value) + ", " + m.name + ", order " + std::to_string(order));
         const std::size_t N = std::size_t{1} << order;
-        RealFft fft(order, IPP_FFT_DIV_INV_BY_N);
+        const auto spec = Plan(m.ippsFFTInitAlloc_R_32f, m.ippsFFTFree_R_32f, order, 2, 0);
         std::vector<float> X(N + 2, 5.0f);
-        fft.Forward(std::vector<float>(N, value).data(), X.data());
+        m.ippsFFTFwd_RToCCS_32f(std::vector<float>(N, value).data(), X.data(), spec.get(), nullptr);
         if (std::isfinite(value)) {
           EXPECT_EQ(value * static_cast<float>(N), X[0]);
         }
@@ -98,35 +49,81 @@ TEST(Fft, TakesWhateverStandsInTheData) {
       }
 }
 
-TEST(Fft, RefusesInTheOrderOfItsTests) {
-  IppsFFTSpec_R_32f* unset = nullptr;
-  int a = 0, b = 0, c = 0;
-  const struct {
-    const char* name;
-    IppStatus expected, got;
-  } rows[] = {
-      {"size: order 31", ippStsFftOrderErr, ippsFFTGetSize_R_32f(31, 3, 0, nullptr, &b, &c)},
-      {"size: order -1", ippStsFftOrderErr, ippsFFTGetSize_R_32f(-1, 2, 0, &a, &b, &c)},
-      {"size: null before flag", ippStsNullPtrErr, ippsFFTGetSize_R_32f(30, 3, 0, &a, nullptr, &c)},
-      {"size: flag before order 30", ippStsFftFlagErr, ippsFFTGetSize_R_32f(30, 3, 0, &a, &b, &c)},
-      {"size: order 30", ippStsFftOrderErr, ippsFFTGetSize_R_32f(30, 2, 0, &a, &b, &c)},
-      {"init: null", ippStsNullPtrErr, ippsFFTInitAlloc_R_32f(nullptr, 31, 3, 0)},
-      {"init: order", ippStsFftOrderErr, ippsFFTInitAlloc_R_32f(&unset, 30, 2, 0)},
-      {"init: flag 0", ippStsFftFlagErr, ippsFFTInitAlloc_R_32f(&unset, 9, 0, 0)},
-      {"init: flag 6", ippStsFftFlagErr, ippsFFTInitAlloc_R_32f(&unset, 12, 6, 0)},
-      {"free: null", ippStsNullPtrErr, ippsFFTFree_R_32f(nullptr)},
-  };
-  for (const auto& row : rows)
-    EXPECT_EQ(row.expected, row.got) << row.name;
-  EXPECT_EQ(nullptr, unset);
+TEST(Fft, PackedOrderIsTheSpectrumWithoutItsZeros) {
+  for (const Members& m : AllMembers())
+    for (int order = 1; order <= 12; ++order) {
+      const auto spec = Plan(m.ippsFFTInitAlloc_R_32f, m.ippsFFTFree_R_32f, order, 2, 0);
+      const std::size_t N = std::size_t{1} << order;
+      const auto x = Noise(N, N);
+      std::vector<float> ccs(N + 2), packed(N + 1, 7.0f);
+      m.ippsFFTFwd_RToCCS_32f(x.data(), ccs.data(), spec.get(), nullptr);
+      ASSERT_EQ(ippStsNoErr,
+                m.ippsFFTFwd_RToPack_32f(x.data(), packed.data(), spec.get(), nullptr));
+      ccs[1] = ccs[N];
+      ccs[N] = 7.0f;
+      ccs.pop_back();
+      EXPECT_EQ(ccs, packed) << m.name << ", order " << order;
+    }
+}
 
-  for (const auto& build : Builds()) {
-    const Selected selected(build);
-    RealFft fft(9, 2);
+TEST(Fft, RefusesInTheOrderOfItsTests) {
+  for (const Members& m : AllMembers()) {
+    constexpr auto null = ippStsNullPtrErr, context = ippStsContextMatchErr,
+                   badOrder = ippStsFftOrderErr, badFlag = ippStsFftFlagErr;
+    IppsFFTSpec_R_32f *unset = nullptr, *own = nullptr;
+    IppsFFTSpec_C_32fc* none = nullptr;
+    int a = 0, b = 0, c = 0;
+    const auto spec = Plan(m.ippsFFTInitAlloc_R_32f, m.ippsFFTFree_R_32f, 9, 2, 0);
+    const auto complex = Plan(m.ippsFFTInitAlloc_C_32fc, m.ippsFFTFree_C_32fc, 3, 8, 0);
+    IppsFFTSpec_R_32f stale = *spec;
+    stale.id = 0;
+    IppsFFTSpec_C_32fc foreign = *complex;
+    foreign.id = FftSpec::liveReal;
+    m.ippsFFTGetSize_R_32f(12, 2, 0, &a, &b, &c);
+    std::vector<Ipp8u> memory(static_cast<std::size_t>(a)), init(static_cast<std::size_t>(b));
+    Ipp32fc z[8] = {};
+    const struct {
+      const char* name;
+      IppStatus expected, got;
+    } rows[] = {
+        {"size: order 31", badOrder, m.ippsFFTGetSize_R_32f(31, 3, 0, nullptr, &b, &c)},
+        {"size: order -1", badOrder, m.ippsFFTGetSize_R_32f(-1, 2, 0, &a, &b, &c)},
+        {"size: null before flag", null, m.ippsFFTGetSize_R_32f(30, 3, 0, &a, nullptr, &c)},
+        {"size: flag before order 30", badFlag, m.ippsFFTGetSize_R_32f(30, 3, 0, &a, &b, &c)},
+        {"size: order 30", badOrder, m.ippsFFTGetSize_R_32f(30, 2, 0, &a, &b, &c)},
+        {"plan: null", null, m.ippsFFTInitAlloc_R_32f(nullptr, 31, 3, 0)},
+        {"plan: order", badOrder, m.ippsFFTInitAlloc_R_32f(&unset, 30, 2, 0)},
+        {"plan: flag 0", badFlag, m.ippsFFTInitAlloc_R_32f(&unset, 9, 0, 0)},
+        {"plan: flag 6", badFlag, m.ippsFFTInitAlloc_R_32f(&unset, 12, 6, 0)},
+        {"free: null", null, m.ippsFFTFree_R_32f(nullptr)},
+        {"free: stale", context, m.ippsFFTFree_R_32f(&stale)},
+        {"init: null", null, m.ippsFFTInit_R_32f(nullptr, 99, 2, 0, memory.data(), init.data())},
+        {"init: order", badOrder, m.ippsFFTInit_R_32f(&unset, 30, 3, 0, nullptr, init.data())},
+        {"init: null before flag", null,
+         m.ippsFFTInit_R_32f(&unset, 12, 3, 0, nullptr, init.data())},
+        {"init: flag", badFlag, m.ippsFFTInit_R_32f(&unset, 12, 3, 0, memory.data(), init.data())},
+        {"init: no tables", null, m.ippsFFTInit_R_32f(&unset, 12, 2, 0, memory.data(), nullptr)},
+        {"init", ippStsNoErr, m.ippsFFTInit_R_32f(&own, 12, 2, 0, memory.data(), init.data())},
+        {"free", ippStsNoErr, m.ippsFFTFree_R_32f(own)},
+        {"free: twice", context, m.ippsFFTFree_R_32f(own)},
+        {"complex: null", null, m.ippsFFTInitAlloc_C_32fc(nullptr, 3, 8, 0)},
+        {"complex: order 29", badOrder, m.ippsFFTInitAlloc_C_32fc(&none, 29, 8, 0)},
+        {"complex: order -1", badOrder, m.ippsFFTInitAlloc_C_32fc(&none, -1, 8, 0)},
+        {"complex: flag", badFlag, m.ippsFFTInitAlloc_C_32fc(&none, 7, 9, 0)},
+        {"complex: size of nothing", null, m.ippsFFTGetBufSize_C_32fc(nullptr, &c)},
+        {"complex: size of a foreign spec", context, m.ippsFFTGetBufSize_C_32fc(&foreign, &c)},
+        {"complex: forward, foreign", context, m.ippsFFTFwd_CToC_32fc(z, z, &foreign, nullptr)},
+        {"complex: inverse, no source", null,
+         m.ippsFFTInv_CToC_32fc(nullptr, z, complex.get(), nullptr)},
+        {"complex: free, foreign", context, m.ippsFFTFree_C_32fc(&foreign)},
+    };
+    for (const auto& row : rows)
+      EXPECT_EQ(row.expected, row.got) << row.name << ", " << m.name;
+    EXPECT_EQ(nullptr, unset);
+    EXPECT_EQ(nullptr, none);
+
     std::vector<float> x(514, 1.0f), y(514, 7.0f);
     const std::vector<float> untouched = y;
-    IppsFFTSpec_R_32f stale = *fft.spec;
-    stale.id = 0;
     struct Call {
       const char* name;
       IppStatus expected;
@@ -134,21 +131,19 @@ TEST(Fft, RefusesInTheOrderOfItsTests) {
       float* dst;
       const IppsFFTSpec_R_32f* spec;
     };
-    for (const Call& call :
-         {Call{"no spec", ippStsNullPtrErr, nullptr, y.data(), nullptr},
-          Call{"stale before null", ippStsContextMatchErr, nullptr, nullptr, &stale},
-          Call{"no source", ippStsNullPtrErr, nullptr, y.data(), fft.spec},
-          Call{"no destination", ippStsNullPtrErr, x.data(), nullptr, fft.spec}}) {
-      SCOPED_TRACE(std::string(call.name) + ", " + build.limits.name);
-      EXPECT_EQ(call.expected, ippsFFTFwd_RToCCS_32f(call.src, call.dst, call.spec, nullptr));
-      EXPECT_EQ(call.expected, ippsFFTInv_CCSToR_32f(call.src, call.dst, call.spec, nullptr));
-      if (call.dst == nullptr || call.spec != fft.spec) {
-        EXPECT_EQ(call.expected, ippsFFTFwd_RToCCS_32f_I(nullptr, call.spec, nullptr));
-        EXPECT_EQ(call.expected, ippsFFTInv_CCSToR_32f_I(nullptr, call.spec, nullptr));
+    for (const Call& call : {Call{"no spec", null, nullptr, y.data(), nullptr},
+                             Call{"stale before null", context, nullptr, nullptr, &stale},
+                             Call{"no source", null, nullptr, y.data(), spec.get()},
+                             Call{"no destination", null, x.data(), nullptr, spec.get()}}) {
+      SCOPED_TRACE(std::string(call.name) + ", " + m.name);
+      EXPECT_EQ(call.expected, m.ippsFFTFwd_RToCCS_32f(call.src, call.dst, call.spec, nullptr));
+      EXPECT_EQ(call.expected, m.ippsFFTInv_CCSToR_32f(call.src, call.dst, call.spec, nullptr));
+      if (call.dst == nullptr || call.spec != spec.get()) {
+        EXPECT_EQ(call.expected, m.ippsFFTFwd_RToCCS_32f_I(nullptr, call.spec, nullptr));
+        EXPECT_EQ(call.expected, m.ippsFFTInv_CCSToR_32f_I(nullptr, call.spec, nullptr));
       }
       EXPECT_EQ(untouched, y);
     }
-    EXPECT_EQ(ippStsContextMatchErr, ippsFFTFree_R_32f(&stale));
   }
 }
 

@@ -1,13 +1,15 @@
 // The kernels in the floating-point modes that a host may have set on its thread: they compute in
 // that mode, leave it as it was, and raise no exception that their input does not call for.
 
-#include "kernels/builds.h"
-#include "kernels/element_kernels.h"
+#include "kernels/noise.h"
+#include "kernels/vector_table.h"
 #include "support/floating_mode.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <bit>
+#include <cstring>
 
 using namespace KernelTest;
 using namespace TestSupport;
@@ -35,22 +37,25 @@ private:
 };
 
 TEST(FloatingMode, ElementKernelsMeanTheirFormulaInIt) {
-  for (const auto& build : Builds()) {
-    const Selected selected(build);
+  for (const Members& m : AllMembers()) {
     for (const FloatingMode& mode : floatingModes)
-      for (const ElementKernel& kernel : elementKernels)
+      for (const Kernel& kernel : kernels)
         for (const std::size_t n : {1, 3, 4, 7, 8, 15, 29, 67, 200}) {
-          SCOPED_TRACE(std::string(mode.name) + ", " + kernel.name + ", " + build.limits.name +
-                       ", len " + std::to_string(n));
+          SCOPED_TRACE(std::string(mode.name) + ", " + kernel.name + ", " + m.name + ", len " +
+                       std::to_string(n));
+          // 1, 0 and -0 are short cuts
+          constexpr float factors[] = {0.3F, 1.0F, 0.0F, -0.0F, 0.7F};
+          const float factor = factors[n % std::size(factors)];
           const auto x = Mixed(n, 1), y = Mixed(n, 2), z = Mixed(n, 3);
           Fenced a(x, n % 5), b(y, n % 3), dst(z, n % 7);
           std::vector<float> expected(n);
           InMode in(mode);
           in.Run([&] {
             for (std::size_t i = 0; i < n; ++i)
-              expected[i] = kernel.meaning(x[i], y[i], z[i]);
+              expected[i] = kernel.meaning(x[i], y[i], factor, z[i]);
           });
-          in.Run([&] { kernel.run(a.data(), b.data(), dst.data(), static_cast<int>(n)); });
+          in.Run(
+              [&] { kernel.run(m, a.data(), b.data(), factor, dst.data(), static_cast<int>(n)); });
           const std::vector<float> out = dst.Values();
           for (std::size_t i = 0; i < n; ++i)
             ASSERT_TRUE(Same(expected[i], out[i])) << i << ": " << out[i] << ", " << expected[i];
@@ -59,12 +64,10 @@ TEST(FloatingMode, ElementKernelsMeanTheirFormulaInIt) {
 }
 
 TEST(FloatingMode, RootsAreThoseOfIt) {
-  for (const auto& build : Builds()) {
-    const Selected selected(build);
+  for (const Members& m : AllMembers()) {
     for (const FloatingMode& mode : floatingModes)
       for (const std::size_t n : {1, 3, 5, 8, 21, 64}) {
-        SCOPED_TRACE(std::string(mode.name) + ", " + build.limits.name + ", len " +
-                     std::to_string(n));
+        SCOPED_TRACE(std::string(mode.name) + ", " + m.name + ", len " + std::to_string(n));
         InMode in(mode);
         // a root of a negative value traps nowhere: it is reported
         const auto x = Mixed(n, 1);
@@ -75,7 +78,7 @@ TEST(FloatingMode, RootsAreThoseOfIt) {
             _mm_store_ss(&expected[i], _mm_sqrt_ss(_mm_load_ss(&x[i])));
         });
         Fenced roots(x, n % 5);
-        in.Run([&] { ippsSqrt_32f_I(roots.data(), static_cast<int>(n)); });
+        in.Run([&] { m.ippsSqrt_32f_I(roots.data(), static_cast<int>(n)); });
         const std::vector<float> out = roots.Values();
         for (std::size_t i = 0; i < n; ++i)
           ASSERT_TRUE(Same(expected[i], out[i])) << i << ": " << out[i] << ", " << expected[i];
@@ -83,25 +86,50 @@ TEST(FloatingMode, RootsAreThoseOfIt) {
   }
 }
 
+/// Moves, and computes nothing: denormals stay, and signalling NaNs trap nowhere.
+TEST(FloatingMode, InterleavingComputesNothing) {
+  for (const Members& m : AllMembers())
+    for (std::size_t channels = 1; channels <= 17; ++channels)
+      for (const std::size_t n : {1, 3, 4, 5, 7, 8, 9, 31, 64})
+        for (const std::size_t offset : {std::size_t{0}, n % 4}) {
+          SCOPED_TRACE(std::string(m.name) + ", channels " + std::to_string(channels) + ", len " +
+                       std::to_string(n) + ", offset " + std::to_string(offset));
+          std::vector<float> noise = Mixed(channels * n, 1);
+          noise[noise.size() / 2] = std::bit_cast<float>(0x7FA00000U);
+          Fenced flat(noise, offset), back(std::vector<float>(noise.size()), offset);
+          std::vector<Fenced> planar(channels, Fenced(std::vector<float>(n)));
+          std::vector<float*> pointers(channels);
+          std::ranges::transform(planar, pointers.begin(), [](auto& one) { return one.data(); });
+          const int C = static_cast<int>(channels), len = static_cast<int>(n);
+          InMode in(floatingModes[9]);
+          in.Run([&] {
+            m.ippsDeinterleave_32f(flat.data(), C, len, pointers.data());
+            m.ippsInterleave_32f(pointers.data(), C, len, back.data());
+          });
+          ASSERT_EQ(0, std::memcmp(noise.data(), back.data(), noise.size() * sizeof(float)));
+        }
+}
+
 /// One length of the FFT or the DFT: plan, transform, way back.
 struct Spectra {
   std::vector<float> spectrum, back;
 };
-Spectra Transform(int length, const std::vector<float>& x) {
+Spectra Transform(const Members& m, int length, const std::vector<float>& x) {
   const auto n = static_cast<std::size_t>(length);
   Fenced samples(x), spectrum(std::vector<float>(n + 2)), back(std::vector<float>(n, 7.0F));
   IppsDFTSpec_R_32f* spec = nullptr;
   int workSize = 0;
-  if (ippsDFTInitAlloc_R_32f(&spec, length, IPP_FFT_DIV_INV_BY_N, ippAlgHintNone) != ippStsNoErr ||
-      ippsDFTGetBufSize_R_32f(spec, &workSize) != ippStsNoErr)
+  if (m.ippsDFTInitAlloc_R_32f(&spec, length, IPP_FFT_DIV_INV_BY_N, ippAlgHintNone) !=
+          ippStsNoErr ||
+      m.ippsDFTGetBufSize_R_32f(spec, &workSize) != ippStsNoErr)
     return {};
   // work memory is the caller's, with whatever it has in it
   Fenced work(std::vector<float>(static_cast<std::size_t>(workSize) / 4 + 8,
                                  std::bit_cast<float>(0x7FA00000U)));
   const auto buffer = reinterpret_cast<Ipp8u*>(work.data());
-  ippsDFTFwd_RToCCS_32f(samples.data(), spectrum.data(), spec, buffer);
-  ippsDFTInv_CCSToR_32f(spectrum.data(), back.data(), spec, buffer);
-  ippsDFTFree_R_32f(spec);
+  m.ippsDFTFwd_RToCCS_32f(samples.data(), spectrum.data(), spec, buffer);
+  m.ippsDFTInv_CCSToR_32f(spectrum.data(), back.data(), spec, buffer);
+  m.ippsDFTFree_R_32f(spec);
   return {spectrum.Values(), back.Values()};
 }
 
@@ -110,22 +138,20 @@ TEST(FloatingMode, TransformsStayWithinItsRounding) {
   constexpr int lengths[] = {2,   3,   8,    32,   64,   256,  1024,  4096, 1 << 15, 1 << 18,
                              6,   15,  30,   45,   240,  480,  441,   960,  1764,    2880,
                              997, 106, 1009, 2018, 4087, 9973, 10007, 59,   118};
-  for (const auto& build : Builds()) {
-    const Selected selected(build);
+  for (const Members& m : AllMembers()) {
     for (const int length : lengths) {
       const auto n = static_cast<std::size_t>(length);
       const std::vector<float> x = Noise(n, n);
-      const Spectra usual = Transform(length, x);
+      const Spectra usual = Transform(m, length, x);
       ASSERT_FALSE(usual.spectrum.empty()) << length;
       const std::size_t bins = n + 2 - n % 2;
       // every stage may err by a whole unit of 2^-23 to the same side, plan and transform alike
       const double tolerance = 3e-7 * (2 + std::log2(n));
       for (const FloatingMode& mode : floatingModes) {
-        SCOPED_TRACE(std::string(mode.name) + ", " + build.limits.name + ", length " +
-                     std::to_string(length));
+        SCOPED_TRACE(std::string(mode.name) + ", " + m.name + ", length " + std::to_string(length));
         Spectra spectra;
         InMode in(mode);
-        in.Run([&] { spectra = Transform(length, x); });
+        in.Run([&] { spectra = Transform(m, length, x); });
         if (spectra.spectrum.empty()) continue;  // a trap has been reported
         ASSERT_LT(RelativeError(spectra.spectrum, usual.spectrum, bins), tolerance);
         ASSERT_LT(RelativeError(spectra.back, x, n), 2 * tolerance);
@@ -134,7 +160,7 @@ TEST(FloatingMode, TransformsStayWithinItsRounding) {
       const FloatingMode flushing = {"", allMasked | flushToZero | denormalsAreZero};
       InMode in(flushing);
       Spectra spectra;
-      in.Run([&] { spectra = Transform(length, std::vector<float>(n, 1e-41F)); });
+      in.Run([&] { spectra = Transform(m, length, std::vector<float>(n, 1e-41F)); });
       for (std::size_t k = 0; k < bins; ++k)
         ASSERT_EQ(0.0F, spectra.spectrum[k]) << "denormals, length " << length << ", " << k;
     }

@@ -1,6 +1,6 @@
 #pragma once
 
-// What the fuzz targets share: reading choices from a fuzzer's bytes, and saying what is wrong.
+// Choices from the bytes of a fuzzer or of a random generator, and saying what is wrong.
 
 #include <cstdarg>
 #include <cstddef>
@@ -52,7 +52,7 @@ private:
   if (holds) return;
   std::va_list arguments;
   va_start(arguments, format);
-  std::fputs("FUZZ: ", stderr);
+  std::fputs("FAULT: ", stderr);
   std::vfprintf(stderr, format, arguments);
   std::fputc('\n', stderr);
   va_end(arguments);

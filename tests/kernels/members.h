@@ -5,14 +5,15 @@
 
 #include "kernels/builds/all_members.h"
 
-#include <iterator>
+#include <cstdlib>
+#include <vector>
 
-namespace Fuzz {
+namespace KernelTest {
 
 namespace Builds = Orvik::Tesmo::Kernels;
 
 // NOLINTBEGIN(bugprone-macro-parentheses): lists of declarations
-#define KALVRIN_FUZZ_MEMBERS(X)                                                                    \
+#define KALVRIN_MEMBERS(X)                                                                         \
   X(ippsCopy_32f)                                                                                  \
   X(ippsAdd_32f)                                                                                   \
   X(ippsMul_32f)                                                                                   \
@@ -51,35 +52,45 @@ namespace Builds = Orvik::Tesmo::Kernels;
   X(ippsDFTFree_C_32fc)                                                                            \
   X(ippsDFTFwd_CToC_32fc)                                                                          \
   X(ippsDFTInv_CToC_32fc)
-#define KALVRIN_FUZZ_POINTER(f) decltype(&Builds::sse3::f) f;
-#define KALVRIN_FUZZ_OF_SSE3(f) Builds::sse3::f,
-#define KALVRIN_FUZZ_OF_SSSE3(f) Builds::ssse3::f,
-#define KALVRIN_FUZZ_OF_SSE3B(f) Builds::sse3b::f,
-#define KALVRIN_FUZZ_OF_SSE41(f) Builds::sse41::f,
-#define KALVRIN_FUZZ_OF_AVX(f) Builds::avx::f,
+#define KALVRIN_POINTER(f) decltype(&Builds::sse3::f) f;
+#define KALVRIN_OF_SSE3(f) Builds::sse3::f,
+#define KALVRIN_OF_SSSE3(f) Builds::ssse3::f,
+#define KALVRIN_OF_SSE3B(f) Builds::sse3b::f,
+#define KALVRIN_OF_SSE41(f) Builds::sse41::f,
+#define KALVRIN_OF_AVX(f) Builds::avx::f,
 
 struct Members {
   const char* name;
-  int needs;  ///< the best variant index of a processor that runs it
-  KALVRIN_FUZZ_MEMBERS(KALVRIN_FUZZ_POINTER)
+  int index;  ///< of the variant
+  KALVRIN_MEMBERS(KALVRIN_POINTER)
 };
 
-inline constexpr Members members[] = {
-    {"sse3", 0, KALVRIN_FUZZ_MEMBERS(KALVRIN_FUZZ_OF_SSE3)},
-    {"sse3b", 0, KALVRIN_FUZZ_MEMBERS(KALVRIN_FUZZ_OF_SSE3B)},
-    {"ssse3", 2, KALVRIN_FUZZ_MEMBERS(KALVRIN_FUZZ_OF_SSSE3)},
-    {"sse41", 4, KALVRIN_FUZZ_MEMBERS(KALVRIN_FUZZ_OF_SSE41)},
-    {"avx", 5, KALVRIN_FUZZ_MEMBERS(KALVRIN_FUZZ_OF_AVX)},
-};
+/// The builds that this processor runs; KALVRIN_TEST_BUILD, the index of a variant, leaves one of
+/// them.
+inline const std::vector<Members>& AllMembers() {
+  static const std::vector<Members> runnable = [] {
+    static constexpr Members all[] = {
+        {"sse3", 0, KALVRIN_MEMBERS(KALVRIN_OF_SSE3)},
+        {"sse3b", 3, KALVRIN_MEMBERS(KALVRIN_OF_SSE3B)},
+        {"ssse3", 2, KALVRIN_MEMBERS(KALVRIN_OF_SSSE3)},
+        {"sse41", 4, KALVRIN_MEMBERS(KALVRIN_OF_SSE41)},
+        {"avx", 5, KALVRIN_MEMBERS(KALVRIN_OF_AVX)},
+    };
+    const char* chosen = std::getenv("KALVRIN_TEST_BUILD");  // NOLINT(concurrency-mt-unsafe)
+    std::vector<Members> members;
+    for (const Members& m : all)
+      if ((m.index <= ippBestVariantIndex() || m.index == 3) &&
+          (!chosen || m.index == *chosen - '0'))
+        members.push_back(m);
+    return members;
+  }();
+  return runnable;
+}
 // NOLINTEND(bugprone-macro-parentheses)
 
-/// One that this processor runs, by a choice from 0 to 255.
+/// One of them, by a choice from 0 to 255.
 inline const Members& MembersOf(unsigned choice) {
-  static const std::int32_t best = ippBestVariantIndex();
-  unsigned count = 1;  // every processor runs the first
-  while (count < std::size(members) && members[count].needs <= best)
-    ++count;
-  return members[choice % count];
+  return AllMembers()[choice % AllMembers().size()];
 }
 
-}  // namespace Fuzz
+}  // namespace KernelTest

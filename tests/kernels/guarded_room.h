@@ -2,32 +2,29 @@
 
 // Memory for kernels: no byte before or behind it can be touched unseen.
 
-#include "input.h"
+#include "support/input.h"
 
 #include <cstring>
 #include <sys/mman.h>
 #include <vector>
 
-namespace Fuzz {
+namespace KernelTest {
 
-/// Room of up to `capacity` bytes between two pages without access. A block stands against one of
-/// them, or up to 63 bytes away, which gives every alignment; what lies between must stay as it is.
+using Fuzz::Expect;
+using Fuzz::Input;
+
+/// Room between two pages without access. A block stands against one of them, or up to 63 bytes
+/// away, which gives every alignment; what lies between must stay as it is.
 class GuardedRoom {
 public:
-  explicit GuardedRoom(std::size_t capacity) : length((capacity + 64 + page - 1) / page * page) {
-    void* const map =
-        mmap(nullptr, length + 2 * page, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
-    Expect(map != MAP_FAILED, "no memory");
-    start = static_cast<unsigned char*>(map) + page;
-    Expect(mprotect(start, length, PROT_READ | PROT_WRITE) == 0, "no memory");
-  }
-  ~GuardedRoom() { munmap(start - page, length + 2 * page); }
+  GuardedRoom() = default;
+  ~GuardedRoom() { Free(); }
   GuardedRoom(const GuardedRoom&) = delete;
   GuardedRoom& operator=(const GuardedRoom&) = delete;
 
   /// A block of `bytes` bytes, `distance` (to 63) away from the page behind it or before it.
   unsigned char* Place(std::size_t bytes, std::size_t distance, bool atFront) {
-    Expect(bytes + 64 <= length, "room");
+    if (bytes + 64 > length) Map(bytes + 64);
     begin = atFront ? start + distance : start + length - distance - bytes;
     size = bytes;
     std::memset(begin, 0, size);
@@ -44,6 +41,18 @@ private:
   static constexpr std::size_t page = 4096;
   static constexpr unsigned char guard = 0xA5;
 
+  void Map(std::size_t bytes) {
+    Free();
+    length = (bytes + page - 1) / page * page;
+    void* const map =
+        mmap(nullptr, length + 2 * page, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    Expect(map != MAP_FAILED, "no memory");
+    start = static_cast<unsigned char*>(map) + page;
+    Expect(mprotect(start, length, PROT_READ | PROT_WRITE) == 0, "no memory");
+  }
+  void Free() {
+    if (start) munmap(start - page, length + 2 * page);
+  }
   template <class Visit>
   void Around(Visit visit) {
     unsigned char* const end = start + length;
@@ -53,8 +62,8 @@ private:
       visit(*p);
   }
 
-  std::size_t length, size = 0;
-  unsigned char *start, *begin = nullptr;
+  std::size_t length = 0, size = 0;
+  unsigned char *start = nullptr, *begin = nullptr;
 };
 
 /// A place that the input chooses.
@@ -77,4 +86,4 @@ std::vector<T> Get(const T* place, std::size_t count) {
   return values;
 }
 
-}  // namespace Fuzz
+}  // namespace KernelTest

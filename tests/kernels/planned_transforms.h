@@ -1,0 +1,107 @@
+#pragma once
+
+// The transforms of a build as TransformCheck takes them; each frees its plan when it goes.
+
+#include "kernels/members.h"
+#include "kernels/transform_check.h"
+
+#include <memory>
+
+namespace KernelTest {
+
+/// Makes a plan; its end is checked too.
+template <class Spec, class... Arguments>
+std::shared_ptr<Spec> Plan(IppStatus (*make)(Spec**, Arguments...), IppStatus (*free)(Spec*),
+                           std::common_type_t<Arguments>... arguments) {
+  Spec* spec = nullptr;
+  const IppStatus status = make(&spec, arguments...);
+  Expect(status == ippStsNoErr && spec, "no plan: status %d", status);
+  return {spec, [free](Spec* made) { Expect(free(made) == ippStsNoErr, "the plan does not go"); }};
+}
+
+/// An entry on real or complex values with its spec.
+template <class Value, class Spec>
+Transform::Run Bound(IppStatus (*entry)(const Value*, Value*, const Spec*, Ipp8u*),
+                     const std::shared_ptr<Spec>& spec) {
+  return [entry, spec](const float* src, float* dst, Ipp8u* work) {
+    return entry(reinterpret_cast<const Value*>(src), reinterpret_cast<Value*>(dst), spec.get(),
+                 work);
+  };
+}
+
+inline Transform RealDft(const Members& m, int length, int flag) {
+  const auto spec = Plan(m.ippsDFTInitAlloc_R_32f, m.ippsDFTFree_R_32f, length, flag, 0);
+  int workSize = 0;
+  Expect(m.ippsDFTGetBufSize_R_32f(spec.get(), &workSize) == ippStsNoErr, "no work size");
+  return {m.name,
+          static_cast<std::size_t>(length),
+          true,
+          flag,
+          anyLengthTolerance,
+          static_cast<std::size_t>(workSize),
+          Bound(m.ippsDFTFwd_RToCCS_32f, spec),
+          Bound(m.ippsDFTInv_CCSToR_32f, spec)};
+}
+
+/// It takes work buffers of its own.
+inline Transform ComplexDft(const Members& m, int length, int flag) {
+  const auto spec = Plan(m.ippsDFTInitAlloc_C_32fc, m.ippsDFTFree_C_32fc, length, flag, 0);
+  return {m.name,
+          static_cast<std::size_t>(length),
+          false,
+          flag,
+          anyLengthTolerance,
+          std::nullopt,
+          Bound(m.ippsDFTFwd_CToC_32fc, spec),
+          Bound(m.ippsDFTInv_CToC_32fc, spec)};
+}
+
+inline Transform ComplexFft(const Members& m, int order, int flag) {
+  const auto spec = Plan(m.ippsFFTInitAlloc_C_32fc, m.ippsFFTFree_C_32fc, order, flag, 0);
+  int workSize = 0;
+  Expect(m.ippsFFTGetBufSize_C_32fc(spec.get(), &workSize) == ippStsNoErr, "no work size");
+  return {m.name,
+          std::size_t{1} << order,
+          false,
+          flag,
+          FftTolerance(order, flag),
+          static_cast<std::size_t>(workSize),
+          Bound(m.ippsFFTFwd_CToC_32fc, spec),
+          Bound(m.ippsFFTInv_CToC_32fc, spec)};
+}
+
+/// The input chooses whether the spec lives in memory of the caller's, of exactly the sizes asked
+/// for, anywhere, and whether one array for both sides goes to the entries for that.
+inline Transform RealFft(const Members& m, Input& input, int order, int flag) {
+  static GuardedRoom specRoom, initRoom;
+  int specSize = 0, initSize = 0, workSize = 0;
+  m.ippsFFTGetSize_R_32f(order, flag, 0, &specSize, &initSize, &workSize);
+  std::shared_ptr<IppsFFTSpec_R_32f> spec;
+  if (input.Flag()) {
+    Ipp8u* const memory = Place<Ipp8u>(specRoom, input, static_cast<std::size_t>(specSize));
+    Ipp8u* const init = Place<Ipp8u>(initRoom, input, static_cast<std::size_t>(initSize));
+    spec = Plan(m.ippsFFTInit_R_32f, m.ippsFFTFree_R_32f, order, flag, 0, memory,
+                initSize > 0 ? init : nullptr);
+    Expect(specRoom.Intact() && initRoom.Intact(), "planning wrote beside its memory");
+    std::memset(init, 0xEE, static_cast<std::size_t>(initSize));
+  } else {
+    spec = Plan(m.ippsFFTInitAlloc_R_32f, m.ippsFFTFree_R_32f, order, flag, 0);
+  }
+  const bool isInPlace = input.Flag();
+  const auto bound = [&](auto apart, auto inPlace) -> Transform::Run {
+    return [=](const float* src, float* dst, Ipp8u* work) {
+      return isInPlace && src == dst ? inPlace(dst, spec.get(), work)
+                                     : apart(src, dst, spec.get(), work);
+    };
+  };
+  return {m.name,
+          std::size_t{1} << order,
+          true,
+          flag,
+          FftTolerance(order, flag),
+          static_cast<std::size_t>(workSize),
+          bound(m.ippsFFTFwd_RToCCS_32f, m.ippsFFTFwd_RToCCS_32f_I),
+          bound(m.ippsFFTInv_CCSToR_32f, m.ippsFFTInv_CCSToR_32f_I)};
+}
+
+}  // namespace KernelTest
