@@ -2,9 +2,9 @@
 // and then right to the sample.
 
 #include "core/kalvrin.h"
-#include "support/input.h"
 #include "runtime/element_count.h"
 #include "support/fake_platform.h"
+#include "support/input.h"
 #include "support/outcome.h"
 
 #include <algorithm>
@@ -19,32 +19,12 @@ using TestSupport::FakeFeature;
 using TestSupport::FakeModel;
 __extension__ typedef unsigned __int128 Size;
 
-constexpr std::int64_t dimensions[] = {-1,
-                                       0,
-                                       1,
-                                       2,
-                                       3,
-                                       4,
-                                       6,
-                                       8,
-                                       257,
-                                       -7,
-                                       1 << 26,
-                                       (1 << 26) + 2,
-                                       (std::int64_t{1} << 32) + 8,
-                                       std::numeric_limits<std::int64_t>::min(),
-                                       std::numeric_limits<std::int64_t>::max()};
-constexpr std::uint64_t sizes[] = {1,
-                                   2,
-                                   3,
-                                   4,
-                                   5,
-                                   0,
-                                   1 << 26,
-                                   (1 << 26) + 1,
-                                   (std::uint64_t{1} << 32) + 1,
-                                   std::uint64_t{1} << 63,
-                                   ~std::uint64_t{0}};
+constexpr std::int64_t limit = Dnn::MaxElements, turn = std::int64_t{1} << 32;  // of 32 bits
+constexpr std::int64_t least = std::numeric_limits<std::int64_t>::min(), greatest = ~least;
+constexpr std::int64_t dimensions[] = {-1,  0,  1,     2,         3,        4,     6,       8,
+                                       257, -7, limit, limit + 2, turn + 8, least, greatest};
+constexpr std::uint64_t half = std::uint64_t{1} << 63, all = ~std::uint64_t{0};
+constexpr std::uint64_t sizes[] = {1, 2, 3, 4, 5, 0, limit, limit + 1, turn + 1, half, all};
 constexpr std::int32_t lookaheads[] = {0, 1, 2, 5, -1, 1 << 26, 0x7FFFFFFF};
 
 struct Request {

@@ -12,7 +12,7 @@
 #include <complex>
 #include <deque>
 #include <random>
-#include <type_traits>
+#include <xmmintrin.h>
 
 namespace KernelTest {
 
@@ -105,7 +105,12 @@ inline void CheckRoot(const Members& m, Input& input) {
   for (const float value : x)
     negative = negative || value < 0;
   Expect(m.ippsSqrt_32f_I(nullptr, len) == ippStsNullPtrErr, "%s Sqrt of null", m.name);
+  // the mode stays, and the invalid flag is not raised: a negative value is reported instead
+  constexpr unsigned flagsRaised = 0x3A;
+  const unsigned control = _mm_getcsr();
   const IppStatus status = m.ippsSqrt_32f_I(place, len);
+  Expect((_mm_getcsr() | flagsRaised) == (control | flagsRaised), "%s Sqrt: control register",
+         m.name);
   Expect(status == (len < 1    ? ippStsSizeErr
                     : negative ? ippStsSqrtNegArg
                                : ippStsNoErr),
