@@ -1,11 +1,11 @@
 // The bytes of a model through the real engine, each in a process of its own: the engine may end
 // that process, the library may not.
 
-#include "support/input.h"
 #include "platform/onnxruntime/runtime.h"
 #include "stream/assemble_stream.h"
 #include "stream/kernel_build.h"
 #include "stream/runtime_modules.h"
+#include "support/input.h"
 
 #include <algorithm>
 #include <cerrno>

@@ -1,12 +1,12 @@
 // A model's metadata, its JSON and both readers, against the JSON library's own tree and the C
 // library's numbers.
 
-#include "support/input.h"
 #include "runtime/metadata.h"
 #include "runtime/metadata_json.h"
 #include "runtime/model_info.h"
 #include "runtime/text.h"
 #include "support/fake_platform.h"
+#include "support/input.h"
 #include "support/outcome.h"
 
 #include <algorithm>

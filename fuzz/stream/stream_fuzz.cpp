@@ -1,9 +1,9 @@
 // A host that calls every operation in any order, beside the plain model of a stream.
 
-#include "support/input.h"
 #include "stream/assemble_stream.h"
 #include "stream/reference_stream.h"
 #include "support/fake_platform.h"
+#include "support/input.h"
 
 #include <cmath>
 #include <optional>

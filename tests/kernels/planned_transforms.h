@@ -22,10 +22,9 @@ std::shared_ptr<Spec> Plan(IppStatus (*make)(Spec**, Arguments...), IppStatus (*
 /// An entry on real or complex values with its spec.
 template <class Value, class Spec>
 Transform::Run Bound(IppStatus (*entry)(const Value*, Value*, const Spec*, Ipp8u*),
-                     const std::shared_ptr<Spec>& spec) {
+                     const Spec* spec) {
   return [entry, spec](const float* src, float* dst, Ipp8u* work) {
-    return entry(reinterpret_cast<const Value*>(src), reinterpret_cast<Value*>(dst), spec.get(),
-                 work);
+    return entry(reinterpret_cast<const Value*>(src), reinterpret_cast<Value*>(dst), spec, work);
   };
 }
 
@@ -39,8 +38,9 @@ inline Transform RealDft(const Members& m, int length, int flag) {
           flag,
           anyLengthTolerance,
           static_cast<std::size_t>(workSize),
-          Bound(m.ippsDFTFwd_RToCCS_32f, spec),
-          Bound(m.ippsDFTInv_CCSToR_32f, spec)};
+          Bound(m.ippsDFTFwd_RToCCS_32f, spec.get()),
+          Bound(m.ippsDFTInv_CCSToR_32f, spec.get()),
+          spec};
 }
 
 /// It takes work buffers of its own.
@@ -52,8 +52,9 @@ inline Transform ComplexDft(const Members& m, int length, int flag) {
           flag,
           anyLengthTolerance,
           std::nullopt,
-          Bound(m.ippsDFTFwd_CToC_32fc, spec),
-          Bound(m.ippsDFTInv_CToC_32fc, spec)};
+          Bound(m.ippsDFTFwd_CToC_32fc, spec.get()),
+          Bound(m.ippsDFTInv_CToC_32fc, spec.get()),
+          spec};
 }
 
 inline Transform ComplexFft(const Members& m, int order, int flag) {
@@ -66,8 +67,9 @@ inline Transform ComplexFft(const Members& m, int order, int flag) {
           flag,
           FftTolerance(order, flag),
           static_cast<std::size_t>(workSize),
-          Bound(m.ippsFFTFwd_CToC_32fc, spec),
-          Bound(m.ippsFFTInv_CToC_32fc, spec)};
+          Bound(m.ippsFFTFwd_CToC_32fc, spec.get()),
+          Bound(m.ippsFFTInv_CToC_32fc, spec.get()),
+          spec};
 }
 
 /// The input chooses whether the spec lives in memory of the caller's, of exactly the sizes asked
@@ -89,9 +91,8 @@ inline Transform RealFft(const Members& m, Input& input, int order, int flag) {
   }
   const bool isInPlace = input.Flag();
   const auto bound = [&](auto apart, auto inPlace) -> Transform::Run {
-    return [=](const float* src, float* dst, Ipp8u* work) {
-      return isInPlace && src == dst ? inPlace(dst, spec.get(), work)
-                                     : apart(src, dst, spec.get(), work);
+    return [=, plan = spec.get()](const float* src, float* dst, Ipp8u* work) {
+      return isInPlace && src == dst ? inPlace(dst, plan, work) : apart(src, dst, plan, work);
     };
   };
   return {m.name,
@@ -101,7 +102,8 @@ inline Transform RealFft(const Members& m, Input& input, int order, int flag) {
           FftTolerance(order, flag),
           static_cast<std::size_t>(workSize),
           bound(m.ippsFFTFwd_RToCCS_32f, m.ippsFFTFwd_RToCCS_32f_I),
-          bound(m.ippsFFTInv_CCSToR_32f, m.ippsFFTInv_CCSToR_32f_I)};
+          bound(m.ippsFFTInv_CCSToR_32f, m.ippsFFTInv_CCSToR_32f_I),
+          spec};
 }
 
 }  // namespace KernelTest

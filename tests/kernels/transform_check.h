@@ -10,6 +10,7 @@
 #include <cmath>
 #include <complex>
 #include <functional>
+#include <memory>
 #include <numbers>
 #include <optional>
 #include <random>
@@ -40,6 +41,7 @@ struct Transform {
   Tolerance tolerance;
   std::optional<std::size_t> workSize = {};  ///< none: the transform gets no buffer
   Run forward = {}, inverse = {};
+  std::shared_ptr<const void> plan = {};  ///< theirs
 };
 
 inline constexpr int flags[] = {IPP_FFT_DIV_INV_BY_N, IPP_FFT_DIV_FWD_BY_N, IPP_FFT_DIV_BY_SQRTN,
