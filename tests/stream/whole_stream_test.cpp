@@ -9,9 +9,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <cmath>
 #include <cstring>
-#include <exception>
 #include <memory>
 #include <random>
 #include <thread>
