@@ -1,9 +1,16 @@
 // A long stream, twice: the same audio, sizes and gains through two streams in different blocks has
-// to come out the same to the bit, for as long as one cares to wait, in the same memory. One stream
-// takes blocks of an even length, the other of random lengths where its sizes allow any.
+// to come out the same to the bit, for as long as one cares to wait, in the same memory.
+//
+// One stream is the delivered library's in blocks of an even length; the other is assembled over an
+// engine whose every evaluation a plain run of the model repeats and compares, and takes blocks of
+// random lengths where its sizes allow any.
 
 #include "kalvrin/stream_processor.h"
 
+#include "platform/rig.h"
+#include "soak/shadowed_runtime.h"
+#include "stream/assemble_stream.h"
+#include "stream/kernel_build.h"
 #include "support/audio_models.h"
 #include "support/seed.h"
 
@@ -11,11 +18,12 @@
 
 #include <algorithm>
 #include <bit>
+#include <chrono>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
-#include <memory>
+#include <iterator>
 #include <numeric>
 #include <random>
 #include <stdexcept>
@@ -58,27 +66,37 @@ std::vector<Row> Rows() {
   };
 }
 
-/// By channel; put in behind and taken out in front.
-using Audio = std::vector<std::vector<float>>;
+/// Planar audio that is put in behind and taken out in front.
+class Fifo {
+public:
+  void Reset(std::uint64_t channelCount) { channels.assign(channelCount, {}); }
+  std::uint64_t Frames() const { return channels.front().size(); }
+  std::vector<float>& operator[](std::size_t channel) { return channels[channel]; }
+  void Drop(std::uint64_t frames) {
+    for (auto& channel : channels)
+      channel.erase(channel.begin(), channel.begin() + static_cast<std::ptrdiff_t>(frames));
+  }
+
+private:
+  std::vector<std::vector<float>> channels;
+};
 
 /// One of the two streams.
 class Side {
 public:
-  Side(const Row& row, std::uint64_t longestBlock, bool isEven)
-      : stream(CreateStreamProcessor(row.model.data(), row.model.size(), 1, 1, longestBlock)),
-        longestBlock(longestBlock), isEven(isEven) {
+  Side(std::unique_ptr<StreamProcessor> made, std::uint64_t longestBlock, bool isEven)
+      : stream(std::move(made)), longestBlock(longestBlock), isEven(isEven) {
     if (!stream) throw std::runtime_error("the stream is refused");
   }
 
   void Resize(std::uint64_t hop, std::uint64_t sequenceSize, std::uint64_t channelCount) {
     stream->SetSequenceSize(sequenceSize);
     stream->SetChannelCount(channelCount);
-    stream->ResetGains();
     const std::uint64_t capacity = hop * sequenceSize;
     isPrefilled = longestBlock < capacity && capacity % longestBlock == 0;
     // what stands in the ring at first
     undelivered = capacity - (isPrefilled ? longestBlock : 0);
-    out.assign(channelCount, {});
+    out.Reset(channelCount);
     block.resize(longestBlock * channelCount);
     continuation = 0;
   }
@@ -86,13 +104,15 @@ public:
   /// Frames of which a call to Feed has to be a multiple: a prefilled stream takes no others.
   std::uint64_t Unit() const { return isPrefilled ? longestBlock : 1; }
 
-  void Feed(const Audio& in, Generator& generator) {
-    std::vector<const float*> inputs(in.size());
-    std::vector<float*> outputs(in.size());
-    for (std::uint64_t from = 0, n = 0; from < in[0].size(); from += n, ++blocks) {
-      n = isEven || isPrefilled ? longestBlock : Between(generator, 0, longestBlock);
-      n = std::min(n, in[0].size() - from);
-      for (std::size_t c = 0; c < in.size(); ++c) {
+  void Feed(Fifo& in, std::uint64_t from, std::uint64_t frames, std::uint64_t channelCount,
+            Generator& generator) {
+    std::vector<const float*> inputs(channelCount);
+    std::vector<float*> outputs(channelCount);
+    while (frames != 0) {
+      const std::uint64_t wanted =
+          isEven || isPrefilled ? longestBlock : Between(generator, 0, longestBlock);
+      const std::uint64_t n = std::min(frames, wanted);
+      for (std::size_t c = 0; c < channelCount; ++c) {
         inputs[c] = in[c].data() + from;
         outputs[c] = block.data() + c * longestBlock;
       }
@@ -100,14 +120,17 @@ public:
       continuation = 1;
       const std::uint64_t skipped = std::min(n, undelivered);
       undelivered -= skipped;
-      for (std::size_t c = 0; c < in.size(); ++c)
+      for (std::size_t c = 0; c < channelCount; ++c)
         out[c].insert(out[c].end(), outputs[c] + skipped, outputs[c] + n);
+      from += n;
+      frames -= n;
+      ++blocks;
     }
   }
 
   std::unique_ptr<StreamProcessor> stream;
-  Audio out;  ///< from the first frame on that an evaluation gave
-  unsigned long long blocks = 0;
+  Fifo out;  ///< from the first frame on that an evaluation gave
+  std::uint64_t blocks = 0;
 
 private:
   std::uint64_t longestBlock;
@@ -125,15 +148,17 @@ double ResidentMiB() {
   return resident * static_cast<double>(sysconf(_SC_PAGESIZE)) / (1 << 20);
 }
 
-/// More than this is no noise of the allocator any more: 100 bytes per change of sizes would be.
-constexpr double toleratedGrowthMiB = 3;
-
 /// One row of the table, run to its end.
 class Soak {
 public:
   Soak(const Row& row, std::uint64_t seed)
-      : row(row), generator(seed), random(row, row.longestBlock, false),
-        even(row, row.evenBlock, true) {}
+      : row(row), generator(seed), shadowed(TheRuntime(), OpenEngineModule(), row.model),
+        random(Orvik::Tesmo::AssembleStream(shadowed, row.model.data(), row.model.size(), 1, 1,
+                                            row.longestBlock),
+               row.longestBlock, false),
+        even(std::unique_ptr<StreamProcessor>(
+                 CreateStreamProcessor(row.model.data(), row.model.size(), 1, 1, row.evenBlock)),
+             row.evenBlock, true) {}
 
   /// At least `frames` frames: first every size once, then random sizes for a quarter of them, then
   /// the last sizes to the end. Throws what went wrong.
@@ -146,35 +171,52 @@ public:
       RunSegment(sequenceSizes[Between(generator, 0, std::size(sequenceSizes) - 1)],
                  Between(generator, 1, mostChannels), Between(generator, 1, 80));
     const std::uint64_t sequenceSize = Between(generator, 1, 4);
-    const std::uint64_t left = frames - std::min<std::uint64_t>(frames, framesRun);
+    const std::uint64_t left = frames - std::min(frames, framesRun);
     RunSegment(sequenceSize, 2, left / (row.hop * sequenceSize) + 1);
-    std::printf("%-20s%12llu%12llu%12llu%9llu%10llu%9.1f%9.1f\n", row.name, framesRun,
-                random.blocks, even.blocks, sizeChanges, gainChanges, memoryAtFirst, memoryAtMost);
-    if (memoryAtMost - memoryAtFirst > toleratedGrowthMiB && KALVRIN_WATCHES_MEMORY)
-      throw std::runtime_error("the process has grown");
   }
 
+  void Print(double seconds) const {
+    std::printf("%-20s%12llu%12llu%12llu%12llu%9llu%10llu%9.1f%9.1f%8.0f\n", row.name,
+                Number(framesRun), Number(random.blocks), Number(even.blocks),
+                Number(shadowed.GetEvaluationCount()), Number(sizeChanges), Number(gainChanges),
+                memoryAtFirst, memoryAtMost, seconds);
+    std::fflush(stdout);
+  }
+
+  double MemoryGrowthMiB() const { return memoryAtMost - memoryAtFirst; }
+
 private:
+  static unsigned long long Number(std::uint64_t value) { return value; }
+
+  [[noreturn]] void Fail(const std::string& what) const {
+    throw std::runtime_error(std::string(row.name) + ", " + std::to_string(channels) +
+                             " channels, sequence size " + std::to_string(capacity / row.hop) +
+                             ", frame " + std::to_string(position) + " after size change " +
+                             std::to_string(sizeChanges) + ": " + what);
+  }
+
   /// New sizes, and `evaluations` evaluations with gains that change at random; in every fourth
   /// segment all stay 1.
   void RunSegment(std::uint64_t sequenceSize, std::uint64_t channelCount,
                   std::uint64_t evaluations) {
-    const std::uint64_t capacity = row.hop * sequenceSize;
-    for (Side* side : {&random, &even})
+    channels = channelCount;
+    capacity = row.hop * sequenceSize;
+    for (Side* side : {&random, &even}) {
       side->Resize(row.hop, sequenceSize, channelCount);
+      side->stream->ResetGains();
+    }
     ++sizeChanges;
-    delayed.assign(channelCount, std::vector<float>(row.hop * (1 + row.lookahead)));
-    compared = 0;
+    in.Reset(channelCount);
+    position = compared = 0;
     isUnity = Between(generator, 0, 3) == 0;
-    const std::uint64_t unit = std::lcm(random.Unit(), even.Unit());
-    for (std::uint64_t position = 0; position < evaluations * capacity;) {
+    const std::uint64_t unit = std::max<std::uint64_t>(1, std::lcm(random.Unit(), even.Unit()));
+    while (position < evaluations * capacity) {
       // a gain meets the same evaluation in both where both are between the same two
       if (!isUnity && position % capacity != 0) ChangeGains();
-      const std::uint64_t most = std::max<std::uint64_t>(1, 2 * capacity / unit);
-      const std::uint64_t frames = unit * Between(generator, 1, most);
-      Advance(frames);
-      position += frames;
+      Advance(unit * Between(generator, 1, std::max<std::uint64_t>(1, 2 * capacity / unit)));
     }
+    if (!shadowed.GetFirstDifference().empty()) Fail(shadowed.GetFirstDifference());
+    if (memoryAtFirst > 0) memoryAtMost = std::max(memoryAtMost, ResidentMiB());
   }
 
   void ChangeGains() {
@@ -193,47 +235,82 @@ private:
 
   void Advance(std::uint64_t frames) {
     std::uniform_real_distribution<float> level(-0.5F, 0.5F);
-    Audio in(delayed.size(), std::vector<float>(frames));
-    for (std::size_t c = 0; c < in.size(); ++c) {
-      for (float& sample : in[c])
-        sample = level(generator);
-      delayed[c].insert(delayed[c].end(), in[c].begin(), in[c].end());
-    }
+    const std::uint64_t from = in.Frames();
+    for (std::uint64_t c = 0; c < channels; ++c)
+      for (std::uint64_t i = 0; i < frames; ++i)
+        in[c].push_back(level(generator));
     for (Side* side : {&random, &even})
-      side->Feed(in, generator);
+      side->Feed(in, from, frames, channels, generator);
+    position += frames;
     framesRun += frames;
-    const std::size_t n = std::min(random.out[0].size(), even.out[0].size());
-    for (std::size_t c = 0; c < in.size(); ++c)
-      for (std::size_t i = 0; i < n; ++i)
-        Compare(c, i);
-    for (Audio* audio : {&random.out, &even.out, &delayed})
-      for (auto& channel : *audio)
-        channel.erase(channel.begin(), channel.begin() + static_cast<std::ptrdiff_t>(n));
-    compared += n;
+    Compare();
     if (memoryAtFirst > 0) memoryAtMost = std::max(memoryAtMost, ResidentMiB());
   }
 
-  /// What both have given, and at unity that it is the input.
-  void Compare(std::size_t c, std::size_t i) const {
-    const float a = random.out[c][i], b = even.out[c][i], unity = delayed[c][i];
-    const bool isSame = std::bit_cast<std::uint32_t>(a) == std::bit_cast<std::uint32_t>(b);
-    if (isSame && (!isUnity || std::abs(a - unity) < 6e-7F)) return;
-    throw std::runtime_error(std::to_string(delayed.size()) + " channels, output " +
-                             std::to_string(compared + i) + " of channel " + std::to_string(c) +
-                             " after size change " + std::to_string(sizeChanges) + " is " +
-                             std::to_string(a) + " and " + std::to_string(b) +
-                             (isUnity ? ", not " + std::to_string(unity) : ""));
+  /// What both have given so far, and in unity segments that it is the input.
+  void Compare() {
+    const std::uint64_t n = std::min(random.out.Frames(), even.out.Frames());
+    // the input from frame max(0, compared - delay) on is still in `in`
+    for (std::uint64_t c = 0; c < channels; ++c) {
+      for (std::uint64_t i = 0; i < n; ++i) {
+        const float a = random.out[c][i], b = even.out[c][i];
+        if (std::bit_cast<std::uint32_t>(a) != std::bit_cast<std::uint32_t>(b))
+          Fail("output " + std::to_string(compared + i) + " of channel " + std::to_string(c) +
+               " is " + std::to_string(a) + " and " + std::to_string(b));
+        const std::uint64_t at = compared + i;
+        if (!isUnity || at < delay) continue;
+        const float expected = in[c][at - delay - InFrom()];
+        if (!(std::abs(a - expected) < 6e-7F))
+          Fail("output " + std::to_string(at) + " at unity is " + std::to_string(a) + ", not " +
+               std::to_string(expected));
+      }
+    }
+    const std::uint64_t keptFrom = InFrom();
+    compared += n;
+    in.Drop(InFrom() - keptFrom);
+    random.out.Drop(n);
+    even.out.Drop(n);
   }
 
+  /// The first frame of the segment that `in` still holds.
+  std::uint64_t InFrom() const { return compared - std::min(compared, delay); }
+
   const Row& row;
+  const std::uint64_t delay = row.hop * (1 + row.lookahead);
   Generator generator;
+  ShadowedRuntime shadowed;
   Side random, even;
-  Audio delayed;               ///< input that is to come out at unity
-  std::uint64_t compared = 0;  ///< frames of the segment
+  Fifo in;
+  std::uint64_t channels = 1, capacity = 1;
+  std::uint64_t position = 0, compared = 0;  ///< frames of the segment given, and compared
   bool isUnity = false;
-  unsigned long long framesRun = 0, sizeChanges = 0, gainChanges = 0;
+  std::uint64_t framesRun = 0, sizeChanges = 0, gainChanges = 0;
   double memoryAtFirst = 0, memoryAtMost = 0;
 };
+
+/// More than this is no noise of the allocator any more: 100 bytes per change of sizes would be.
+constexpr double toleratedGrowthMiB = 3;
+
+int RunAll(std::uint64_t frames) {
+  const std::uint64_t seed = TestSeed();
+  std::printf("%-20s%12s%12s%12s%12s%9s%10s%9s%9s%8s\n", "model", "frames", "blocks", "even blocks",
+              "evaluations", "sizes", "gains", "MiB", "at most", "s");
+  int failures = 0;
+  for (const Row& row : Rows()) {
+    try {
+      const auto start = std::chrono::steady_clock::now();
+      Soak soak(row, seed);
+      soak.Run(static_cast<std::uint64_t>(static_cast<double>(frames) * row.share));
+      soak.Print(std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count());
+      if (soak.MemoryGrowthMiB() > toleratedGrowthMiB && KALVRIN_WATCHES_MEMORY)
+        throw std::runtime_error(std::string(row.name) + ": the process has grown");
+    } catch (const std::exception& failure) {
+      std::printf("FAILED: %s\n", failure.what());
+      ++failures;
+    }
+  }
+  return failures == 0 ? EXIT_SUCCESS : EXIT_FAILURE;
+}
 
 }  // namespace
 
@@ -243,18 +320,6 @@ int main(int count, char** arguments) {
     std::fprintf(stderr, "usage: soak [FRAMES], 1e8 unless given\n");
     return 2;
   }
-  const std::uint64_t seed = TestSeed();
-  std::printf("%-20s%12s%12s%12s%9s%10s%9s%9s\n", "model", "frames", "blocks", "even blocks",
-              "sizes", "gains", "MiB", "at most");
-  bool hasFailed = false;
-  for (const Row& row : Rows()) {
-    try {
-      Soak(row, seed).Run(static_cast<std::uint64_t>(frames * row.share));
-    } catch (const std::exception& failure) {
-      std::printf("FAILED: %s, %s\n", row.name, failure.what());
-      hasFailed = true;
-    }
-    std::fflush(stdout);
-  }
-  return hasFailed ? EXIT_FAILURE : EXIT_SUCCESS;
+  Orvik::Tesmo::SelectKernelBuild();
+  return RunAll(static_cast<std::uint64_t>(frames));
 }
