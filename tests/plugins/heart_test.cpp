@@ -181,6 +181,10 @@ TEST(Heart, GivesTheLibrarysOutputAtTheReportedLatency) {
                   d.ChunkFrames() * (spreads ? 2 : 1) + d.HopLength() * (1 + d.lookaheadBlocks));
         EXPECT_EQ(heart.GetLatencyRemainder(), 0);
         EXPECT_EQ(Difference(output, expected, heart.GetLatencyFrames(mode)), 0) << "every bit";
+        for (const auto& channel : output)
+          EXPECT_TRUE(std::all_of(channel.begin(), channel.begin() + d.ChunkFrames(),
+                                  [](float sample) { return sample == 0; }))
+              << "what played before";
         EXPECT_EQ(heart.LateResults(), 0u);
       }
   }
