@@ -6,37 +6,30 @@
 #include <cmath>
 #include <limits>
 #include <random>
-#include <sndfile.h>
+#include <sndfile.hh>
 
 namespace TestSupport {
 
 void WriteAudio(const std::string& path, const Audio& audio) {
-  SF_INFO info{};
-  info.samplerate = audio.rate;
-  info.channels = audio.channels;
-  info.format = audio.format != 0 ? audio.format : SF_FORMAT_WAV | SF_FORMAT_FLOAT;
-  SNDFILE* file = sf_open(path.c_str(), SFM_WRITE, &info);
-  ASSERT_NE(file, nullptr) << path << ": " << sf_strerror(nullptr);
+  const int format = audio.format != 0 ? audio.format : SF_FORMAT_WAV | SF_FORMAT_FLOAT;
+  SndfileHandle file(path, SFM_WRITE, format, audio.channels, audio.rate);
   const auto frames = static_cast<sf_count_t>(audio.Frames());
-  EXPECT_EQ(sf_writef_float(file, audio.samples.data(), frames), frames) << path;
-  sf_close(file);
+  EXPECT_EQ(file.writef(audio.samples.data(), frames), frames) << path << file.strError();
 }
 
 Audio ReadAudio(const std::string& path) {
-  SF_INFO info{};
-  SNDFILE* file = sf_open(path.c_str(), SFM_READ, &info);
-  if (!file) {
-    ADD_FAILURE() << path << ": " << sf_strerror(nullptr);
+  SndfileHandle file(path);
+  if (file.error()) {
+    ADD_FAILURE() << path << ": " << file.strError();
     return {};
   }
-  Audio audio{info.samplerate, info.channels, info.format, {}};
   // A FLAC without a frame cannot say so: its length is unknown.
-  if (info.frames == SF_COUNT_MAX) info.frames = 0;
-  audio.samples.resize(static_cast<std::size_t>(info.frames * info.channels));
-  EXPECT_EQ(sf_readf_float(file, audio.samples.data(), info.frames), info.frames) << path;
+  const sf_count_t frames = file.frames() == SF_COUNT_MAX ? 0 : file.frames();
+  Audio audio{file.samplerate(), file.channels(), file.format(), {}};
+  audio.samples.resize(static_cast<std::size_t>(frames * audio.channels));
+  EXPECT_EQ(file.readf(audio.samples.data(), frames), frames) << path;
   float more[64] = {};
-  EXPECT_EQ(sf_readf_float(file, more, 1), 0) << path << " is longer than it says";
-  sf_close(file);
+  EXPECT_EQ(file.readf(more, 1), 0) << path << " is longer than it says";
   return audio;
 }
 

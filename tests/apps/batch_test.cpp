@@ -2,7 +2,6 @@
 
 #include "apps/audio_files.h"
 #include "apps/tool_process.h"
-#include "batch/batch_progress.h"
 #include "support/audio_models.h"
 
 #include <gtest/gtest.h>
@@ -135,7 +134,6 @@ TEST_F(Batch, RefusesWhatWouldLoseSomething) {
       {"model.onnx in in", 1, "OUT is the folder of the input"},
       {"model.onnx same out", 1, "would both become tone.wav"},
       {"model.onnx empty out", 1, "no audio file in empty"},
-      {"nowhere.onnx in out", 1, "cannot read nowhere.onnx"},
       {"model.onnx nowhere out --list", 1, "cannot read the list nowhere"},
       {"model.onnx - out --list <<END\n../x.wav\nEND\n", 1, "leads out of"},
       {"model.onnx - . --list <<END\nin/0/0.wav\nEND\n", 1, "would lie on it"},
@@ -160,16 +158,6 @@ TEST_F(Batch, ASignalEndsAllOfIt) {
     EXPECT_TRUE(name.ends_with(".wav") && !name.starts_with(".")) << name;
     EXPECT_EQ(ReadAudio(folder / ("out/" + name)).Frames(), 3000u) << name;
   }
-}
-
-TEST(BatchProgressTest, SaysRateAndTimeLeft) {
-  using Orvik::Tesmo::Tool::BatchProgressText;
-  EXPECT_EQ(BatchProgressText({.all = 1000}, 0), "0 of 1000 files");
-  EXPECT_EQ(
-      BatchProgressText(
-          {.all = 1000, .rendered = 100, .skipped = 200, .failed = 1, .audioSeconds = 500}, 10),
-      "301 of 1000 files, 200 done before, 1 failed, 10.1 files/s, 50 s of audio/s, "
-      "1:09 left");
 }
 
 }  // namespace

@@ -1,56 +1,45 @@
-// Calls of the system that fail as planned.
+// Calls of the system and allocations that fail as planned.
 
 #include "apps/failing_plan.h"
 
-#include <cstdarg>
+#include <cerrno>
 #include <cstddef>
 #include <cstdio>
 #include <dirent.h>
 #include <dlfcn.h>
-#include <fcntl.h>
+#include <new>
 #include <poll.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 using TestSupport::IsChosen;
-using TestSupport::IsShort;
-using TestSupport::Kind;
 
 // NOLINTBEGIN(bugprone-macro-parentheses): parameter lists bring their own
 #define WRAP(result, name, parameters, arguments, failed)                                          \
   extern "C" [[gnu::visibility("default")]] result name parameters {                               \
     using Function = result(*) parameters;                                                         \
     static const auto real = reinterpret_cast<Function>(dlsym(RTLD_NEXT, #name));                  \
-    if (IsChosen(#name, Kind::Other, __builtin_return_address(0))) return failed;                  \
+    if (IsChosen(#name, __builtin_return_address(0))) return failed;                               \
     return real arguments;                                                                         \
   }
-#define WRAP_OPEN(name, parameters, arguments)                                                     \
-  extern "C" [[gnu::visibility("default")]] int name parameters {                                  \
-    std::va_list rest;                                                                             \
-    va_start(rest, flags);                                                                         \
-    const auto mode = va_arg(rest, mode_t);                                                        \
-    va_end(rest);                                                                                  \
-    using Function = int(*) parameters;                                                            \
-    static const auto real = reinterpret_cast<Function>(dlsym(RTLD_NEXT, #name));                  \
-    if (IsChosen(#name, Kind::Other, __builtin_return_address(0))) return -1;                      \
-    return real arguments;                                                                         \
-  }
-#define WRAP_TRANSFER(name, kind, bytes)                                                           \
+#define WRAP_TRANSFER(name, bytes)                                                                 \
   extern "C" [[gnu::visibility("default")]] ssize_t name(int fd, bytes* data, std::size_t size) {  \
     using Function = ssize_t (*)(int, bytes*, std::size_t);                                        \
     static const auto real = reinterpret_cast<Function>(dlsym(RTLD_NEXT, #name));                  \
-    if (IsChosen(#name, kind, __builtin_return_address(0))) {                                      \
-      if (!IsShort()) return -1;                                                                   \
+    if (IsChosen(#name, __builtin_return_address(0))) {                                            \
+      if (errno != 0) return -1;                                                                   \
       size = (size + 1) / 2;                                                                       \
     }                                                                                              \
     return real(fd, data, size);                                                                   \
   }
 
-WRAP_OPEN(open, (const char* path, int flags, ...), (path, flags, mode))
-WRAP_OPEN(openat, (int folder, const char* path, int flags, ...), (folder, path, flags, mode))
-WRAP_TRANSFER(read, Kind::Read, void)
-WRAP_TRANSFER(write, Kind::Write, const void)
+// Declared without "...": the mode is passed on where there is none, too.
+WRAP(int, open, (const char* path, int flags, mode_t mode), (path, flags, mode), -1)
+WRAP(int, openat, (int folder, const char* path, int flags, mode_t mode),
+     (folder, path, flags, mode), -1)
+WRAP_TRANSFER(read, void)
+WRAP_TRANSFER(write, const void)
 WRAP(off_t, lseek, (int fd, off_t offset, int whence), (fd, offset, whence), -1)
 WRAP(int, fstat, (int fd, struct stat* status), (fd, status), -1)
 WRAP(int, stat, (const char* path, struct stat* status), (path, status), -1)
@@ -81,3 +70,26 @@ WRAP(ssize_t, recv, (int line, void* data, std::size_t size, int flags), (line, 
      -1)
 WRAP(int, poll, (pollfd * lines, nfds_t count, int milliseconds), (lines, count, milliseconds), -1)
 // NOLINTEND(bugprone-macro-parentheses)
+
+extern "C" {
+void* __libc_malloc(std::size_t size);
+void* __libc_calloc(std::size_t count, std::size_t size);
+void* __libc_memalign(std::size_t alignment, std::size_t size);
+
+[[gnu::visibility("default")]] void* malloc(std::size_t size) {
+  return IsChosen("malloc", __builtin_return_address(0)) ? nullptr : __libc_malloc(size);
+}
+[[gnu::visibility("default")]] void* calloc(std::size_t count, std::size_t size) {
+  return IsChosen("calloc", __builtin_return_address(0)) ? nullptr : __libc_calloc(count, size);
+}
+[[gnu::visibility("default")]] void* aligned_alloc(std::size_t alignment, std::size_t size) {
+  return IsChosen("aligned_alloc", __builtin_return_address(0)) ? nullptr
+                                                                : __libc_memalign(alignment, size);
+}
+}
+
+/// The C++ library's own comes down to malloc, and then it would be the caller of each.
+[[gnu::visibility("default")]] void* operator new(std::size_t size) {
+  if (IsChosen("operator new", __builtin_return_address(0))) throw std::bad_alloc();
+  return __libc_malloc(size);
+}

@@ -1,8 +1,8 @@
 #include "apps/failing_plan.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <dlfcn.h>
@@ -24,20 +24,20 @@ const char* Setting(const char* name) {
   return value ? value : "";
 }
 
+int Number(const char* name) {
+  return std::atoi(Setting(name));  // NOLINT(cert-err34-c)
+}
+
 struct Plan {
-  int number = std::atoi(Setting("KALVRIN_FAIL_CALL"));  // NOLINT(cert-err34-c)
-  std::string_view as = Setting("KALVRIN_FAIL_AS");
-  int error = std::atoi(as.data());  // NOLINT(cert-err34-c)
+  int first = Number("KALVRIN_FAIL_FIRST"), last = Number("KALVRIN_FAIL_LAST");
+  int error = Number("KALVRIN_FAIL_WITH");
+  std::string_view names = Setting("KALVRIN_FAIL_NAMES");
   Ledger* ledger;
 
-  bool Counts(Kind kind) const {
-    if (as.ends_with("memory")) return kind == Kind::Memory;
-    if (error == ENOSPC) return kind == Kind::Write;
-    if (as == "short" || error == EINTR) return kind == Kind::Read || kind == Kind::Write;
-    return kind != Kind::Memory;
-  }
-  bool Has(int call) const {
-    return number != 0 && (call == number || (call > number && as == "all-memory"));
+  bool Counts(std::string_view name) const {
+    const bool isAllocation = name.ends_with("alloc") || name == "operator new";
+    if (names == "memory") return isAllocation;
+    return names.empty() ? !isAllocation : names.find(name) != std::string_view::npos;
   }
 };
 
@@ -86,17 +86,13 @@ int MainWithPlan(int count, char** values, char** environment) {
 
 }  // namespace
 
-bool IsChosen(const char* name, Kind kind, void* caller) {
-  if (!plan || !plan->Counts(kind) || !IsPrograms(caller)) return false;
-  const int call = ++plan->ledger->calls;
-  if (!plan->Has(call)) return false;
-  if (call == plan->number) std::strncpy(plan->ledger->failed, name, sizeof Ledger::failed - 1);
-  errno = kind == Kind::Memory ? ENOMEM : plan->error;
+bool IsChosen(const char* name, void* caller) {
+  if (!plan || !plan->Counts(name) || !IsPrograms(caller)) return false;
+  const int call = ++std::atomic_ref(plan->ledger->calls);
+  if (call < plan->first || call > plan->last) return false;
+  if (call == plan->first) std::strncpy(plan->ledger->failed, name, sizeof Ledger::failed - 1);
+  errno = plan->error;
   return true;
-}
-
-bool IsShort() {
-  return plan->as == "short";
 }
 
 }  // namespace TestSupport

@@ -12,7 +12,7 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <csignal>
+#include <climits>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -25,21 +25,31 @@
 namespace TestSupport {
 namespace {
 
-/// By name: how long a file is, and a number from its bytes.
-using Files = std::map<std::string, std::pair<std::size_t, std::size_t>>;
+/// By name: a number from the bytes of a file.
+using Files = std::map<std::string, std::size_t>;
 
 struct Injection {
   const char* name;
   const char* line;  ///< of shell, in a folder of `InjectedRun`
   /// How much of a run stands or falls as one: all files, or each for itself.
   enum class Whole { All, Each } whole = Whole::All;
-  const char* taken = "";  ///< the name of a file whose bytes cannot be taken back: a pipe's
+  const char* taken = "";  ///< the name of a file whose bytes cannot be taken back
+};
+
+/// A way of failing: the environment of failing_plan.h, but for the number of the call.
+struct Failing {
+  const char* name;
+  std::string names;
+  int error;
+  bool isLasting = false;  ///< all later calls fail, too
+  bool mustGoOn = false;
+  const char* words = "kalvrin: ";  ///< in the line that says so
 };
 
 using Whole = Injection::Whole;
 constexpr Injection renderFiles = {"files", "$TOOL render model.onnx in.wav out.wav --block 450"};
 constexpr Injection renderPipes = {
-    "pipes", "$TOOL render model.onnx - - --block 450 < in.wav | cat > piped.wav", Whole::All,
+    "pipes", "cat in.wav | $TOOL render model.onnx - - --block 450 > piped.wav", Whole::All,
     "piped.wav"};
 constexpr Injection info = {"info", "$TOOL info model.onnx"};
 constexpr Injection plugin = {"LV2", "$TOOL plugin model.onnx --name old --to lv2"};
@@ -114,19 +124,19 @@ public:
   }
 
   /// Without a number nothing fails.
-  Outcome Run(const Injection& row, int number, const std::string& as) {
+  Outcome Run(const Injection& row, const Failing& failing, int number = 0) {
     static const ToolWithSmallLibraries tool;
-    return folder.Run(
-        std::string("TOOL='env LD_PRELOAD=" KALVRIN_FAILING_CALLS " KALVRIN_FAIL_CALL=") +
-        std::to_string(number) + " KALVRIN_FAIL_AS=" + as +
-        " KALVRIN_FAIL_LEDGER=" + ledger / "calls" + " " + tool.Path() + "'; " + row.line);
+    std::ostringstream line;
+    line << "TOOL='env LD_PRELOAD=" KALVRIN_FAILING_CALLS " KALVRIN_FAIL_FIRST=" << number
+         << " KALVRIN_FAIL_LAST=" << (failing.isLasting && number ? INT_MAX : number)
+         << " KALVRIN_FAIL_NAMES=" << failing.names << " KALVRIN_FAIL_WITH=" << failing.error
+         << " KALVRIN_FAIL_LEDGER=" << ledger / "calls" << ' ' << tool.Path() << "'; " << row.line;
+    return folder.Run(line.str());
   }
-  /// How many calls there were, and the name of the one that failed.
-  std::pair<int, std::string> Ledger() const {
-    const std::string bytes = ReadFile(ledger / "calls");
-    TestSupport::Ledger counted{};
-    std::memcpy(static_cast<void*>(&counted), bytes.data(), sizeof counted);
-    return {counted.calls, counted.failed};
+  TestSupport::Ledger Ledger() const {
+    TestSupport::Ledger counted;
+    std::memcpy(&counted, ReadFile(ledger / "calls").data(), sizeof counted);
+    return counted;
   }
 
   /// All files. The log of a run of many files has times of day in it.
@@ -135,8 +145,7 @@ public:
     for (const auto& entry : std::filesystem::recursive_directory_iterator(folder / "")) {
       const std::string name = entry.path().lexically_relative(folder / "");
       if (!entry.is_regular_file() || name == "log") continue;
-      const std::string bytes = ReadFile(entry.path());
-      files[name] = {bytes.size(), std::hash<std::string>()(bytes)};
+      files[name] = std::hash<std::string>()(ReadFile(entry.path()));
     }
     return files;
   }
@@ -152,14 +161,21 @@ bool IsToldToBeLeft(const std::string& name, const std::string& errors) {
          errors.find("warning: cannot remove " + name.substr(0, end) + ":") != std::string::npos;
 }
 
+std::vector<std::string> Lines(const std::string& text) {
+  std::istringstream stream(text);
+  std::vector<std::string> lines;
+  for (std::string line; std::getline(stream, line);)
+    lines.push_back(line);
+  return lines;
+}
+
 /// What a run prints but for its speed.
-std::string Lasting(const std::string& text) {
-  std::istringstream lines(text);
-  std::string lasting;
-  for (std::string line; std::getline(lines, line);)
-    if (line.find("real-time factor") == std::string::npos && !line.starts_with("  speed"))
-      lasting += line + '\n';
-  return lasting;
+std::vector<std::string> Lasting(const std::string& text) {
+  std::vector<std::string> lines = Lines(text);
+  std::erase_if(lines, [](const std::string& line) {
+    return line.find("real-time factor") != std::string::npos || line.starts_with("  speed");
+  });
+  return lines;
 }
 
 /// Each file is what it was or what a whole run makes of it, and there is no other.
@@ -171,76 +187,56 @@ void ExpectWholeFiles(const Injection& row, Files now, Files before, Files made)
   }
   for (const auto& file : now)
     EXPECT_TRUE(std::ranges::count(before, file) + std::ranges::count(made, file) > 0)
-        << file.first << ": " << file.second.first << " bytes";
+        << file.first << " is neither";
   for (const auto& [name, bytes] : before)
     EXPECT_TRUE(now.contains(name)) << name << " is gone";
 }
 
 /// Lines that tell of more than a warning.
-int RefusalsIn(const std::string& errors) {
-  std::istringstream lines(errors);
-  int count = 0;
-  for (std::string line; std::getline(lines, line);)
-    count += line.starts_with("kalvrin: ") && !line.starts_with("kalvrin: warning: ");
-  return count;
+std::ptrdiff_t RefusalsIn(const std::string& errors) {
+  return std::ranges::count_if(Lines(errors), [](const std::string& line) {
+    return line.starts_with("kalvrin: ") && !line.starts_with("kalvrin: warning: ");
+  });
 }
 
 /// One line for each thing that failed, and the status that goes with it.
 void ExpectRefusal(const Injection& row, const Outcome& outcome) {
-  if (!*row.taken) {  // the status is that of the line's last command
-    EXPECT_EQ(outcome.exitStatus, 1);
-  }
-  std::istringstream lines(outcome.err);
-  for (std::string line; std::getline(lines, line);)
+  EXPECT_EQ(outcome.exitStatus, 1);
+  for (const std::string& line : Lines(outcome.err))
     EXPECT_TRUE(line.starts_with("kalvrin: "));
   if (row.whole == Whole::All) {
     EXPECT_EQ(RefusalsIn(outcome.err), 1);
   }
 }
 
-/// A way of failing.
-struct Failing {
-  const char* name;
-  std::string as;  ///< KALVRIN_FAIL_AS
-  bool mustGoOn = false;
-  const char* words = "kalvrin: ";  ///< in the line that says so
-};
+/// 1 to `count` where the environment has KALVRIN_TEST_SWEEP=all, otherwise `most` of them at most.
+std::vector<int> Drawn(int count, std::size_t most) {
+  std::vector<int> numbers(static_cast<std::size_t>(count));
+  std::iota(numbers.begin(), numbers.end(), 1);
+  const char* const wish = std::getenv("KALVRIN_TEST_SWEEP");  // NOLINT(concurrency-mt-unsafe)
+  if (wish && wish == std::string_view("all")) return numbers;
+  static std::mt19937_64 random(TestSeed());
+  std::ranges::shuffle(numbers, random);
+  numbers.resize(std::min(numbers.size(), most));
+  return numbers;
+}
 
-/// A whole run, and then runs in which one call after the other fails.
-class Sweep {
-public:
-  Sweep(const Injection& row, const Failing& failing) : row(row), failing(failing) {
-    before = whole.Contents();
-    wholeOutcome = whole.Run(row, 0, failing.as);
-    EXPECT_EQ(wholeOutcome.exitStatus, 0) << row.name << wholeOutcome.err;
-    made = whole.Contents();
-  }
-
-  /// Runs with as many calls failing as there is time for: any ones, or all if the environment has
-  /// KALVRIN_TEST_SWEEP=all. How many they were.
-  int RunSome(std::size_t most) {
-    std::vector<int> numbers(static_cast<std::size_t>(whole.Ledger().first));
-    std::iota(numbers.begin(), numbers.end(), 1);
-    const char* const wish = std::getenv("KALVRIN_TEST_SWEEP");  // NOLINT(concurrency-mt-unsafe)
-    if (!wish || wish != std::string_view("all")) {
-      std::ranges::shuffle(numbers, random);
-      numbers.resize(std::min(numbers.size(), most));
-    }
-    for (const int number : numbers)
-      Run(number);
-    std::printf("%s, %s: %zu of %d calls\n", row.name, failing.name, numbers.size(),
-                whole.Ledger().first);
-    return static_cast<int>(numbers.size());
-  }
-
-private:
-  void Run(int number) {
+/// A whole run, and then `most` runs in which one call or the other fails. How many they were.
+std::size_t Sweep(const Injection& row, const Failing& failing, std::size_t most) {
+  InjectedRun whole;
+  const Files before = whole.Contents();
+  const Outcome wholeOutcome = whole.Run(row, failing);
+  EXPECT_EQ(wholeOutcome.exitStatus, 0) << row.name << wholeOutcome.err;
+  const Files made = whole.Contents();
+  const int calls = whole.Ledger().calls;
+  const std::vector<int> numbers = Drawn(calls, most);
+  for (const int number : numbers) {
     InjectedRun run;
-    const Outcome outcome = run.Run(row, number, failing.as);
-    const std::string call = run.Ledger().second;
-    SCOPED_TRACE(testing::Message() << row.name << ", call " << number << ", " << call << ", "
-                                    << failing.name << ", status " << outcome.exitStatus << ":\n"
-                                    << outcome.err);
+    const Outcome outcome = run.Run(row, failing, number);
+    SCOPED_TRACE(testing::Message()
+                 << row.name << ", call " << number << ", " << run.Ledger().failed << ", "
+                 << failing.name << ", status " << outcome.exitStatus << ":\n"
+                 << outcome.err);
     Files after = run.Contents();
     std::erase_if(after, [&](const auto& file) { return IsToldToBeLeft(file.first, outcome.err); });
     ExpectWholeFiles(row, after, before, made);
@@ -254,57 +250,33 @@ private:
       ExpectPart(outcome.err, failing.words);
     }
   }
-
-  const Injection& row;
-  const Failing& failing;
-  std::mt19937_64 random{TestSeed()};
-  InjectedRun whole;
-  Outcome wholeOutcome;
-  Files before, made;
-};
+  std::printf("%s, %s: %zu of %d calls\n", row.name, failing.name, numbers.size(), calls);
+  return numbers.size();
+}
 
 TEST(Injection, EveryCallOfTheSystemFails) {
-  const Failing failings[] = {{"input or output fails", std::to_string(EIO)},
-                              {"the disk is full", std::to_string(ENOSPC)}};
-  int calls = 0;
-  for (const Failing& failing : failings)
+  std::size_t calls = 0;
+  for (const Failing& failing :
+       {Failing{"input or output fails", "", EIO}, Failing{"the disk is full", "write", ENOSPC}})
     for (const Injection& row : rows)
-      calls += Sweep(row, failing).RunSome(25);
-  std::printf("%d calls failed\n", calls);
+      calls += Sweep(row, failing, 25);
   EXPECT_GT(calls, 200) << "or they are not the ones that fail";
 }
 
 TEST(Injection, InterruptedAndShortTransfersGoOn) {
-  const Failing interrupted = {"interrupted", std::to_string(EINTR), true};
-  const Failing halves = {"short", "short", true};
-  Sweep(renderFiles, interrupted).RunSome(20);
-  Sweep(renderFiles, halves).RunSome(20);
-  Sweep(renderPipes, halves).RunSome(20);
+  const Failing interrupted = {"interrupted", "read,write", EINTR, false, true};
+  const Failing halves = {"short", "read,write", 0, false, true};
+  Sweep(renderFiles, interrupted, 20);
+  Sweep(renderFiles, halves, 20);
+  Sweep(renderPipes, halves, 20);
 }
 
 TEST(Injection, EveryAllocationFails) {
-  const Failing failings[] = {{"an allocation fails", "memory", false, "memory"},
-                              {"memory is at an end", "all-memory", false, "memory"}};
-  int calls = 0;
-  for (const Failing& failing : failings)
+  std::size_t calls = 0;
+  for (const bool isLasting : {false, true})
     for (const Injection& row : {info, renderFiles, adapt, plugin})
-      calls += Sweep(row, failing).RunSome(8);
-  std::printf("%d allocations failed\n", calls);
+      calls += Sweep(row, {"no memory", "memory", ENOMEM, isLasting, false, "memory"}, 8);
   EXPECT_GT(calls, 60) << "or they are not the ones that fail";
-}
-
-/// The model is read once, at the start.
-TEST(Injection, AModelFileThatChangesMeanwhileChangesNothing) {
-  const TemporaryFolder folder;
-  WriteFile(folder / "model.onnx", MakeAudioModel({}));
-  WriteAudio(folder / "in.wav", MakeNoise(60000, 2, 1));
-  ASSERT_EQ(folder.Run("$TOOL render model.onnx in.wav whole.wav --stems stems").exitStatus, 0);
-  ToolOnTerminal tool({"render", folder / "model.onnx", folder / "in.wav", folder / "out.wav",
-                       "--stems", folder / "stems"});
-  ASSERT_TRUE(tool.WaitFor("%")) << "no progress bar";
-  WriteFile(folder / "model.onnx", "");
-  EXPECT_EQ(tool.Finish().exitStatus, 0);
-  EXPECT_EQ(ReadFile(folder / "out.wav"), ReadFile(folder / "whole.wav"));
 }
 
 }  // namespace

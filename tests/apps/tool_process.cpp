@@ -3,14 +3,13 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cerrno>
 #include <csignal>
+#include <cstdio>
 #include <cstdlib>
 #include <fcntl.h>
 #include <fstream>
 #include <iterator>
 #include <pty.h>
-#include <spawn.h>
 #include <stdexcept>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -18,57 +17,18 @@
 namespace TestSupport {
 namespace {
 
-/// The three standard descriptors of a process to start.
-struct Streams {
-  int in, out, err;
-};
-
-int Start(const std::vector<std::string>& arguments, const Streams& streams) {
-  std::vector<char*> values;
-  values.reserve(arguments.size() + 1);
-  for (const std::string& argument : arguments)
-    values.push_back(const_cast<char*>(argument.c_str()));
-  values.push_back(nullptr);
-  posix_spawn_file_actions_t actions;
-  posix_spawn_file_actions_init(&actions);
-  posix_spawn_file_actions_adddup2(&actions, streams.in, STDIN_FILENO);
-  posix_spawn_file_actions_adddup2(&actions, streams.out, STDOUT_FILENO);
-  posix_spawn_file_actions_adddup2(&actions, streams.err, STDERR_FILENO);
-  pid_t process = -1;
-  const int error = posix_spawn(&process, values[0], &actions, nullptr, values.data(), environ);
-  posix_spawn_file_actions_destroy(&actions);
-  if (error != 0) throw std::runtime_error("cannot start " + arguments[0]);
-  return process;
-}
-
-Outcome Await(int process) {
-  int status = 0;
-  while (waitpid(process, &status, 0) < 0 && errno == EINTR) {
-  }
+Outcome OutcomeOf(int status) {
   Outcome outcome;
   if (WIFEXITED(status)) outcome.exitStatus = WEXITSTATUS(status);
   if (WIFSIGNALED(status)) outcome.signal = WTERMSIG(status);
   return outcome;
 }
 
-Outcome Run(const std::vector<std::string>& arguments) {
-  const TemporaryFolder folder;
-  const auto create = [&](const char* name) {
-    return open((folder / name).c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600);
-  };
-  const Streams streams{open("/dev/null", O_RDONLY | O_CLOEXEC), create("out"), create("err")};
-  Outcome outcome = Await(Start(arguments, streams));
-  for (const int stream : {streams.in, streams.out, streams.err})
-    close(stream);
-  outcome.out = ReadFile(folder / "out");
-  outcome.err = ReadFile(folder / "err");
-  return outcome;
-}
-
-std::vector<std::string> WithTool(const std::vector<std::string>& arguments) {
-  std::vector<std::string> all = {KALVRIN_TOOL};
-  all.insert(all.end(), arguments.begin(), arguments.end());
-  return all;
+std::string Quoted(const std::string& argument) {
+  std::string text;
+  for (const char c : argument)
+    text += c == '\'' ? "'\\''" : std::string(1, c);
+  return '\'' + text + '\'';
 }
 
 }  // namespace
@@ -93,8 +53,19 @@ std::vector<std::string> TemporaryFolder::Names() const {
 }
 
 Outcome TemporaryFolder::Run(const std::string& line) const {
-  return TestSupport::Run(
-      {"/bin/sh", "-c", "TOOL='" KALVRIN_TOOL "'; cd " + path.string() + " && " + line});
+  const TemporaryFolder other;
+  const std::string whole = "exec 2> " + other / "err" +
+                            " < /dev/null; TOOL='" KALVRIN_TOOL "'; cd " + path.string() + " && " +
+                            line;
+  std::FILE* const shell = popen(whole.c_str(), "r");
+  if (!shell) throw std::runtime_error("cannot start a shell");
+  std::string out;
+  for (int c = std::getc(shell); c != EOF; c = std::getc(shell))
+    out += static_cast<char>(c);
+  Outcome outcome = OutcomeOf(pclose(shell));
+  outcome.out = out;
+  outcome.err = ReadFile(other / "err");
+  return outcome;
 }
 
 std::string ToolPath() {
@@ -102,7 +73,10 @@ std::string ToolPath() {
 }
 
 Outcome RunTool(const std::vector<std::string>& arguments) {
-  return Run(WithTool(arguments));
+  std::string line = "\"$TOOL\"";
+  for (const std::string& argument : arguments)
+    line += ' ' + Quoted(argument);
+  return TemporaryFolder().Run(line);
 }
 
 void ExpectPart(const std::string& text, std::string_view part, std::string_view where) {
@@ -110,20 +84,25 @@ void ExpectPart(const std::string& text, std::string_view part, std::string_view
 }
 
 ToolOnTerminal::ToolOnTerminal(const std::vector<std::string>& arguments) {
-  int side = -1;
-  if (openpty(&terminal, &side, nullptr, nullptr, nullptr) != 0)
-    throw std::runtime_error("no terminal");
-  fcntl(terminal, F_SETFD, FD_CLOEXEC);
+  std::string tool = KALVRIN_TOOL;
+  std::vector<char*> values = {tool.data()};
+  for (const std::string& argument : arguments)
+    values.push_back(const_cast<char*>(argument.c_str()));
+  values.push_back(nullptr);
+  process = forkpty(&terminal, nullptr, nullptr, nullptr);
+  if (process < 0) throw std::runtime_error("no terminal");
+  if (process > 0) return;
   const int null = open("/dev/null", O_RDWR | O_CLOEXEC);
-  process = Start(WithTool(arguments), {null, null, side});
-  close(null);
-  close(side);
+  dup2(null, STDIN_FILENO);
+  dup2(null, STDOUT_FILENO);
+  execv(values[0], values.data());
+  _exit(127);
 }
 
 ToolOnTerminal::~ToolOnTerminal() {
   if (process > 0) {
     Kill(SIGKILL);
-    Await(process);
+    waitpid(process, nullptr, 0);
   }
   close(terminal);
 }
@@ -149,8 +128,10 @@ void ToolOnTerminal::Kill(int signal) {
 Outcome ToolOnTerminal::Finish() {
   while (ReadSome()) {
   }
-  Outcome outcome = Await(process);
+  int status = 0;
+  waitpid(process, &status, 0);
   process = -1;
+  Outcome outcome = OutcomeOf(status);
   outcome.err = seen;
   return outcome;
 }

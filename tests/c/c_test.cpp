@@ -9,6 +9,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <limits>
 #include <memory>
@@ -47,15 +48,6 @@ Made Make(const std::string& model, const kalvrin_request& request) {
   return {status, reason, Stream(stream)};
 }
 
-std::vector<float> Noise(std::size_t count) {
-  static std::mt19937_64 engine(TestSeed());
-  std::uniform_real_distribution<float> samples(-1, 1);
-  std::vector<float> noise(count);
-  for (float& sample : noise)
-    sample = samples(engine);
-  return noise;
-}
-
 TEST(CInterfaceTest, SizesAndNamesAreTheModels) {
   const Made made = Make(MakeAudioModel(TwoClasses), {3, 2, 4});
   ASSERT_EQ(made.status, KALVRIN_OK) << made.reason;
@@ -81,41 +73,39 @@ TEST(CInterfaceTest, GivesTheSamplesOfTheLibrary) {
   const Made planar = Make(model, {channels, 2, frames});
   const Made interleaved = Make(model, {channels, 2, frames});
   ASSERT_TRUE(planar.stream && interleaved.stream);
-  const auto makeReference = [&model] {
-    std::unique_ptr<Orvik::Tesmo::StreamProcessor> made(
-        CreateStreamProcessor(model.data(), model.size(), 2, channels, frames));
-    made->ResetGains();
-    return made;
-  };
-  auto reference = makeReference();
+  std::unique_ptr<Orvik::Tesmo::StreamProcessor> reference;
+  std::mt19937_64 random(TestSeed());
+  std::uniform_real_distribution<float> level(-1, 1);
 
   for (int block = 0; block < 60; ++block) {
     if (block == 20) {
       for (const Made* made : {&planar, &interleaved}) {
         ASSERT_EQ(kalvrin_set_gain(made->stream.get(), "tÖNE", 1), KALVRIN_NOT_FOUND);
         ASSERT_EQ(kalvrin_set_gain(made->stream.get(), "TöNE", 3), KALVRIN_OK);
-        ASSERT_EQ(kalvrin_set_gain(made->stream.get(), "rest", 0.125F), KALVRIN_OK);
         ASSERT_EQ(kalvrin_set_master_gain(made->stream.get(), 0.5F), KALVRIN_OK);
       }
     }
     if (block == 40) {
       ASSERT_EQ(kalvrin_restart(planar.stream.get()), KALVRIN_OK);
       ASSERT_EQ(kalvrin_restart(interleaved.stream.get()), KALVRIN_OK);
-      reference = makeReference();
+    }
+    if (block % 40 == 0) {
+      reference.reset(CreateStreamProcessor(model.data(), model.size(), 2, channels, frames));
+      reference->ResetGains();
     }
     if (block == 20 || block == 40) {
       reference->SetAudioClassGain(u"Töne", 3);
-      reference->SetAudioClassGain(u"Rest", 0.125F);
       reference->SetMasterGain(0.5F);
     }
-    const std::vector<float> input = Noise(channels * frames);
-    std::vector<float> expected(input), mixed(input), woven(input.size());
+    std::vector<float> expected(channels * frames), mixed, woven;
+    std::ranges::generate(expected, [&] { return level(random); });
+    mixed = woven = expected;
     float *expectedChannels[channels], *mixedChannels[channels];
     for (std::size_t c = 0; c < channels; ++c) {
       expectedChannels[c] = &expected[c * frames];
       mixedChannels[c] = &mixed[c * frames];
       for (std::size_t i = 0; i < frames; ++i)
-        woven[i * channels + c] = input[c * frames + i];
+        woven[i * channels + c] = mixed[c * frames + i];
     }
     reference->ProcessBlock(expectedChannels, expectedChannels, frames, 1);
     ASSERT_EQ(kalvrin_process_planar(planar.stream.get(), mixedChannels, mixedChannels, frames),
@@ -123,11 +113,9 @@ TEST(CInterfaceTest, GivesTheSamplesOfTheLibrary) {
     ASSERT_EQ(
         kalvrin_process_interleaved(interleaved.stream.get(), woven.data(), woven.data(), frames),
         KALVRIN_OK);
-    for (std::size_t c = 0; c < channels; ++c)
-      for (std::size_t i = 0; i < frames; ++i) {
-        ASSERT_EQ(mixed[c * frames + i], expected[c * frames + i]) << "block " << block;
-        ASSERT_EQ(woven[i * channels + c], expected[c * frames + i]) << "block " << block;
-      }
+    ASSERT_EQ(mixed, expected) << "block " << block;
+    for (std::size_t i = 0; i < woven.size(); ++i)
+      ASSERT_EQ(woven[i], expected[i % channels * frames + i / channels]) << "block " << block;
   }
 }
 
@@ -148,11 +136,6 @@ TEST(CInterfaceTest, SaysInWordsWhyThereIsNoStream) {
        KALVRIN_MODEL_REFUSED,
        {"cannot be changed",
         "found: the input 'input' is float32 [2, *, 8]; asked for: 3 channels"}},
-      {"no JSON",
-       MakeAudioModel({.metadata = {{"AudioClassNames", "[Speech]"}}}),
-       {1, 1, 8},
-       KALVRIN_MODEL_REFUSED,
-       {"not JSON", "change: correct AudioClassNames"}},
       {"fails at once",
        MakeAudioModel({.failsFromEvaluation = 0}),
        {1, 1, 8},

@@ -2,6 +2,7 @@
 // against the recipes' own definitions in double.
 
 #include "models/recipe_audio.h"
+#include "support/rendered.h"
 
 #include <kalvrin/stream_processor.h>
 
@@ -66,25 +67,10 @@ Planar Render(const Row& row, const RecipeAudio& audio, SetGains setGains) {
 
   const std::uint64_t latency =
       LatencyFrames(recipe.windowLength, recipe.lookaheadBlocks, row.sequenceSize, row.blockFrames);
-  const std::uint64_t blocks = (RecipeAudio::frames + latency) / row.blockFrames + 1;
-  Planar channels(row.channels, std::vector<float>(blocks * row.blockFrames));
-  for (std::size_t c = 0; c < channels.size(); ++c)
-    std::ranges::copy(audio.Input(c), channels[c].begin());
-
-  std::vector<float*> block(row.channels);
-  for (std::uint64_t b = 0; b < blocks; ++b) {
-    for (std::size_t c = 0; c < channels.size(); ++c)
-      block[c] = channels[c].data() + b * row.blockFrames;
-    stream->ProcessBlock(block.data(), block.data(), row.blockFrames, 1);
-  }
-  for (auto& channel : channels) {
-    // A class may ring before the sound that it comes from, within the first window only.
-    const auto silent = channel.begin() + latency - recipe.windowLength / 2;
-    EXPECT_TRUE(std::all_of(channel.begin(), silent, [](float sample) { return sample == 0.0f; }));
-    channel.erase(channel.begin(), channel.begin() + latency);
-    channel.resize(RecipeAudio::frames);
-  }
-  return channels;
+  Planar channels;
+  for (std::size_t c = 0; c < row.channels; ++c)
+    channels.emplace_back(audio.Input(c).begin(), audio.Input(c).end());
+  return TestSupport::Rendered(*stream, latency, row.blockFrames, channels);
 }
 
 /// `expected(c, n)` in double for channel c and frame n.

@@ -3,6 +3,7 @@
 // mixture late by a single frame fails them.
 
 #include "models/recipe_audio.h"
+#include "support/rendered.h"
 
 #include <kalvrin/stream_processor.h>
 
@@ -13,6 +14,7 @@
 #include <cmath>
 #include <memory>
 #include <numeric>
+#include <utility>
 
 namespace Orvik::Tesmo {
 namespace {
@@ -58,21 +60,8 @@ std::vector<Signal> Extract(const char16_t* name, std::vector<Signal> channels,
   EXPECT_EQ(stream->GetSampleRate(), 16000);
   EXPECT_TRUE(stream->SetMasterGain(1.0f) && stream->SetAudioClassGain(name, 1.0f));
 
-  const std::size_t frames = channels[0].size();
   const std::uint64_t latency = LatencyFrames(512, 0, sequenceSize, blockFrames);
-  for (Signal& channel : channels)
-    channel.resize(frames + latency + blockFrames);
-  std::vector<float*> block(channels.size());
-  for (std::size_t n = 0; n < frames + latency; n += blockFrames) {
-    for (std::size_t c = 0; c < channels.size(); ++c)
-      block[c] = channels[c].data() + n;
-    stream->ProcessBlock(block.data(), block.data(), blockFrames, 1);
-  }
-  for (Signal& channel : channels) {
-    channel.erase(channel.begin(), channel.begin() + static_cast<std::ptrdiff_t>(latency));
-    channel.resize(frames);
-  }
-  return channels;
+  return TestSupport::Rendered(*stream, latency, blockFrames, std::move(channels));
 }
 
 TEST(SeparatorTest, PullsSpeechAndMusicApart) {

@@ -181,15 +181,4 @@ TEST(Evaluate, RefusesABindingOfAnotherModel) {
   EXPECT_EQ(Hex(one.session->Evaluate(*other.binding, u"")), Hex(ResultCodes::InvalidArgument));
 }
 
-TEST(Evaluate, GivesAConstantOutputWithoutAnyInput) {
-  Rig rig(
-      ModelBuilder().Output("output", Element::Float, {2}).Floats("output", {2}, {3, 4}).Build());
-  const auto output = rig.Output("output", {2});
-  ASSERT_EQ(Hex(rig.Prepare()), Hex(ResultCodes::Ok));
-  for (int i = 0; i < 3; ++i) {
-    ASSERT_EQ(Hex(rig.Evaluate()), Hex(ResultCodes::Ok));
-    EXPECT_EQ(Elements(*output, 2)[1], 4.0F) << i;
-  }
-}
-
 }  // namespace

@@ -1,5 +1,5 @@
 #include "platform/rig.h"
-#include "support/audio_models.h"
+#include "support/model_builder.h"
 #include "support/seed.h"
 
 #include <gtest/gtest.h>
@@ -151,36 +151,6 @@ TEST(States, FollowTheDefinition) {
     ExpectFollowsDefinition(graph, random);
   for (int i = 0; i < 60 && !HasFailure(); ++i)
     ExpectFollowsDefinition(RandomGraph(random), random);
-}
-
-/// state1 counts; what comes out for state2 is the input state1, for state3 the input state2. So
-/// the count arrives there one and two evaluations late.
-TEST(States, OfEveryNumberAreCountedAndPassedThrough) {
-  using Update = StateOptions::Update;
-  for (std::uint32_t kind = TensorKind::Float; kind <= TensorKind::UInt64; ++kind) {
-    SCOPED_TRACE(kind);
-    if (kind == TensorKind::String) continue;  // below
-    StateOptions counted = {.element = static_cast<Element>(kind), .shape = {2}};
-    StateOptions second = counted;
-    second.update = Update::PassThrough;
-    second.outputName = "state1";
-    StateOptions third = second;
-    third.outputName = "state2";
-    third.isHeard = true;
-    Rig rig(MakeAudioModel({.states = {counted, second, third}}));
-    rig.Input("input", {1, 1, 8});
-    const auto output = rig.Output("output", {1, 1, 1, 8});
-    rig.State("state1", "newState1", {2}, kind);
-    rig.State("state2", "state1", {2}, kind);
-    rig.State("state3", "state2", {2}, kind);
-    ASSERT_EQ(Hex(rig.Prepare()), Hex(ResultCodes::Ok));
-    for (int i = 0; i < 7; ++i) {
-      ASSERT_EQ(Hex(rig.Evaluate()), Hex(ResultCodes::Ok));
-      const int count = std::max(0, i - 2);
-      const int heard = kind == TensorKind::Boolean ? count % 2 : count;
-      EXPECT_EQ(Elements(*output, 8)[0], static_cast<float>(heard)) << "evaluation " << i;
-    }
-  }
 }
 
 /// Text cannot be seen from outside, so the model tells it: y[i] is 1 where s0[i] is the text, 2

@@ -3,9 +3,7 @@
 #include "kalvrin/stream_processor.h"
 
 #include "realtime/watch.h"
-#include "stream/assemble_stream.h"
 #include "stream/engine_models.h"
-#include "support/fake_platform.h"
 
 #include <gtest/gtest.h>
 #include <poll.h>
@@ -29,7 +27,6 @@
 namespace {
 
 using namespace TestSupport;
-using Orvik::Tesmo::AssembleStream;
 using Orvik::Tesmo::StreamProcessor;
 
 /// Keeps the compiler from leaving out a pair of allocation and release.
@@ -244,24 +241,6 @@ TEST(RealTime, WithTheEngineAllElseIsTheEngines) {
   }
   if (!seesSystemCalls)
     GTEST_SKIP() << "no filter of system calls can be had here; all else was watched";
-}
-
-TEST(RealTime, AnActInTheMiddleOfABlockIsSeen) {
-  FakeModel model = MakeFakeAudioModel(128, {1});
-  bool isPlanted = false;
-  model.evaluate = [&isPlanted, pass = model.evaluate](const FakeEvaluation& evaluation) {
-    if (isPlanted) getppid();
-    return pass(evaluation);
-  };
-  FakeRuntime runtime(model);
-  runtime.SetRecording(false);
-  const StreamSizes sizes = {.hop = 64, .sequence = 2, .channels = 2, .block = 64};
-  Host host(AssembleStream(runtime, "model", 5, 2, 2, 64), sizes);
-  isPlanted = true;
-  const Observed seen = RunWatched([&] { host.ProcessEvenly(5); });
-  if (!seen.seesSystemCalls) GTEST_SKIP() << "no filter of system calls can be had here";
-  EXPECT_EQ(seen.ours[Act::SystemCall], 5);
-  EXPECT_EQ(seen.ours.Sum(), 5);
 }
 
 }  // namespace

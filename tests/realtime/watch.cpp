@@ -19,7 +19,7 @@
 #include <cerrno>
 #include <csignal>
 #include <cstdint>
-#include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <ctime>
 #include <memory>
@@ -153,18 +153,10 @@ std::string TextOf(const FirstAct& act) {
   if (!act.name) return {};
   std::string text = act.name;
   if (act.number >= 0) text += ' ' + std::to_string(act.number);
-  for (int i = 0; i < act.depth; ++i) {
-    Dl_info info = {};
-    char line[512];
-    if (dladdr(act.callers[i], &info) && info.dli_fname)
-      std::snprintf(line, sizeof line, "\n  %s+0x%lx %s", info.dli_fname,
-                    reinterpret_cast<std::uintptr_t>(act.callers[i]) -
-                        reinterpret_cast<std::uintptr_t>(info.dli_fbase),
-                    info.dli_sname ? info.dli_sname : "");
-    else
-      std::snprintf(line, sizeof line, "\n  %p", act.callers[i]);
-    text += line;
-  }
+  const std::unique_ptr<char*, decltype(&std::free)> lines(
+      backtrace_symbols(act.callers, act.depth), &std::free);
+  for (int i = 0; lines && i < act.depth; ++i)
+    text += std::string("\n  ") + lines.get()[i];
   return text;
 }
 

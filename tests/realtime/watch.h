@@ -28,7 +28,7 @@ struct Tally {
 struct Observed {
   Tally ours, engines;
   /// The first of ours of each act that was seen: "malloc" or "system call 110", and its callers
-  /// from the innermost, each as file+offset for addr2line.
+  /// from the innermost, as backtrace_symbols writes them.
   std::array<std::string, actNames.size()> firstOfOurs;
   /// The kernel let itself be asked to report system calls; it may not in a sandbox.
   bool seesSystemCalls = false;

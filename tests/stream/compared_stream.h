@@ -6,7 +6,6 @@
 #include "kalvrin/stream_processor.h"
 #include "stream/reference_stream.h"
 
-#include <exception>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -54,8 +53,6 @@ public:
   /// Every sample of the blocks to come; nullopt: noise.
   void SetSignal(std::optional<float> value) { signal = value; }
   int Failures() const { return failures; }
-  /// What ProcessBlock threw last.
-  std::exception_ptr Failure() const { return failure; }
   /// Samples agree within Tolerance times this.
   void SetScale(double fullScale) { scale = fullScale; }
 
@@ -71,7 +68,6 @@ private:
   double scale = 1.0;
   std::optional<float> signal;
   int failures = 0;
-  std::exception_ptr failure;
 };
 
 }  // namespace TestSupport

@@ -9,8 +9,6 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
-#include <fstream>
-#include <iterator>
 #include <memory>
 #include <random>
 
@@ -24,11 +22,6 @@ struct Row {
   std::string model;
   double tolerance;  ///< of samples of full scale 1, in another rounding
 };
-
-std::string ReadModel(const std::string& recipe) {
-  std::ifstream file(KALVRIN_MODELS "/" + recipe + ".onnx", std::ios::binary);
-  return {std::istreambuf_iterator<char>(file), {}};
-}
 
 /// 60 blocks of two channels of noise, made and run in `mode`; the classes alone are heard.
 std::vector<float> Output(const std::string& model, const FloatingMode& mode) {
@@ -57,9 +50,9 @@ TEST(FloatingMode, StreamsWorkInTheHostsAndKeepIt) {
   const Row rows[] = {
       {"samples", MakeAudioModel(PassThroughModel(samples)), 1e-6},
       {"spectra", MakeAudioModel(PassThroughModel(spectra)), 4e-6},
-      {"band_splitter", ReadModel("band_splitter"), 2e-5},
-      {"noise_reducer", ReadModel("noise_reducer"), 1e-6},
-      {"separator", ReadModel("separator"), 2e-5},
+      {"band_splitter", RecipeModel("band_splitter"), 2e-5},
+      {"noise_reducer", RecipeModel("noise_reducer"), 1e-6},
+      {"separator", RecipeModel("separator"), 2e-5},
   };
   for (const Row& row : rows) {
     const std::vector<float> usual = Output(row.model, floatingModes[0]);

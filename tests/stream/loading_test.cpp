@@ -4,7 +4,6 @@
 #include "kalvrin/stream_processor.h"
 
 #include "stream/engine_models.h"
-#include "stream/library_folder.h"
 
 #include <dlfcn.h>
 #include <gtest/gtest.h>
@@ -88,26 +87,6 @@ protected:
   void* handle = nullptr;
   decltype(&CreateStreamProcessor) create = nullptr;
 };
-
-TEST(FolderOf, IsWhereTheCodeWasLoadedFrom) {
-  void* const ofLibrary = dlsym(RTLD_DEFAULT, "dlopen");
-  Dl_info library = {};
-  ASSERT_TRUE(dladdr(ofLibrary, &library));
-  const fs::path program = fs::read_symlink("/proc/self/exe");
-  const struct {
-    const char* name;
-    const void* code;
-    fs::path folder;
-  } rows[] = {
-      {"this program", reinterpret_cast<const void*>(&LoadedSoFar), program.parent_path()},
-      {"a library", ofLibrary, fs::path(library.dli_fname).parent_path()},
-      {"no code", nullptr, ""},
-  };
-  for (const auto& row : rows) {
-    const fs::path found = Orvik::Tesmo::FolderOf(row.code);
-    EXPECT_EQ((found / "").lexically_normal(), row.folder / "") << row.name;
-  }
-}
 
 /// Runs the stream until its output must be its input, and gives the last sample.
 float RunAtUnity(StreamProcessor& stream, float value) {

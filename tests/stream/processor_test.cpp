@@ -1,23 +1,18 @@
-// The stream over a scripted engine: what the model is given, failures, and the heap running out.
+// The stream over a scripted engine: refusals, and the heap running out.
 
 #include "stream/assemble_stream.h"
 
 #include "failure/exceptions.h"
-#include "failure/result_code.h"
 #include "stream/compared_stream.h"
 #include "stream/overlap_add_stage.h"
 #include "stream/windowed_stream_processor.h"
 #include "support/failing_heap.h"
 #include "support/fake_platform.h"
-#include "support/outcome.h"
 #include "support/seed.h"
 
 #include <gtest/gtest.h>
 
-#include <cmath>
 #include <deque>
-#include <limits>
-#include <utility>
 
 namespace {
 
@@ -58,72 +53,6 @@ struct Maker {
   }
   std::deque<FakeRuntime> runtimes;
 };
-
-/// A model on samples that squares tells a window before it from one behind it. The stage comes to
-/// one of its sizes by a change.
-TEST(OverlapAdd, AModelOnSamplesIsGivenThemBareAndWindowedBehind) {
-  for (const std::uint64_t hop : {1, 2, 3, 8, 240}) {
-    const StreamSizes sizes = {.hop = hop, .sequence = 3, .channels = 2, .block = 3 * hop};
-    FakeModel model = ModelFor(sizes);
-    model.evaluate = [](const FakeEvaluation& evaluation) {
-      for (std::size_t i = 0; i < evaluation.outputs[0].count; ++i)
-        evaluation.outputs[0].Floats()[i] = std::pow(evaluation.inputs[0].Floats()[i], 2.0f);
-      return ResultCodes::Ok;
-    };
-    FakeRuntime runtime(model);
-    const auto make = [&](const StreamSizes&) {
-      const bool lacksChannels = hop % 2 == 0;
-      auto stage = std::make_unique<OverlapAddStage>(hop, lacksChannels ? sizes.sequence : 1,
-                                                     lacksChannels ? 1 : sizes.channels, 0);
-      if (lacksChannels)
-        stage->SetChannelCount(sizes.channels);
-      else
-        stage->SetSequenceSize(sizes.sequence);
-      return std::make_unique<WindowedStreamProcessor>(
-          std::make_unique<Kalvrin>(runtime, "model", 5, 3, 2), std::move(stage), sizes.sequence,
-          sizes.channels, sizes.block);
-    };
-    ComparedStream compared(make, sizes, TestSeed(), true);
-    compared.Reference().SetRule([](std::size_t, Planar windows) {
-      for (Samples& window : windows)
-        for (double& sample : window)
-          sample *= sample;
-      return windows;
-    });
-    for (int i = 0; i < 4; ++i)
-      ASSERT_NO_FATAL_FAILURE(compared.Process(sizes.block, 1));
-  }
-}
-
-TEST(Processor, EvaluationFailuresReachTheHostAsTheirClassAndTheStreamGoesOn) {
-  const double never = std::numeric_limits<double>::infinity();
-  const struct {
-    ResultCode code;
-    const char* outcome;
-  } codes[] = {{ResultCodes::Canceled, "0x800704C7"}, {ResultCodes::OutOfMemory, "bad_alloc"}};
-  std::mt19937_64 generator(TestSeed());
-  for (const StreamSizes& sizes :
-       {StreamSizes{.hop = 4, .sequence = 3, .channels = 2, .block = 4},
-        StreamSizes{.hop = 4, .sequence = 3, .lookahead = 2, .block = 7},
-        StreamSizes{.hop = 2, .sequence = 1, .lookahead = 1, .block = 9, .isSpectral = true}}) {
-    Maker maker;
-    ComparedStream compared(maker.Reference(), sizes, generator(), true);
-    for (int i = 0; i < 120; ++i) {
-      const auto& [code, outcome] = codes[i % 2];
-      if (generator() % 3 == 0) {
-        maker.runtimes[0].FailCall(1, code, "Evaluate");
-        compared.Reference().FailFrom(-never);
-      }
-      ASSERT_NO_FATAL_FAILURE(compared.Process(sizes.block - generator() % 2, 1)) << i;
-      if (maker.runtimes[0].StopFailing()) {
-        EXPECT_EQ(Outcome([&] { std::rethrow_exception(compared.Failure()); }), outcome) << i;
-      }
-      compared.Reference().FailFrom(never);
-    }
-    EXPECT_GT(compared.Failures(), 5);
-    EXPECT_EQ(maker.runtimes[0].GetHeldTensors(), 0);
-  }
-}
 
 TEST(Processor, WhatIsOutOfRangeIsRefusedAndBeforeTheModelIsLoaded) {
   const struct {

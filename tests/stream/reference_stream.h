@@ -36,7 +36,8 @@ using Samples = std::vector<double>;
 using Planar = std::vector<Samples>;  ///< by channel
 
 /// What an evaluation makes of one channel's windows, the lookahead's before the new ones: the
-/// first `sequence` windows of the result are what comes out.
+/// first `sequence` windows of the result are what comes out. One that throws std::runtime_error
+/// is an evaluation that fails when it has taken its windows.
 using WindowRule = std::function<Planar(std::size_t channel, const Planar& windows)>;
 
 class ReferenceStream {
@@ -113,15 +114,18 @@ private:
     for (const Samples& frames : given)
       if (*std::max_element(frames.begin(), frames.end()) >= failLevel)
         throw std::runtime_error("evaluation");
+    std::vector<Planar> windows;  // by channel those held, and the new ones
     for (std::size_t c = 0; c < channels.size(); ++c) {
-      Planar& windows = channels[c].held;
+      Planar& all = windows.emplace_back(std::move(channels[c].held));
       for (std::uint64_t s = 0; s < sizes.sequence; ++s) {
-        Samples& window = windows.emplace_back(2 * sizes.hop);
+        Samples& window = all.emplace_back(2 * sizes.hop);
         for (std::uint64_t i = 0; i < window.size(); ++i)
           window[i] = given[c][s * sizes.hop + i] * (sizes.isSpectral ? Taper(i) : 1.0);
       }
-      const Planar made = rule(c, windows);
-      windows.erase(windows.begin(), windows.end() - static_cast<std::ptrdiff_t>(sizes.lookahead));
+      channels[c].held.assign(all.end() - static_cast<std::ptrdiff_t>(sizes.lookahead), all.end());
+    }
+    for (std::size_t c = 0; c < channels.size(); ++c) {
+      const Planar made = rule(c, windows[c]);
       Samples sum = channels[c].overlap;
       sum.resize(sizes.Capacity() + sizes.hop);
       for (std::uint64_t s = 0; s < sizes.sequence; ++s)

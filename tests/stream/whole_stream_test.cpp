@@ -9,9 +9,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <cmath>
 #include <cstring>
-#include <exception>
 #include <memory>
 #include <random>
 #include <thread>
@@ -88,23 +86,6 @@ std::vector<Pattern> FixedPatterns() {
   };
 }
 
-Pattern RandomPattern(std::mt19937_64& generator) {
-  const auto upTo = [&](std::uint64_t low, std::uint64_t high) {
-    return std::uniform_int_distribution<std::uint64_t>(low, high)(generator);
-  };
-  StreamSizes sizes = {.hop = upTo(1, 12),
-                       .sequence = upTo(1, 5),
-                       .channels = upTo(1, 5),
-                       .lookahead = upTo(0, 7),
-                       .block = upTo(1, 40),
-                       .isSpectral = upTo(0, 1) == 1};
-  if (upTo(0, 2) == 0) sizes.block = sizes.hop;
-  std::vector<Step> steps;
-  for (std::uint64_t i = 0; i < 60; ++i)
-    steps.push_back({upTo(0, 3) ? sizes.block : upTo(0, sizes.block + 3), upTo(0, 15) ? 1 : 0});
-  return {"random", sizes, std::move(steps)};
-}
-
 TEST(WholeStream, LatencyIsMetToTheFrame) {
   const struct {
     std::uint64_t hop, sequence, block, lookahead, latency;
@@ -151,9 +132,6 @@ TEST(WholeStream, BlocksOfAnyRhythmGiveTheDelayedInput) {
     }
   }
   std::mt19937_64 generator(TestSeed());
-  for (int i = 0; i < 60; ++i)
-    patterns.push_back(RandomPattern(generator));
-
   unsigned turn = 0;
   for (const Pattern& pattern : patterns) {
     SCOPED_TRACE(pattern.name);
@@ -165,68 +143,6 @@ TEST(WholeStream, BlocksOfAnyRhythmGiveTheDelayedInput) {
       for (std::uint64_t i = 0; i < step.times; ++i)
         ASSERT_NO_FATAL_FAILURE(compared.Process(step.frames, step.continuation, inPlace));
   }
-}
-
-TEST(WholeStream, SizesChangeAtRunTime) {
-  const std::uint64_t huge[] = {0, std::uint64_t{1} << 27, std::uint64_t{1} << 32,
-                                std::uint64_t{1} << 62, ~std::uint64_t{0}};
-  for (const bool isSpectral : {false, true}) {
-    const StreamSizes sizes = {.hop = 8,
-                               .sequence = 4,
-                               .channels = 2,
-                               .lookahead = 1,
-                               .block = 16,
-                               .isSpectral = isSpectral};
-    ComparedStream compared(MakePassThrough, sizes, TestSeed(), true);
-    const auto runOn = [&](std::int32_t first) {
-      for (int i = 0; i < 9; ++i)
-        ASSERT_NO_FATAL_FAILURE(compared.Process(i == 4 ? 11 : 16, i == 0 ? first : 1));
-    };
-    ASSERT_NO_FATAL_FAILURE(runOn(1));
-    // Down to rings shorter than a block and up again, with and without the restart that a host
-    // owes the stream; the present size too empties everything.
-    const std::int32_t restart = 0, forgotten = 1;
-    for (const std::uint64_t size : {8, 1, 3, 3, 4}) {
-      SCOPED_TRACE("sequence size " + std::to_string(size));
-      compared.SetSequenceSize(size);
-      ASSERT_NO_FATAL_FAILURE(runOn(size == 1 ? forgotten : restart));
-    }
-    for (const std::uint64_t count : {5, 1, 1, 2}) {
-      SCOPED_TRACE("channel count " + std::to_string(count));
-      compared.SetChannelCount(count);
-      ASSERT_NO_FATAL_FAILURE(runOn(count == 5 ? forgotten : restart));
-    }
-    for (const std::uint64_t refused : huge) {
-      SCOPED_TRACE("refused size " + std::to_string(refused));
-      compared.Stream().SetSequenceSize(refused);
-      compared.Stream().SetChannelCount(refused);
-      ASSERT_NO_FATAL_FAILURE(runOn(1));
-    }
-  }
-}
-
-TEST(WholeStream, IsMuteUntilGainsAreSetAndRefusesBadOnes) {
-  const StreamSizes sizes = {.hop = 4, .sequence = 1, .channels = 1, .block = 4};
-  const Stream stream = MakePassThrough(sizes);
-  ASSERT_TRUE(stream);
-  const auto last = [&] {
-    for (int i = 0; i < 4; ++i)
-      Output(*stream, 1, 4, 0.5f);
-    return Output(*stream, 1, 4, 0.5f)[3];
-  };
-  EXPECT_EQ(last(), 0.0f);
-  EXPECT_TRUE(stream->SetMasterGain(1.0f));
-  EXPECT_EQ(last(), 0.0f) << "class gains are still 0";
-  stream->ResetGains();
-  EXPECT_NEAR(last(), 0.5f, Tolerance);
-  EXPECT_FALSE(stream->SetMasterGain(-0.1f));
-  EXPECT_FALSE(stream->SetMasterGain(std::nanf("")));
-  EXPECT_FALSE(stream->SetAudioClassGain(nullptr, 0.0f));
-  EXPECT_FALSE(stream->SetAudioClassGain(u"Nobody", -1.0f));
-  EXPECT_THROW(stream->SetAudioClassGain(u"eXtracted", -1.0f), std::exception);
-  EXPECT_NEAR(last(), 0.5f, Tolerance) << "refused gains change nothing";
-  EXPECT_TRUE(stream->SetMasterGain(0.0f));
-  EXPECT_EQ(last(), 0.0f);
 }
 
 TEST(WholeStream, FailedEvaluationReachesTheHostAndTheStreamGoesOn) {
@@ -297,23 +213,6 @@ TEST(WholeStream, RefusalsGiveNullAndTheNextStreamWorks) {
   Stream lowBitsCount(
       CreateStreamProcessor(good.data(), good.size() + (std::uint64_t{5} << 32), 2, 1, 4));
   EXPECT_TRUE(lowBitsCount);
-}
-
-TEST(WholeStream, TheModelSaysItsSampleRateAndItsSequenceSize) {
-  const struct {
-    std::vector<std::pair<std::string, std::string>> metadata;
-    std::uint64_t sequence;
-    std::int32_t sampleRate;
-  } rows[] = {{{}, 4, 0}, {{{"BaselineSequenceSize", "3"}, {"SampleRate", "16000"}}, 3, 16000}};
-  for (const auto& row : rows) {
-    const StreamSizes sizes = {.hop = 4, .sequence = row.sequence, .channels = 1, .block = 3};
-    const std::string model = MakeAudioModel({.metadata = row.metadata});
-    const auto make = [&](const StreamSizes&) { return Create(model, 0, 1, 3); };
-    ComparedStream compared(make, sizes, TestSeed());
-    EXPECT_EQ(compared.Stream().GetSampleRate(), row.sampleRate);
-    for (int i = 0; i < 20; ++i)
-      ASSERT_NO_FATAL_FAILURE(compared.Process(3, 1)) << "sequence size " << row.sequence;
-  }
 }
 
 TEST(WholeStream, GainsChangeFromAnotherThreadWhileItRuns) {

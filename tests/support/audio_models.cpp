@@ -54,7 +54,6 @@ private:
 };
 
 std::string Counted(Chain& chain, const std::string& value, Element element) {
-  if (element == Element::Bool) return chain.Node("Not", {value});
   const std::string wide = chain.Cast(value, Element::Double);
   const std::string one = chain.Cast(chain.One(), Element::Double);
   return chain.Cast(chain.Node("Add", {wide, one}), element);

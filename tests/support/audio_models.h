@@ -17,12 +17,12 @@ namespace TestSupport {
 /// A recurrent state beside the audio.
 struct StateOptions {
   enum class Update {
-    Count,        ///< new = old + 1; for booleans not old
+    Count,        ///< new = old + 1
     Keep,         ///< new = old, by a node
     PassThrough,  ///< no node: the output has the name of an input, `outputName`
   };
 
-  Element element = Element::Float;  ///< any but String
+  Element element = Element::Float;  ///< of numbers
   Dimensions shape = {1};
   Update update = Update::Count;
   /// Adds the mean of the old values to every sample of the audio.
