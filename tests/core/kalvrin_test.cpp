@@ -111,6 +111,32 @@ TEST(Kalvrin, EveryFailureOfTheEngineEndsConstructionAndLeavesNothing) {
   }
 }
 
+TEST(Kalvrin, ARefusedChangeOfSizeLosesNothing) {
+  bool (Kalvrin::*const changes[])(std::uint64_t) = {&Kalvrin::SetSequenceSize,
+                                                     &Kalvrin::SetChannelCount};
+  for (const auto change : changes) {
+    FakeRuntime runtime(StatefulModel());
+    Kalvrin core(runtime, "model", 5, 2, 2);
+    core.ResetGains();
+    const std::int64_t liveObjects = runtime.GetLiveObjects();
+    std::size_t n = 1;
+    for (;; ++n) {
+      runtime.ClearCalls();
+      runtime.FailCall(n, ResultCodes::AccessDenied);
+      const bool changed = (core.*change)(3);
+      if (!runtime.StopFailing()) break;
+      const std::string& call = runtime.GetCalls()[n - 1];
+      EXPECT_FALSE(changed) << call;
+      EXPECT_EQ(core.GetSequenceSize(), 2U) << call;
+      EXPECT_EQ(core.GetGeometry().channelCount, 2U) << call;
+      EXPECT_EQ(runtime.GetLiveObjects(), liveObjects) << call;
+      EXPECT_EQ(Heard(core), "ok") << call;
+    }
+    EXPECT_GT(n, 15U);
+    EXPECT_EQ(Heard(core), "ok") << "after the change";
+  }
+}
+
 TEST(Kalvrin, SaysSoWhenNothingIsBoundUntilAChangeOfSizeSucceeds) {
   for (const char* operation : {"Bind", "Prepare"}) {
     FakeRuntime runtime(StatefulModel());
