@@ -61,16 +61,16 @@ kalvrin_status Guarded(kalvrin_status onFailure, Work work) noexcept {
 
 /// The library's own object; null where it gives none, whatever the reason.
 std::unique_ptr<StreamProcessor> MakeProcessor(const void* model, std::size_t size,
-                                               const Tool::StreamRequest& sizes) {
+                                               const Diagnosis::StreamRequest& sizes) {
   return std::unique_ptr<StreamProcessor>(CreateStreamProcessor(
       model, size, sizes.sequenceSize, sizes.channelCount, sizes.blockFrames));
 }
 
 std::unique_ptr<kalvrin_stream> MakeStream(const void* model, std::size_t size,
-                                           const Tool::StreamRequest& request) {
+                                           const Diagnosis::StreamRequest& request) {
   auto stream = std::make_unique<kalvrin_stream>();
   stream->model = C::ProbeModel(model, size, request);
-  const Tool::StreamRequest& sizes = stream->model.settled;
+  const Diagnosis::StreamRequest& sizes = stream->model.settled;
   stream->processor = MakeProcessor(model, size, sizes);
   if (!stream->processor) throw C::FindRefusal(model, size, sizes);
   stream->planar.resize(sizes.channelCount * sizes.blockFrames);

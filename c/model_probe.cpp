@@ -1,9 +1,9 @@
 #include "model_probe.h"
 
+#include "diagnosis/model_description.h"
+#include "diagnosis/refusals.h"
+#include "diagnosis/report.h"
 #include "kalvrin/stream_processor.h"
-#include "model/model_description.h"
-#include "model/refusals.h"
-#include "model/report.h"
 #include "platform/onnxruntime/runtime.h"
 #include "runtime/geometry_check.h"
 #include "runtime/model_binding.h"
@@ -44,7 +44,7 @@ const Engine& ProcessEngine() {
   return engine;
 }
 
-std::string ReasonText(const Tool::Explanation& explanation) {
+std::string ReasonText(const Diagnosis::Explanation& explanation) {
   std::string text = explanation.reason;
   const auto add = [&text](const char* label, const std::string& clause) {
     if (!clause.empty()) text += '\n' + std::string(label) + ": " + clause;
@@ -58,15 +58,15 @@ std::string ReasonText(const Tool::Explanation& explanation) {
 /// Runs `work` on the model. What it, or the reading of the model, throws becomes a Failure in
 /// words.
 template <class Work>
-void WithModel(const void* bytes, std::size_t size, Tool::StreamRequest request, Work work) {
+void WithModel(const void* bytes, std::size_t size, Diagnosis::StreamRequest request, Work work) {
   Platform::Runtime& runtime = ProcessEngine().Runtime();
-  std::optional<Tool::ModelDescription> description;
+  std::optional<Diagnosis::ModelDescription> description;
   kalvrin_status status = KALVRIN_MODEL_REFUSED;
   try {
     try {
       const auto model = Dnn::LoadLearningModel(runtime, bytes, size);
-      description = Tool::DescribeModel(*model);
-      const Tool::ModelFacts facts(*model);
+      description = Diagnosis::DescribeModel(*model);
+      const Diagnosis::ModelFacts facts(*model);
       request = facts.Settle(request);
       work(runtime, model, facts, request);
     } catch (const std::bad_alloc&) {
@@ -74,7 +74,7 @@ void WithModel(const void* bytes, std::size_t size, Tool::StreamRequest request,
       throw;
     }
   } catch (...) {
-    throw Failure{status, ReasonText(Tool::ExplainCurrentException(
+    throw Failure{status, ReasonText(Diagnosis::ExplainCurrentException(
                               description ? &*description : nullptr, request))};
   }
 }
@@ -83,13 +83,13 @@ std::vector<ClassName> ClassesOf(const Dnn::ModelInfo& info) {
   std::vector<ClassName> classes;
   for (std::uint32_t id = 0; id < info.GetAudioClassCount(); ++id) {
     const char16_t* name = info.GetAudioClassName(id);
-    classes.push_back({Tool::PrintableText(name), name});
+    classes.push_back({Diagnosis::PrintableText(name), name});
   }
   classes.push_back({"Rest", u"Rest"});
   return classes;
 }
 
-kalvrin_sizes SizesOf(const Tool::ModelFacts& facts, const Tool::StreamRequest& settled) {
+kalvrin_sizes SizesOf(const Diagnosis::ModelFacts& facts, const Diagnosis::StreamRequest& settled) {
   kalvrin_sizes sizes{};
   sizes.channels = settled.channelCount;
   sizes.windows = settled.sequenceSize;
@@ -105,24 +105,26 @@ kalvrin_sizes SizesOf(const Tool::ModelFacts& facts, const Tool::StreamRequest& 
 
 }  // namespace
 
-ModelProbe ProbeModel(const void* bytes, std::size_t size, const Tool::StreamRequest& request) {
+ModelProbe ProbeModel(const void* bytes, std::size_t size,
+                      const Diagnosis::StreamRequest& request) {
   ModelProbe probe;
-  WithModel(bytes, size, request,
-            [&probe](Platform::Runtime&, const std::shared_ptr<Platform::Model>&,
-                     const Tool::ModelFacts& facts, const Tool::StreamRequest& settled) {
-              Dnn::CheckLookahead(facts.lookahead);
-              Dnn::CheckBaselineSequenceSize(facts.info.GetBaselineSequenceSize());
-              probe = {settled, SizesOf(facts, settled), ClassesOf(facts.info), Tool::Notes(facts)};
-            });
+  WithModel(
+      bytes, size, request,
+      [&probe](Platform::Runtime&, const std::shared_ptr<Platform::Model>&,
+               const Diagnosis::ModelFacts& facts, const Diagnosis::StreamRequest& settled) {
+        Dnn::CheckLookahead(facts.lookahead);
+        Dnn::CheckBaselineSequenceSize(facts.info.GetBaselineSequenceSize());
+        probe = {settled, SizesOf(facts, settled), ClassesOf(facts.info), Diagnosis::Notes(facts)};
+      });
   return probe;
 }
 
-Failure FindRefusal(const void* bytes, std::size_t size, const Tool::StreamRequest& settled) {
+Failure FindRefusal(const void* bytes, std::size_t size, const Diagnosis::StreamRequest& settled) {
   try {
     WithModel(
         bytes, size, settled,
         [](Platform::Runtime& runtime, const std::shared_ptr<Platform::Model>& model,
-           const Tool::ModelFacts& facts, const Tool::StreamRequest& sizes) {
+           const Diagnosis::ModelFacts& facts, const Diagnosis::StreamRequest& sizes) {
           const Dnn::ProcessingGeometry geometry{
               facts.layout.GetWindowLength(), sizes.sequenceSize, sizes.channelCount,
               static_cast<std::uint32_t>(facts.lookahead), facts.layout.GetHopLength()};

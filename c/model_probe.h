@@ -3,8 +3,8 @@
 // What the library's export keeps to itself: what a model declares, and why it is refused. Both
 // come from the model as the engine reads it, by the code that the library itself goes by.
 
+#include "diagnosis/model_facts.h"
 #include "kalvrin.h"
-#include "model/model_facts.h"
 
 #include <cstddef>
 #include <string>
@@ -26,7 +26,7 @@ struct ClassName {
 
 /// What a model declares, at the sizes of a stream.
 struct ModelProbe {
-  Tool::StreamRequest settled;
+  Diagnosis::StreamRequest settled;
   kalvrin_sizes sizes;
   std::vector<ClassName> classes;  ///< in the model's order, then Rest
   std::vector<std::string> notes;
@@ -34,10 +34,10 @@ struct ModelProbe {
 
 /// `bytes` are read during the call only; the engine's session on them ends with it. Throws
 /// Failure.
-ModelProbe ProbeModel(const void* bytes, std::size_t size, const Tool::StreamRequest& request);
+ModelProbe ProbeModel(const void* bytes, std::size_t size, const Diagnosis::StreamRequest& request);
 
 /// Why the library gave no stream at settled sizes. Goes through all that building one does, up to
 /// the evaluation of silence.
-Failure FindRefusal(const void* bytes, std::size_t size, const Tool::StreamRequest& settled);
+Failure FindRefusal(const void* bytes, std::size_t size, const Diagnosis::StreamRequest& settled);
 
 }  // namespace Orvik::Tesmo::C

@@ -5,10 +5,10 @@
 #include "audio/output_file.h"
 #include "command.h"
 #include "command_line/child_process.h"
+#include "diagnosis/refusals.h"
+#include "diagnosis/report.h"
 #include "model/engine.h"
 #include "model/model_file.h"
-#include "model/refusals.h"
-#include "model/report.h"
 #include "stream/assemble_stream.h"
 
 #include <array>

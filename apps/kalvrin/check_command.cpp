@@ -1,9 +1,9 @@
 #include "command.h"
 #include "command_line/child_process.h"
+#include "diagnosis/refusals.h"
+#include "diagnosis/report.h"
 #include "model/engine.h"
 #include "model/model_file.h"
-#include "model/refusals.h"
-#include "model/report.h"
 #include "runtime/model_loading.h"
 #include "stream/assemble_stream.h"
 

@@ -4,9 +4,9 @@
 #include "command.h"
 #include "command_line/errors.h"
 #include "command_line/interrupt.h"
+#include "diagnosis/refusals.h"
 #include "failure/exceptions.h"
 #include "failure/result_code.h"
-#include "model/refusals.h"
 
 #include <algorithm>
 #include <cerrno>

@@ -1,6 +1,6 @@
 #include "command.h"
+#include "diagnosis/report.h"
 #include "kernels/dft/describe.h"
-#include "model/report.h"
 #include "stream/kernel_build.h"
 
 #include <iostream>

@@ -1,7 +1,7 @@
 #include "command.h"
 #include "command_line/child_process.h"
+#include "diagnosis/report.h"
 #include "lv2/uri.h"
-#include "model/report.h"
 #include "plugin/described_model.h"
 #include "plugin/folders.h"
 

@@ -1,7 +1,7 @@
 #include "audio/audio_format.h"
 #include "batch/batch.h"
 #include "command.h"
-#include "model/report.h"
+#include "diagnosis/report.h"
 #include "render/renderer.h"
 
 #include <algorithm>

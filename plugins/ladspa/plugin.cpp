@@ -1,8 +1,8 @@
 // The LADSPA library: each model in the folder "kalvrin" beside it, in the forms that its
 // description lists.
 
-#include "shell/instance.h"
 #include "stream/library_folder.h"
+#include "wrapper/instance.h"
 
 #include <ladspa.h>
 

@@ -2,8 +2,8 @@
 // its description lists. Threads, and what is slow, as LV2's classes of functions have it.
 
 #include "lv2/uri.h"
-#include "shell/instance.h"
 #include "stream/library_folder.h"
+#include "wrapper/instance.h"
 
 #include <lv2/buf-size/buf-size.h>
 #include <lv2/core/lv2.h>

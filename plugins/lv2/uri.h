@@ -1,6 +1,6 @@
 #pragma once
 
-#include "shell/ports.h"
+#include "wrapper/ports.h"
 
 namespace Orvik::Tesmo::Plugin {
 

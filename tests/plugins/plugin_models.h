@@ -1,7 +1,7 @@
 #pragma once
 
-#include "heart/description.h"
-#include "heart/model_bytes.h"
+#include "hosting/description.h"
+#include "hosting/model_bytes.h"
 #include "support/audio_models.h"
 
 #include <memory>

@@ -1,6 +1,6 @@
-// What the heart does on the audio thread, seen from below, in every mode.
+// What a hosted stream does on the audio thread, seen from below, in every mode.
 
-#include "heart/heart.h"
+#include "hosting/hosted_stream.h"
 
 #include "plugins/plugin_models.h"
 #include "realtime/watch.h"
@@ -16,7 +16,8 @@ using namespace Orvik::Tesmo::Plugin;
 using namespace TestSupport;
 
 /// Blocks of all lengths with knobs in motion, bypass and changes of mode among it.
-void Play(Heart& heart, ModeWish mode, std::vector<float>& left, std::vector<float>& right) {
+void Play(HostedStream& stream, ModeWish mode, std::vector<float>& left,
+          std::vector<float>& right) {
   float* const channels[] = {left.data(), right.data()};
   float gains[] = {0};
   const bool isShort = mode == ModeWish::Spread;  // longer calls evaluate, too
@@ -27,7 +28,7 @@ void Play(Heart& heart, ModeWish mode, std::vector<float>& left, std::vector<flo
     Controls controls{.classGainsDb = gains, .isBypassed = i / 30 % 2 == 0, .mode = mode};
     if (mode == ModeWish::Automatic)
       controls.mode = i / 60 % 2 ? ModeWish::Spread : ModeWish::Direct;
-    heart.Process(channels, channels, isShort ? i % 128 : i % 50 ? i % 400 : 8192, controls);
+    stream.Process(channels, channels, isShort ? i % 128 : i % 50 ? i % 400 : 8192, controls);
   }
 }
 
@@ -45,9 +46,9 @@ TEST(HeartRealTime, AllocatesNothingAndWaitsForNothing) {
   for (const auto& row : rows) {
     SCOPED_TRACE(row.name);
     const auto model = CountingModel(64, 2, 16000);
-    Heart heart(model.description, model.bytes, row.hostHz, 2);
+    HostedStream stream(model.description, model.bytes, row.hostHz, 2);
     std::vector<float> left(8192), right(8192);
-    const Observed seen = RunWatched([&] { Play(heart, row.mode, left, right); });
+    const Observed seen = RunWatched([&] { Play(stream, row.mode, left, right); });
     // all but to wake the worker, each time by one system call at most
     const long wakeUps = seen.ours[Act::WakeUp], systemCalls = seen.ours[Act::SystemCall];
     EXPECT_EQ(seen.ours.Sum() - wakeUps - systemCalls, 0) << seen.Text();

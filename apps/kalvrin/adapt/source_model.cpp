@@ -1,7 +1,7 @@
 #include "adapt/source_model.h"
 
 #include "command_line/errors.h"
-#include "model/model_description.h"
+#include "diagnosis/model_description.h"
 
 #include <algorithm>
 #include <climits>

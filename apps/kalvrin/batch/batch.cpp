@@ -6,8 +6,8 @@
 #include "batch/worker.h"
 #include "command_line/errors.h"
 #include "command_line/interrupt.h"
-#include "model/refusals.h"
-#include "model/report.h"
+#include "diagnosis/refusals.h"
+#include "diagnosis/report.h"
 #include "render/renderer.h"
 
 #include <algorithm>

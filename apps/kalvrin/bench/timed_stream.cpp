@@ -2,7 +2,7 @@
 
 #include "command_line/errors.h"
 #include "command_line/interrupt.h"
-#include "model/refusals.h"
+#include "diagnosis/refusals.h"
 
 #include <algorithm>
 #include <chrono>

@@ -1,7 +1,7 @@
 #pragma once
 
+#include "diagnosis/model_facts.h"
 #include "kalvrin/stream_processor.h"
-#include "model/model_facts.h"
 
 #include <memory>
 #include <vector>
@@ -28,7 +28,7 @@ class TimedStream {
 public:
   /// `settled` are the sizes that `stream` was made with. Runs a few evaluations off the clock;
   /// throws what they fail with.
-  TimedStream(std::unique_ptr<StreamProcessor> stream, const StreamRequest& settled,
+  TimedStream(std::unique_ptr<StreamProcessor> stream, const Diagnosis::StreamRequest& settled,
               std::uint64_t hopLength);
 
   /// Runs until both `seconds` of processing and one evaluation are over, `blocks` blocks at most.

@@ -3,9 +3,11 @@
 // How a subcommand ends when it does not end well. Every text is one sentence for the user, without
 // the leading "kalvrin: " and without a full stop; main prints it and chooses the exit status.
 
-#include <stdexcept>
+#include "diagnosis/refusals.h"
 
 namespace Orvik::Tesmo::Tool {
+
+using namespace Diagnosis;
 
 /// What the help promises.
 namespace ExitStatus {
@@ -13,13 +15,13 @@ inline constexpr int Ok = 0, Refused = 1, Usage = 2;
 }
 
 /// The model or the audio is refused, or something failed on the way.
-struct Refusal : std::runtime_error {
-  using std::runtime_error::runtime_error;
+struct Refusal : UnrelatedFailure {
+  using UnrelatedFailure::UnrelatedFailure;
 };
 
 /// The command line is wrong.
-struct UsageError : std::runtime_error {
-  using std::runtime_error::runtime_error;
+struct UsageError : UnrelatedFailure {
+  using UnrelatedFailure::UnrelatedFailure;
 };
 
 }  // namespace Orvik::Tesmo::Tool

@@ -1,18 +1,18 @@
 #include "plugin/described_model.h"
 
 #include "command_line/errors.h"
+#include "diagnosis/model_description.h"
+#include "diagnosis/model_facts.h"
+#include "diagnosis/refusals.h"
 #include "failure/exceptions.h"
 #include "kalvrin/stream_processor.h"
 #include "kernels/ipps.h"
 #include "model/engine.h"
-#include "model/model_description.h"
-#include "model/model_facts.h"
-#include "model/refusals.h"
 #include "render/mix.h"
 #include "runtime/model_loading.h"
 #include "runtime/text.h"
-#include "shell/ports.h"
 #include "stream/assemble_stream.h"
+#include "wrapper/ports.h"
 
 #include <algorithm>
 #include <filesystem>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "heart/description.h"
+#include "hosting/description.h"
 #include "model/model_file.h"
 
 #include <cstdint>

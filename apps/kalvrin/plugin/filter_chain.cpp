@@ -1,6 +1,6 @@
 #include "plugin/filter_chain.h"
 
-#include "shell/ports.h"
+#include "wrapper/ports.h"
 
 #include <iomanip>
 #include <sstream>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "heart/description.h"
+#include "hosting/description.h"
 
 #include <filesystem>
 #include <string>

@@ -1,7 +1,7 @@
 #include "plugin/turtle.h"
 
 #include "lv2/uri.h"
-#include "shell/ports.h"
+#include "wrapper/ports.h"
 
 #include <iomanip>
 #include <sstream>

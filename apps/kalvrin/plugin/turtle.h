@@ -2,7 +2,7 @@
 
 // What LV2 hosts read before they load a plugin, in the Turtle language.
 
-#include "heart/description.h"
+#include "hosting/description.h"
 
 #include <string>
 

@@ -1,8 +1,8 @@
 #include "render/lane.h"
 
 #include "command_line/errors.h"
-#include "model/refusals.h"
-#include "model/report.h"
+#include "diagnosis/refusals.h"
+#include "diagnosis/report.h"
 
 #include <algorithm>
 #include <chrono>

@@ -1,7 +1,7 @@
 #include "render/mix.h"
 
 #include "command_line/errors.h"
-#include "model/model_description.h"
+#include "diagnosis/model_description.h"
 #include "runtime/text.h"
 
 #include <algorithm>

@@ -60,11 +60,11 @@ void RenderModel::Load() {
   if (!engine) engine.emplace();
   if (!shared) shared = std::make_unique<SharedModel>(engine->Runtime());
   const auto model = Dnn::LoadLearningModel(*shared, file->bytes.data(), file->bytes.size());
-  description = DescribeModel(*model);
+  description = Diagnosis::DescribeModel(*model);
   facts.emplace(*model);
 }
 
-std::unique_ptr<StreamProcessor> RenderModel::MakeStream(const StreamRequest& settled) {
+std::unique_ptr<StreamProcessor> RenderModel::MakeStream(const Diagnosis::StreamRequest& settled) {
   return AssembleStream(*shared, file->bytes.data(), file->bytes.size(), settled.sequenceSize,
                         settled.channelCount, settled.blockFrames);
 }

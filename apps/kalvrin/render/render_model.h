@@ -1,9 +1,9 @@
 #pragma once
 
+#include "diagnosis/model_description.h"
+#include "diagnosis/model_facts.h"
 #include "kalvrin/stream_processor.h"
 #include "model/engine.h"
-#include "model/model_description.h"
-#include "model/model_facts.h"
 #include "model/model_file.h"
 
 #include <memory>
@@ -26,13 +26,15 @@ public:
   /// What messages call it.
   const std::string& Path() const { return path; }
   /// After Load.
-  const ModelFacts& Facts() const { return *facts; }
+  const Diagnosis::ModelFacts& Facts() const { return *facts; }
   /// As far as Load came; null before the bytes were a model.
-  const ModelDescription* Description() const { return description ? &*description : nullptr; }
+  const Diagnosis::ModelDescription* Description() const {
+    return description ? &*description : nullptr;
+  }
 
   /// After Load: a new stream, all its gains 0. Throws what the library refuses the sizes with. The
   /// streams go before this object.
-  std::unique_ptr<StreamProcessor> MakeStream(const StreamRequest& settled);
+  std::unique_ptr<StreamProcessor> MakeStream(const Diagnosis::StreamRequest& settled);
 
 private:
   class SharedModel;
@@ -41,8 +43,8 @@ private:
   std::optional<ModelFile> file;
   std::optional<Engine> engine;
   std::unique_ptr<SharedModel> shared;
-  std::optional<ModelDescription> description;
-  std::optional<ModelFacts> facts;
+  std::optional<Diagnosis::ModelDescription> description;
+  std::optional<Diagnosis::ModelFacts> facts;
 };
 
 }  // namespace Orvik::Tesmo::Tool

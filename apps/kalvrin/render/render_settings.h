@@ -1,7 +1,7 @@
 #pragma once
 
 #include "command_line/gains.h"
-#include "model/model_facts.h"
+#include "diagnosis/model_facts.h"
 
 #include <optional>
 #include <string>
@@ -12,7 +12,7 @@ namespace Orvik::Tesmo::Tool {
 /// What the command line of `render` asks for.
 struct RenderSettings {
   std::string model, input, output;
-  StreamRequest stream;  // the channels come from the input
+  Diagnosis::StreamRequest stream;  // the channels come from the input
   std::vector<ClassGain> classGains;
   float rest = 1, master = 1;
   int container = 0;  // libsndfile's number; 0 until it is settled

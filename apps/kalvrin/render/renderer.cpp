@@ -3,8 +3,8 @@
 #include "audio/file_names.h"
 #include "command_line/errors.h"
 #include "command_line/interrupt.h"
-#include "model/refusals.h"
-#include "model/report.h"
+#include "diagnosis/refusals.h"
+#include "diagnosis/report.h"
 #include "render/mix.h"
 
 #include <algorithm>

@@ -1,4 +1,4 @@
-#include "heart/evaluation.h"
+#include "hosting/evaluation.h"
 
 #include "runtime/text.h"
 

@@ -1,4 +1,4 @@
-#include "heart/model_bytes.h"
+#include "hosting/model_bytes.h"
 
 #include <fstream>
 #include <map>

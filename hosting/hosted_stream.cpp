@@ -1,4 +1,4 @@
-#include "heart/heart.h"
+#include "hosting/hosted_stream.h"
 
 #include <algorithm>
 #include <cmath>
@@ -14,7 +14,7 @@ constexpr double fadeSeconds = 0.01;
 constexpr float loudest = 1e6F;
 
 double CheckedRate(double rateHz) {
-  if (rateHz >= Heart::lowestRateHz && rateHz <= Heart::highestRateHz) return rateHz;
+  if (rateHz >= HostedStream::lowestRateHz && rateHz <= HostedStream::highestRateHz) return rateHz;
   throw std::runtime_error("a sample rate of " + std::to_string(rateHz) +
                            " Hz is not from 8 to 192 kHz");
 }
@@ -64,8 +64,8 @@ float Towards(float target, float value, float step) {
 
 }  // namespace
 
-Heart::Heart(const Description& description, std::shared_ptr<const ModelBytes> bytes, double rateHz,
-             unsigned channelCount, std::uint32_t usualBlockFrames)
+HostedStream::HostedStream(const Description& description, std::shared_ptr<const ModelBytes> bytes,
+                           double rateHz, unsigned channelCount, std::uint32_t usualBlockFrames)
     : hostRateHz(CheckedRate(rateHz)),
       modelRateHz(description.sampleRateHz ? description.sampleRateHz : hostRateHz),
       hopLength(description.HopLength()), usualBlockFrames(usualBlockFrames),
@@ -84,7 +84,7 @@ Heart::Heart(const Description& description, std::shared_ptr<const ModelBytes> b
   Begin(Settle(ModeWish::Automatic, usualBlockFrames));
 }
 
-Mode Heart::Settle(ModeWish wish, std::uint32_t blockFrames) const {
+Mode HostedStream::Settle(ModeWish wish, std::uint32_t blockFrames) const {
   if (wish != ModeWish::Automatic) return wish == ModeWish::Direct ? Mode::Direct : Mode::Spread;
   if (automaticMode) return *automaticMode;
   const bool isShort =
@@ -92,24 +92,24 @@ Mode Heart::Settle(ModeWish wish, std::uint32_t blockFrames) const {
   return isShort ? Mode::Spread : Mode::Direct;
 }
 
-double Heart::ExactLatency(Mode mode) const {
+double HostedStream::ExactLatency(Mode mode) const {
   return static_cast<double>(stage.LatencyFrames(mode)) * hostRateHz / modelRateHz + cushionFrames;
 }
 
-std::uint32_t Heart::RoundedLatency(Mode mode) const {
+std::uint32_t HostedStream::RoundedLatency(Mode mode) const {
   return static_cast<std::uint32_t>(std::lround(ExactLatency(mode)));
 }
 
-std::uint32_t Heart::GetLatencyFrames(ModeWish wish) const {
+std::uint32_t HostedStream::GetLatencyFrames(ModeWish wish) const {
   return RoundedLatency(hasBegun ? stage.GetMode() : Settle(wish, usualBlockFrames));
 }
 
-double Heart::GetLatencyRemainder() const {
+double HostedStream::GetLatencyRemainder() const {
   return ExactLatency(stage.GetMode()) - RoundedLatency(stage.GetMode());
 }
 
 /// Before the first frame: everything but the stage, which is silent, in place for `mode`.
-void Heart::Begin(Mode mode) {
+void HostedStream::Begin(Mode mode) {
   stage.TrySwitch(mode);
   if (toModel) {
     toModel->Reset();
@@ -124,14 +124,14 @@ void Heart::Begin(Mode mode) {
   mutedFrames = 0;
 }
 
-void Heart::Activate() {
+void HostedStream::Activate() {
   if (hasBegun) stage.Restart(Mode::Direct);
   hasBegun = false;
   automaticMode.reset();
   Begin(Settle(ModeWish::Automatic, usualBlockFrames));
 }
 
-void Heart::FollowGains(const Controls& controls) {
+void HostedStream::FollowGains(const Controls& controls) {
   Evaluation& gains = stage.Gains();
   const std::size_t classCount = gainsDb.size() - 2;
   const auto follow = [this](std::size_t place, float wanted, auto set) {
@@ -145,7 +145,7 @@ void Heart::FollowGains(const Controls& controls) {
   follow(classCount + 1, controls.masterGainDb, [&](float gain) { gains.SetMasterGain(gain); });
 }
 
-void Heart::FollowMode(ModeWish wish, std::uint32_t frames) {
+void HostedStream::FollowMode(ModeWish wish, std::uint32_t frames) {
   if (!automaticMode)
     automaticMode = Settle(ModeWish::Automatic, usualBlockFrames ? usualBlockFrames : frames);
   const Mode mode = Settle(wish, frames);
@@ -164,8 +164,8 @@ void Heart::FollowMode(ModeWish wish, std::uint32_t frames) {
   mutedFrames = RoundedLatency(mode);
 }
 
-void Heart::Process(const float* const* input, float* const* output, std::uint32_t frames,
-                    const Controls& controls) {
+void HostedStream::Process(const float* const* input, float* const* output, std::uint32_t frames,
+                           const Controls& controls) {
   FollowGains(controls);
   if (frames == 0) return;
   if (controls.mayWait) stage.WaitForResults();
@@ -186,7 +186,7 @@ void Heart::Process(const float* const* input, float* const* output, std::uint32
 }
 
 /// `dry` through the model to `wet`.
-void Heart::ProcessSlice(std::uint32_t frames, std::uint32_t framesToCome) {
+void HostedStream::ProcessSlice(std::uint32_t frames, std::uint32_t framesToCome) {
   if (!toModel) {
     stage.Process(dry.Channels(), wet.Channels(), frames, framesToCome);
     return;
@@ -200,8 +200,8 @@ void Heart::ProcessSlice(std::uint32_t frames, std::uint32_t framesToCome) {
 }
 
 /// The slice's output, with the fades of bypass and of a change of mode.
-void Heart::MixTo(float* const* output, std::uint32_t begin, std::uint32_t frames,
-                  bool isBypassed) {
+void HostedStream::MixTo(float* const* output, std::uint32_t begin, std::uint32_t frames,
+                         bool isBypassed) {
   const float wanted = isBypassed ? 0 : 1;
   for (std::uint32_t i = 0; i < frames; ++i) {
     wetness = Towards(wanted, wetness, fadeStep);

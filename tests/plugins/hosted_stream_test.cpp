@@ -1,6 +1,6 @@
-// The heart of the plugins beside the library's own output, over rates, block lengths and modes.
+// What plugins play beside the library's own output, over rates, block lengths and modes.
 
-#include "heart/heart.h"
+#include "hosting/hosted_stream.h"
 
 #include "plugins/plugin_models.h"
 #include "support/rendered.h"
@@ -72,14 +72,14 @@ using ControlsAt = std::function<Controls(std::size_t frame)>;
 using BlockLength = std::function<std::uint32_t()>;
 
 /// Runs all of `input` through in place.
-Audio Play(Heart& heart, Audio audio, const BlockLength& next, const ControlsAt& controls) {
+Audio Play(HostedStream& stream, Audio audio, const BlockLength& next, const ControlsAt& controls) {
   const std::size_t frames = audio.front().size();
   for (std::size_t done = 0; done < frames;) {
     const auto n = static_cast<std::uint32_t>(std::min<std::size_t>(next(), frames - done));
     std::vector<float*> places;
     for (auto& channel : audio)
       places.push_back(channel.data() + done);
-    heart.Process(places.data(), places.data(), n, controls(done));
+    stream.Process(places.data(), places.data(), n, controls(done));
     done += n;
   }
   return audio;
@@ -146,7 +146,7 @@ BlockLength Ragged() {
   };
 }
 
-TEST(Heart, GivesTheLibrarysOutputAtTheReportedLatency) {
+TEST(HostedStream, GivesTheLibrarysOutputAtTheReportedLatency) {
   const struct {
     const char* name;
     PluginModel model;
@@ -166,7 +166,7 @@ TEST(Heart, GivesTheLibrarysOutputAtTheReportedLatency) {
         model.model.description.sampleRateHz ? model.model.description.sampleRateHz : 44100;
     const Audio input = Chord(2, 9000, rateHz);
     const Audio expected = Offline(model.model, model.knobs, input);
-    Heart heart(model.model.description, model.model.bytes, rateHz, 2);
+    HostedStream stream(model.model.description, model.model.bytes, rateHz, 2);
     for (const ModeWish mode : {ModeWish::Direct, ModeWish::Spread})
       for (const auto& [length, next] : blocks) {
         const bool spreads = mode == ModeWish::Spread;
@@ -174,23 +174,23 @@ TEST(Heart, GivesTheLibrarysOutputAtTheReportedLatency) {
                      ", blocks of " + length);
         Knobs knobs = model.knobs;
         knobs.mode = mode;
-        heart.Activate();
-        const Audio output = Play(heart, input, next, knobs);
+        stream.Activate();
+        const Audio output = Play(stream, input, next, knobs);
         const Description& d = model.model.description;
-        EXPECT_EQ(heart.GetLatencyFrames(mode),
+        EXPECT_EQ(stream.GetLatencyFrames(mode),
                   d.ChunkFrames() * (spreads ? 2 : 1) + d.HopLength() * (1 + d.lookaheadBlocks));
-        EXPECT_EQ(heart.GetLatencyRemainder(), 0);
-        EXPECT_EQ(Difference(output, expected, heart.GetLatencyFrames(mode)), 0) << "every bit";
+        EXPECT_EQ(stream.GetLatencyRemainder(), 0);
+        EXPECT_EQ(Difference(output, expected, stream.GetLatencyFrames(mode)), 0) << "every bit";
         for (const auto& channel : output)
           EXPECT_TRUE(std::all_of(channel.begin(), channel.begin() + d.ChunkFrames(),
                                   [](float sample) { return sample == 0; }))
               << "what played before";
-        EXPECT_EQ(heart.LateResults(), 0u);
+        EXPECT_EQ(stream.LateResults(), 0u);
       }
   }
 }
 
-TEST(Heart, ConvertsEveryRateAtTheReportedLatency) {
+TEST(HostedStream, ConvertsEveryRateAtTheReportedLatency) {
   const PluginModel model = Recipe("band_splitter", 512, 0, 1, {"Low", "Voice", "High"});
   constexpr double tolerance = 2e-3;
   for (const double hostHz :
@@ -198,20 +198,20 @@ TEST(Heart, ConvertsEveryRateAtTheReportedLatency) {
     SCOPED_TRACE(hostHz);
     const Audio input = Chord(1, static_cast<std::size_t>(hostHz * 0.6), hostHz);
     const auto settled = static_cast<std::size_t>(hostHz / 10);
-    Heart heart(model.description, model.bytes, hostHz, 1);
+    HostedStream stream(model.description, model.bytes, hostHz, 1);
 
     // all gains 1: the input, to a fraction of a frame
-    const Audio delayed = Play(heart, input, Ragged(), Knobs());
-    const std::size_t latency = heart.GetLatencyFrames(ModeWish::Automatic);
-    const double remainder = heart.GetLatencyRemainder();
+    const Audio delayed = Play(stream, input, Ragged(), Knobs());
+    const std::size_t latency = stream.GetLatencyFrames(ModeWish::Automatic);
+    const double remainder = stream.GetLatencyRemainder();
     EXPECT_LE(std::fabs(remainder), 0.5);
     const Audio shifted = Chord(1, delayed[0].size(), hostHz, -remainder);
     EXPECT_LE(Difference(delayed, shifted, latency, settled), tolerance);
 
     // the classes by gains of their own: what the library gives at the model's rate
-    heart.Activate();
+    stream.Activate();
     const Knobs knobs = {.classesDb = {0, -6, -60}, .restDb = -60};
-    const Audio output = Play(heart, input, Ragged(), knobs);
+    const Audio output = Play(stream, input, Ragged(), knobs);
     Audio expected =
         Converted(Offline(model, knobs, Converted(input, hostHz, 16000)), 16000, hostHz);
     for (auto& channel : expected)
@@ -222,11 +222,11 @@ TEST(Heart, ConvertsEveryRateAtTheReportedLatency) {
   }
 }
 
-TEST(Heart, BypassIsTheInputAtTheLatencyAndTogglesWithoutAClick) {
+TEST(HostedStream, BypassIsTheInputAtTheLatencyAndTogglesWithoutAClick) {
   for (const double hostHz : {16000.0, 44100.0}) {
     SCOPED_TRACE(hostHz);
     const PluginModel model = Recipe("noise_reducer", 512, 0, 1, {"Speech"});
-    Heart heart(model.description, model.bytes, hostHz, 1);
+    HostedStream stream(model.description, model.bytes, hostHz, 1);
     const Audio input = Chord(1, 60000, hostHz);
     const Knobs knobs = {.classesDb = {-60}, .restDb = -60};  // silence
     const auto controls = [&](std::size_t frame) {
@@ -234,8 +234,8 @@ TEST(Heart, BypassIsTheInputAtTheLatencyAndTogglesWithoutAClick) {
       at.isBypassed = frame < 20000 || frame >= 40000;
       return at;
     };
-    const Audio output = Play(heart, input, Constant(100), controls);
-    const std::size_t latency = heart.GetLatencyFrames(ModeWish::Automatic);
+    const Audio output = Play(stream, input, Constant(100), controls);
+    const std::size_t latency = stream.GetLatencyFrames(ModeWish::Automatic);
     for (std::size_t i = 0; i < output[0].size(); ++i) {
       const float delayed = i < latency ? 0 : input[0][i - latency];
       const bool fades = (i >= 20000 && i < 20500) || (i >= 40000 && i < 40500);
@@ -251,7 +251,7 @@ TEST(Heart, BypassIsTheInputAtTheLatencyAndTogglesWithoutAClick) {
   }
 }
 
-TEST(Heart, WhatIsNoNumberIsSilenceAndDoesNotStick) {
+TEST(HostedStream, WhatIsNoNumberIsSilenceAndDoesNotStick) {
   const PluginModel model = Recipe("noise_reducer", 512, 0, 1, {"Speech"});
   for (const float bad :
        {std::numeric_limits<float>::quiet_NaN(), std::numeric_limits<float>::infinity(), 3e38F}) {
@@ -262,15 +262,15 @@ TEST(Heart, WhatIsNoNumberIsSilenceAndDoesNotStick) {
       std::fill_n(dirty[0].begin() + 9000, 50, bad);
       const Knobs knobs = {.restDb = -60};
       const auto run = [&](const Audio& audio) {
-        Heart heart(model.description, model.bytes, hostHz, 1);
-        return Play(heart, audio, Constant(64), knobs);
+        HostedStream stream(model.description, model.bytes, hostHz, 1);
+        return Play(stream, audio, Constant(64), knobs);
       };
       EXPECT_EQ(run(dirty), run(clean)) << bad << " at " << hostHz;
     }
   }
 }
 
-TEST(Heart, AutomaticModeGoesByTheFirstBlock) {
+TEST(HostedStream, AutomaticModeGoesByTheFirstBlock) {
   const PluginModel model = CountingModel(256, 1, 16000);
   const struct {
     double hostHz;
@@ -280,19 +280,19 @@ TEST(Heart, AutomaticModeGoesByTheFirstBlock) {
               {48000, 0, 767, Mode::Spread},   {48000, 0, 768, Mode::Direct},
               {48000, 64, 8192, Mode::Spread}, {48000, 1024, 32, Mode::Direct}};
   for (const auto& row : rows) {
-    Heart heart(model.description, model.bytes, row.hostHz, 1, row.usual);
+    HostedStream stream(model.description, model.bytes, row.hostHz, 1, row.usual);
     Audio audio = Chord(1, row.first, row.hostHz);
-    Play(heart, audio, Constant(row.first), Knobs());
-    EXPECT_EQ(heart.GetMode(), row.mode) << row.hostHz << ' ' << row.usual << ' ' << row.first;
-    Play(heart, audio, Constant(10), Knobs());
-    EXPECT_EQ(heart.GetMode(), row.mode) << "and stays";
+    Play(stream, audio, Constant(row.first), Knobs());
+    EXPECT_EQ(stream.GetMode(), row.mode) << row.hostHz << ' ' << row.usual << ' ' << row.first;
+    Play(stream, audio, Constant(10), Knobs());
+    EXPECT_EQ(stream.GetMode(), row.mode) << "and stays";
   }
 }
 
-TEST(Heart, ModesChangeInSilenceAndInStep) {
+TEST(HostedStream, ModesChangeInSilenceAndInStep) {
   const PluginModel model = Recipe("band_splitter", 512, 0, 1, {"Low", "Voice", "High"});
   for (const double hostHz : {16000.0, 48000.0}) {
-    Heart heart(model.description, model.bytes, hostHz, 1);
+    HostedStream stream(model.description, model.bytes, hostHz, 1);
     const Audio input = Chord(1, 90000, hostHz);
     const auto controls = [](std::size_t frame) -> Controls {
       const bool spreads = frame / 30000 == 1;
@@ -300,8 +300,8 @@ TEST(Heart, ModesChangeInSilenceAndInStep) {
               .mode = spreads ? ModeWish::Spread : ModeWish::Direct,
               .mayWait = true};
     };
-    const Audio output = Play(heart, input, Constant(50), controls);
-    const std::size_t direct = heart.GetLatencyFrames(ModeWish::Direct);
+    const Audio output = Play(stream, input, Constant(50), controls);
+    const std::size_t direct = stream.GetLatencyFrames(ModeWish::Direct);
     const auto spread = static_cast<std::size_t>(direct + 256 * hostHz / 16000);
     for (std::size_t i = 15000; i < output[0].size(); ++i) {
       if (i % 30000 < 10000) {
@@ -310,15 +310,15 @@ TEST(Heart, ModesChangeInSilenceAndInStep) {
       }
       ASSERT_NEAR(output[0][i], input[0][i - (i / 30000 == 1 ? spread : direct)], 2e-3) << i;
     }
-    EXPECT_EQ(heart.LateResults(), 0u);
+    EXPECT_EQ(stream.LateResults(), 0u);
   }
 }
 
 /// A model whose evaluation takes longer than the host's chunk: never a wait, what comes too late
 /// is silence and counted, and what comes in time is right.
-TEST(Heart, LateResultsAreSilentAndCounted) {
+TEST(HostedStream, LateResultsAreSilentAndCounted) {
   const PluginModel model = CountingModel(32, 1, 0);
-  Heart heart(model.description, model.bytes, 48000, 1);
+  HostedStream stream(model.description, model.bytes, 48000, 1);
   const std::vector<float> ones(32, 0.5F);
   std::vector<float> out(32);
   const float* const input[] = {ones.data()};
@@ -326,33 +326,33 @@ TEST(Heart, LateResultsAreSilentAndCounted) {
   Controls controls{.classGainsDb = {}, .mode = ModeWish::Spread};
   std::uint64_t silent = 0;
   for (int i = 0; i < 20000; ++i) {
-    heart.Process(input, output, 32, controls);
+    stream.Process(input, output, 32, controls);
     silent += std::ranges::all_of(out, [](float x) { return x == 0; });
   }
-  EXPECT_GT(heart.LateResults(), 0u) << "no evaluation is as fast as a copy";
-  EXPECT_LE(heart.LateResults(), silent + 1);
+  EXPECT_GT(stream.LateResults(), 0u) << "no evaluation is as fast as a copy";
+  EXPECT_LE(stream.LateResults(), silent + 1);
   controls.mayWait = true;
   for (int i = 0; i < 8; ++i)
-    heart.Process(input, output, 32, controls);
+    stream.Process(input, output, 32, controls);
   EXPECT_NEAR(out.back(), 0.5F, 1e-6) << "it is in step again";
 }
 
-TEST(Heart, AFailingEngineIsSilenceForItsStretch) {
+TEST(HostedStream, AFailingEngineIsSilenceForItsStretch) {
   const PluginModel model = CountingModel(64, 1, 0, {.failsOnLevel = true});
-  Heart heart(model.description, model.bytes, 48000, 1);
+  HostedStream stream(model.description, model.bytes, 48000, 1);
   Audio input(1, std::vector<float>(6400, 0.5F));
   input[0][3200] = 1.5F;
-  const Audio output = Play(heart, input, Constant(64), Knobs());
-  EXPECT_EQ(heart.FailedEvaluations(), 2u) << "the frame is in two windows";
+  const Audio output = Play(stream, input, Constant(64), Knobs());
+  EXPECT_EQ(stream.FailedEvaluations(), 2u) << "the frame is in two windows";
   EXPECT_EQ(std::ranges::count(output[0], 0.0F), 128 + 128);
   EXPECT_EQ(output[0].back(), 0.5F);
 }
 
-TEST(Heart, RefusesWhatItCannotDo) {
+TEST(HostedStream, RefusesWhatItCannotDo) {
   const PluginModel model = CountingModel(64, 1, 16000);
-  EXPECT_THROW(Heart(model.description, model.bytes, 7999, 1), std::runtime_error);
-  EXPECT_THROW(Heart(model.description, model.bytes, 192001, 1), std::runtime_error);
-  EXPECT_THROW(Heart(model.description, TestSupport::Bytes("no model"), 48000, 1),
+  EXPECT_THROW(HostedStream(model.description, model.bytes, 7999, 1), std::runtime_error);
+  EXPECT_THROW(HostedStream(model.description, model.bytes, 192001, 1), std::runtime_error);
+  EXPECT_THROW(HostedStream(model.description, TestSupport::Bytes("no model"), 48000, 1),
                std::runtime_error);
 }
 

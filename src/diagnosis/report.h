@@ -2,7 +2,7 @@
 
 // The lines that several subcommands print.
 
-#include "model/model_facts.h"
+#include "diagnosis/model_facts.h"
 
 #include <cstdint>
 #include <iosfwd>
@@ -10,7 +10,7 @@
 #include <string_view>
 #include <vector>
 
-namespace Orvik::Tesmo::Tool {
+namespace Orvik::Tesmo::Diagnosis {
 
 /// The most that the command line takes; far above sense, far below what overflows.
 inline constexpr std::uint64_t mostChannels = 1024, mostWindows = 1 << 20,
@@ -37,4 +37,4 @@ std::vector<std::string> Notes(const ModelFacts& facts);
 /// One line for each, "note: ...".
 void PrintNotes(std::ostream& out, const std::vector<std::string>& notes);
 
-}  // namespace Orvik::Tesmo::Tool
+}  // namespace Orvik::Tesmo::Diagnosis

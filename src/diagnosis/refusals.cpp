@@ -1,10 +1,9 @@
-#include "model/refusals.h"
+#include "diagnosis/refusals.h"
 
-#include "command_line/errors.h"
+#include "diagnosis/report.h"
 #include "failure/exceptions.h"
 #include "failure/result_code.h"
 #include "kernels/ipps.h"
-#include "model/report.h"
 #include "runtime/metadata.h"
 #include "runtime/metadata_json.h"
 
@@ -13,7 +12,7 @@
 #include <new>
 #include <stdexcept>
 
-namespace Orvik::Tesmo::Tool {
+namespace Orvik::Tesmo::Diagnosis {
 namespace {
 
 /// What a row's `found` looks at.
@@ -259,9 +258,7 @@ Explanation ExplainCurrentException(const ModelDescription* model, const StreamR
     return {"no transform can be made for the window: " + TextOf(error), Input(circumstances),
             "a window length within the range of the transforms",
             "export the model with a shorter window"};
-  } catch (const Refusal&) {
-    throw;
-  } catch (const UsageError&) {
+  } catch (const UnrelatedFailure&) {
     throw;
   } catch (const std::exception& error) {
     return ExplainText(error.what(), circumstances);
@@ -282,4 +279,4 @@ std::string TextOfCurrentException() {
   }
 }
 
-}  // namespace Orvik::Tesmo::Tool
+}  // namespace Orvik::Tesmo::Diagnosis

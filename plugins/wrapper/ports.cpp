@@ -1,4 +1,4 @@
-#include "shell/ports.h"
+#include "wrapper/ports.h"
 
 #include <set>
 

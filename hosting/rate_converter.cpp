@@ -1,4 +1,4 @@
-#include "heart/rate_converter.h"
+#include "hosting/rate_converter.h"
 
 #include <cmath>
 #include <new>

@@ -1,10 +1,10 @@
-#include "model/model_facts.h"
+#include "diagnosis/model_facts.h"
 
+#include "diagnosis/model_description.h"
 #include "kalvrin/stream_processor.h"
-#include "model/model_description.h"
 #include "runtime/metadata.h"
 
-namespace Orvik::Tesmo::Tool {
+namespace Orvik::Tesmo::Diagnosis {
 namespace {
 
 std::uint64_t UsualChannelCount(const Dnn::ModelLayout& layout) {
@@ -46,4 +46,4 @@ std::vector<std::string> ModelFacts::ClassNames() const {
   return names;
 }
 
-}  // namespace Orvik::Tesmo::Tool
+}  // namespace Orvik::Tesmo::Diagnosis

@@ -2,12 +2,18 @@
 
 // Why the library refuses a model, in words that its author can act on.
 
-#include "model/model_description.h"
-#include "model/model_facts.h"
+#include "diagnosis/model_description.h"
+#include "diagnosis/model_facts.h"
 
+#include <stdexcept>
 #include <string>
 
-namespace Orvik::Tesmo::Tool {
+namespace Orvik::Tesmo::Diagnosis {
+
+/// Base of the failures that no model causes (a file, the command line).
+struct UnrelatedFailure : std::runtime_error {
+  using std::runtime_error::runtime_error;
+};
 
 /// Each text is a clause without a full stop. `found` and `expected` may be empty.
 struct Explanation {
@@ -18,11 +24,10 @@ struct Explanation {
 };
 
 /// The exception being handled, explained; call it in a catch block only. `model` is null while the
-/// bytes have not become a model. An exception that no model causes (UsageError, Interrupted, ...)
-/// is thrown on.
+/// bytes have not become a model. An UnrelatedFailure is thrown on.
 Explanation ExplainCurrentException(const ModelDescription* model, const StreamRequest& request);
 
 /// What the library or the engine said, in one line; for failures outside the building of a stream.
 std::string TextOfCurrentException();
 
-}  // namespace Orvik::Tesmo::Tool
+}  // namespace Orvik::Tesmo::Diagnosis

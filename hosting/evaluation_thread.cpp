@@ -1,4 +1,4 @@
-#include "heart/evaluation_thread.h"
+#include "hosting/evaluation_thread.h"
 
 #include <cerrno>
 

@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-namespace Orvik::Tesmo::Tool {
+namespace Orvik::Tesmo::Diagnosis {
 
 /// The sizes that a user may ask for; 0 leaves the choice to the model.
 struct StreamRequest {
@@ -36,4 +36,4 @@ struct ModelFacts {
   std::vector<std::string> ClassNames() const;
 };
 
-}  // namespace Orvik::Tesmo::Tool
+}  // namespace Orvik::Tesmo::Diagnosis

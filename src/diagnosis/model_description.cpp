@@ -1,11 +1,11 @@
-#include "model/model_description.h"
+#include "diagnosis/model_description.h"
 
 #include "runtime/text.h"
 
 #include <iterator>
 #include <stdexcept>
 
-namespace Orvik::Tesmo::Tool {
+namespace Orvik::Tesmo::Diagnosis {
 namespace {
 
 FeatureDescription DescribeFeature(const Platform::FeatureDescriptor& feature) {
@@ -99,4 +99,4 @@ std::string ShapeText(const Platform::Shape& shape) {
   return text + "]";
 }
 
-}  // namespace Orvik::Tesmo::Tool
+}  // namespace Orvik::Tesmo::Diagnosis

@@ -1,4 +1,4 @@
-#include "shell/instance.h"
+#include "wrapper/instance.h"
 
 #include <algorithm>
 #include <cmath>
@@ -25,8 +25,8 @@ Form::Form(Description described, unsigned channelCount, std::filesystem::path m
       ports(PortsOf(description, channelCount, of)) {}
 
 Instance::Instance(const Form& form, double hostRateHz, std::uint32_t usualBlockFrames)
-    : form(form), heart(form.description, LoadModelBytes(form.model), hostRateHz, form.channelCount,
-                        usualBlockFrames),
+    : form(form), stream(form.description, LoadModelBytes(form.model), hostRateHz,
+                         form.channelCount, usualBlockFrames),
       data(form.ports.size()), classGainsDb(form.description.classes.size()),
       inputs(form.channelCount), outputs(form.channelCount) {}
 
@@ -36,7 +36,7 @@ void Instance::Connect(std::size_t port, float* place) noexcept {
 
 void Instance::Activate() noexcept {
   try {
-    heart.Activate();
+    stream.Activate();
   } catch (const std::exception& error) {
     Say(error.what());
   }
@@ -91,8 +91,8 @@ void Instance::Report() {
   for (std::size_t i = 0; i < data.size(); ++i) {
     if (!data[i]) continue;
     if (form.ports[i].role == Role::Latency)
-      *data[i] = static_cast<float>(heart.GetLatencyFrames(controls.mode));
-    if (form.ports[i].role == Role::Late) *data[i] = static_cast<float>(heart.LateResults());
+      *data[i] = static_cast<float>(stream.GetLatencyFrames(controls.mode));
+    if (form.ports[i].role == Role::Late) *data[i] = static_cast<float>(stream.LateResults());
   }
 }
 
@@ -100,7 +100,7 @@ void Instance::Run(std::uint32_t frames) noexcept {
   ReadControls();
   const bool isConnected =
       std::ranges::count(inputs, nullptr) == 0 && std::ranges::count(outputs, nullptr) == 0;
-  heart.Process(inputs.data(), outputs.data(), isConnected ? frames : 0, controls);
+  stream.Process(inputs.data(), outputs.data(), isConnected ? frames : 0, controls);
   Report();
 }
 

@@ -1,4 +1,4 @@
-#include "heart/description.h"
+#include "hosting/description.h"
 
 #include <algorithm>
 #include <charconv>

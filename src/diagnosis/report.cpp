@@ -1,13 +1,13 @@
-#include "model/report.h"
+#include "diagnosis/report.h"
 
-#include "model/model_description.h"
+#include "diagnosis/model_description.h"
 #include "runtime/text.h"
 
 #include <cstdio>
 #include <iomanip>
 #include <ostream>
 
-namespace Orvik::Tesmo::Tool {
+namespace Orvik::Tesmo::Diagnosis {
 namespace {
 
 std::string Format(const char* format, double value) {
@@ -77,4 +77,4 @@ void PrintNotes(std::ostream& out, const std::vector<std::string>& notes) {
     out << "note: " << note << '\n';
 }
 
-}  // namespace Orvik::Tesmo::Tool
+}  // namespace Orvik::Tesmo::Diagnosis

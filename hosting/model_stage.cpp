@@ -1,4 +1,4 @@
-#include "heart/model_stage.h"
+#include "hosting/model_stage.h"
 
 #include <algorithm>
 #include <utility>

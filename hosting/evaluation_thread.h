@@ -1,7 +1,7 @@
 #pragma once
 
-#include "heart/evaluation.h"
-#include "heart/frames.h"
+#include "hosting/evaluation.h"
+#include "hosting/frames.h"
 
 #include <array>
 #include <atomic>

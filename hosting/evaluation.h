@@ -1,8 +1,8 @@
 #pragma once
 
-#include "heart/description.h"
-#include "heart/frames.h"
-#include "heart/model_bytes.h"
+#include "hosting/description.h"
+#include "hosting/frames.h"
+#include "hosting/model_bytes.h"
 #include "kalvrin/stream_processor.h"
 
 #include <atomic>

@@ -1,8 +1,8 @@
 #pragma once
 
-#include "heart/evaluation.h"
-#include "heart/evaluation_thread.h"
-#include "heart/frames.h"
+#include "hosting/evaluation.h"
+#include "hosting/evaluation_thread.h"
+#include "hosting/frames.h"
 
 #include <cstdint>
 

@@ -68,7 +68,7 @@ void ExpectRamp(const Hosted& plugin, const std::map<std::string, unsigned>& por
   }
 }
 
-TEST(Shells, BundlesAreCompleteAndPlay) {
+TEST(Wrappers, BundlesAreCompleteAndPlay) {
   const TemporaryFolder folder;
   const std::string model = WriteModel(folder, "model.onnx");
   for (const char* name : {"First", "Second one"}) {  // two in one process
@@ -96,7 +96,7 @@ TEST(Shells, BundlesAreCompleteAndPlay) {
       << "once more, over the one that is there";
 }
 
-TEST(Shells, TheLadspaLibraryOffersEachModel) {
+TEST(Wrappers, TheLadspaLibraryOffersEachModel) {
   const TemporaryFolder folder;
   const std::string model = WriteModel(folder, "model.onnx");
   for (const char* name : {"First", "Second"})
@@ -121,7 +121,7 @@ TEST(Shells, TheLadspaLibraryOffersEachModel) {
                                               "second_stereo"}));
 }
 
-TEST(Shells, WhatCannotBeMadeIsRefusedAndLeavesNothing) {
+TEST(Wrappers, WhatCannotBeMadeIsRefusedAndLeavesNothing) {
   const TemporaryFolder folder;
   const std::string model = WriteModel(folder, "model.onnx");
   WriteFile(folder / "bad.onnx", "no model");
@@ -151,7 +151,7 @@ TEST(Shells, WhatCannotBeMadeIsRefusedAndLeavesNothing) {
   EXPECT_EQ(folder.Names(), (std::vector<std::string>{"bad.onnx", "lv2", "model.onnx"}));
 }
 
-TEST(Shells, TheMicrophoneHasTheGainsAskedFor) {
+TEST(Wrappers, TheMicrophoneHasTheGainsAskedFor) {
   const TemporaryFolder folder;
   const std::string model = WriteModel(folder, "model.onnx");
   const Outcome made =

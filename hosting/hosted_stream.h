@@ -2,11 +2,11 @@
 
 // What every plugin does, without any plugin interface.
 
-#include "heart/description.h"
-#include "heart/frames.h"
-#include "heart/model_bytes.h"
-#include "heart/model_stage.h"
-#include "heart/rate_converter.h"
+#include "hosting/description.h"
+#include "hosting/frames.h"
+#include "hosting/model_bytes.h"
+#include "hosting/model_stage.h"
+#include "hosting/rate_converter.h"
 
 #include <cstdint>
 #include <memory>
@@ -30,15 +30,15 @@ struct Controls {
 
 /// One instance of a plugin. Construction and Activate are slow; Process is for the audio thread.
 /// One call at a time on one object, on any thread.
-class Heart {
+class HostedStream {
 public:
   /// Host rates in Hz.
   static constexpr double lowestRateHz = 8000, highestRateHz = 192000;
 
   /// `usualBlockFrames`: the host's block length where it tells one, else 0. Throws
   /// std::runtime_error on a rate out of range and a model that is refused, std::bad_alloc.
-  Heart(const Description& description, std::shared_ptr<const ModelBytes> model, double hostRateHz,
-        unsigned channelCount, std::uint32_t usualBlockFrames = 0);
+  HostedStream(const Description& description, std::shared_ptr<const ModelBytes> model,
+               double hostRateHz, unsigned channelCount, std::uint32_t usualBlockFrames = 0);
 
   /// The stream starts again from silence; what a host does after a stop, at any time, any number
   /// of times. Slow.

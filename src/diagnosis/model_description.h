@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-namespace Orvik::Tesmo::Tool {
+namespace Orvik::Tesmo::Diagnosis {
 
 /// What a model declares, before anything is made of it.
 struct FeatureDescription {
@@ -34,4 +34,4 @@ std::string TypeText(const FeatureDescription& feature);
 /// "[1, *, 480]", free dimensions as stars.
 std::string ShapeText(const Platform::Shape& shape);
 
-}  // namespace Orvik::Tesmo::Tool
+}  // namespace Orvik::Tesmo::Diagnosis

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "heart/heart.h"
-#include "shell/ports.h"
+#include "hosting/hosted_stream.h"
+#include "wrapper/ports.h"
 
 #include <cstdint>
 #include <filesystem>
@@ -21,11 +21,11 @@ struct Form {
   Form(Description description, unsigned channelCount, std::filesystem::path model, Interface of);
 };
 
-/// A heart behind the ports that a host connects, for interfaces that give a pointer to floats for
-/// each port. Threads as Heart.
+/// A hosted stream behind the ports that a host connects, for interfaces that give a pointer to
+/// floats for each port. Threads as HostedStream.
 class Instance {
 public:
-  /// Slow. `form` outlives the object. Throws what loading the model and Heart throw.
+  /// Slow. `form` outlives the object. Throws what loading the model and HostedStream throw.
   Instance(const Form& form, double hostRateHz, std::uint32_t usualBlockFrames);
 
   /// Numbers that no port has are left alone.
@@ -42,7 +42,7 @@ private:
   void Report();
 
   const Form& form;
-  Heart heart;
+  HostedStream stream;
   std::vector<float*> data;  // by port
   std::vector<float> classGainsDb;
   std::vector<const float*> inputs;
