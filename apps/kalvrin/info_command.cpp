@@ -196,13 +196,12 @@ int Info(Arguments arguments) {
   const auto operands = ParseArguments<NoSettings>(arguments, {}, none);
   ExpectOperands(operands, infoCommand.operands);
   const ModelFile file = ReadModelFile(operands[0]);
-  Engine engine;
+  const auto engine = OpenEngine();
   std::optional<ModelDescription> model;
   std::optional<ModelFacts> facts;
   int status = ExitStatus::Ok;
   try {
-    const auto loaded =
-        Dnn::LoadLearningModel(engine.Runtime(), file.bytes.data(), file.bytes.size());
+    const auto loaded = Dnn::LoadLearningModel(*engine, file.bytes.data(), file.bytes.size());
     model = DescribeModel(*loaded);
     facts.emplace(*loaded);
   } catch (...) {

@@ -1,7 +1,7 @@
 #include "command.h"
 #include "diagnosis/report.h"
 #include "kernels/dft/describe.h"
-#include "stream/kernel_build.h"
+#include "stream/set_up.h"
 
 #include <iostream>
 
