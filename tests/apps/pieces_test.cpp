@@ -5,7 +5,7 @@
 #include "batch/batch_progress.h"
 #include "bench/timed_stream.h"
 #include "command_line/errors.h"
-#include "command_line/gains.h"
+#include "command_line/values.h"
 #include "command_line/progress_bar.h"
 
 #include <gtest/gtest.h>
