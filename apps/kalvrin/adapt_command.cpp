@@ -10,7 +10,8 @@
 #include "diagnosis/report.h"
 #include "model/engine.h"
 #include "model/model_file.h"
-#include "stream/assemble_stream.h"
+#include "runtime/model_loading.h"
+#include "stream/set_up.h"
 
 #include <array>
 #include <cstdio>
@@ -122,10 +123,10 @@ int RunAdapt(const Settings& request) {
   const SourceModel source = ReadSourceModel(file);
   const Roles roles = DecideRoles(source, request);
   ContinueInChild();
-  Engine engine;
-  const Adapted adapted = Adapt(engine.Runtime(), file, source, roles, request);
-  AssembleStream(engine.Runtime(), adapted.bytes.data(), adapted.bytes.size(), 2, 2,
-                 static_cast<std::uint64_t>(roles.Window() / 2));
+  const auto engine = OpenEngine();
+  const Adapted adapted = Adapt(*engine, file, source, roles, request);
+  const auto model = Dnn::LoadLearningModel(*engine, adapted.bytes.data(), adapted.bytes.size());
+  AssembleStream(engine, model, 2, 2, static_cast<std::uint64_t>(roles.Window() / 2));
   OutputFile out(request.target);
   if (const int error = WriteFully(out.Get(), adapted.bytes.data(), adapted.bytes.size()))
     throw Refusal("cannot write " + out.Name() + ": " + SystemErrorText(error));

@@ -6,7 +6,7 @@
 #include "model/engine.h"
 #include "model/model_file.h"
 #include "runtime/model_loading.h"
-#include "stream/assemble_stream.h"
+#include "stream/set_up.h"
 
 #include <algorithm>
 #include <cstdio>
@@ -26,13 +26,13 @@ struct Settings {
 /// A model that the library takes, and the streams over it.
 class Bench {
 public:
-  Bench(const std::string& path, StreamRequest& request) : file(ReadModelFile(path)) {
+  Bench(const std::string& path, StreamRequest& request) {
+    const ModelFile file = ReadModelFile(path);
     ContinueInChild();
-    engine.emplace();
+    engine = OpenEngine();
     std::optional<ModelDescription> description;
     try {
-      const auto model =
-          Dnn::LoadLearningModel(engine->Runtime(), file.bytes.data(), file.bytes.size());
+      model = Dnn::LoadLearningModel(*engine, file.bytes.data(), file.bytes.size());
       description = DescribeModel(*model);
       facts.emplace(*model);
       request = facts->Settle(request);
@@ -48,14 +48,14 @@ public:
   double RateHz() const { return facts->sampleRateHz > 0 ? facts->sampleRateHz : 48000; }
 
   TimedStream MakeStream(const StreamRequest& settled) {
-    return {AssembleStream(engine->Runtime(), file.bytes.data(), file.bytes.size(),
-                           settled.sequenceSize, settled.channelCount, settled.blockFrames),
+    return {AssembleStream(engine, model, settled.sequenceSize, settled.channelCount,
+                           settled.blockFrames),
             settled, facts->layout.GetHopLength()};
   }
 
 private:
-  ModelFile file;
-  std::optional<Engine> engine;
+  std::shared_ptr<Platform::Runtime> engine;
+  std::shared_ptr<Platform::Model> model;
   std::optional<ModelFacts> facts;
 };
 

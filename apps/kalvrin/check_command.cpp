@@ -5,7 +5,7 @@
 #include "model/engine.h"
 #include "model/model_file.h"
 #include "runtime/model_loading.h"
-#include "stream/assemble_stream.h"
+#include "stream/set_up.h"
 
 #include <iostream>
 #include <optional>
@@ -16,16 +16,14 @@ namespace {
 int Check(const std::string& path, StreamRequest request) {
   const ModelFile file = ReadModelFile(path);
   ContinueInChild();
-  Engine engine;
+  const auto engine = OpenEngine();
   std::optional<ModelDescription> description;
   try {
-    const auto model =
-        Dnn::LoadLearningModel(engine.Runtime(), file.bytes.data(), file.bytes.size());
+    const auto model = Dnn::LoadLearningModel(*engine, file.bytes.data(), file.bytes.size());
     description = DescribeModel(*model);
     const ModelFacts facts(*model);
     request = facts.Settle(request);
-    AssembleStream(engine.Runtime(), file.bytes.data(), file.bytes.size(), request.sequenceSize,
-                   request.channelCount, request.blockFrames);
+    AssembleStream(engine, model, request.sequenceSize, request.channelCount, request.blockFrames);
     std::cout << "accepted: " << file.path << '\n';
     PrintField(std::cout, "stream", StreamText(request, facts));
     PrintField(std::cout, "latency", LatencyText(facts.Latency(request), facts));

@@ -192,13 +192,12 @@ int PrintRefusal(const ModelFile& file, const ModelDescription* model) {
 
 int Info(const std::string& path) {
   const ModelFile file = ReadModelFile(path);
-  Engine engine;
+  const auto engine = OpenEngine();
   std::optional<ModelDescription> model;
   std::optional<ModelFacts> facts;
   int status = ExitStatus::Ok;
   try {
-    const auto loaded =
-        Dnn::LoadLearningModel(engine.Runtime(), file.bytes.data(), file.bytes.size());
+    const auto loaded = Dnn::LoadLearningModel(*engine, file.bytes.data(), file.bytes.size());
     model = DescribeModel(*loaded);
     facts.emplace(*loaded);
   } catch (...) {

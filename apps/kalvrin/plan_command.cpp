@@ -2,7 +2,7 @@
 #include "command_line/values.h"
 #include "diagnosis/report.h"
 #include "kernels/dft/describe.h"
-#include "stream/kernel_build.h"
+#include "stream/set_up.h"
 
 #include <iostream>
 
