@@ -52,7 +52,7 @@ for daemon in slurmctld slurmd; do
   $daemon -D >"$work/$daemon.log" 2>&1 & started="$started $!"
 done
 for _ in $(seq 40); do sinfo -h 2>/dev/null | grep -q idle && break; sleep 0.5; done
-sinfo -h | grep -q idle || { echo "Slurm does not start here:"; tail -5 "$work"/slurm*.log; exit 1; }
+sinfo -h | grep -q idle || { echo "Slurm does not start here:"; tail -n 5 "$work"/slurmctld.log "$work"/slurmd.log; exit 1; }
 
 OUT=$work/slurm
 block '#!/bin/sh' >"$work/job.sh"
