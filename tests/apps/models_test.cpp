@@ -177,7 +177,7 @@ TEST(Info, PrintsWhatAModelDeclares) {
        "info model.onnx",
        1,
        {"input      float32 [*, *, 7]",
-        "is refused: The window length (Features) must be even; export"}},
+        "is refused: The window length (Features) must be even ("}},
   });
 }
 
