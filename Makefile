@@ -109,7 +109,7 @@ fuzz fuzz-long:
 	@scripts/install-packages build fuzz
 	@scripts/fuzz $(BUILD)-fuzz $(JOBS) $(SECONDS) $(TARGETS)
 
-coverage:        ## lines and branches of src/ that the tests run
+coverage:        ## lines and branches of src/, hosting/ and c/ that the tests run
 	@scripts/install-packages build test fuzz
 	@scripts/coverage $(BUILD)-coverage $(JOBS)
 
