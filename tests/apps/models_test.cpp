@@ -181,8 +181,7 @@ TEST(Info, PrintsWhatAModelDeclares) {
        {.features = 7},
        "info model.onnx",
        1,
-       {"input      float32 [*, *, 7]",
-        "is refused: The window length (Features) must be even ("}},
+       {"input      float32 [*, *, 7]", "is refused: The window length (Features) must be even ("}},
   });
 }
 

@@ -95,7 +95,8 @@ void Renderer::Run(ProgressLine& progress) {
   Flush();
   // The stems first: once the output is there, everything is.
   for (auto stream = streams.rbegin(); stream != streams.rend(); ++stream)
-    for (auto writer = (*stream)->Writers().rbegin(); writer != (*stream)->Writers().rend(); ++writer)
+    for (auto writer = (*stream)->Writers().rbegin(); writer != (*stream)->Writers().rend();
+         ++writer)
       (*writer)->Commit();
 }
 
