@@ -9,8 +9,6 @@ namespace {
 
 /// Mean square below which there is nothing to follow: 110 dB below full scale.
 constexpr double silence = 1e-11;
-/// What the last hops' power counts in this one's.
-constexpr double memory = 0.5;
 
 }  // namespace
 
@@ -57,13 +55,11 @@ void HighBandGain::Follow(const Frames& mix, const Frames& dry, HighBand choice,
     Channel& channel = channels[c];
     for (std::uint64_t hop = 0; hop < hops; ++hop) {
       const std::uint64_t begin = hop * hopLength;
-      channel.mixPower =
-          memory * channel.mixPower + (1 - memory) * Power(channel.mix, mix[c] + begin);
-      channel.dryPower =
-          memory * channel.dryPower + (1 - memory) * Power(channel.dry, dry[c] + begin);
+      const double mixPower = Power(channel.mix, mix[c] + begin);
+      const double dryPower = Power(channel.dry, dry[c] + begin);
       const double rest = gains.rest;
-      const auto followed = static_cast<float>(
-          std::sqrt((channel.mixPower + silence * rest * rest) / (channel.dryPower + silence)));
+      const auto followed =
+          static_cast<float>(std::sqrt((mixPower + silence * rest * rest) / (dryPower + silence)));
       const float wanted =
           choice == HighBand::Rest ? gains.rest : std::clamp(followed, gains.least, gains.greatest);
       const float before = channel.hasGain ? channel.gain : wanted;

@@ -52,7 +52,6 @@ private:
   std::uint64_t hopLength;
   struct Channel {
     HighPass mix, dry;
-    double mixPower = 0, dryPower = 0;
     float gain = 0;
     bool hasGain = false;
   };
