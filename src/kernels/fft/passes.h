@@ -43,9 +43,9 @@ KERNELS_INLINE void PassButterfly(Load load, Factor factor, Store store) {
   Unroll<radix>([&](auto q) KERNELS_INLINE_LAMBDA { store(q, y[q]); });
 }
 
-// With two lanes, the first pass computes columns c and c + 2 in one register. They belong to block i
-// and to its partner i + M/16, in the next quarter of the vector. It stores the register whole. The
-// second pass reads and writes the same places, and separates the lanes there:
+// With two lanes, the first pass computes columns c and c + 2 in one register. They belong to block
+// i and to its partner i + M/16, in the next quarter of the vector. It stores the register whole.
+// The second pass reads and writes the same places, and separates the lanes there:
 //
 //   places             of blocks i and i + 1      of their partners         (i even)
 //   after the first    i, partner of i            i + 1, partner of i + 1
