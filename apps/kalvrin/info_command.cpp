@@ -68,7 +68,7 @@ void PrintGeometry(const ModelFacts& facts, const StreamRequest& settled) {
              layout.GetInputComponents() > 1
                  ? "spectra of " + Counted(layout.GetFeatureSize(), "bin")
                  : std::string("samples"));
-  PrintField(std::cout, "window", LatencyText(window, facts));
+  PrintField(std::cout, "window", LatencyText(window, facts) + ", " + WindowText(facts));
   PrintField(std::cout, "hop", LatencyText(layout.GetHopLength(), facts));
   const bool own = facts.info.GetBaselineSequenceSize() != 0;
   PrintField(std::cout, "sequence",
@@ -100,7 +100,7 @@ void PrintBindings(const ModelFacts& facts) {
 
 struct KnownKey {
   std::u16string_view name;
-  enum class Kind { Text, Number, List } kind;
+  enum class Kind { Text, Number, List, Window } kind;
 };
 constexpr KnownKey knownKeys[] = {
     {u"Name", KnownKey::Kind::Text},
@@ -110,12 +110,13 @@ constexpr KnownKey knownKeys[] = {
     {u"BaselineSequenceSize", KnownKey::Kind::Number},
     {u"AudioClassNames", KnownKey::Kind::List},
     {u"ChannelToAudioClassBindings", KnownKey::Kind::List},
+    {u"WindowShape", KnownKey::Kind::Window},
 };
 
 /// Whether a present value is of the type that its key asks for; otherwise the default holds.
 bool Counts(const KnownKey& key, const std::u16string& value) {
   using Type = Dnn::MetadataJson::Type;
-  if (key.kind == KnownKey::Kind::Text) return true;
+  if (key.kind == KnownKey::Kind::Text || key.kind == KnownKey::Kind::Window) return true;
   const Type type = Dnn::ParseMetadataJson(value).type;
   if (key.kind == KnownKey::Kind::List) return type == Type::Array;
   return type == Type::Unsigned || type == Type::Integer;
@@ -133,6 +134,7 @@ std::string DefaultText(const ModelFacts& facts, std::u16string_view key) {
       {u"BaselineSequenceSize", std::to_string(facts.info.GetBaselineSequenceSize())},
       {u"AudioClassNames", "[\"" + facts.ClassNames().front() + "\"]"},
       {u"ChannelToAudioClassBindings", "[]"},
+      {u"WindowShape", WindowText(facts)},
   };
   return std::ranges::find(defaults, key, [](const auto& row) { return row.key; })->value;
 }
@@ -148,7 +150,7 @@ void PrintMetadata(const ModelDescription& model, const ModelFacts& facts) {
     const bool present = entry != model.metadata.end();
     std::string text;
     if (present && Counts(key, entry->second))
-      text = PrintableText(entry->second);
+      text = ShortText(entry->second);
     else if (present)
       text = DefaultText(facts, key.name) + " (default; the model's " +
              PrintableText(entry->second) + " is of another type)";

@@ -208,8 +208,8 @@ class Stream:
             index += 1
 
     def set_gain(self, name: str, gain: float) -> None:
-        """Linear gain of a class, or of "Rest", from the next evaluation on. Letters A to Z match in
-        either case. KeyError for an unknown name, ValueError for a gain below 0 or not finite."""
+        """Linear gain of a class, or of "Rest", from the next evaluation on, faded in over one
+        hop. Letters A to Z match in either case. KeyError for an unknown name, ValueError for a gain below 0 or not finite."""
         status = _library.kalvrin_set_gain(self._handle, name.encode(), gain)
         if status == _NOT_FOUND:
             raise KeyError(f"the model has no class {name!r}, only "

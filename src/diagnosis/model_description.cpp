@@ -78,6 +78,11 @@ std::string PrintableText(std::u16string_view text) {
   return Dnn::Utf8FromUtf16(shown);
 }
 
+std::string ShortText(std::u16string_view text) {
+  constexpr std::size_t most = 200;
+  return PrintableText(text.substr(0, most)) + (text.size() > most ? "..." : "");
+}
+
 std::string TypeText(const FeatureDescription& feature) {
   static constexpr const char* kinds[] = {"tensor", "sequence", "map", "image", "other"};
   static constexpr const char* elements[] = {

@@ -28,6 +28,9 @@ ModelDescription DescribeModel(const Platform::Model& model);
 /// UTF-8 for people. Bytes that are no valid text, and control characters, come as "?".
 std::string PrintableText(std::u16string_view text);
 
+/// Likewise of a metadata value, which may be long: its first 200 characters.
+std::string ShortText(std::u16string_view text);
+
 /// "float32", "int64", "sequence", ...
 std::string TypeText(const FeatureDescription& feature);
 
