@@ -26,9 +26,9 @@ Dnn::WindowPair HannWindows(std::uint64_t n, bool isSquareRoot) {
 }
 
 /// Each value `channelCount` times in a row; null where there is no window.
-Buffer Interleaved(const std::vector<float>& window, std::uint64_t channelCount) {
+FloatArray Interleaved(const std::vector<float>& window, std::uint64_t channelCount) {
   if (window.empty()) return nullptr;
-  Buffer buffer = MakeBuffer({window.size(), channelCount});
+  FloatArray buffer = MakeFloatArray({window.size(), channelCount});
   for (std::uint64_t i = 0; i < window.size(); ++i)
     std::fill_n(buffer.get() + i * channelCount, channelCount, window[i]);
   return buffer;
@@ -57,9 +57,9 @@ OverlapAddStage::Configuration OverlapAddStage::Prepare(std::uint64_t newSequenc
   next.synthesis = Interleaved(windows.synthesis, newChannelCount);
   next.hopStride = hopLength * newChannelCount;
   next.windowStride = 2 * next.hopStride;
-  next.windows = MakeBuffer({newSequenceSize, next.windowStride});
-  next.inputTail = MakeBuffer({next.hopStride});
-  next.overlapTail = MakeBuffer({next.hopStride});
+  next.windows = MakeFloatArray({newSequenceSize, next.windowStride});
+  next.inputTail = MakeFloatArray({next.hopStride});
+  next.overlapTail = MakeFloatArray({next.hopStride});
   return next;
 }
 

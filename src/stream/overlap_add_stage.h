@@ -1,7 +1,7 @@
 #pragma once
 
+#include "runtime/float_array.h"
 #include "runtime/window_shape.h"
-#include "stream/buffer.h"
 
 #include <cstdint>
 
@@ -23,11 +23,11 @@ public:
     std::uint64_t channelCount = 0;
     std::uint64_t hopStride = 0;     ///< floats per hop
     std::uint64_t windowStride = 0;  ///< floats per window
-    Buffer analysis;                 ///< a window: each value once per channel; null: none
-    Buffer synthesis;                ///< a window: each value once per channel
-    Buffer inputTail;                ///< a hop: the last one of the last run's input
-    Buffer overlapTail;              ///< a hop: the second half of the last run's last window
-    Buffer windows;                  ///< sequenceSize windows in a row, to and from the model
+    FloatArray analysis;             ///< a window: each value once per channel; null: none
+    FloatArray synthesis;            ///< a window: each value once per channel
+    FloatArray inputTail;            ///< a hop: the last one of the last run's input
+    FloatArray overlapTail;          ///< a hop: the second half of the last run's last window
+    FloatArray windows;              ///< sequenceSize windows in a row, to and from the model
   };
 
   /// `declared`: the windows of the model, 2 * hopLength numbers each. Where it is empty,
@@ -39,7 +39,7 @@ public:
   virtual ~OverlapAddStage();
 
   /// A fresh configuration for these sizes, with silence for a past. Changes nothing of the stage.
-  /// Throws ContractException on a size of 0 or beyond MaxBufferFloats, std::bad_alloc.
+  /// Throws ContractException on a size of 0 or beyond MaxFloats, std::bad_alloc.
   Configuration Prepare(std::uint64_t newSequenceSize, std::uint64_t newChannelCount) const;
   void Adopt(Configuration&& prepared) noexcept;
 
