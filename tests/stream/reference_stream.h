@@ -34,7 +34,7 @@ struct DeclaredWindow {
   }
   std::string Json(std::uint64_t W) const {
     if (name) {
-      const std::string quoted = '"' + std::string(name) + '"';
+      std::string quoted = '"' + std::string(name) + '"';
       if (length == 0) return quoted;
       return "{\"length\": " + std::to_string(length) + ", \"shape\": " + quoted + "}";
     }

@@ -51,12 +51,10 @@ TimedStream::TimedStream(std::unique_ptr<StreamProcessor> made, const StreamRequ
                          std::uint64_t hopLength)
     : stream(std::move(made)), blockFrames(settled.blockFrames),
       capacityFrames(hopLength * settled.sequenceSize), noise(noiseFrames + blockFrames),
-      mixed(settled.channelCount * blockFrames), inputs(settled.channelCount) {
+      inputs(settled.channelCount), outputs(settled.channelCount, blockFrames) {
   std::mt19937 generator(1);
   std::uniform_real_distribution<float> level(-0.25F, 0.25F);
   std::ranges::generate(noise, [&] { return level(generator); });
-  for (std::uint64_t c = 0; c < settled.channelCount; ++c)
-    outputs.push_back(mixed.data() + c * blockFrames);
   stream->ResetGains();
   while (given < 4 * capacityFrames)
     TimeBlock();
@@ -74,7 +72,7 @@ TimedStream::Times TimedStream::TimeBlock() {
     inputs[c] = noise.data() + (given + c * 4099) % noiseFrames;
   const double threadStart = ThreadSeconds();
   const auto start = Clock::now();
-  stream->ProcessBlock(inputs.data(), outputs.data(), blockFrames, 1);
+  stream->ProcessBlock(inputs.data(), outputs.Channels(), blockFrames, 1);
   const auto end = Clock::now();
   const double threadEnd = ThreadSeconds();
   given += blockFrames;

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "diagnosis/model_facts.h"
+#include "hosting/frames.h"
 #include "kalvrin/stream_processor.h"
 
 #include <memory>
@@ -45,9 +46,9 @@ private:
   std::unique_ptr<StreamProcessor> stream;
   std::uint64_t blockFrames, capacityFrames;
   std::uint64_t given = 0;  ///< frames so far
-  std::vector<float> noise, mixed;
+  std::vector<float> noise;
   std::vector<const float*> inputs;
-  std::vector<float*> outputs;
+  Plugin::Frames outputs;
 };
 
 }  // namespace Orvik::Tesmo::Tool

@@ -2,6 +2,7 @@
 
 #include "audio/resampler.h"
 #include "audio/sound_file.h"
+#include "hosting/frames.h"
 #include "kalvrin/stream_processor.h"
 
 #include <cstdint>
@@ -50,8 +51,8 @@ private:
   RenderSizes sizes;
   std::unique_ptr<StreamProcessor> stream;
   std::vector<std::unique_ptr<AudioWriter>> writers;
-  std::vector<float> planar, interleaved, converted;
-  std::vector<float*> channels;
+  Plugin::Frames block;
+  std::vector<float> interleaved, converted;
   std::uint64_t skip;  // model frames still to be left out
   std::uint64_t length = std::numeric_limits<std::uint64_t>::max();  // model frames to be kept
   std::uint64_t keptFrames = 0;

@@ -21,10 +21,7 @@ Renderer::Renderer(RenderSettings wanted, LoadedModel& renderModel)
   if (!settings.stemFolder.empty()) BuildStems();
   if (ModelRate() != reader.SampleRate())
     toModelRate.emplace(reader.SampleRate(), ModelRate(), static_cast<unsigned>(channelCount));
-  const std::size_t block = settings.stream.blockFrames;
-  planar.resize(channelCount * block);
-  for (std::size_t c = 0; c < channelCount; ++c)
-    channels.push_back(planar.data() + c * block);
+  block.emplace(channelCount, settings.stream.blockFrames);
 }
 
 /// The rate at which the streams run; the file's own where the model states none.
@@ -130,19 +127,19 @@ void Renderer::Feed(std::span<const float> audio) {
   pending.insert(pending.end(), audio.begin(), audio.end());
   modelFrames += audio.size() / channelCount;
   std::size_t used = 0;
-  for (; pending.size() - used >= planar.size(); used += planar.size())
+  const std::size_t step = channelCount * block->Length();
+  for (; pending.size() - used >= step; used += step)
     RunBlock(pending.data() + used);
   pending.erase(pending.begin(), pending.begin() + static_cast<std::ptrdiff_t>(used));
 }
 
 void Renderer::RunBlock(const float* interleaved) {
-  const std::size_t block = settings.stream.blockFrames;
   for (std::size_t c = 0; c < channelCount; ++c)
-    for (std::size_t i = 0; i < block; ++i)
-      planar[c * block + i] = interleaved[i * channelCount + c];
+    for (std::size_t i = 0; i < block->Length(); ++i)
+      (*block)[c][i] = interleaved[i * channelCount + c];
   for (const auto& stream : streams)
-    stream->Process(channels.data());
-  runFrames += block;
+    stream->Process(block->Channels());
+  runFrames += block->Length();
 }
 
 /// Pushes what is still inside the streams out, by silence, and ends the files.
@@ -152,7 +149,7 @@ void Renderer::Flush() {
     stream->SetLength(modelFrames + delay);
   while (modelFrames > 0 && runFrames < modelFrames + latency) {
     ThrowIfInterrupted();
-    pending.resize(planar.size());
+    pending.resize(channelCount * block->Length());
     RunBlock(pending.data());
     pending.clear();
   }

@@ -2,6 +2,7 @@
 
 #include "audio/sound_file.h"
 #include "command_line/progress.h"
+#include "hosting/frames.h"
 #include "model/model.h"
 #include "render/mix.h"
 #include "render/render_stream.h"
@@ -70,8 +71,7 @@ private:
   std::vector<std::unique_ptr<RenderStream>> streams;  // the first is the mix
   std::optional<Resampler> toModelRate;
   std::vector<float> pending;  // model frames that do not fill a block yet, interleaved
-  std::vector<float> planar;
-  std::vector<const float*> channels;
+  std::optional<Plugin::Frames> block;
   std::uint64_t readFrames = 0;   // of the file
   std::uint64_t modelFrames = 0;  // gone into `pending`
   std::uint64_t runFrames = 0;    // gone through the streams
