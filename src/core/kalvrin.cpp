@@ -19,7 +19,6 @@ RT_CONST constexpr char16_t RestName[] = u"Rest";
 RT_CONST constexpr char16_t SampleRateKey[] = u"SampleRate";
 RT_CONST constexpr char16_t LookaheadKey[] = u"LookaheadNumBlocks";
 RT_CONST constexpr char16_t CorrelationId[] = u"RunId";
-constexpr std::uint64_t DefaultSequenceSize = 4;
 
 /// Windows per evaluation: what the host asked for, or the model's own choice where that is 0.
 std::uint64_t SettledSequenceSize(std::uint64_t requested, const ModelInfo& info) {

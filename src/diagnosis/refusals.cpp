@@ -257,7 +257,8 @@ Explanation ExplainEngine(const std::string& words, const Circumstances& circums
 std::string TextOf(const winrt::hresult_error& error) {
   char code[16];
   std::snprintf(code, sizeof code, "0x%08X", static_cast<unsigned>(error.code()));
-  return *error.message() ? error.message() : std::string("it gives the code ") + code;
+  if (*error.message()) return PrintableText(std::string_view(error.message()));
+  return std::string("it gives the code ") + code;
 }
 
 std::string TextOf(const DSP::IPPException& error) {

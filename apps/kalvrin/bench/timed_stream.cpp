@@ -15,18 +15,19 @@
 namespace Orvik::Tesmo::Tool {
 namespace {
 
-/// Enough that a model with memory does not hear the same block again and again.
+/// Long enough that a model with states does not get the same block again and again.
 constexpr std::uint64_t noiseFrames = 1 << 15;
 
-/// What evaluations an even stream has run after `frames` frames: prefilled, the next is due with
-/// the last frame of a ring, otherwise with the first of the following one.
+/// How many evaluations a stream has run after `frames` frames in blocks of one length. A stream
+/// that starts prefilled runs one with the last frame of each sequence, another with the first
+/// frame of the next.
 std::uint64_t Evaluations(std::uint64_t frames, std::uint64_t blockFrames,
                           std::uint64_t capacityFrames) {
-  const bool isPrefilled = blockFrames < capacityFrames && capacityFrames % blockFrames == 0;
+  const bool isPrefilled = PrefillFrames(capacityFrames, blockFrames) != 0;
   return isPrefilled || frames == 0 ? frames / capacityFrames : (frames - 1) / capacityFrames;
 }
 
-/// How long this thread has had a processor, in seconds.
+/// The processor time of this thread, in seconds.
 double ThreadSeconds() {
   timespec time = {};
   clock_gettime(CLOCK_THREAD_CPUTIME_ID, &time);
@@ -67,7 +68,7 @@ bool TimedStream::NextBlockEvaluates() const {
 
 TimedStream::Times TimedStream::TimeBlock() {
   using Clock = std::chrono::steady_clock;
-  // the channels hear different parts of the noise
+  // Each channel gets another part of the noise.
   for (std::size_t c = 0; c < inputs.size(); ++c)
     inputs[c] = noise.data() + (given + c * 4099) % noiseFrames;
   const double threadStart = ThreadSeconds();

@@ -37,7 +37,7 @@ void RenderStream::Process(const float* const* input) {
   Deliver(Keep(interleaved));
 }
 
-/// The part of a block, whole frames, that is neither skipped nor beyond the length.
+/// The frames of a block that are neither skipped nor beyond the length.
 std::span<const float> RenderStream::Keep(std::span<const float> modelFrames) {
   const std::uint64_t frames = modelFrames.size() / sizes.channelCount;
   const std::uint64_t skipped = std::min(skip, frames);

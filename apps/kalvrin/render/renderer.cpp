@@ -24,7 +24,7 @@ Renderer::Renderer(RenderSettings wanted, LoadedModel& renderModel)
   block.emplace(channelCount, settings.stream.blockFrames);
 }
 
-/// The rate at which the streams run; the file's own where the model states none.
+/// The rate of the streams: the model's, or the file's where the model states none.
 double Renderer::ModelRate() const {
   return model.Facts().sampleRateHz > 0 ? model.Facts().sampleRateHz : reader.SampleRate();
 }
@@ -47,7 +47,7 @@ void Renderer::BuildMix() {
 void Renderer::BuildStems() {
   stemFolder.emplace(settings.stemFolder);
   const auto stems = StemsOf(model.Facts());
-  // Scripts rely on the names of mix and remainder, so these two come first.
+  // Mix and Rest come first, so that they keep their names: scripts rely on them.
   std::vector<std::string> titles = {"Mix", "Rest"};
   for (const Stem& stem : stems)
     if (!stem.isRemainder) titles.push_back(stem.title);
@@ -90,7 +90,7 @@ std::unique_ptr<AudioWriter> Renderer::MakeWriter(const std::string& path) const
 void Renderer::Run(ProgressLine& progress) {
   ReadAll(progress);
   Flush();
-  // The stems first: once the output is there, everything is.
+  // The stems appear first: where the output is there, all files are.
   for (auto stream = streams.rbegin(); stream != streams.rend(); ++stream)
     for (auto writer = (*stream)->Writers().rbegin(); writer != (*stream)->Writers().rend();
          ++writer)
@@ -142,7 +142,7 @@ void Renderer::RunBlock(const float* interleaved) {
   runFrames += block->Length();
 }
 
-/// Pushes what is still inside the streams out, by silence, and ends the files.
+/// Feeds silence until the streams have returned all audio, and completes the files.
 void Renderer::Flush() {
   const std::uint64_t delay = settings.rawLatency ? latency : 0;
   for (const auto& stream : streams)
