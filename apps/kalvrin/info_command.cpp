@@ -66,7 +66,7 @@ void PrintGeometry(const ModelFacts& facts) {
              layout.GetInputComponents() > 1
                  ? "spectra of " + Counted(layout.GetFeatureSize(), "bin")
                  : std::string("samples"));
-  PrintField(std::cout, "window", LatencyText(window, facts));
+  PrintField(std::cout, "window", LatencyText(window, facts) + ", " + WindowText(facts));
   PrintField(std::cout, "hop", LatencyText(layout.GetHopLength(), facts));
   const bool own = facts.info.GetBaselineSequenceSize() != 0;
   PrintField(std::cout, "sequence",
@@ -96,12 +96,12 @@ void PrintBindings(const ModelFacts& facts) {
                    " alone: it is scaled by that gain and gets nothing from the model");
 }
 
-enum class ValueKind { Text, Number, List };
+enum class ValueKind { Text, Number, List, Window };
 
 /// Whether a value is of its key's type; otherwise the default is used.
 bool Counts(ValueKind kind, const std::u16string& value) {
   using Type = Dnn::MetadataJson::Type;
-  if (kind == ValueKind::Text) return true;
+  if (kind == ValueKind::Text || kind == ValueKind::Window) return true;
   const Type type = Dnn::ParseMetadataJson(value).type;
   if (kind == ValueKind::List) return type == Type::Array;
   return type == Type::Unsigned || type == Type::Integer;
@@ -126,6 +126,7 @@ void PrintMetadata(const ModelDescription& model, const ModelFacts& facts) {
        std::to_string(facts.info.GetBaselineSequenceSize())},
       {u"AudioClassNames", ValueKind::List, "[\"" + facts.ClassNames().front() + "\"]"},
       {u"ChannelToAudioClassBindings", ValueKind::List, "[]"},
+      {u"WindowShape", ValueKind::Window, WindowText(facts)},
   };
   std::cout << "metadata\n";
   auto others = model.metadata;
@@ -134,7 +135,7 @@ void PrintMetadata(const ModelDescription& model, const ModelFacts& facts) {
     if (!entry)
       PrintKey(key.name, key.byDefault + " (default)");
     else if (Counts(key.kind, entry.mapped()))
-      PrintKey(key.name, PrintableText(entry.mapped()));
+      PrintKey(key.name, ShortText(entry.mapped()));
     else
       PrintKey(key.name, key.byDefault + " (default; the model's " + PrintableText(entry.mapped()) +
                              " is of another type)");
