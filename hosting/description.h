@@ -7,6 +7,8 @@
 
 namespace Orvik::Tesmo::Plugin {
 
+/// Channels of a form of a plugin at most.
+inline constexpr unsigned mostChannels = 64;
 /// The gains that a plugin offers, in dB; at the lowest and below it is silence.
 inline constexpr float lowestGainDb = -60, highestGainDb = 12;
 
@@ -22,7 +24,7 @@ struct Description {
   std::uint64_t lookaheadBlocks = 0;  // windows
   std::uint64_t sequenceSize = 0;     // windows per evaluation, from 1
   bool isAlwaysSpread = false;        // no choice of the mode: never an evaluation in a host's call
-  std::vector<unsigned> channelCounts;  // the forms that the model takes, of 1 and 2
+  std::vector<unsigned> channelCounts;  // a form of the plugin for each, from 1 to mostChannels
   std::vector<std::string> classes;     // UTF-8, those that a gain can reach, without Rest
 
   std::uint64_t HopLength() const { return windowLength / 2; }

@@ -43,7 +43,7 @@ enum class Interface { Lv2, Ladspa };
 /// Bypass in their place.
 std::vector<Port> PortsOf(const Description& description, unsigned channelCount, Interface of);
 
-/// "mono" or "stereo".
+/// "mono", "stereo", "3_channels" and so on.
 std::string FormName(unsigned channelCount);
 
 /// Small letters, digits and _ of `text`, not beginning with a digit, never empty.

@@ -470,7 +470,7 @@ TEST(Description, ComesBackAsWrittenAndRefusesTheRest) {
   for (const char* bad : {"", "kalvrin-plugin 2\n", "kalvrin-plugin 1\nsymbol a\n"})
     EXPECT_THROW(read(bad), std::runtime_error) << bad;
   for (const char* line :
-       {"window 0", "window -2", "sequence 99999999", "channels 3", "colour red"})
+       {"window 0", "window -2", "sequence 99999999", "channels 65", "colour red"})
     EXPECT_THROW(read(text + line + "\n"), std::runtime_error) << line;
 }
 
