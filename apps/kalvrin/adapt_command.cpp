@@ -1,7 +1,4 @@
-#include "adapt/adapted_model.h"
-#include "adapt/comparison.h"
-#include "adapt/roles.h"
-#include "adapt/source_model.h"
+#include "adapt/adapt.h"
 #include "audio/output_file.h"
 #include "command.h"
 #include "command_line/child_process.h"
@@ -22,16 +19,15 @@ namespace {
 constexpr std::uint64_t mostWindow = 1 << 20, mostRate = 1 << 20, mostLookahead = 1000;
 
 std::vector<std::string> Commas(std::string_view text) {
-  std::vector<std::string> parts(1);
-  for (const char c : text) {
-    if (c == ',')
-      parts.emplace_back();
-    else
-      parts.back() += c;
-  }
-  for (const std::string& part : parts)
-    if (part.empty()) throw UsageError("'" + std::string(text) + "' has an empty part");
-  return parts;
+  return SplitAt(text, ',');
+}
+
+/// NAME=VALUE
+std::pair<std::string, std::string> Assignment(std::string_view text) {
+  const std::size_t place = text.find('=');
+  if (place == std::string_view::npos || place == 0 || place + 1 == text.size())
+    throw UsageError("'" + std::string(text) + "' is not NAME=VALUE");
+  return {std::string(text.substr(0, place)), std::string(text.substr(place + 1))};
 }
 
 /// IN:OUT; names may have colons of their own ("state:0"), for which IN=OUT does, too.
@@ -54,12 +50,10 @@ constexpr Option<AdaptRequest> options[] = {
      [](AdaptRequest& request, std::string_view value) {
        request.lookahead = ParseCount(value, 0, mostLookahead);
      }},
-    {"--window", "N", "samples of a window (default: as the bins say)",
-     [](AdaptRequest& request, std::string_view value) {
-       request.window = ParseCount(value, 4, mostWindow);
-       if (request.window % 2 != 0) throw UsageError("a window has an even number of samples");
-     }},
-    {"--hop", "N", "samples from window to window; refused unless half a window",
+    {"--window", "[NAME][:N]",
+     "root-hann (assumed), hann, vorbis, rectangular, sine, hamming; samples",
+     [](AdaptRequest& request, std::string_view value) { ParseWindow(value, request); }},
+    {"--hop", "N", "samples from window to window (assumed: half a window)",
      [](AdaptRequest& request, std::string_view value) {
        request.hop = ParseCount(value, 1, mostWindow);
      }},
@@ -72,9 +66,57 @@ constexpr Option<AdaptRequest> options[] = {
     {"--output", "NAME[,...]", "the outputs with audio: one, or each class, or each class's parts",
      [](AdaptRequest& request, std::string_view value) { request.outputs = Commas(value); }},
     {"--input-layout", "TEXT", "its dimensions: N channels, T windows, F bins, C parts, 1 none",
-     [](AdaptRequest& request, std::string_view value) { request.inputLayout = value; }},
+     [](AdaptRequest& request, std::string_view value) { request.inputLayouts = Commas(value); }},
     {"--output-layout", "TEXT", "likewise, and K classes",
-     [](AdaptRequest& request, std::string_view value) { request.outputLayout = value; }},
+     [](AdaptRequest& request, std::string_view value) { request.outputLayouts = Commas(value); }},
+    {"--in", "WORD[,WORD]",
+     "what the model takes, of each file: spectrum, magnitude, power, samples, rows",
+     [](AdaptRequest& request, std::string_view value) {
+       request.features.clear();
+       for (const std::string& word : Commas(value))
+         request.features.push_back(ParseFeature(word));
+     }},
+    {"--out", "WORD[,WORD]", "what it returns: spectrum, mask, complex-mask, samples, gate",
+     [](AdaptRequest& request, std::string_view value) {
+       request.results.clear();
+       for (const std::string& word : Commas(value))
+         request.results.push_back(ParseResult(word));
+     }},
+    {"--join", "WORD", "windows that come out: windowed, added, finished",
+     [](AdaptRequest& request, std::string_view value) { request.joining = ParseJoining(value); }},
+    {"--transform", "N", "samples of the transform, where the window is shorter",
+     [](AdaptRequest& request, std::string_view value) {
+       request.transform = ParseCount(value, 2, mostWindow);
+       if (request.transform % 2 != 0)
+         throw UsageError("a transform has an even number of samples");
+     }},
+    {"--context", "N", "samples before the window that the model takes as well",
+     [](AdaptRequest& request, std::string_view value) {
+       request.context = ParseCount(value, 0, mostWindow);
+     }},
+    {"--delay", "N", "samples by which the model's output is late",
+     [](AdaptRequest& request, std::string_view value) {
+       request.delay = ParseCount(value, 0, mostWindow);
+     }},
+    {"--scale", "X", "factor of the transform that the model knows (default: 1)",
+     [](AdaptRequest& request, std::string_view value) {
+       request.scale = ParseNumber(value);
+       if (request.scale == 0) throw UsageError("a scale of 0 leaves nothing");
+     }},
+    {"--normalise", "RULE", "fixed:MEAN:DEVIATION, running-mean:KEEP[:START], running-level:...",
+     [](AdaptRequest& request, std::string_view value) {
+       request.normalisation = ParseNormalisation(value);
+     }},
+    {"--set", "NAME=NUMBER", "the value of an input that is neither audio nor state; repeatable",
+     [](AdaptRequest& request, std::string_view value) {
+       request.constants.push_back(Assignment(value));
+     }},
+    {"--initial", "NAME=VALUE", "first value of a state: a number, or a file of floats; repeatable",
+     [](AdaptRequest& request, std::string_view value) {
+       request.initial.push_back(Assignment(value));
+     }},
+    {"--carry-hidden", "", "carries on the states that the graph's GRU, LSTM and RNN hide",
+     [](AdaptRequest& request, std::string_view) { request.carriesHiddenStates = true; }},
 };
 
 struct Adapted {
@@ -83,14 +125,13 @@ struct Adapted {
   Comparison comparison;
 };
 
-/// The fastest way of holding the model that gives what the model gives.
-Adapted Adapt(Platform::Runtime& runtime, const ModelFile& file, const SourceModel& source,
-              const Roles& roles, const AdaptRequest& request) {
-  const TrialSignal signal(roles.bins);
-  std::vector<float> original;
+/// The fastest way of holding the step whose output is that of the step.
+Adapted Adapt(Platform::Runtime& runtime, const Plan& step, const AdaptRequest& request) {
+  const Roles& roles = step.parts[0];
+  const TrialSignal signal(roles.inputSize * (IsSpectral(roles.feature) ? 2 : 1));
+  std::vector<float> expected;
   try {
-    original =
-        RunOriginal(runtime, std::string(file.bytes.begin(), file.bytes.end()), roles, signal);
+    expected = RunStep(runtime, step.sources[0].proto.SerializeAsString(), roles, signal);
   } catch (...) {
     throw Refusal(
         "the engine does not run the model window by window as its shapes are understood: " +
@@ -98,11 +139,10 @@ Adapted Adapt(Platform::Runtime& runtime, const ModelFile& file, const SourceMod
   }
   std::string reason;
   for (const Loops& loops : PossibleLoops(roles)) {
-    Adapted adapted{BuildAdaptedModel(source, roles, request, loops), loops, {}};
+    Adapted adapted{BuildAdaptedModel(step, request, loops), loops, {}};
     try {
       adapted.comparison =
-          Compare(original, RunAdapted(runtime, adapted.bytes, roles, loops,
-                                       static_cast<std::int64_t>(request.lookahead), signal));
+          Compare(expected, RunAdapted(runtime, adapted.bytes, step, loops, signal));
     } catch (const Refusal&) {
       throw;
     } catch (...) {
@@ -115,54 +155,129 @@ Adapted Adapt(Platform::Runtime& runtime, const ModelFile& file, const SourceMod
                         adapted.comparison.difference, adapted.comparison.peak);
     reason = text.data();
   }
-  throw Refusal("the adapted model does not give what the model gives: " + reason);
+  throw Refusal("the adapted model does not return what the model returns: " + reason);
 }
 
 void PrintTensors(const char* label, const std::vector<SourceTensor>& tensors,
-                  const Layout& layout) {
+                  const std::string& meaning) {
   for (const SourceTensor& tensor : tensors)
-    PrintField(std::cout, label, SourceTensorText(tensor) + " as " + LayoutText(layout));
+    PrintField(std::cout, label, SourceTensorText(tensor) + " as " + meaning);
 }
 
-void PrintSummary(const std::string& path, const Roles& roles, const Adapted& adapted) {
-  std::cout << "adapted: " << path << '\n';
-  PrintTensors("input", roles.inputs, roles.inputLayout);
-  PrintTensors("output", roles.outputs, roles.outputLayout);
+void PrintPart(const Roles& roles) {
+  PrintTensors("input", roles.inputs,
+               FeatureText(roles.feature) + " " +
+                   LayoutText(roles.inputLayout, IsSpectral(roles.feature)));
+  PrintTensors("output", roles.outputs,
+               ResultText(roles.result) + " " +
+                   LayoutText(roles.outputLayout, IsSpectral(roles.result)));
   for (const StatePair& pair : roles.states)
     PrintField(std::cout, "state",
                SourceTensorText(pair.input) + " becomes '" + pair.output.name + "'");
-  PrintField(std::cout, "window", std::to_string(roles.Window()) + " samples");
+}
+
+void PrintSummary(const std::string& path, const Plan& plan, const Adapted& adapted) {
+  std::cout << "adapted: " << path << '\n';
+  for (const Roles& roles : plan.parts)
+    PrintPart(roles);
+  const Framing& framing = plan.framing;
+  std::string window = framing.windowName + ", " + std::to_string(framing.window) + " samples";
+  if (framing.window != framing.transform) window += " in " + std::to_string(framing.transform);
+  if (framing.isWindowAssumed) window += " (assumed: no file says it; --window NAME[:N])";
+  PrintField(std::cout, "window", window);
+  PrintField(std::cout, "hop",
+             std::to_string(framing.hop) + " samples" +
+                 (framing.isHopAssumed ? " (assumed: no file says it; --hop N)" : ""));
+  PrintField(std::cout, "takes",
+             framing.isOnSpectra ? "spectra: the library cuts the windows"
+                                 : "samples: windows and overlap are in the graph");
   PrintField(std::cout, "loops",
              adapted.loops.overChannels
                  ? adapted.loops.overWindows ? "over channels and windows" : "over channels"
              : adapted.loops.overWindows ? "over windows"
                                          : "none");
-  std::array<char, 120> text{};
+  std::array<char, 160> text{};
   (void)std::snprintf(text.data(), text.size(),
-                      "%d windows of %d channels; largest difference %.2g at a peak of %.2g",
+                      "%s against %s, %d windows of %d channels of noise; largest difference %.2g "
+                      "at a peak of %.2g",
+                      "all at once", plan.needsStep ? "window by window" : "the original",
                       static_cast<int>(TrialSignal::windows),
                       static_cast<int>(TrialSignal::channels), adapted.comparison.difference,
                       adapted.comparison.peak);
   PrintField(std::cout, "verified", text.data());
+  PrintField(std::cout, "not",
+             "window, hop and what the tensors mean: compare with the loop of the model's authors");
+}
+
+/// The parts of the model, of one opset, with all sizes that a run can tell.
+std::vector<SourceModel> ReadSources(Platform::Runtime& runtime, std::vector<SourceModel> sources,
+                                     AdaptRequest& request) {
+  int opset = 0;
+  for (const SourceModel& source : sources)
+    opset = std::max(opset, source.opset);
+  for (SourceModel& source : sources) {
+    ConvertOpset(source, opset);
+    LearnShapes(runtime, source, request);
+    if (!request.carriesHiddenStates) continue;
+    const NamePairs pairs = BringOutHiddenStates(runtime, source, request);
+    request.states.insert(request.states.end(), pairs.begin(), pairs.end());
+  }
+  return sources;
+}
+
+int PrintFamilies() {
+  for (const Family& family : InstalledFamilies())
+    PrintField(std::cout, family.name.c_str(), family.about);
+  return ExitStatus::Ok;
+}
+
+/// The options of --like go in front, so that those of the command line win.
+std::vector<std::string> WithFamily(Arguments arguments) {
+  std::vector<std::string> all, own;
+  for (std::size_t i = 0; i < arguments.size(); ++i) {
+    const std::string_view argument = arguments[i];
+    std::string_view value;
+    if (argument == "--like" && i + 1 < arguments.size())
+      value = arguments[++i];
+    else if (argument.starts_with("--like="))
+      value = argument.substr(7);
+    else
+      own.emplace_back(argument);
+    if (value.empty()) continue;
+    const Family family = ReadFamily(std::string(value));
+    all.insert(all.end(), family.options.begin(), family.options.end());
+  }
+  all.insert(all.end(), own.begin(), own.end());
+  return all;
 }
 
 int RunAdapt(Arguments arguments) {
+  if (arguments.size() == 1 && std::string_view(arguments[0]) == "--families")
+    return PrintFamilies();
   AdaptRequest request;
-  const auto operands = ParseArguments<AdaptRequest>(arguments, options, request);
-  ExpectOperands(operands, adaptCommand.operands);
-  const ModelFile file = ReadModelFile(operands[0]);
-  const SourceModel source = ReadSourceModel(file);
-  const Roles roles = DecideRoles(source, request);
+  const std::vector<std::string> texts = WithFamily(arguments);
+  std::vector<const char*> pointers;
+  for (const std::string& text : texts)
+    pointers.push_back(text.c_str());
+  auto operands = ParseArguments<AdaptRequest>(pointers, options, request);
+  if (operands.size() < 2) ExpectOperands(operands, adaptCommand.operands);
+  const std::string path = operands.back();
+  operands.pop_back();
+  std::vector<SourceModel> sources;
+  for (const std::string& part : operands)
+    sources.push_back(ReadSourceModel(ReadModelFile(part)));
   ContinueInChild();
   Engine engine;
-  const Adapted adapted = Adapt(engine.Runtime(), file, source, roles, request);
+  const Plan plan = MakePlan(ReadSources(engine.Runtime(), std::move(sources), request), request);
+  const Plan step = plan.needsStep ? BuildStep(plan, request) : plan;
+  const Adapted adapted = Adapt(engine.Runtime(), step, request);
   AssembleStream(engine.Runtime(), adapted.bytes.data(), adapted.bytes.size(), 2, 2,
-                 static_cast<std::uint64_t>(roles.Window() / 2));
-  OutputFile out(operands[1]);
+                 static_cast<std::uint64_t>(plan.framing.hop));
+  OutputFile out(path);
   if (const int error = WriteFully(out.Get(), adapted.bytes.data(), adapted.bytes.size()))
     throw Refusal("cannot write " + out.Name() + ": " + SystemErrorText(error));
   out.Commit();
-  if (operands[1] != "-") PrintSummary(out.Name(), roles, adapted);
+  if (path != "-") PrintSummary(out.Name(), plan, adapted);
   return ExitStatus::Ok;
 }
 
@@ -170,7 +285,7 @@ int RunAdapt(Arguments arguments) {
 
 constinit const Command adaptCommand = {
     "adapt",
-    "IN OUT",
+    "IN... OUT",
     "make a streaming model of another form one of the library's contract",
     "IN is an ONNX model that is given spectra window by window and keeps recurrent states: one\n"
     "tensor of real and imaginary part, or two; bins before or after time; one window per call or\n"
