@@ -1,13 +1,17 @@
 #include "adapt/adapt.h"
 #include "audio/output_file.h"
-#include "command.h"
 #include "command_line/child_process.h"
+#include "command_line/command.h"
+#include "command_line/values.h"
 #include "diagnosis/refusals.h"
 #include "diagnosis/report.h"
 #include "model/engine.h"
 #include "model/model_file.h"
-#include "stream/assemble_stream.h"
+#include "runtime/model_loading.h"
+#include "stream/set_up.h"
 
+#include <CLI/CLI.hpp>
+#include <algorithm>
 #include <array>
 #include <cstdio>
 #include <iostream>
@@ -39,7 +43,13 @@ std::pair<std::string, std::string> Pair(std::string_view text) {
   return {std::string(text.substr(0, place)), std::string(text.substr(place + 1))};
 }
 
-constexpr Option<AdaptRequest> options[] = {
+/// An option of the command line, and without its dashes a word of a family's file.
+struct Option {
+  const char *name, *value, *help;  ///< an empty value makes a flag
+  void (*set)(AdaptRequest&, std::string_view value);
+};
+
+constexpr Option options[] = {
     {"--classes", "A,B", "names of the classes, in the model's order",
      [](AdaptRequest& request, std::string_view value) { request.classes = Commas(value); }},
     {"--rate", "HZ", "sample rate that the model is made for",
@@ -227,52 +237,57 @@ std::vector<SourceModel> ReadSources(Platform::Runtime& runtime, std::vector<Sou
 
 int PrintFamilies() {
   for (const Family& family : InstalledFamilies())
-    PrintField(std::cout, family.name.c_str(), family.about);
+    PrintRow(std::cout, 26, family.name, family.about);
   return ExitStatus::Ok;
 }
 
-/// The options of --like go in front, so that those of the command line win.
-std::vector<std::string> WithFamily(Arguments arguments) {
-  std::vector<std::string> all, own;
-  for (std::size_t i = 0; i < arguments.size(); ++i) {
-    const std::string_view argument = arguments[i];
-    std::string_view value;
-    if (argument == "--like" && i + 1 < arguments.size())
-      value = arguments[++i];
-    else if (argument.starts_with("--like="))
-      value = argument.substr(7);
-    else
-      own.emplace_back(argument);
-    if (value.empty()) continue;
-    const Family family = ReadFamily(std::string(value));
-    all.insert(all.end(), family.options.begin(), family.options.end());
+struct Settings {
+  std::vector<std::string> files;  ///< the last is OUT
+  std::string family;
+  std::vector<std::pair<const Option*, std::string>> given;
+};
+
+void Set(AdaptRequest& request, const Option& option, const std::string& value) {
+  try {
+    option.set(request, value);
+  } catch (const UsageError& error) {
+    throw UsageError(std::string(option.name) + ": " + error.what());
   }
-  all.insert(all.end(), own.begin(), own.end());
-  return all;
 }
 
-int RunAdapt(Arguments arguments) {
-  if (arguments.size() == 1 && std::string_view(arguments[0]) == "--families")
-    return PrintFamilies();
+/// What the family says, then what the command line says, which wins.
+AdaptRequest RequestOf(const Settings& settings) {
   AdaptRequest request;
-  const std::vector<std::string> texts = WithFamily(arguments);
-  std::vector<const char*> pointers;
-  for (const std::string& text : texts)
-    pointers.push_back(text.c_str());
-  auto operands = ParseArguments<AdaptRequest>(pointers, options, request);
-  if (operands.size() < 2) ExpectOperands(operands, adaptCommand.operands);
-  const std::string path = operands.back();
-  operands.pop_back();
+  if (!settings.family.empty()) {
+    const Family family = ReadFamily(settings.family);
+    for (const auto& [word, value] : family.options) {
+      const auto option =
+          std::ranges::find_if(options, [&](const Option& row) { return row.name == "--" + word; });
+      if (option == std::end(options))
+        throw UsageError(family.name + " has a line '" + word + "', and there is no option --" +
+                         word);
+      Set(request, *option, value);
+    }
+  }
+  for (const auto& [option, value] : settings.given)
+    Set(request, *option, value);
+  return request;
+}
+
+int RunAdapt(Settings settings) {
+  AdaptRequest request = RequestOf(settings);
+  const std::string path = settings.files.back();
+  settings.files.pop_back();
   std::vector<SourceModel> sources;
-  for (const std::string& part : operands)
+  for (const std::string& part : settings.files)
     sources.push_back(ReadSourceModel(ReadModelFile(part)));
   ContinueInChild();
-  Engine engine;
-  const Plan plan = MakePlan(ReadSources(engine.Runtime(), std::move(sources), request), request);
+  const auto engine = OpenEngine();
+  const Plan plan = MakePlan(ReadSources(*engine, std::move(sources), request), request);
   const Plan step = plan.needsStep ? BuildStep(plan, request) : plan;
-  const Adapted adapted = Adapt(engine.Runtime(), step, request);
-  AssembleStream(engine.Runtime(), adapted.bytes.data(), adapted.bytes.size(), 2, 2,
-                 static_cast<std::uint64_t>(plan.framing.hop));
+  const Adapted adapted = Adapt(*engine, step, request);
+  const auto model = Dnn::LoadLearningModel(*engine, adapted.bytes.data(), adapted.bytes.size());
+  AssembleStream(engine, model, 2, 2, static_cast<std::uint64_t>(plan.framing.hop));
   OutputFile out(path);
   if (const int error = WriteFully(out.Get(), adapted.bytes.data(), adapted.bytes.size()))
     throw Refusal("cannot write " + out.Name() + ": " + SystemErrorText(error));
@@ -281,20 +296,46 @@ int RunAdapt(Arguments arguments) {
   return ExitStatus::Ok;
 }
 
+std::function<int()> Declare(CLI::App& line) {
+  const auto s = std::make_shared<Settings>();
+  const auto listed = std::make_shared<bool>(false);
+  line.add_option("IN... OUT", s->files);
+  for (const Option& option : options) {
+    const auto take = [s, &option](const std::string& text) {
+      s->given.emplace_back(&option, text);
+    };
+    if (*option.value != 0)
+      AddOption(line, option.name, option.value, option.help, take);
+    else
+      line.add_flag_callback(
+          option.name, [take] { take({}); }, option.help);
+  }
+  AddOption(line, "--like", "FAMILY", "options of a known family, or of a file of such",
+            [s](const std::string& text) { s->family = text; });
+  AddFlag(line, "--families", *listed, "lists the known families");
+  return [s, listed] {
+    if (*listed) return PrintFamilies();
+    if (s->files.size() < 2)
+      throw UsageError(s->files.empty() ? "IN is required" : "OUT is required");
+    return RunAdapt(*s);
+  };
+}
+
 }  // namespace
 
 constinit const Command adaptCommand = {
     "adapt",
-    "IN... OUT",
     "make a streaming model of another form one of the library's contract",
-    "IN is an ONNX model that is given spectra window by window and keeps recurrent states: one\n"
-    "tensor of real and imaginary part, or two; bins before or after time; one window per call or\n"
-    "many. OUT holds the same model in the form that the library takes, with its metadata, looped\n"
-    "over windows and channels where it does one at a time. Both are run on the same noise, and "
-    "OUT\n"
-    "is written only if they agree.\n",
-    [](std::ostream& out) { PrintOptions<AdaptRequest>(out, options); },
-    RunAdapt,
+    "IN is an ONNX model that is given one window at a time and keeps recurrent states; several "
+    "are\n"
+    "parts in a row, each given what the one before it returns. OUT, the last file, holds the same "
+    "in\n"
+    "the form that the library takes, with its metadata: windows, transforms and overlap written "
+    "into\n"
+    "the graph where the library does not have them, looped over windows and channels where the "
+    "model\n"
+    "does one at a time. No file says all that has to be known: what is assumed is printed.\n",
+    Declare,
 };
 
 }  // namespace Orvik::Tesmo::Tool

@@ -1,12 +1,12 @@
 #include "bench/timed_stream.h"
-#include "command.h"
 #include "command_line/child_process.h"
+#include "command_line/command.h"
 #include "diagnosis/refusals.h"
 #include "diagnosis/report.h"
 #include "model/engine.h"
 #include "model/model_file.h"
 #include "runtime/model_loading.h"
-#include "stream/assemble_stream.h"
+#include "stream/set_up.h"
 
 #include <algorithm>
 #include <cstdio>
@@ -18,37 +18,21 @@ namespace Orvik::Tesmo::Tool {
 namespace {
 
 struct Settings {
+  std::string model;
   StreamRequest stream;
   std::uint64_t seconds = 10, blocks = 1'000'000;
-};
-
-using Value = std::string_view;
-constexpr Option<Settings> options[] = {
-    {"--channels", "N", "channels of the stream (default: as the model fixes them, else 2)",
-     [](Settings& s, Value value) { s.stream.channelCount = ParseCount(value, 1, mostChannels); }},
-    {"--sequence", "N",
-     "windows per evaluation of the single blocks (default: the model's, else 4)",
-     [](Settings& s, Value value) { s.stream.sequenceSize = ParseCount(value, 1, mostWindows); }},
-    {"--block", "N", "frames of the single blocks (default: one hop of the model)",
-     [](Settings& s, Value value) {
-       s.stream.blockFrames = ParseCount(value, 1, mostBlockFrames);
-     }},
-    {"--seconds", "N", "time for the tables, and again for the single blocks (default: 10)",
-     [](Settings& s, Value value) { s.seconds = ParseCount(value, 1, 86400); }},
-    {"--blocks", "N", "single blocks at most (default: 1000000)",
-     [](Settings& s, Value value) { s.blocks = ParseCount(value, 1, 100'000'000); }},
 };
 
 /// A model that the library takes, and the streams over it.
 class Bench {
 public:
-  Bench(const std::string& path, StreamRequest& request) : file(ReadModelFile(path)) {
+  Bench(const std::string& path, StreamRequest& request) {
+    const ModelFile file = ReadModelFile(path);
     ContinueInChild();
-    engine.emplace();
+    engine = OpenEngine();
     std::optional<ModelDescription> description;
     try {
-      const auto model =
-          Dnn::LoadLearningModel(engine->Runtime(), file.bytes.data(), file.bytes.size());
+      model = Dnn::LoadLearningModel(*engine, file.bytes.data(), file.bytes.size());
       description = DescribeModel(*model);
       facts.emplace(*model);
       request = facts->Settle(request);
@@ -64,14 +48,14 @@ public:
   double RateHz() const { return facts->sampleRateHz > 0 ? facts->sampleRateHz : 48000; }
 
   TimedStream MakeStream(const StreamRequest& settled) {
-    return {AssembleStream(engine->Runtime(), file.bytes.data(), file.bytes.size(),
-                           settled.sequenceSize, settled.channelCount, settled.blockFrames),
+    return {AssembleStream(engine, model, settled.sequenceSize, settled.channelCount,
+                           settled.blockFrames),
             settled, facts->layout.GetHopLength()};
   }
 
 private:
-  ModelFile file;
-  std::optional<Engine> engine;
+  std::shared_ptr<Platform::Runtime> engine;
+  std::shared_ptr<Platform::Model> model;
   std::optional<ModelFacts> facts;
 };
 
@@ -181,11 +165,8 @@ void PrintBlocks(Bench& bench, const Settings& settings) {
   if (!times.others.empty()) PrintKind("without it: ", times.others, blockSeconds);
 }
 
-int RunBench(Arguments arguments) {
-  Settings settings;
-  const auto operands = ParseArguments<Settings>(arguments, options, settings);
-  ExpectOperands(operands, benchCommand.operands);
-  Bench bench(operands[0], settings.stream);
+int RunBench(Settings& settings) {
+  Bench bench(settings.model, settings.stream);
   const ModelFacts& facts = bench.Facts();
   std::cout << PrintableText(facts.info.GetName()) << ": "
             << Counted(settings.stream.channelCount, "channel") << ", "
@@ -197,19 +178,32 @@ int RunBench(Arguments arguments) {
   return ExitStatus::Ok;
 }
 
+std::function<int()> Declare(CLI::App& line) {
+  const auto s = std::make_shared<Settings>();
+  AddOperand(line, "MODEL", s->model);
+  AddCount(line, "--channels", s->stream.channelCount, 1, mostChannels,
+           "channels of the stream (default: as the model fixes them, else 2)");
+  AddCount(line, "--sequence", s->stream.sequenceSize, 1, mostWindows,
+           "windows per evaluation of the single blocks (default: the model's, else 4)");
+  AddCount(line, "--block", s->stream.blockFrames, 1, mostBlockFrames,
+           "frames of the single blocks (default: one hop of the model)");
+  AddCount(line, "--seconds", s->seconds, 1, 86400,
+           "time for the tables, and again for the single blocks (default: 10)");
+  AddCount(line, "--blocks", s->blocks, 1, 100'000'000, "single blocks at most (default: 1000000)");
+  return [s] { return RunBench(*s); };
+}
+
 }  // namespace
 
 constinit const Command benchCommand = {
     "bench",
-    "MODEL",
     "time a model on this machine, over windows per evaluation and block lengths",
     "Runs streams over the model on noise and prints tables to choose sizes by: latency, "
     "real-time\n"
     "factor, and the block in which the model runs against the time that it lasts. Then the\n"
     "median, the rare and the worst of many single blocks. All is measured on one core, with\n"
     "whatever else runs on the machine.\n",
-    [](std::ostream& out) { PrintOptions<Settings>(out, options); },
-    RunBench,
+    Declare,
 };
 
 }  // namespace Orvik::Tesmo::Tool

@@ -1,4 +1,4 @@
-#include "command.h"
+#include "command_line/command.h"
 #include "diagnosis/refusals.h"
 #include "diagnosis/report.h"
 #include "model/engine.h"
@@ -190,19 +190,14 @@ int PrintRefusal(const ModelFile& file, const ModelDescription* model) {
   return ExitStatus::Refused;
 }
 
-int Info(Arguments arguments) {
-  struct NoSettings {
-  } none;
-  const auto operands = ParseArguments<NoSettings>(arguments, {}, none);
-  ExpectOperands(operands, infoCommand.operands);
-  const ModelFile file = ReadModelFile(operands[0]);
-  Engine engine;
+int Info(const std::string& path) {
+  const ModelFile file = ReadModelFile(path);
+  const auto engine = OpenEngine();
   std::optional<ModelDescription> model;
   std::optional<ModelFacts> facts;
   int status = ExitStatus::Ok;
   try {
-    const auto loaded =
-        Dnn::LoadLearningModel(engine.Runtime(), file.bytes.data(), file.bytes.size());
+    const auto loaded = Dnn::LoadLearningModel(*engine, file.bytes.data(), file.bytes.size());
     model = DescribeModel(*loaded);
     facts.emplace(*loaded);
   } catch (...) {
@@ -226,19 +221,23 @@ int Info(Arguments arguments) {
   return status;
 }
 
+std::function<int()> Declare(CLI::App& line) {
+  const auto path = std::make_shared<std::string>();
+  AddOperand(line, "MODEL", *path);
+  return [path] { return Info(*path); };
+}
+
 }  // namespace
 
 constinit const Command infoCommand = {
     "info",
-    "MODEL",
     "print what a model declares: tensors, sizes, classes, metadata, latency",
     "Prints the inputs and outputs with the meaning of their dimensions, window, hop, states,\n"
     "classes, channel bindings, metadata with the defaults marked, and the latency for usual "
     "block\n"
     "lengths. A free dimension is a star. Whether the library takes the model at certain sizes is\n"
     "the business of 'kalvrin check'.\n",
-    nullptr,
-    Info,
+    Declare,
 };
 
 }  // namespace Orvik::Tesmo::Tool

@@ -226,7 +226,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   runtime.SetRecording(false);
   std::unique_ptr<Dnn::Kalvrin> core;
   const std::string outcome = TestSupport::Outcome([&] {
-    core = std::make_unique<Dnn::Kalvrin>(runtime, "model", 5, request.sequence, request.channels);
+    core = std::make_unique<Dnn::Kalvrin>(runtime.Shared(), runtime.Load(), request.sequence,
+                                          request.channels);
   });
   Expect((core != nullptr) == verdict.taken, "%s; the contract %s the model", outcome.c_str(),
          verdict.taken ? "takes" : "refuses");

@@ -1,7 +1,7 @@
 // A host that calls every operation in any order, beside the plain model of a stream.
 
-#include "stream/assemble_stream.h"
 #include "stream/reference_stream.h"
+#include "stream/set_up.h"
 #include "support/fake_platform.h"
 #include "support/input.h"
 #include "support/outcome.h"
@@ -86,8 +86,8 @@ public:
         noise(input.Number(0, 255)) {
     runtime.SetRecording(false);
     const std::uint64_t sequence = input.Flag() ? sizes.sequence : 0;
-    stream =
-        Orvik::Tesmo::AssembleStream(runtime, "model", 5, sequence, sizes.channels, sizes.block);
+    stream = Orvik::Tesmo::AssembleStream(runtime.Shared(), runtime.Load(), sequence,
+                                          sizes.channels, sizes.block);
     Expect(stream->GetSampleRate() == 16000, "sample rate");
     reference.SetRule(
         [this](std::size_t channel, const Planar& windows) { return Mixed(channel, windows); });

@@ -1,7 +1,7 @@
 // The LADSPA library: each model in the folder "kalvrin" beside it, in the forms that its
 // description lists.
 
-#include "stream/library_folder.h"
+#include "stream/set_up.h"
 #include "wrapper/instance.h"
 
 #include <ladspa.h>

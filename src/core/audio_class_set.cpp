@@ -8,15 +8,12 @@ namespace Orvik::Tesmo::Dnn {
 
 namespace {
 
-RT_CONST constexpr char IdRefusal[] = "Audio class ID out of range";
-RT_CONST constexpr char GainRefusal[] = "Linear gain out of range";
-
 RT_CODE void CheckId(std::uint32_t id, std::uint32_t count) {
-  if (id >= count) throw ContractException(IdRefusal);
+  if (id >= count) throw ContractException(RefusalReason::ClassIdOutOfRange);
 }
 
 RT_CODE void StoreGain(std::atomic<float>& place, float gain) {
-  if (gain < 0.0F) throw ContractException(GainRefusal);
+  if (gain < 0.0F) throw ContractException(RefusalReason::GainOutOfRange);
   place.store(gain, std::memory_order_relaxed);
 }
 
@@ -101,7 +98,7 @@ RT_CODE AudioClassRef ConcatenatedAudioClassSet::LocateClass(std::uint32_t id) c
     if (local < memberCount) return {member, local};
     local -= memberCount;
   }
-  throw ContractException(IdRefusal);
+  throw ContractException(RefusalReason::ClassIdOutOfRange);
 }
 
 RT_CODE std::int32_t FindAudioClass(const AudioClassSet& classes, const char16_t* name) {

@@ -42,11 +42,12 @@ ProcessingGeometry RequestedGeometry(const Platform::Model& model, const ModelLa
 
 }  // namespace
 
-RT_CODE Kalvrin::Kalvrin(Platform::Runtime& runtime, const void* modelData, std::uint64_t modelSize,
-                         std::uint64_t sequenceSize, std::uint64_t channelCount)
-    : runtime(runtime), model(LoadLearningModel(runtime, modelData, modelSize)), layout(*model),
-      info(*model), device(CreateCpuDevice(runtime)),
-      session(CreateSession(runtime, model, device)), binding(CreateBinding(runtime, session)),
+RT_CODE Kalvrin::Kalvrin(std::shared_ptr<Platform::Runtime> usedRuntime,
+                         std::shared_ptr<Platform::Model> usedModel, std::uint64_t sequenceSize,
+                         std::uint64_t channelCount)
+    : runtime(std::move(usedRuntime)), model(std::move(usedModel)), layout(*model), info(*model),
+      device(CreateCpuDevice(*runtime)), session(CreateSession(*runtime, model, device)),
+      binding(CreateBinding(*runtime, session)),
       geometry(RequestedGeometry(*model, layout, info, sequenceSize, channelCount)),
       spectralPath(layout), classList(info), restClass(RestName),
       allClasses({&classList, &restClass}) {
@@ -116,7 +117,7 @@ RT_CODE void Kalvrin::Reconfigure(std::uint64_t newChannelCount, std::uint64_t n
   ProcessingGeometry newGeometry = geometry;
   newGeometry.channelCount = newChannelCount;
   newGeometry.sequenceSize = newSequenceSize;
-  ModelBinding newTensors(runtime, *model, layout, classList.GetCount(), newGeometry);
+  ModelBinding newTensors(*runtime, *model, layout, classList.GetCount(), newGeometry);
   std::vector<std::int32_t> newIndex = MapChannelBindings(newChannelCount);
 
   const auto exchange = [&]() noexcept {

@@ -25,13 +25,13 @@ namespace Orvik::Tesmo::Dnn {
 /// Threads: one operation at a time, but the gain operations may run during EvaluateWindow.
 class Kalvrin {
 public:
-  /// Does all the slow work. `runtime` outlives the object; `modelData` and `modelSize` as
-  /// LoadLearningModel takes them. `sequenceSize`: windows per evaluation, S; 0 takes the model's
+  /// Does all the slow work but the loading. `model` is one that `runtime` has loaded; both are
+  /// kept, and cores may share them. `sequenceSize`: windows per evaluation, S; 0 takes the model's
   /// own, else 4. `channelCount`: C, from 1.
   /// Throws ContractException and WinML::CException for a model or sizes outside the contract, the
   /// JSON parser's exceptions, std::range_error, DSP::IPPException, std::bad_alloc, and the
   /// platform's failures.
-  Kalvrin(Platform::Runtime& runtime, const void* modelData, std::uint64_t modelSize,
+  Kalvrin(std::shared_ptr<Platform::Runtime> runtime, std::shared_ptr<Platform::Model> model,
           std::uint64_t sequenceSize, std::uint64_t channelCount);
   virtual ~Kalvrin();
   Kalvrin(const Kalvrin&) = delete;
@@ -82,7 +82,7 @@ private:
   void MixDry(float restGain);
   void UnpackOutput(float* tensor, float restGain);
 
-  Platform::Runtime& runtime;
+  std::shared_ptr<Platform::Runtime> runtime;
   std::shared_ptr<Platform::Model> model;
   ModelLayout layout;
   ModelInfo info;

@@ -25,8 +25,7 @@ std::vector<RecurrentBinding> PairStates(Platform::Runtime& runtime, const Platf
   std::uint32_t inputCount = 0, outputCount = 0;
   CheckResult(inputs->GetSize(inputCount));
   CheckResult(outputs->GetSize(outputCount));
-  if (inputCount != outputCount)
-    throw WinML::CException("Model is not compatible with automatic buffer binding");
+  if (inputCount != outputCount) throw WinML::CException(RefusalReason::StatesDoNotPair);
 
   std::vector<RecurrentBinding> recurrent;
   for (std::uint32_t i = 1; i < inputCount; ++i) {

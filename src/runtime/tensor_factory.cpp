@@ -9,9 +9,9 @@ std::shared_ptr<Platform::Tensor> CreateTensor(Platform::Runtime& runtime, std::
                                                const Platform::Shape& shape) {
   namespace TensorKind = Platform::TensorKind;
   if (kind == TensorKind::Undefined || kind > TensorKind::Complex128)
-    throw WinML::CException("Invalid tensor kind");
+    throw WinML::CException(RefusalReason::StateKindIsInvalid);
   if (kind == TensorKind::Complex64 || kind == TensorKind::Complex128)
-    throw WinML::CException("Kensor kind is not supported yet");
+    throw WinML::CException(RefusalReason::StateKindIsUnsupported);
   ElementCount(shape);
   std::shared_ptr<Platform::Tensor> tensor;
   CheckResult(runtime.CreateTensor(kind, shape, tensor));

@@ -31,7 +31,7 @@ using Buffer = FloatArray;
 /// As many zeros as the product of `factors`. Throws ContractException when BufferFits says no,
 /// std::bad_alloc.
 inline Buffer MakeBuffer(std::initializer_list<std::uint64_t> factors) {
-  if (!BufferFits(factors)) throw ContractException("Stream sizes out of range");
+  if (!BufferFits(factors)) throw ContractException(RefusalReason::SizesOutOfRange);
   std::size_t length = 1;
   for (const std::uint64_t factor : factors)
     length *= factor;

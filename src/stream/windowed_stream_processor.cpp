@@ -12,10 +12,9 @@ WindowedStreamProcessor::WindowedStreamProcessor(std::unique_ptr<Dnn::Kalvrin> c
                                                  std::unique_ptr<OverlapAddStage> overlapAdd,
                                                  std::uint64_t sequenceSize,
                                                  std::uint64_t channelCount,
-                                                 std::uint64_t blockFrames,
-                                                 std::shared_ptr<const void> keeps)
-    : keeps(std::move(keeps)), sequenceSize(sequenceSize), channelCount(channelCount),
-      blockFrames(blockFrames), core(std::move(core)), overlapAdd(std::move(overlapAdd)),
+                                                 std::uint64_t blockFrames)
+    : sequenceSize(sequenceSize), channelCount(channelCount), blockFrames(blockFrames),
+      core(std::move(core)), overlapAdd(std::move(overlapAdd)),
       sampleRate(this->core->GetSampleRate()), readCursor(0), writeCursor(0),
       arrays(MakeArrays(sequenceSize, channelCount)) {
   readCursor = PrefillFrames();
@@ -43,7 +42,7 @@ WindowedStreamProcessor::Arrays
 WindowedStreamProcessor::MakeArrays(std::uint64_t newSequenceSize,
                                     std::uint64_t newChannelCount) const {
   if (!SizesFit(newSequenceSize, newChannelCount))
-    throw ContractException("Stream sizes out of range");
+    throw ContractException(RefusalReason::SizesOutOfRange);
   const std::uint64_t ringFrames = core->GetHopLength() * newSequenceSize;
   const std::uint64_t stagingFrames = std::max(blockFrames, ringFrames);
   Arrays made;

@@ -19,14 +19,12 @@ namespace Orvik::Tesmo {
 /// whole.
 class WindowedStreamProcessor final : public StreamProcessor {
 public:
-  /// `sequenceSize` and `channelCount` are those that `core` and `overlapAdd` have. `keeps`: what
-  /// `core` needs for its life, if anything; let go after it. Throws
+  /// `sequenceSize` and `channelCount` are those that `core` and `overlapAdd` have. Throws
   /// ContractException on a size of 0 or beyond MaxBufferFloats, std::bad_alloc, and what `core`
   /// throws when asked for its sample rate.
   WindowedStreamProcessor(std::unique_ptr<Dnn::Kalvrin> core,
                           std::unique_ptr<OverlapAddStage> overlapAdd, std::uint64_t sequenceSize,
-                          std::uint64_t channelCount, std::uint64_t blockFrames,
-                          std::shared_ptr<const void> keeps = nullptr);
+                          std::uint64_t channelCount, std::uint64_t blockFrames);
   ~WindowedStreamProcessor() override;
 
   std::int32_t GetSampleRate() override;
@@ -57,7 +55,6 @@ private:
   void Resize(std::uint64_t newSequenceSize, std::uint64_t newChannelCount,
               bool (Dnn::Kalvrin::*changeCore)(std::uint64_t), std::uint64_t changedTo);
 
-  std::shared_ptr<const void> keeps;
   std::uint64_t sequenceSize;
   std::uint64_t channelCount;
   std::uint64_t blockFrames;

@@ -5,8 +5,8 @@
 #include "batch/batch_progress.h"
 #include "bench/timed_stream.h"
 #include "command_line/errors.h"
-#include "command_line/gains.h"
 #include "command_line/progress_bar.h"
+#include "command_line/values.h"
 
 #include <gtest/gtest.h>
 

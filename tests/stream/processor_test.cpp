@@ -1,6 +1,6 @@
 // The stream over a scripted engine: refusals, and the heap running out.
 
-#include "stream/assemble_stream.h"
+#include "stream/set_up.h"
 
 #include "failure/exceptions.h"
 #include "stream/compared_stream.h"
@@ -40,7 +40,8 @@ FakeModel ModelFor(const StreamSizes& sizes) {
 }
 
 Stream Assemble(FakeRuntime& runtime, const StreamSizes& sizes) {
-  return AssembleStream(runtime, "model", 5, sizes.sequence, sizes.channels, sizes.block);
+  return AssembleStream(runtime.Shared(), runtime.Load(), sizes.sequence, sizes.channels,
+                        sizes.block);
 }
 
 /// Makes streams each on an engine of its own, and keeps the engines.
@@ -54,20 +55,17 @@ struct Maker {
   std::deque<FakeRuntime> runtimes;
 };
 
-TEST(Processor, WhatIsOutOfRangeIsRefusedAndBeforeTheModelIsLoaded) {
-  const struct {
-    const void* model;
-    std::uint64_t channels, block;
-  } rows[] = {{nullptr, 1, 4}, {"model", 0, 4}, {"model", 1, 0}, {"model", 2, 1ULL << 63}};
-  for (const auto& row : rows) {
-    FakeRuntime runtime(ModelFor({}));
-    EXPECT_THROW(AssembleStream(runtime, row.model, 5, 2, row.channels, row.block),
+TEST(Processor, WhatIsOutOfRangeIsRefusedBeforeTheCoreIsBuilt) {
+  const struct { std::uint64_t channels, block; } rows[] = {{0, 4}, {1, 0}, {2, 1ULL << 63}};
+  FakeRuntime runtime(ModelFor({}));
+  const auto model = runtime.Load();
+  runtime.ClearCalls();
+  for (const auto& row : rows)
+    EXPECT_THROW(AssembleStream(runtime.Shared(), model, 2, row.channels, row.block),
                  ContractException)
         << row.channels << " channels, blocks of " << row.block;
-    EXPECT_TRUE(runtime.GetCalls().empty());
-  }
-  FakeRuntime runtime(ModelFor({}));
-  auto core = std::make_unique<Kalvrin>(runtime, "model", 5, 2, 1);
+  EXPECT_TRUE(runtime.GetCalls().empty());
+  auto core = std::make_unique<Kalvrin>(runtime.Shared(), model, 2, 1);
   EXPECT_THROW(OverlapAddStage(4, 0, 1, 0), ContractException);
   EXPECT_THROW(WindowedStreamProcessor(std::move(core), nullptr, 2, 1, 0), ContractException);
 }

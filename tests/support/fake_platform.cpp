@@ -370,6 +370,12 @@ ResultCode FakeRuntime::CreateDevice(Platform::DeviceKind,
   return Make<FakeDevice>(script, "CreateDevice", device);
 }
 
+std::shared_ptr<Platform::Model> FakeRuntime::Load() {
+  std::shared_ptr<Platform::Model> model;
+  CheckResult(LoadModel("model", 5, model));
+  return model;
+}
+
 ResultCode FakeRuntime::CreateSessionOptions(std::shared_ptr<Platform::SessionOptions>& options) {
   return Make<FakeOptions>(script, "CreateSessionOptions", options);
 }

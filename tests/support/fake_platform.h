@@ -77,6 +77,11 @@ public:
   /// Takes FailCall back. True where the call has failed in the meantime.
   bool StopFailing();
 
+  /// For what keeps its engine: this object, which outlives the pointer.
+  std::shared_ptr<Platform::Runtime> Shared() { return {std::shared_ptr<void>(), this}; }
+  /// The scripted model, loaded. Throws the failure that was asked for.
+  std::shared_ptr<Platform::Model> Load();
+
   /// Objects made and not yet destroyed.
   std::int64_t GetLiveObjects() const { return script->liveObjects; }
   /// Acquire without its Release.

@@ -131,7 +131,7 @@ std::vector<double> SynthesisWindow(const std::vector<double>& analysis, std::si
 /// A family: options of models that are known, in a text file.
 struct Family {
   std::string name, about;
-  std::vector<std::string> options;  ///< "--window=hann:400"
+  NamePairs options;  ///< "window", "hann:400"
 };
 /// `text`: a file, or the name of an installed family. Each line is an option without its dashes
 /// and its value; # begins a comment, of which the first line is `about`.

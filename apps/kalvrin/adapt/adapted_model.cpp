@@ -60,9 +60,22 @@ private:
     }
     GraphWriter::Declare(*bodyGraph.add_input(), one.audio, Platform::TensorKind::Float);
     const PartValues result = body(writer, one);
-    for (std::size_t i = 0; i < result.states.size(); ++i)
-      GraphWriter::Declare(*bodyGraph.add_output(), result.states[i], roles.states[i].input.kind);
+    // The engine wants the shapes of a loop's results, and does not always find them itself.
+    for (std::size_t i = 0; i < result.states.size(); ++i) {
+      onnx::ValueInfoProto& feature = *bodyGraph.add_output();
+      GraphWriter::Declare(feature, result.states[i], roles.states[i].input.kind);
+      std::vector<std::int64_t> shape = AdaptedStateShape(roles.states[i], loops);
+      if (loops.overChannels) shape.erase(shape.begin());
+      DeclareShape(feature, shape, {"channels"});
+    }
     GraphWriter::Declare(*bodyGraph.add_output(), result.audio, Platform::TensorKind::Float);
+    std::vector<std::int64_t> shape = {roles.classCount};
+    if (!loops.overChannels) shape.push_back(0);
+    if (slicesStates) shape.push_back(0);  // all windows of one channel
+    shape.push_back(roles.outputSize);
+    if (IsSpectral(roles.feature)) shape.push_back(2);
+    DeclareShape(*bodyGraph.mutable_output(bodyGraph.output_size() - 1), shape,
+                 {slicesStates ? "windows" : "channels"});
 
     onnx::NodeProto& node = graph.Node("Scan", inputs);
     std::vector<std::int64_t> inAxes = {axis}, outAxes = {outAxis};

@@ -2,7 +2,8 @@
 // models, which are files of such words.
 
 #include "adapt/adapt.h"
-#include "command_line/arguments.h"
+#include "command_line/errors.h"
+#include "command_line/values.h"
 
 #include <algorithm>
 #include <array>
@@ -123,8 +124,7 @@ Family ReadFamilyFile(const std::filesystem::path& path) {
     if (line.empty()) continue;
     const std::size_t end = std::min(line.find_first_of(" \t"), line.size());
     const std::string_view value = Trimmed(line.substr(end));
-    family.options.push_back("--" + std::string(line.substr(0, end)) +
-                             (value.empty() ? std::string() : "=" + std::string(value)));
+    family.options.emplace_back(line.substr(0, end), value);
   }
   return family;
 }

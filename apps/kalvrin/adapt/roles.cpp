@@ -360,7 +360,7 @@ std::vector<SourceTensor> WithoutStates(const std::vector<SourceTensor>& candida
 /// Of several candidates those whose names say that they are states go, unless nothing is left.
 void PreferNoStates(std::vector<SourceTensor>& candidates) {
   const auto saysState = [](const SourceTensor& tensor) {
-    static const std::set<std::string> words = {"cache",  "state",  "states", "hidden", "h",   "c",
+    static const std::set<std::string> words = {"cache",  "state",  "states", "hidden",  "h",   "c",
                                                 "memory", "buffer", "hist",   "history", "past"};
     return std::ranges::any_of(Words(tensor.name),
                                [](const std::string& word) { return words.contains(word); });
@@ -496,12 +496,12 @@ public:
     const auto guess = [&](const SourceTensor& tensor) {
       if (roles.result == Result::Gate) return GuessGateLayout(tensor);
       if (!isComplex) return GuessOutputLayout(tensor, expected);
-      // The parts may stand together on one side and apart on the other. Together is tried first.
-      Expected together = expected;
-      together.hasParts = outputLayout.empty() || expected.hasParts;
-      const auto layout = GuessOutputLayout(tensor, together);
-      together.hasParts = false;
-      return layout || !outputLayout.empty() ? layout : GuessOutputLayout(tensor, together);
+      const auto layout = GuessOutputLayout(tensor, expected);
+      if (layout || !outputLayout.empty()) return layout;
+      // The parts may stand together on one side and apart on the other.
+      Expected other = expected;
+      other.hasParts = !expected.hasParts;
+      return GuessOutputLayout(tensor, other);
     };
     roles.outputs = Named(source.outputs, request.outputs);
     if (roles.outputs.empty()) {

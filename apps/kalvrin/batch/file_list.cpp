@@ -3,9 +3,9 @@
 #include "audio/audio_format.h"
 #include "audio/descriptor.h"
 #include "audio/file_names.h"
-#include "command_line/arguments.h"
 #include "command_line/errors.h"
 #include "command_line/interrupt.h"
+#include "command_line/values.h"
 
 #include <algorithm>
 #include <cerrno>

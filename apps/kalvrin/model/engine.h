@@ -1,25 +1,14 @@
 #pragma once
 
 #include "platform/platform.h"
-#include "stream/runtime_modules.h"
 
 #include <memory>
-#include <string>
 
 namespace Orvik::Tesmo::Tool {
 
-/// The inference engine, opened from where InstalledFile finds it. Chooses the kernels for this
-/// processor, too.
-class Engine {
-public:
-  /// Refusal where it is missing or does not work.
-  Engine();
-
-  Platform::Runtime& Runtime() { return *runtime; }
-
-private:
-  RuntimeModules modules;
-  std::shared_ptr<Platform::Runtime> runtime;
-};
+/// The inference engine, opened from where InstalledFile finds it; also selects the kernels for
+/// this processor. It outlives all that is made of it. Refusal where it is missing or does not
+/// work.
+std::shared_ptr<Platform::Runtime> OpenEngine();
 
 }  // namespace Orvik::Tesmo::Tool

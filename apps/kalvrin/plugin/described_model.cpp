@@ -11,7 +11,7 @@
 #include "render/mix.h"
 #include "runtime/model_loading.h"
 #include "runtime/text.h"
-#include "stream/assemble_stream.h"
+#include "stream/set_up.h"
 #include "wrapper/ports.h"
 
 #include <algorithm>
@@ -45,7 +45,8 @@ void TakeFacts(Plugin::Description& d, const ModelFacts& facts, const PluginRequ
 
 DescribedModel::DescribedModel(const std::string& path, const PluginRequest& request)
     : file(ReadModelFile(path)) {
-  Engine engine;
+  const auto engine = OpenEngine();
+  std::shared_ptr<Platform::Model> model;
   std::optional<ModelDescription> found;
   std::string refusal;
   description.isAlwaysSpread = request.isAlwaysSpread;
@@ -54,8 +55,7 @@ DescribedModel::DescribedModel(const std::string& path, const PluginRequest& req
     refusal = file.path + " is refused: " + explanation.reason + "; " + explanation.change;
   };
   try {
-    const auto model =
-        Dnn::LoadLearningModel(engine.Runtime(), file.bytes.data(), file.bytes.size());
+    model = Dnn::LoadLearningModel(*engine, file.bytes.data(), file.bytes.size());
     found = DescribeModel(*model);
     const ModelFacts facts(*model);
     TakeFacts(description, facts, request);
@@ -68,8 +68,7 @@ DescribedModel::DescribedModel(const std::string& path, const PluginRequest& req
   }
   for (const unsigned count : {1U, 2U}) {
     try {
-      AssembleStream(engine.Runtime(), file.bytes.data(), file.bytes.size(),
-                     description.sequenceSize, count, description.ChunkFrames());
+      AssembleStream(engine, model, description.sequenceSize, count, description.ChunkFrames());
       description.channelCounts.push_back(count);
     } catch (const std::bad_alloc&) {
       throw;  // which says nothing of the model

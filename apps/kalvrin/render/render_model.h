@@ -3,12 +3,12 @@
 #include "diagnosis/model_description.h"
 #include "diagnosis/model_facts.h"
 #include "kalvrin/stream_processor.h"
-#include "model/engine.h"
-#include "model/model_file.h"
+#include "platform/platform.h"
 
 #include <memory>
 #include <optional>
 #include <string>
+#include <utility>
 
 namespace Orvik::Tesmo::Tool {
 
@@ -16,8 +16,7 @@ namespace Orvik::Tesmo::Tool {
 class RenderModel {
 public:
   /// Only notes the path.
-  explicit RenderModel(std::string path);
-  ~RenderModel();
+  explicit RenderModel(std::string path) : path(std::move(path)) {}
 
   /// Reads and loads the model unless that has been done. Refusal where the file or the engine
   /// fails; else what the library refuses the model with.
@@ -32,17 +31,13 @@ public:
     return description ? &*description : nullptr;
   }
 
-  /// After Load: a new stream, all its gains 0. Throws what the library refuses the sizes with. The
-  /// streams go before this object.
+  /// After Load: a new stream, all its gains 0. Throws what the library refuses the sizes with.
   std::unique_ptr<StreamProcessor> MakeStream(const Diagnosis::StreamRequest& settled);
 
 private:
-  class SharedModel;
-
   std::string path;
-  std::optional<ModelFile> file;
-  std::optional<Engine> engine;
-  std::unique_ptr<SharedModel> shared;
+  std::shared_ptr<Platform::Runtime> engine;
+  std::shared_ptr<Platform::Model> model;
   std::optional<Diagnosis::ModelDescription> description;
   std::optional<Diagnosis::ModelFacts> facts;
 };

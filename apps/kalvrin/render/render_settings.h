@@ -1,6 +1,6 @@
 #pragma once
 
-#include "command_line/gains.h"
+#include "command_line/values.h"
 #include "diagnosis/model_facts.h"
 
 #include <optional>

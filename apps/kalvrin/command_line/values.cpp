@@ -1,4 +1,4 @@
-#include "command_line/gains.h"
+#include "command_line/values.h"
 
 #include "command_line/errors.h"
 
@@ -30,6 +30,15 @@ double Number(std::string_view text) {
 }
 
 }  // namespace
+
+std::uint64_t ParseCount(std::string_view text, std::uint64_t least, std::uint64_t most) {
+  std::uint64_t value = 0;
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
+  if (error != std::errc{} || end != text.data() + text.size() || value < least || value > most)
+    throw UsageError("'" + std::string(text) + "' is not a whole number from " +
+                     std::to_string(least) + " to " + std::to_string(most));
+  return value;
+}
 
 float ParseGain(std::string_view text) {
   std::string_view number = text;

@@ -1,11 +1,15 @@
 #pragma once
 
-// Gains as people write them on a command line, and as they like to read them back.
+// Numbers and gains as people write them on a command line, and as they like to read them back.
 
+#include <cstdint>
 #include <string>
 #include <string_view>
 
 namespace Orvik::Tesmo::Tool {
+
+/// A whole number from `least` to `most`. UsageError.
+std::uint64_t ParseCount(std::string_view text, std::uint64_t least, std::uint64_t most);
 
 struct ClassGain {
   std::string name;  // UTF-8, as typed
