@@ -1,14 +1,13 @@
 #include "adapt/adapt.h"
-#include "audio/output_file.h"
-#include "command_line/child_process.h"
 #include "command_line/command.h"
 #include "command_line/values.h"
 #include "diagnosis/refusals.h"
 #include "diagnosis/report.h"
-#include "model/engine.h"
-#include "model/model_file.h"
+#include "model/model.h"
 #include "runtime/model_loading.h"
 #include "stream/set_up.h"
+#include "system/files.h"
+#include "system/process.h"
 
 #include <CLI/CLI.hpp>
 #include <algorithm>

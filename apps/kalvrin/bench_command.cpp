@@ -1,12 +1,11 @@
 #include "bench/timed_stream.h"
-#include "command_line/child_process.h"
 #include "command_line/command.h"
 #include "diagnosis/refusals.h"
 #include "diagnosis/report.h"
-#include "model/engine.h"
-#include "model/model_file.h"
+#include "model/model.h"
 #include "runtime/model_loading.h"
 #include "stream/set_up.h"
+#include "system/process.h"
 
 #include <algorithm>
 #include <cstdio>
@@ -23,41 +22,13 @@ struct Settings {
   std::uint64_t seconds = 10, blocks = 1'000'000;
 };
 
-/// A model that the library takes, and the streams over it.
-class Bench {
-public:
-  Bench(const std::string& path, StreamRequest& request) {
-    const ModelFile file = ReadModelFile(path);
-    ContinueInChild();
-    engine = OpenEngine();
-    std::optional<ModelDescription> description;
-    try {
-      model = Dnn::LoadLearningModel(*engine, file.bytes.data(), file.bytes.size());
-      description = DescribeModel(*model);
-      facts.emplace(*model);
-      request = facts->Settle(request);
-      MakeStream(request);
-    } catch (...) {
-      const auto why = ExplainCurrentException(description ? &*description : nullptr, request);
-      throw Refusal(file.path + " is refused: " + why.reason +
-                    (why.found.empty() ? "" : " (" + why.found + ")") + "; " + why.change);
-    }
-  }
+double RateHz(const LoadedModel& model) {
+  return model.Facts().sampleRateHz > 0 ? model.Facts().sampleRateHz : 48000;
+}
 
-  const ModelFacts& Facts() const { return *facts; }
-  double RateHz() const { return facts->sampleRateHz > 0 ? facts->sampleRateHz : 48000; }
-
-  TimedStream MakeStream(const StreamRequest& settled) {
-    return {AssembleStream(engine, model, settled.sequenceSize, settled.channelCount,
-                           settled.blockFrames),
-            settled, facts->layout.GetHopLength()};
-  }
-
-private:
-  std::shared_ptr<Platform::Runtime> engine;
-  std::shared_ptr<Platform::Model> model;
-  std::optional<ModelFacts> facts;
-};
+TimedStream MakeTimedStream(const LoadedModel& model, const StreamRequest& settled) {
+  return {model.MakeStream(settled), settled, model.Facts().layout.GetHopLength()};
+}
 
 std::string Format(const char* format, double value) {
   char text[32];
@@ -85,7 +56,7 @@ struct Table {
 };
 
 /// Latency and cost of the usual sizes and those asked for; "-" for sizes that the model refuses.
-void PrintTables(Bench& bench, const StreamRequest& asked, double seconds) {
+void PrintTables(const LoadedModel& model, const StreamRequest& asked, double seconds) {
   const auto sequences = WithChoice({1, 2, 4, 8}, asked.sequenceSize);
   const auto blocks = WithChoice({64, 128, 256, 480, 512, 1024}, asked.blockFrames);
   const double share = seconds / static_cast<double>(sequences.size() * blocks.size());
@@ -100,14 +71,14 @@ void PrintTables(Bench& bench, const StreamRequest& asked, double seconds) {
       const StreamRequest sizes = {asked.channelCount, sequenceSize, blockFrames};
       std::optional<TimedStream> stream;
       try {
-        stream.emplace(bench.MakeStream(sizes));
+        stream.emplace(MakeTimedStream(model, sizes));
       } catch (...) {  // the sizes asked for are not these: they have made a stream before
         for (Table* table : {&latency, &factor, &peak})
           table->rows.back().emplace_back("-");
         continue;
       }
       BlockTimes times = stream->Run(~std::uint64_t{0}, share);
-      const double blockSeconds = static_cast<double>(blockFrames) / bench.RateHz();
+      const double blockSeconds = static_cast<double>(blockFrames) / RateHz(model);
       const double audioSeconds = blockSeconds * static_cast<double>(times.Count());
       // from medians: what else runs on the machine is not the stream's
       const double evaluating = Quantile(times.evaluating, 0.5);
@@ -115,7 +86,7 @@ void PrintTables(Bench& bench, const StreamRequest& asked, double seconds) {
           evaluating * static_cast<double>(times.evaluating.size()) +
           Quantile(times.others, 0.5) * static_cast<double>(times.others.size());
       const double latencySeconds =
-          static_cast<double>(bench.Facts().Latency(sizes)) / bench.RateHz();
+          static_cast<double>(model.Facts().Latency(sizes)) / RateHz(model);
       latency.rows.back().push_back(Format("%.1f", 1000 * latencySeconds));
       factor.rows.back().push_back(Format("%.4f", streamSeconds / audioSeconds));
       peak.rows.back().push_back(Format("%.1f %%", 100 * evaluating / blockSeconds));
@@ -149,11 +120,11 @@ void PrintKind(const char* kind, std::vector<float>& times, double blockSeconds)
   PrintQuantiles("of its time", times, blockSeconds / 100, "%.1f %%");
 }
 
-void PrintBlocks(Bench& bench, const Settings& settings) {
-  TimedStream stream = bench.MakeStream(settings.stream);
+void PrintBlocks(const LoadedModel& model, const Settings& settings) {
+  TimedStream stream = MakeTimedStream(model, settings.stream);
   BlockTimes times = stream.Run(settings.blocks, static_cast<double>(settings.seconds));
-  const double blockSeconds = static_cast<double>(settings.stream.blockFrames) / bench.RateHz();
-  std::cout << "\nsingle blocks: " << StreamText(settings.stream, bench.Facts()) << "; "
+  const double blockSeconds = static_cast<double>(settings.stream.blockFrames) / RateHz(model);
+  std::cout << "\nsingle blocks: " << StreamText(settings.stream, model.Facts()) << "; "
             << Counted(times.Count(), "block") << " in " << DurationText(times.Sum()) << '\n';
   PrintCells("", {"median", "99 %", "99.9 %", "99.99 %", "worst"});
   if (!times.evaluating.empty()) {
@@ -166,15 +137,24 @@ void PrintBlocks(Bench& bench, const Settings& settings) {
 }
 
 int RunBench(Settings& settings) {
-  Bench bench(settings.model, settings.stream);
-  const ModelFacts& facts = bench.Facts();
+  const ModelFile file = ReadModelFile(settings.model);
+  ContinueInChild();
+  LoadedModel model(settings.model);
+  try {
+    model.Load(file);
+    settings.stream = model.Facts().Settle(settings.stream);
+    MakeTimedStream(model, settings.stream);
+  } catch (...) {
+    throw model.RefusalFor(settings.stream);
+  }
+  const ModelFacts& facts = model.Facts();
   std::cout << PrintableText(facts.info.GetName()) << ": "
             << Counted(settings.stream.channelCount, "channel") << ", "
-            << Counted(facts.layout.GetHopLength(), "frame") << " a hop, " << bench.RateHz()
-            << " Hz" << (facts.sampleRateHz > 0 ? "" : " (the model states no rate)") << '\n';
-  PrintTables(bench, settings.stream, static_cast<double>(settings.seconds));
+            << Counted(facts.layout.GetHopLength(), "frame") << " a hop, " << RateHz(model) << " Hz"
+            << (facts.sampleRateHz > 0 ? "" : " (the model states no rate)") << '\n';
+  PrintTables(model, settings.stream, static_cast<double>(settings.seconds));
   std::cout << std::flush;
-  PrintBlocks(bench, settings);
+  PrintBlocks(model, settings);
   return ExitStatus::Ok;
 }
 

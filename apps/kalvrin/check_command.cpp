@@ -1,11 +1,10 @@
-#include "command_line/child_process.h"
 #include "command_line/command.h"
 #include "diagnosis/refusals.h"
 #include "diagnosis/report.h"
-#include "model/engine.h"
-#include "model/model_file.h"
+#include "model/model.h"
 #include "runtime/model_loading.h"
 #include "stream/set_up.h"
+#include "system/process.h"
 
 #include <iostream>
 #include <optional>
@@ -16,22 +15,19 @@ namespace {
 int Check(const std::string& path, StreamRequest request) {
   const ModelFile file = ReadModelFile(path);
   ContinueInChild();
-  const auto engine = OpenEngine();
-  std::optional<ModelDescription> description;
+  LoadedModel model(path);
   try {
-    const auto model = Dnn::LoadLearningModel(*engine, file.bytes.data(), file.bytes.size());
-    description = DescribeModel(*model);
-    const ModelFacts facts(*model);
+    model.Load(file);
+    const ModelFacts& facts = model.Facts();
     request = facts.Settle(request);
-    AssembleStream(engine, model, request.sequenceSize, request.channelCount, request.blockFrames);
+    model.MakeStream(request);
     std::cout << "accepted: " << file.path << '\n';
     PrintField(std::cout, "stream", StreamText(request, facts));
     PrintField(std::cout, "latency", LatencyText(facts.Latency(request), facts));
     PrintNotes(std::cout, Notes(facts));
     return ExitStatus::Ok;
   } catch (...) {
-    const auto explanation =
-        ExplainCurrentException(description ? &*description : nullptr, request);
+    const auto explanation = ExplainCurrentException(model.Description(), request);
     std::cout << "refused: " << explanation.reason << '\n';
     PrintField(std::cout, "found", explanation.found);
     PrintField(std::cout, "expected", explanation.expected);

@@ -1,8 +1,7 @@
 #include "command_line/command.h"
 #include "diagnosis/refusals.h"
 #include "diagnosis/report.h"
-#include "model/engine.h"
-#include "model/model_file.h"
+#include "model/model.h"
 #include "runtime/metadata.h"
 #include "runtime/metadata_json.h"
 #include "runtime/model_loading.h"
@@ -61,7 +60,7 @@ void PrintFeatures(const char* title, const std::vector<FeatureDescription>& fea
   }
 }
 
-void PrintGeometry(const ModelFacts& facts, const StreamRequest& settled) {
+void PrintGeometry(const ModelFacts& facts) {
   const auto& layout = facts.layout;
   const std::uint64_t window = layout.GetWindowLength();
   PrintField(std::cout, "works on",
@@ -72,7 +71,7 @@ void PrintGeometry(const ModelFacts& facts, const StreamRequest& settled) {
   PrintField(std::cout, "hop", LatencyText(layout.GetHopLength(), facts));
   const bool own = facts.info.GetBaselineSequenceSize() != 0;
   PrintField(std::cout, "sequence",
-             Counted(settled.sequenceSize, "window") + " per evaluation, " +
+             Counted(facts.Settle({}).sequenceSize, "window") + " per evaluation, " +
                  (own ? "the model's own choice" : "the library's default"));
   PrintField(std::cout, "lookahead",
              Counted(static_cast<std::uint64_t>(facts.lookahead), "window"));
@@ -174,7 +173,8 @@ std::vector<std::string> SecondReadings(const ModelFacts& facts) {
   return notes;
 }
 
-void PrintLatencies(const ModelFacts& facts, StreamRequest settled) {
+void PrintLatencies(const ModelFacts& facts) {
+  StreamRequest settled = facts.Settle({});
   std::cout << "latency with " << Counted(settled.sequenceSize, "window") << " per evaluation\n";
   for (const std::uint64_t block : {32, 64, 128, 256, 480, 512, 960, 1024, 2048, 4096}) {
     settled.blockFrames = block;
@@ -183,42 +183,31 @@ void PrintLatencies(const ModelFacts& facts, StreamRequest settled) {
   }
 }
 
-int PrintRefusal(const ModelFile& file, const ModelDescription* model) {
-  const auto explanation = ExplainCurrentException(model, {});
-  std::cerr << "kalvrin: " << file.path << " is refused: " << explanation.reason << "; "
-            << explanation.change << '\n';
-  return ExitStatus::Refused;
-}
-
 int Info(const std::string& path) {
   const ModelFile file = ReadModelFile(path);
-  const auto engine = OpenEngine();
-  std::optional<ModelDescription> model;
-  std::optional<ModelFacts> facts;
-  int status = ExitStatus::Ok;
+  LoadedModel model(path);
+  std::optional<Refusal> refusal;
   try {
-    const auto loaded = Dnn::LoadLearningModel(*engine, file.bytes.data(), file.bytes.size());
-    model = DescribeModel(*loaded);
-    facts.emplace(*loaded);
+    model.Load(file);
   } catch (...) {
-    status = PrintRefusal(file, model ? &*model : nullptr);
+    refusal = model.RefusalFor({});
+    if (!model.Description()) throw *refusal;
   }
-  if (!model) return status;
-
-  std::cout << (facts ? PrintableText(facts->info.GetName()) : file.path) << " ("
-            << file.bytes.size() << " bytes)\n";
-  const StreamRequest settled = facts ? facts->Settle({}) : StreamRequest{};
-  if (facts) PrintGeometry(*facts, settled);
-  PrintFeatures("inputs", model->inputs, facts ? InputText(facts->layout) : "");
-  PrintFeatures("outputs", model->outputs, facts ? OutputText(facts->layout) : "");
-  if (!facts) return status;
-  PrintClasses(*facts);
-  PrintBindings(*facts);
-  PrintMetadata(*model, *facts);
-  PrintLatencies(*facts, settled);
-  PrintNotes(std::cout, Notes(*facts));
-  PrintNotes(std::cout, SecondReadings(*facts));
-  return status;
+  const ModelDescription& description = *model.Description();
+  const std::string name = refusal ? file.path : PrintableText(model.Facts().info.GetName());
+  std::cout << name << " (" << file.bytes.size() << " bytes)\n";
+  if (!refusal) PrintGeometry(model.Facts());
+  PrintFeatures("inputs", description.inputs, refusal ? "" : InputText(model.Facts().layout));
+  PrintFeatures("outputs", description.outputs, refusal ? "" : OutputText(model.Facts().layout));
+  if (refusal) throw *refusal;
+  const ModelFacts& facts = model.Facts();
+  PrintClasses(facts);
+  PrintBindings(facts);
+  PrintMetadata(description, facts);
+  PrintLatencies(facts);
+  PrintNotes(std::cout, Notes(facts));
+  PrintNotes(std::cout, SecondReadings(facts));
+  return ExitStatus::Ok;
 }
 
 std::function<int()> Declare(CLI::App& line) {

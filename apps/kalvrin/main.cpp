@@ -3,10 +3,10 @@
 
 #include "command_line/command.h"
 #include "command_line/errors.h"
-#include "command_line/interrupt.h"
 #include "diagnosis/refusals.h"
 #include "failure/exceptions.h"
 #include "failure/result_code.h"
+#include "system/process.h"
 
 #include <algorithm>
 #include <cerrno>

@@ -1,12 +1,11 @@
-#include "audio/file_names.h"
-#include "command_line/child_process.h"
 #include "command_line/command.h"
 #include "command_line/values.h"
 #include "diagnosis/report.h"
 #include "hosting/description.h"
 #include "plugin/described_model.h"
-#include "plugin/filter_chain.h"
 #include "plugin/folders.h"
+#include "plugin/host_files.h"
+#include "system/process.h"
 
 #include <algorithm>
 #include <cmath>
@@ -18,8 +17,7 @@ namespace {
 struct Settings {
   PluginRequest request;
   bool isDirect = false;
-  std::vector<ClassGain> gains;
-  float rest = 1, master = 1;
+  Gains gains;
   std::uint64_t channelCount = 0;
   std::string model, file, folder, source;
 };
@@ -38,15 +36,15 @@ std::vector<std::pair<std::string, double>> ControlsFor(const Settings& settings
   std::vector<std::pair<std::string, double>> controls;
   for (const std::string& name : d.classes)
     controls.emplace_back(name, 0);
-  for (const ClassGain& wish : settings.gains) {
+  for (const ClassGain& wish : settings.gains.classes) {
     const auto place = std::ranges::find_if(controls, [&](const auto& control) {
       return LowerCase(control.first) == LowerCase(wish.name);
     });
     if (place == controls.end()) throw UsageError("the model has no class '" + wish.name + "'");
     place->second = Decibels(wish.gain);
   }
-  controls.emplace_back("Rest", Decibels(settings.rest));
-  controls.emplace_back("Master", Decibels(settings.master));
+  controls.emplace_back("Rest", Decibels(settings.gains.rest));
+  controls.emplace_back("Master", Decibels(settings.gains.master));
   if (!d.isAlwaysSpread) controls.emplace_back("Mode", 1);
   return controls;
 }
@@ -89,13 +87,7 @@ int WriteMicrophone(Settings& settings) {
 std::function<int()> Declare(CLI::App& line) {
   const auto s = std::make_shared<Settings>();
   AddOperand(line, "MODEL", s->model);
-  AddOption(line, "--class-gain", "NAME=GAIN",
-            "gain of one class, 0.5 or -6dB; again for further classes",
-            [s](const std::string& text) { s->gains.push_back(ParseClassGain(text)); });
-  AddOption(line, "--rest", "GAIN", "gain of Rest, what no class claims (default 1)",
-            [s](const std::string& text) { s->rest = ParseGain(text); });
-  AddOption(line, "--master", "GAIN", "gain of everything (default 1)",
-            [s](const std::string& text) { s->master = ParseGain(text); });
+  AddGains(line, "--class-gain", s->gains);
   AddOption(line, "--name", "TEXT",
             "what applications call the microphone (default: the model's name)",
             [s](const std::string& text) { s->request.name = CheckedPluginName(text); });

@@ -1,9 +1,9 @@
-#include "command_line/child_process.h"
 #include "command_line/command.h"
 #include "diagnosis/report.h"
 #include "lv2/uri.h"
 #include "plugin/described_model.h"
 #include "plugin/folders.h"
+#include "system/process.h"
 
 #include <iostream>
 

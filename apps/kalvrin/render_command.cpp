@@ -1,4 +1,4 @@
-#include "audio/audio_format.h"
+#include "audio/formats.h"
 #include "batch/batch.h"
 #include "command_line/command.h"
 #include "command_line/values.h"
@@ -45,10 +45,10 @@ int RenderOne(Settings settings) {
     throw UsageError("MODEL and IN cannot both be standard input");
   if (settings.container == 0) settings.container = ContainerForPath(settings.output);
   const bool toStandardOutput = settings.output == "-";
-  RenderModel model(settings.model);
+  LoadedModel model(settings.model);
   Renderer renderer(std::move(settings), model);
   {
-    ProgressBar progress;
+    ProgressLine progress(ProgressLine::Otherwise::Nothing);
     renderer.Run(progress);
   }
   for (const std::string& warning : renderer.Warnings())
@@ -86,13 +86,7 @@ std::function<int()> Declare(CLI::App& line) {
   AddOperand(line, "MODEL", s->model);
   AddOperand(line, "IN", s->input);
   AddOperand(line, "OUT", s->output);
-  AddOption(line, "--gain", "NAME=GAIN",
-            "gain of one class, 0.5 or -6dB; again for further classes",
-            [s](const std::string& text) { s->classGains.push_back(ParseClassGain(text)); });
-  AddOption(line, "--rest", "GAIN", "gain of Rest, what no class claims (default 1)",
-            [s](const std::string& text) { s->rest = ParseGain(text); });
-  AddOption(line, "--master", "GAIN", "gain of everything (default 1)",
-            [s](const std::string& text) { s->master = ParseGain(text); });
+  AddGains(line, "--gain", s->gains);
   AddOption(line, "--stems", "DIR",
             "also write each class, Rest and Mix to files of their own in DIR",
             [s](const std::string& text) { s->stemFolder = text.empty() ? "." : text; });

@@ -155,7 +155,7 @@ const Row rows[] = {
      "set BaselineSequenceSize to 1 in the model's metadata, or ask for --sequence 1"},
     {OutputLacksClasses, Classes, "one class",
      "give the output a class dimension, or AudioClassNames one name"},
-    {WindowsDiffer, Both, "the same number of samples or bins on both sides",
+    {OutputWindowsAreShort, Both, "as many samples or bins on the output as on the input",
      "export the model with equal window lengths in and out"},
     {StatesDoNotPair, States,
      "as many outputs as inputs, input and output number i (from the second on) one state of one "
@@ -165,7 +165,8 @@ const Row rows[] = {
      "export the model with another type of state"},
     {StateKindIsUnsupported, States, "states of numbers, booleans or strings",
      "export the model with another type of state (complex numbers as pairs)"},
-    {SizesOutOfRange, Request, "sizes whose buffers stay below 256 MiB", "ask for smaller sizes"},
+    {SizesOutOfRange, Request, "sizes whose buffers stay below 2^31 samples",
+     "ask for smaller sizes"},
     {NoChannel, Request, "1 channel or more", "use 1 channel or more"},
     {NoWindow, Request, "1 window or more", "ask for --sequence 1 or more"},
 };

@@ -46,7 +46,7 @@ constexpr Row rows[] = {
      "The input has no sequence dimension: only sequence size 1 without lookahead is possible"},
     {OutputLacksSequence, "The output has no sequence dimension: only sequence size 1 is possible"},
     {OutputLacksClasses, "The output has no class dimension: only 1 audio class is possible"},
-    {WindowsDiffer, "The output's windows (Features) must be as long as the input's"},
+    {OutputWindowsAreShort, "The output's windows (Features) must not be shorter than the input's"},
     {NoModelBytes, "There are no model bytes"},
     {NoChannel, "The number of channels must be at least 1"},
     {NoWindow, "The sequence size must be at least 1"},

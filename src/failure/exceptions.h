@@ -42,7 +42,7 @@ enum class RefusalReason : std::uint8_t {
   InputLacksSequence,
   OutputLacksSequence,
   OutputLacksClasses,
-  WindowsDiffer,
+  OutputWindowsAreShort,
   // the sizes alone
   NoModelBytes,
   NoChannel,

@@ -225,6 +225,9 @@ struct Complex {
 };
 
 enum class Direction { Forward, Inverse };
+/// How a pass stores its results: in the layout that the next pass reads, interleaved, or
+/// multiplied by the scale and interleaved.
+enum class Output { Stage, Interleaved, Scaled };
 
 /// x * w forward, x * conj(w) inverse.
 template <Direction dir, class V>

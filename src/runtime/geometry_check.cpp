@@ -1,7 +1,7 @@
 #include "runtime/geometry_check.h"
 
 #include "failure/exceptions.h"
-#include "runtime/element_count.h"
+#include "runtime/float_array.h"
 
 #include <type_traits>
 
@@ -43,13 +43,13 @@ void CheckDeclaredShapes(const ModelLayout& layout) {
   const auto features = static_cast<std::size_t>(layout.GetInputDimension(InputRole::Features));
 
   Require(!IsFree(input[features]), WindowLengthIsFree);
-  ElementCount({static_cast<std::uint64_t>(input[features])});
+  FloatCount({static_cast<std::uint64_t>(input[features])});
   Require(spectralInput == spectralOutput, ComponentsOnOneSide);
   Require(!spectralInput || layout.GetInputComponents() == 2, InputComponents);
   Require(!spectralOutput || layout.GetOutputComponents() == 2, OutputComponents);
-  ElementCount({layout.GetWindowLength()});
   Require(layout.GetWindowLength() % 2 == 0, WindowLengthIsOdd);
   Require(layout.GetHopLength() >= 1, SpectrumIsTooShort);
+  FloatCount({layout.GetWindowLength()});
 }
 
 void CheckLookahead(std::int32_t lookaheadBlocks) {
@@ -63,9 +63,9 @@ void CheckBaselineSequenceSize(std::int32_t sequenceSize) {
 void CheckGeometry(const ProcessingGeometry& geometry) {
   Require(geometry.channelCount > 0, NoChannel);
   Require(geometry.sequenceSize > 0, NoWindow);
-  ElementCount({geometry.sequenceSize});  // so that the sum cannot wrap
-  ElementCount({geometry.channelCount, geometry.sequenceSize + geometry.lookaheadBlocks,
-                geometry.windowLength});
+  FloatCount({geometry.sequenceSize});  // so that the sum cannot wrap
+  FloatCount({geometry.channelCount, geometry.sequenceSize + geometry.lookaheadBlocks,
+              geometry.windowLength});
 }
 
 void CheckTensorsFit(const ModelLayout& layout, const Platform::Shape& inputShape,
@@ -84,11 +84,12 @@ void CheckTensorsFit(const ModelLayout& layout, const Platform::Shape& inputShap
   Require(!lacks(OutputRole::Sequence) || geometry.sequenceSize == 1, OutputLacksSequence);
   Require(!lacks(OutputRole::Classes) || classCount == 1, OutputLacksClasses);
 
-  const auto inputFeatures = layout.GetInputDimension(InputRole::Features);
-  const auto outputFeatures = layout.GetOutputDimension(OutputRole::Features);
-  Require(inputShape[static_cast<std::size_t>(inputFeatures)] ==
-              outputShape[static_cast<std::size_t>(outputFeatures)],
-          WindowsDiffer);
+  const auto sizeOf = [](const Platform::Shape& shape, int dimension) {
+    return shape[static_cast<std::size_t>(dimension)];
+  };
+  Require(sizeOf(outputShape, layout.GetOutputDimension(OutputRole::Features)) >=
+              sizeOf(inputShape, layout.GetInputDimension(InputRole::Features)),
+          OutputWindowsAreShort);
 }
 
 }  // namespace Orvik::Tesmo::Dnn

@@ -1,9 +1,15 @@
 #include "runtime/tensor_factory.h"
 
 #include "failure/exceptions.h"
-#include "runtime/element_count.h"
+#include "runtime/float_array.h"
 
 namespace Orvik::Tesmo::Dnn {
+
+std::uint64_t ElementCount(const Platform::Shape& shape) {
+  const auto count = ProductUpTo(MaxFloats, shape);
+  if (!count) throw std::bad_alloc();
+  return *count;
+}
 
 std::shared_ptr<Platform::Tensor> CreateTensor(Platform::Runtime& runtime, std::uint32_t kind,
                                                const Platform::Shape& shape) {

@@ -87,8 +87,7 @@ std::unique_ptr<StreamProcessor> AssembleStream(const std::shared_ptr<Platform::
                                                 std::uint64_t channelCount,
                                                 std::uint64_t blockFrames) {
   // refused here, where it costs nothing, rather than after the core has been built
-  if (!BufferFits({channelCount, blockFrames}))
-    throw ContractException(RefusalReason::SizesOutOfRange);
+  FloatCount({channelCount, blockFrames});
   auto core = std::make_unique<Dnn::Kalvrin>(runtime, model, sequenceSize, channelCount);
   // from here on the size that the core settled on: a 0 from the host stands for the model's own
   const std::uint64_t effectiveSize = core->GetSequenceSize();

@@ -4,6 +4,7 @@
 #include "primitives/signal_primitives.h"
 
 #include <algorithm>
+#include <array>
 #include <utility>
 
 namespace Orvik::Tesmo {
@@ -31,25 +32,17 @@ std::uint64_t WindowedStreamProcessor::PrefillFrames() const {
   return capacityFrames > blockFrames && capacityFrames % blockFrames == 0 ? blockFrames : 0;
 }
 
-bool WindowedStreamProcessor::SizesFit(std::uint64_t newSequenceSize,
-                                       std::uint64_t newChannelCount) const {
-  // The longest arrays: the windows of one evaluation in the stage, and a block.
-  return BufferFits({2, core->GetHopLength(), newSequenceSize, newChannelCount}) &&
-         BufferFits({blockFrames, newChannelCount});
-}
-
 WindowedStreamProcessor::Arrays
 WindowedStreamProcessor::MakeArrays(std::uint64_t newSequenceSize,
                                     std::uint64_t newChannelCount) const {
-  if (!SizesFit(newSequenceSize, newChannelCount))
-    throw ContractException(RefusalReason::SizesOutOfRange);
   const std::uint64_t ringFrames = core->GetHopLength() * newSequenceSize;
   const std::uint64_t stagingFrames = std::max(blockFrames, ringFrames);
+  FloatCount({blockFrames});
   Arrays made;
-  made.inputStaging = MakeBuffer({stagingFrames, newChannelCount});
-  made.outputStaging = MakeBuffer({stagingFrames, newChannelCount});
-  made.inputRing = MakeBuffer({ringFrames, newChannelCount});
-  made.outputRing = MakeBuffer({ringFrames, newChannelCount});
+  made.inputStaging = MakeFloatArray({stagingFrames, newChannelCount});
+  made.outputStaging = MakeFloatArray({stagingFrames, newChannelCount});
+  made.inputRing = MakeFloatArray({ringFrames, newChannelCount});
+  made.outputRing = MakeFloatArray({ringFrames, newChannelCount});
   return made;
 }
 
@@ -80,8 +73,9 @@ void WindowedStreamProcessor::SetChannelCount(std::uint64_t count) {
 void WindowedStreamProcessor::Resize(std::uint64_t newSequenceSize, std::uint64_t newChannelCount,
                                      bool (Dnn::Kalvrin::*changeCore)(std::uint64_t),
                                      std::uint64_t changedTo) {
-  if (!SizesFit(newSequenceSize, newChannelCount)) return;
-  // Whatever can fail here comes before the core changes, so that the three always agree.
+  if (!core->Takes(newChannelCount, newSequenceSize)) return;
+  if (!ProductUpTo(MaxFloats, std::array{blockFrames, newChannelCount})) return;
+  // What can fail here comes before the core changes, so that the three always agree.
   OverlapAddStage::Configuration newStage = overlapAdd->Prepare(newSequenceSize, newChannelCount);
   Arrays newArrays = MakeArrays(newSequenceSize, newChannelCount);
   if (!(core.get()->*changeCore)(changedTo)) return;

@@ -2,7 +2,7 @@
 
 #include "core/kalvrin.h"
 #include "kalvrin/stream_processor.h"
-#include "stream/buffer.h"
+#include "runtime/float_array.h"
 #include "stream/overlap_add_stage.h"
 
 #include <cstdint>
@@ -20,7 +20,7 @@ namespace Orvik::Tesmo {
 class WindowedStreamProcessor final : public StreamProcessor {
 public:
   /// `sequenceSize` and `channelCount` are those that `core` and `overlapAdd` have. Throws
-  /// ContractException on a size of 0 or beyond MaxBufferFloats, std::bad_alloc, and what `core`
+  /// ContractException on a size of 0 or beyond MaxFloats, std::bad_alloc, and what `core`
   /// throws when asked for its sample rate.
   WindowedStreamProcessor(std::unique_ptr<Dnn::Kalvrin> core,
                           std::unique_ptr<OverlapAddStage> overlapAdd, std::uint64_t sequenceSize,
@@ -43,13 +43,11 @@ private:
   /// The four arrays that the sizes decide. The staging arrays hold a block or a ring, whichever is
   /// longer.
   struct Arrays {
-    Buffer inputStaging, outputStaging, inputRing, outputRing;
+    FloatArray inputStaging, outputStaging, inputRing, outputRing;
   };
 
   std::uint64_t CapacityFrames() const;
   std::uint64_t PrefillFrames() const;
-  /// Whether none of the sizes is 0 and no array of the stream gets too long.
-  bool SizesFit(std::uint64_t newSequenceSize, std::uint64_t newChannelCount) const;
   Arrays MakeArrays(std::uint64_t newSequenceSize, std::uint64_t newChannelCount) const;
   /// `changeCore`: the operation of the core that brings it from the present sizes to the new ones.
   void Resize(std::uint64_t newSequenceSize, std::uint64_t newChannelCount,

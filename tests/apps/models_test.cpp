@@ -172,12 +172,16 @@ TEST(Info, PrintsWhatAModelDeclares) {
         "a stream takes SampleRate as 44100", "0 (default; the model's null is of another type)",
         "note: class 3, a, has the name of an earlier class",
         "note: the class rest hides the remainder"}},
+      {"longer windows out",
+       {.outputFeatures = 10},
+       "info model.onnx",
+       0,
+       {"note: the output's windows (Features) are longer than the input's"}},
       {"refused",
        {.features = 7},
        "info model.onnx",
        1,
-       {"input      float32 [*, *, 7]",
-        "is refused: The window length (Features) must be even; export"}},
+       {"input      float32 [*, *, 7]", "is refused: The window length (Features) must be even ("}},
   });
 }
 
@@ -302,7 +306,8 @@ TEST(Check, ExplainsEveryRefusal) {
       {"no windows out", MakeAudioModel({.outputRank = 1}), "--channels 1",
        "The output has no sequence dimension", "4 windows", "--sequence 1"},
       {"other window out", MakeAudioModel({.outputFeatures = 6}), "",
-       "The output's windows (Features) must be as long", "[1, *, *, 6]", "equal window lengths"},
+       "The output's windows (Features) must not be shorter", "[1, *, *, 6]",
+       "equal window lengths"},
       {"state without output",
        Bridge(ModelBuilder()
                   .Input("input", Element::Float, windows)

@@ -1,12 +1,11 @@
 // The parts of the program that need no process.
 
-#include "audio/file_names.h"
-#include "audio/quantize.h"
-#include "batch/batch_progress.h"
+#include "audio/sound_file.h"
 #include "bench/timed_stream.h"
 #include "command_line/errors.h"
-#include "command_line/progress_bar.h"
+#include "command_line/progress.h"
 #include "command_line/values.h"
+#include "render/mix.h"
 
 #include <gtest/gtest.h>
 

@@ -62,8 +62,9 @@ public:
     script->model = std::move(model);
   }
 
-  /// Every call of the boundary since the last ClearCalls, by the name of the operation, with its
-  /// numbers in brackets: "GetInputFeatures", "SetBatchSizeOverride(1)", "CreateTensor(1:2,3)".
+  /// Every call of the boundary since the last ClearCalls, by the name of the operation, with what
+  /// it is given in brackets: "GetInputFeatures", "SetBatchSizeOverride(1)", "CreateTensor(1:2,3)",
+  /// "Bind(input)", "Evaluate(RunId)".
   const std::vector<std::string>& GetCalls() const { return script->calls; }
   void ClearCalls() { script->calls.clear(); }
   /// Recording allocates. On at first.

@@ -13,7 +13,7 @@
 // Errors are Refusal (the model does not fit) and UsageError (the declaration contradicts itself).
 // Both say which tensor or word is wrong, and which option to change.
 
-#include "model/model_file.h"
+#include "model/model.h"
 #include "platform/platform.h"
 
 #include <onnx/onnx_pb.h>

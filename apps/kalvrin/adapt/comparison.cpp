@@ -2,8 +2,9 @@
 
 #include "adapt/adapt.h"
 #include "failure/result_code.h"
-#include "runtime/element_count.h"
+
 #include "runtime/model_loading.h"
+#include "runtime/tensor_factory.h"
 #include "runtime/text.h"
 
 #include <algorithm>

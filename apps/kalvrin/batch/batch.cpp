@@ -1,14 +1,12 @@
 #include "batch/batch.h"
 
-#include "audio/descriptor.h"
-#include "audio/input_file.h"
-#include "batch/batch_progress.h"
-#include "batch/worker.h"
 #include "command_line/errors.h"
-#include "command_line/interrupt.h"
+#include "command_line/progress.h"
 #include "diagnosis/refusals.h"
 #include "diagnosis/report.h"
 #include "render/renderer.h"
+#include "system/files.h"
+#include "system/process.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -74,7 +72,7 @@ private:
     own.stemFolder = task.stemFolder;
     if (own.container == 0) own.container = ContainerForPath(own.output);
     Renderer renderer(std::move(own), model);
-    ProgressBar hidden = ProgressBar::Hidden();
+    ProgressLine hidden(ProgressLine::Otherwise::Never);
     renderer.Run(hidden);
     return {{"status", "done"},
             {"channels", renderer.ChannelCount()},
@@ -84,7 +82,7 @@ private:
   }
 
   const BatchSettings& settings;
-  RenderModel model;
+  LoadedModel model;
 };
 
 /// In the parent: who does what, and what came of it.
@@ -101,7 +99,7 @@ public:
   void Run() {
     while (HandOut() || Working() != 0) {
       Collect();
-      progress.Update(counts);
+      ShowProgress();
     }
   }
 
@@ -137,7 +135,7 @@ private:
       if (!settings.again && IsDone(tasks[next], settings.render.model)) {
         ++counts.skipped;
         Log(next, {{"status", "skipped"}});
-        progress.Update(counts);
+        ShowProgress();
         continue;
       }
       Seat* const seat = IdleSeat();
@@ -196,6 +194,10 @@ private:
       Say("warning: " + tasks[task].input + ": " + warning);
   }
 
+  void ShowProgress() {
+    progress.Update([this](double seconds) { return BatchProgressText(counts, seconds); });
+  }
+
   void Say(const std::string& text) {
     progress.Wipe();
     std::cerr << "kalvrin: " << text << '\n';
@@ -220,7 +222,7 @@ private:
   FileRenderer renderer;  // at work in the children only
   Descriptor log;
   BatchCounts counts;
-  BatchProgress progress;
+  ProgressLine progress{ProgressLine::Otherwise::LineEveryTenSeconds};
   std::vector<Seat> seats;
   std::size_t next = 0;
 };

@@ -3,7 +3,7 @@
 // Many files through one model, by several processes.
 
 #include "batch/file_list.h"
-#include "render/render_settings.h"
+#include "render/renderer.h"
 
 #include <cstddef>
 #include <iosfwd>

@@ -1,8 +1,8 @@
 #include "bench/timed_stream.h"
 
 #include "command_line/errors.h"
-#include "command_line/interrupt.h"
 #include "diagnosis/refusals.h"
+#include "system/process.h"
 
 #include <algorithm>
 #include <chrono>

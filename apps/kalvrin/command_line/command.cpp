@@ -1,7 +1,5 @@
 #include "command_line/command.h"
 
-#include "command_line/values.h"
-
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <iostream>
@@ -111,6 +109,16 @@ void AddFlag(CLI::App& line, const std::string& name, bool& isGiven, const std::
   line.add_flag_callback(
           name, [&isGiven] { isGiven = true; }, help)
       ->trigger_on_parse();
+}
+
+void AddGains(CLI::App& line, const std::string& classOption, Gains& gains) {
+  AddOption(line, classOption, "NAME=GAIN",
+            "gain of one class, 0.5 or -6dB; again for further classes",
+            [&](const std::string& text) { gains.classes.push_back(ParseClassGain(text)); });
+  AddOption(line, "--rest", "GAIN", "gain of Rest, what no class claims (default 1)",
+            [&](const std::string& text) { gains.rest = ParseGain(text); });
+  AddOption(line, "--master", "GAIN", "gain of everything (default 1)",
+            [&](const std::string& text) { gains.master = ParseGain(text); });
 }
 
 int RunCommand(const Command& command, Arguments arguments) {

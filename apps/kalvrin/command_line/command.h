@@ -4,6 +4,7 @@
 // help.
 
 #include "command_line/errors.h"
+#include "command_line/values.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -57,6 +58,9 @@ void AddCount(CLI::App& line, const std::string& name, std::uint64_t& value, std
 
 /// An option without a value.
 void AddFlag(CLI::App& line, const std::string& name, bool& isGiven, const std::string& help);
+
+/// --rest, --master, and the gain of one class as `classOption`.
+void AddGains(CLI::App& line, const std::string& classOption, Gains& gains);
 
 /// Parses `arguments`, what follows the command's name, and runs the command; prints its help
 /// instead where they ask for it. Returns the exit status. UsageError for what is not declared.

@@ -59,6 +59,12 @@ ClassGain ParseClassGain(std::string_view text) {
   return {std::string(text.substr(0, equals)), ParseGain(text.substr(equals + 1))};
 }
 
+std::string LowerCase(std::string text) {
+  for (char& c : text)
+    if (c >= 'A' && c <= 'Z') c |= 0x20;
+  return text;
+}
+
 std::string GainText(float gain) {
   char text[64];
   if (gain == 0 || gain == 1)

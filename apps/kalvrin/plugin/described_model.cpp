@@ -7,7 +7,7 @@
 #include "failure/exceptions.h"
 #include "kalvrin/stream_processor.h"
 #include "kernels/ipps.h"
-#include "model/engine.h"
+#include "model/model.h"
 #include "render/mix.h"
 #include "runtime/model_loading.h"
 #include "runtime/text.h"
@@ -45,41 +45,32 @@ void TakeFacts(Plugin::Description& d, const ModelFacts& facts, const PluginRequ
 
 DescribedModel::DescribedModel(const std::string& path, const PluginRequest& request)
     : file(ReadModelFile(path)) {
-  const auto engine = OpenEngine();
-  std::shared_ptr<Platform::Model> model;
-  std::optional<ModelDescription> found;
-  std::string refusal;
-  description.isAlwaysSpread = request.isAlwaysSpread;
-  const auto refuse = [&] {
-    const auto explanation = ExplainCurrentException(found ? &*found : nullptr, {});
-    refusal = file.path + " is refused: " + explanation.reason + "; " + explanation.change;
-  };
+  LoadedModel model(path);
   try {
-    model = Dnn::LoadLearningModel(*engine, file.bytes.data(), file.bytes.size());
-    found = DescribeModel(*model);
-    const ModelFacts facts(*model);
-    TakeFacts(description, facts, request);
-    description.name = request.name.empty() ? PrintableText(facts.info.GetName()) : request.name;
-  } catch (const Refusal&) {
-    throw;
+    model.Load(file);
   } catch (...) {
-    refuse();
-    throw Refusal(refusal);
+    throw model.RefusalFor({});
   }
+  description.isAlwaysSpread = request.isAlwaysSpread;
+  TakeFacts(description, model.Facts(), request);
+  std::optional<Refusal> refusal;
   for (const unsigned count : {1U, 2U}) {
+    const StreamRequest sizes = {count, description.sequenceSize, description.ChunkFrames()};
     try {
-      AssembleStream(engine, model, description.sequenceSize, count, description.ChunkFrames());
+      model.MakeStream(sizes);
       description.channelCounts.push_back(count);
     } catch (const std::bad_alloc&) {
       throw;  // which says nothing of the model
     } catch (const DSP::IPPException& error) {
       if (error.status == ippStsMemAllocErr) throw;
-      refuse();
+      refusal = model.RefusalFor(sizes);
     } catch (...) {
-      refuse();
+      refusal = model.RefusalFor(sizes);
     }
   }
-  if (description.channelCounts.empty()) throw Refusal(refusal);
+  if (description.channelCounts.empty()) throw *refusal;
+  description.name =
+      request.name.empty() ? PrintableText(model.Facts().info.GetName()) : request.name;
   if (description.name.empty()) description.name = std::filesystem::path(path).stem();
   description.symbol = Plugin::SymbolFor(description.name);
 }

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "hosting/description.h"
-#include "model/model_file.h"
+#include "model/model.h"
 
 #include <cstdint>
 #include <string>

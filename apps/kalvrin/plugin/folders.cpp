@@ -1,10 +1,9 @@
 #include "plugin/folders.h"
 
-#include "audio/input_file.h"
-#include "audio/output_file.h"
 #include "command_line/errors.h"
-#include "model/installed_file.h"
-#include "plugin/turtle.h"
+#include "model/model.h"
+#include "plugin/host_files.h"
+#include "system/files.h"
 
 #include <cstdlib>
 #include <cstring>

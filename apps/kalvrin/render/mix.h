@@ -1,9 +1,10 @@
 #pragma once
 
-// Who hears what: the gains of the streams of a render.
+// The gains of the streams of a render: of the mix, and of each stem.
 
+#include "command_line/values.h"
+#include "diagnosis/model_facts.h"
 #include "kalvrin/stream_processor.h"
-#include "render/render_settings.h"
 
 #include <string>
 #include <vector>
@@ -11,8 +12,7 @@
 namespace Orvik::Tesmo::Tool {
 
 /// Unity but for the gains asked for. UsageError, with the names there are, for an unknown class.
-void SetMix(StreamProcessor& stream, const RenderSettings& settings,
-            const Diagnosis::ModelFacts& facts);
+void SetMix(StreamProcessor& stream, const Gains& gains, const Diagnosis::ModelFacts& facts);
 
 /// One stem beside the mix.
 struct Stem {
@@ -29,6 +29,27 @@ std::vector<Stem> StemsOf(const Diagnosis::ModelFacts& facts);
 void SetStem(StreamProcessor& stream, const Stem& stem);
 
 /// "master 1, Speech 0.5 (-6.0 dB), Music 1, Rest 1".
-std::string MixText(const RenderSettings& settings, const Diagnosis::ModelFacts& facts);
+std::string MixText(const Gains& gains, const Diagnosis::ModelFacts& facts);
+
+/// File names, without extension, for texts of any kind (UTF-8): letters of every language and
+/// spaces stay, what a file system or a shell would stumble over becomes "_". No two results are
+/// equal, also where letters are equal in either case; the earlier one keeps the plain name. Each
+/// is at most 100 bytes long.
+std::vector<std::string> SafeFileNames(const std::vector<std::string>& texts);
+
+/// The folder for the stems: made where it is missing, and then removed again at the end of the
+/// object's life if it is still empty.
+class StemFolder {
+public:
+  /// Refusal where it cannot be made.
+  explicit StemFolder(std::string path);
+  ~StemFolder();
+  StemFolder(const StemFolder&) = delete;
+  StemFolder& operator=(const StemFolder&) = delete;
+
+private:
+  std::string path;
+  bool isOurs;
+};
 
 }  // namespace Orvik::Tesmo::Tool

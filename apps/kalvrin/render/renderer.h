@@ -1,11 +1,10 @@
 #pragma once
 
-#include "audio/audio_reader.h"
-#include "command_line/progress_bar.h"
-#include "render/lane.h"
-#include "render/render_model.h"
-#include "render/render_settings.h"
-#include "render/stem_folder.h"
+#include "audio/sound_file.h"
+#include "command_line/progress.h"
+#include "model/model.h"
+#include "render/mix.h"
+#include "render/render_stream.h"
 
 #include <iosfwd>
 #include <memory>
@@ -15,16 +14,28 @@
 
 namespace Orvik::Tesmo::Tool {
 
+/// What the command line of `render` asks for.
+struct RenderSettings {
+  std::string model, input, output;
+  StreamRequest stream;  // the channels come from the input
+  Gains gains;
+  int container = 0;  // libsndfile's number; 0 until it is settled
+  std::optional<int> encoding;
+  std::string stemFolder;  // empty: no stems
+  bool rawLatency = false;
+  bool resample = false;
+};
+
 /// One render from its files to its files. The streams of the stems run beside that of the mix,
 /// over the same blocks.
 class Renderer {
 public:
   /// Opens everything and builds the streams. `model` is loaded where it is not yet, and outlives
   /// this. Refusal, UsageError.
-  Renderer(RenderSettings settings, RenderModel& model);
+  Renderer(RenderSettings settings, LoadedModel& model);
 
   /// Runs the audio through; at the end the output files appear. Refusal, Interrupted.
-  void Run(ProgressBar& progress);
+  void Run(ProgressLine& progress);
 
   /// After Run: what was done, as labelled lines.
   void PrintSummary(std::ostream& out) const;
@@ -40,9 +51,9 @@ private:
   void BuildMix();
   void BuildStems();
   void ExpectRate() const;
-  Lane& AddLane(std::unique_ptr<StreamProcessor> stream);
+  RenderStream& AddStream(std::unique_ptr<StreamProcessor> stream);
   std::unique_ptr<AudioWriter> MakeWriter(const std::string& path) const;
-  void ReadAll(ProgressBar& progress);
+  void ReadAll(ProgressLine& progress);
   void Feed(std::span<const float> modelFrames);
   void RunBlock(const float* interleaved);
   void Flush();
@@ -51,12 +62,12 @@ private:
 
   RenderSettings settings;
   AudioReader reader;
-  RenderModel& model;
+  LoadedModel& model;
   std::size_t channelCount;
   std::uint64_t latency = 0;  // model frames
   AudioFormat format;
   std::optional<StemFolder> stemFolder;
-  std::vector<std::unique_ptr<Lane>> lanes;  // the first is the mix
+  std::vector<std::unique_ptr<RenderStream>> streams;  // the first is the mix
   std::optional<Resampler> toModelRate;
   std::vector<float> pending;  // model frames that do not fill a block yet, interleaved
   std::vector<float> planar;

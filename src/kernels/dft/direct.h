@@ -62,8 +62,8 @@ inline void RunDirectReal(Direction dir, int N, const float* src, float* dst, fl
                                                                                      scale);
 }
 
-inline void ComplexDirectSum(Direction dir, const float* src, float* dst, int n,
-                             const float* roots) {
+inline void ComplexDirectSum(Direction dir, const float* src, float* dst, int n, const float* roots,
+                             float scale) {
   Pairs<Vec2> x[DirectSumLimit];
   for (int j = 0; j < n; ++j)
     x[j] = Pairs<Vec2>::LoadU(src + 2 * j);
@@ -72,7 +72,7 @@ inline void ComplexDirectSum(Direction dir, const float* src, float* dst, int n,
   else
     GenericButterfly<Direction::Inverse>(x, n, roots);
   for (int j = 0; j < n; ++j)
-    x[j].StoreU(dst + 2 * j);
+    Scaled(x[j], scale).StoreU(dst + 2 * j);
 }
 
 inline void CopyFloats(const float* src, float* dst, int n) {

@@ -24,12 +24,12 @@ inline BottomRun BottomOf(const IppsDFTSpec_R_32f& spec) {
 }
 
 /// The complex plan. Blocks stand in `target` at the place of their results; the first stage goes
-/// on to `dst`, which may be the target.
+/// on to `dst`, which may be the target, and multiplies by `scale` where the direction is inverse.
 template <Direction dir>
 class ComplexWalk {
 public:
-  ComplexWalk(const IppsDFTSpec_R_32f& spec, int n, float* target, float* dst)
-      : spec(spec), n(n), target(target), dst(dst), bottom(BottomOf(spec)) {}
+  ComplexWalk(const IppsDFTSpec_R_32f& spec, int n, float* target, float* dst, float scale)
+      : spec(spec), n(n), target(target), dst(dst), scale(scale), bottom(BottomOf(spec)) {}
 
   void Run(const float* src) { Run(0, src, target); }
 
@@ -54,23 +54,30 @@ private:
   /// All blocks of a stage in its run.
   [[gnu::noinline]] void Stage(int index, float* blocks) {
     const DftStageTables& stage = spec.stages[index];
-    const StageRun run = {stage.radix, stage.count, stage.remaining, stage.twiddles,
-                          stage.directTable};
-    float* out = index == 0 ? dst : blocks;
+    const StageRun run = {stage.radix,    stage.count,       stage.remaining,
+                          stage.twiddles, stage.directTable, scale};
+    if (index > 0) return RunStageTo<Output::Stage>(blocks, blocks, run);
+    if constexpr (dir == Direction::Inverse)
+      if (scale != 1.0f) return RunStageTo<Output::Scaled>(blocks, dst, run);
+    RunStageTo<Output::Interleaved>(blocks, dst, run);
+  }
+  template <Output output>
+  KERNELS_INLINE void RunStageTo(const float* blocks, float* out, const StageRun& run) {
+    // pairs are interleaved in every stage
+    constexpr Output ofPairs = output == Output::Interleaved ? Output::Stage : output;
     if (!Grouped(n) && LanesOf(n, run.m).width < Vec::width / 2)
-      RunStage<Pairs<Vec4>, dir, false>(blocks, out, run);
+      RunStage<Pairs<Vec4>, dir, ofPairs>(blocks, out, run);
     else if (!Grouped(n))
-      RunStage<Pairs<Vec>, dir, false>(blocks, out, run);
-    else if (index == 0)
-      RunStage<Complex<Vec>, dir, true>(blocks, out, run);
+      RunStage<Pairs<Vec>, dir, ofPairs>(blocks, out, run);
     else
-      RunStage<Complex<Vec>, dir, false>(blocks, out, run);
+      RunStage<Complex<Vec>, dir, output>(blocks, out, run);
   }
 
   const IppsDFTSpec_R_32f& spec;
   const std::ptrdiff_t n;
   float* const target;
   float* const dst;
+  const float scale;
   const BottomRun bottom;
 };
 
@@ -247,24 +254,29 @@ private:
   Ipp8u* const inner;
 };
 
-/// The complex part of any spec but a power of two: n points, unscaled. `work` is aligned.
+/// The complex part of any spec but a power of two: n points, results times `scale`. `work` is
+/// aligned.
 inline IppStatus RunPoints(Direction dir, const float* src, float* dst,
-                           const IppsDFTSpec_R_32f& spec, int n, Ipp8u* work) {
+                           const IppsDFTSpec_R_32f& spec, int n, Ipp8u* work, float scale) {
   if (n <= DirectKernelLimit) {
-    RunDirectComplex(dir, n, src, dst, 1.0f);
+    RunDirectComplex(dir, n, src, dst, scale);
     return ippStsNoErr;
   }
   if (spec.hasPlan) {
     float* target = src == dst ? reinterpret_cast<float*>(work) : dst;
-    if (dir == Direction::Forward)
-      ComplexWalk<Direction::Forward>(spec, n, target, dst).Run(src);
-    else
-      ComplexWalk<Direction::Inverse>(spec, n, target, dst).Run(src);
+    if (dir == Direction::Inverse) {
+      ComplexWalk<Direction::Inverse>(spec, n, target, dst, scale).Run(src);
+      return ippStsNoErr;
+    }
+    ComplexWalk<Direction::Forward>(spec, n, target, dst, 1.0f).Run(src);
+    return ippsMulC_32f_I(scale, dst, 2 * n);
+  }
+  if (n <= DirectSumLimit) {
+    ComplexDirectSum(dir, src, dst, n, spec.directTable, scale);
     return ippStsNoErr;
   }
-  if (n > DirectSumLimit) return ChirpConvolution(spec, n, work).Complex(dir, src, dst);
-  ComplexDirectSum(dir, src, dst, n, spec.directTable);
-  return ippStsNoErr;
+  const IppStatus status = ChirpConvolution(spec, n, work).Complex(dir, src, dst);
+  return status == ippStsNoErr ? ippsMulC_32f_I(scale, dst, 2 * n) : status;
 }
 
 /// The caller's work buffer, aligned, or one for the duration of a call.
@@ -290,10 +302,6 @@ private:
 inline IppStatus RunComplex(Direction dir, const float* src, float* dst,
                             const IppsDFTSpec_C_32fc& spec, Ipp8u* buffer) {
   const bool scaled = (dir == Direction::Forward ? spec.fwdScaled : spec.invScaled) != 0;
-  if (spec.length <= DirectKernelLimit) {
-    RunDirectComplex(dir, spec.length, src, dst, scaled ? spec.scale : 1.0f);
-    return ippStsNoErr;
-  }
   const WorkArea work(buffer, spec.workSize);
   if (work.missing) return ippStsMemAllocErr;
   if (spec.usesFft) {
@@ -301,9 +309,7 @@ inline IppStatus RunComplex(Direction dir, const float* src, float* dst,
     return run(reinterpret_cast<const Ipp32fc*>(src), reinterpret_cast<Ipp32fc*>(dst),
                spec.complexFftSpec, work.area);
   }
-  const IppStatus status = RunPoints(dir, src, dst, spec, spec.length, work.area);
-  if (status == ippStsNoErr && scaled) ippsMulC_32f_I(spec.scale, dst, 2 * spec.length);
-  return status;
+  return RunPoints(dir, src, dst, spec, spec.length, work.area, scaled ? spec.scale : 1.0f);
 }
 
 /// From packed order, in place: even N moves X[N/2] behind, odd N moves the pairs up.
@@ -357,7 +363,7 @@ inline IppStatus RunRealForward(const float* src, float* dst, const IppsDFTSpec_
     return status;
   }
   const int n = N / 2;
-  status = RunPoints(Direction::Forward, src, dst, spec, n, work.area);
+  status = RunPoints(Direction::Forward, src, dst, spec, n, work.area, 1.0f);
   if (status != ippStsNoErr) return status;
   const float scale = spec.fwdScaled ? spec.scale : 1.0f;
   Recombine<Direction::Forward>(dst, dst, n, spec.recombFwd, scale);
@@ -391,12 +397,12 @@ inline IppStatus RunRealInverse(const float* src, float* dst, const IppsDFTSpec_
     return status;
   }
   const int n = N / 2;
-  const float scale = spec.invScaled ? spec.scale : 1.0f;
   const float first = src[0], nyquist = src[N];
-  Recombine<Direction::Inverse>(src, dst, n, spec.recombInv, scale);
-  dst[0] = (first + nyquist) * scale;
-  dst[1] = (first - nyquist) * scale;
-  return RunPoints(Direction::Inverse, dst, dst, spec, n, work.area);
+  Recombine<Direction::Inverse>(src, dst, n, spec.recombInv, 1.0f);
+  dst[0] = first + nyquist;
+  dst[1] = first - nyquist;
+  return RunPoints(Direction::Inverse, dst, dst, spec, n, work.area,
+                   spec.invScaled ? spec.scale : 1.0f);
 }
 
 }  // namespace Orvik::Tesmo::Kernels::KERNELS_BUILD::Dft

@@ -92,12 +92,12 @@ void RecombineAtWidth(const float* src, float* z, std::ptrdiff_t n, const float*
     RecombineGroupwise<Vec4, dir, scaled>(src, z, n, table, scale);
 }
 
+/// Forward multiplies the results by `scale`; inverse leaves that to the last pass.
 template <Direction dir>
 void Recombine(const float* src, float* z, std::ptrdiff_t n, const float* table, float scale) {
-  if (scale == 1.0f)
-    RecombineAtWidth<dir, false>(src, z, n, table, scale);
-  else
-    RecombineAtWidth<dir, true>(src, z, n, table, scale);
+  if constexpr (dir == Direction::Forward)
+    if (scale != 1.0f) return RecombineAtWidth<dir, true>(src, z, n, table, scale);
+  RecombineAtWidth<dir, false>(src, z, n, table, scale);
 }
 
 }  // namespace Orvik::Tesmo::Kernels::KERNELS_BUILD::Dft

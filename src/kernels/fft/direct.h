@@ -113,8 +113,9 @@ KERNELS_INLINE void SmallComplex(const float* z, int stride, float* Z) {
 /// over rows of r neighbouring columns, a transposition, one radix-r butterfly. src may be dst. A
 /// stage layout has groups of `group`.
 template <Direction dir, Output output, class V, int group, int M>
-void DirectComplex(const float* src, float* dst) {
+void DirectComplex(const float* src, float* dst, float scale) {
   using C = Complex<V>;
+  const V factor = V::Set1(scale);
   constexpr int first = V::width, second = M / first, columns = V::width / 2;
   C y[second];
   for (int c = 0; c < second; c += columns) {
@@ -140,8 +141,8 @@ void DirectComplex(const float* src, float* dst) {
     Butterfly8<dir>(y);
   for (int k = 0; k < M; k += first) {
     const C& z = y[k / first];
-    if constexpr (output == Output::Interleaved) {
-      z.StoreInterleaved(dst + 2 * k);
+    if constexpr (output != Output::Stage) {
+      Put<output>(z, dst + 2 * k, factor);
     } else {
       float* at = dst + 2 * (k - k % group) + k % group;
       z.re.StoreU(at);

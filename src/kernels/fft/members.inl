@@ -169,7 +169,8 @@ IppStatus ippsFFTInv_CCSToR_32f(const Ipp32f* pSrc, Ipp32f* pDst, const IppsFFTS
     DirectRealInverse<16>(pSrc, pDst, scale);
     break;
   default:
-    RealInverse(pSrc, pDst, *pSpec, work.floats);
+    (pSpec->invScaled ? RealInverse<Output::Scaled>
+                      : RealInverse<Output::Interleaved>)(pSrc, pDst, *pSpec, work.floats);
   }
   return ippStsNoErr;
 }
@@ -206,7 +207,8 @@ static IppStatus ComplexEntry(const Ipp32fc* pSrc, Ipp32fc* pDst, const IppsFFTS
   const WorkBuffer work(pSpec->workSize, pBuffer);
   if (work.missing) return ippStsMemAllocErr;
   float* dst = &pDst->re;
-  ComplexTransform<dir, Output::Interleaved>(&pSrc->re, dst, *pSpec, pSpec->order, work.floats);
+  ComplexTransform<dir, Output::Interleaved>(&pSrc->re, dst, *pSpec, pSpec->order, work.floats,
+                                             1.0f);
   if (dir == Direction::Forward ? pSpec->fwdScaled : pSpec->invScaled)
     ippsMulC_32f_I(pSpec->scale, dst, 2 << pSpec->order);
   return ippStsNoErr;

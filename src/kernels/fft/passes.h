@@ -15,15 +15,14 @@ namespace Orvik::Tesmo::Kernels::KERNELS_BUILD {
 /// Where the second pass finds what the first left: in the stage layout, or in groups of four real
 /// and four imaginary parts in the order of the blocks.
 enum class Input { Stage, Fours };
-/// Where a pass leaves its results.
-enum class Output { Stage, Interleaved };
-
 template <Output output, class V>
-KERNELS_INLINE void Put(Complex<V> x, float* p) {
+KERNELS_INLINE void Put(Complex<V> x, float* p, V scale) {
   if constexpr (output == Output::Stage)
     x.StoreU(p);
-  else
+  else if constexpr (output == Output::Interleaved)
     x.StoreInterleaved(p);
+  else
+    (x * scale).StoreInterleaved(p);
 }
 
 /// One butterfly of a later pass: reads rows of groups, `in` apart, writes them `out` apart.
@@ -170,18 +169,20 @@ void SecondPass(float* data, std::ptrdiff_t partner, const float* twiddles, std:
   }
 }
 
-/// A later pass on `count` values from `data` to `out`, which may be the same.
+/// A later pass on `count` values from `data` to `out`, which may be the same. Only Output::Scaled
+/// reads `scale`.
 template <Direction dir, class V, int radix, Output output>
 void LaterPass(const float* data, float* out, const float* twiddles, std::ptrdiff_t span,
-               std::ptrdiff_t count) {
+               std::ptrdiff_t count, float scale) {
   using C = Complex<V>;
+  const V factor = V::Set1(scale);
   constexpr int group = 2 * V::width;
   for (std::ptrdiff_t block = 0; block < 2 * count; block += 2 * span * radix) {
     const float* w = twiddles;
     for (std::ptrdiff_t j = block; j < block + 2 * span; j += group, w += group * (radix - 1))
       Butterfly<dir, V, radix>([&](int m) { return C::Load(data + j + 2 * span * m); },
                                [&](int p) { return C::Load(w + group * (p - 1)); },
-                               [&](int q, C x) { Put<output>(x, out + j + 2 * span * q); });
+                               [&](int q, C x) { Put<output>(x, out + j + 2 * span * q, factor); });
   }
 }
 
@@ -205,17 +206,18 @@ void GatheringPass(const float* data, std::ptrdiff_t rowStride, float* work, con
 /// The last of them, radix 4, back to `data`: the powers follow from the first.
 template <Direction dir, class V, Output output>
 void ScatteringPass(const float* work, float* data, std::ptrdiff_t rowStride, const float* twiddles,
-                    std::ptrdiff_t columns, std::ptrdiff_t rows) {
+                    std::ptrdiff_t columns, std::ptrdiff_t rows, float scale) {
   using C = Complex<V>;
   constexpr int group = 2 * V::width;
+  const V factor = V::Set1(scale);
   const std::ptrdiff_t quarter = rows / 4, workQuarter = quarter * 2 * columns;
   for (std::ptrdiff_t r = 0; r < quarter; ++r, data += rowStride)
     for (std::ptrdiff_t j = 0; j < 2 * columns; j += group, work += group, twiddles += group) {
       const C w1 = C::Load(twiddles), w2 = w1 * w1, w3 = w1 * w2;
       const C w[] = {w1, w1, w2, w3};
-      Butterfly<dir, V, 4>([&](int m) { return C::Load(work + workQuarter * m); },
-                           [&](int p) { return w[p]; },
-                           [&](int q, C x) { Put<output>(x, data + j + quarter * rowStride * q); });
+      Butterfly<dir, V, 4>(
+          [&](int m) { return C::Load(work + workQuarter * m); }, [&](int p) { return w[p]; },
+          [&](int q, C x) { Put<output>(x, data + j + quarter * rowStride * q, factor); });
     }
 }
 

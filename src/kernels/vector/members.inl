@@ -81,10 +81,11 @@ IppStatus ippsConj_32fc(const Ipp32fc* pSrc, Ipp32fc* pDst, int len) {
   if (len < 1) return ippStsSizeErr;
   const float* s = &pSrc->re;
   float* d = &pDst->re;
-  int i = 0;
-  for (; i <= 2 * len - Vec::width; i += Vec::width)
+  std::ptrdiff_t i = 0;
+  const std::ptrdiff_t floats = 2 * static_cast<std::ptrdiff_t>(len);
+  for (; i <= floats - Vec::width; i += Vec::width)
     (Vec::LoadU(s + i) ^ SignOdd<Vec>()).StoreU(d + i);
-  for (; i < 2 * len; i += 2) {
+  for (; i < floats; i += 2) {
     d[i] = s[i];
     d[i + 1] = -s[i + 1];
   }

@@ -1,7 +1,7 @@
-#include "audio/audio_format.h"
+#include "audio/formats.h"
 
-#include "audio/file_names.h"
 #include "command_line/errors.h"
+#include "command_line/values.h"
 
 #include <algorithm>
 #include <filesystem>

@@ -1,4 +1,4 @@
-#include "render/lane.h"
+#include "render/render_stream.h"
 
 #include "command_line/errors.h"
 #include "diagnosis/refusals.h"
@@ -9,10 +9,11 @@
 
 namespace Orvik::Tesmo::Tool {
 
-Lane::Lane(std::unique_ptr<StreamProcessor> ownedStream, const LaneSizes& laneSizes)
-    : sizes(laneSizes), stream(std::move(ownedStream)),
+RenderStream::RenderStream(std::unique_ptr<StreamProcessor> ownedStream,
+                           const RenderSizes& renderSizes)
+    : sizes(renderSizes), stream(std::move(ownedStream)),
       planar(sizes.channelCount * sizes.blockFrames), interleaved(planar.size()),
-      aligner(sizes.skippedFrames, sizes.channelCount) {
+      skip(sizes.skippedFrames) {
   for (std::size_t c = 0; c < sizes.channelCount; ++c)
     channels.push_back(planar.data() + c * sizes.blockFrames);
   if (sizes.modelRateHz != sizes.fileRateHz)
@@ -20,7 +21,7 @@ Lane::Lane(std::unique_ptr<StreamProcessor> ownedStream, const LaneSizes& laneSi
                       static_cast<unsigned>(sizes.channelCount));
 }
 
-void Lane::Process(const float* const* input) {
+void RenderStream::Process(const float* const* input) {
   using Clock = std::chrono::steady_clock;
   const auto start = Clock::now();
   try {
@@ -35,23 +36,33 @@ void Lane::Process(const float* const* input) {
   for (std::size_t c = 0; c < sizes.channelCount; ++c)
     for (std::size_t i = 0; i < sizes.blockFrames; ++i)
       interleaved[i * sizes.channelCount + c] = channels[c][i];
-  Deliver(aligner.Take(interleaved));
+  Deliver(Keep(interleaved));
 }
 
-void Lane::Deliver(std::span<const float> modelFrames) {
+/// The part of a block, whole frames, that is neither skipped nor beyond the length.
+std::span<const float> RenderStream::Keep(std::span<const float> modelFrames) {
+  const std::uint64_t frames = modelFrames.size() / sizes.channelCount;
+  const std::uint64_t skipped = std::min(skip, frames);
+  skip -= skipped;
+  const std::uint64_t kept = std::min(frames - skipped, length - keptFrames);
+  keptFrames += kept;
+  return modelFrames.subspan(skipped * sizes.channelCount, kept * sizes.channelCount);
+}
+
+void RenderStream::Deliver(std::span<const float> modelFrames) {
   if (!resampler) return Write(modelFrames);
   converted.clear();
   resampler->Process(modelFrames, converted);
   Write(converted);
 }
 
-void Lane::Write(std::span<const float> fileFrames) {
+void RenderStream::Write(std::span<const float> fileFrames) {
   for (const auto& writer : writers)
     writer->Write(fileFrames);
   writtenFrames += fileFrames.size() / sizes.channelCount;
 }
 
-void Lane::Finish(std::uint64_t fileFrames) {
+void RenderStream::Finish(std::uint64_t fileFrames) {
   converted.clear();
   if (resampler) resampler->Finish(converted);
   converted.resize((fileFrames - std::min(fileFrames, writtenFrames)) * sizes.channelCount);

@@ -1,11 +1,11 @@
 #pragma once
 
-#include "audio/aligner.h"
-#include "audio/audio_writer.h"
 #include "audio/resampler.h"
+#include "audio/sound_file.h"
 #include "kalvrin/stream_processor.h"
 
 #include <cstdint>
+#include <limits>
 #include <memory>
 #include <optional>
 #include <utility>
@@ -13,8 +13,8 @@
 
 namespace Orvik::Tesmo::Tool {
 
-/// The sizes that all lanes of a render share. Model frames are frames at the model's rate.
-struct LaneSizes {
+/// The sizes that all streams of a render share. Model frames are frames at the model's rate.
+struct RenderSizes {
   std::size_t channelCount;
   std::size_t blockFrames;
   std::uint64_t skippedFrames;  // model frames left out at the start
@@ -22,9 +22,9 @@ struct LaneSizes {
 };
 
 /// One stream and the files that its output goes to.
-class Lane {
+class RenderStream {
 public:
-  Lane(std::unique_ptr<StreamProcessor> stream, const LaneSizes& sizes);
+  RenderStream(std::unique_ptr<StreamProcessor> stream, const RenderSizes& sizes);
 
   /// Before the first block.
   void AddWriter(std::unique_ptr<AudioWriter> writer) { writers.push_back(std::move(writer)); }
@@ -32,8 +32,8 @@ public:
   /// One block in, one array per channel. Refusal where the model fails or the disk is full.
   void Process(const float* const* input);
 
-  /// How many model frames count, behind the skipped ones; before they have all come.
-  void SetLength(std::uint64_t modelFrames) { aligner.SetLength(modelFrames); }
+  /// How many model frames are kept, after the skipped ones; call it before they have all come.
+  void SetLength(std::uint64_t modelFrames) { length = modelFrames; }
 
   /// Ends the audio at `fileFrames` frames, with silence where some are missing.
   void Finish(std::uint64_t fileFrames);
@@ -43,15 +43,18 @@ public:
   double ProcessingSeconds() const { return processingSeconds; }
 
 private:
+  std::span<const float> Keep(std::span<const float> modelFrames);
   void Deliver(std::span<const float> modelFrames);
   void Write(std::span<const float> fileFrames);
 
-  LaneSizes sizes;
+  RenderSizes sizes;
   std::unique_ptr<StreamProcessor> stream;
   std::vector<std::unique_ptr<AudioWriter>> writers;
   std::vector<float> planar, interleaved, converted;
   std::vector<float*> channels;
-  Aligner aligner;
+  std::uint64_t skip;  // model frames still to be left out
+  std::uint64_t length = std::numeric_limits<std::uint64_t>::max();  // model frames to be kept
+  std::uint64_t keptFrames = 0;
   std::optional<Resampler> resampler;
   std::uint64_t writtenFrames = 0;
   std::uint64_t blocks = 0;

@@ -1,5 +1,8 @@
 #pragma once
 
+// What hosts read before they load a plugin: for LV2 in the Turtle language, for PipeWire the
+// configuration of a filter chain.
+
 #include "hosting/description.h"
 
 #include <filesystem>
@@ -8,6 +11,13 @@
 #include <vector>
 
 namespace Orvik::Tesmo::Tool {
+
+/// manifest.ttl: which plugins there are, in the binary `binary`, described in `plugins`.
+std::string ManifestText(const Plugin::Description& description, const std::string& binary,
+                         const std::string& plugins);
+
+/// The plugins with all their ports.
+std::string PluginsText(const Plugin::Description& description);
 
 /// A microphone that applications can choose, fed from another through a LADSPA plugin.
 struct FilterChain {

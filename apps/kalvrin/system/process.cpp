@@ -1,12 +1,12 @@
-#include "batch/worker.h"
+#include "system/process.h"
 
 #include "command_line/errors.h"
-#include "command_line/interrupt.h"
 
 #include <algorithm>
 #include <cerrno>
 #include <csignal>
 #include <cstdlib>
+#include <initializer_list>
 #include <sys/prctl.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
@@ -15,6 +15,25 @@
 
 namespace Orvik::Tesmo::Tool {
 namespace {
+
+volatile std::sig_atomic_t pendingSignal = 0;
+
+void Remember(int signal) {
+  pendingSignal = signal;
+}
+
+int WaitFor(pid_t child) {
+  int status = 0;
+  while (waitpid(child, &status, 0) < 0) {
+    if (errno != EINTR) throw Refusal("the process that runs the engine is lost");
+    try {
+      ThrowIfInterrupted();
+    } catch (const Interrupted& interrupted) {
+      kill(child, interrupted.signal);
+    }
+  }
+  return status;
+}
 
 /// Bytes of the message; 0 where the other side has gone.
 std::size_t Receive(int line, void* bytes, std::size_t size) {
@@ -51,6 +70,45 @@ bool Send(int line, const void* bytes, std::size_t size) {
 }
 
 }  // namespace
+
+void CatchSignals() {
+  for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
+    struct sigaction present {};
+    sigaction(signal, nullptr, &present);
+    // A caller that had it ignored (nohup) keeps it ignored.
+    if (present.sa_handler == SIG_IGN) continue;
+    struct sigaction action {};
+    action.sa_handler = Remember;  // without SA_RESTART: a blocked read or write returns
+    sigaction(signal, &action, nullptr);
+  }
+  std::signal(SIGXFSZ, SIG_IGN);
+}
+
+void ThrowIfInterrupted() {
+  if (pendingSignal != 0) throw Interrupted{pendingSignal};
+}
+
+void EndBySignal(int signal) {
+  std::signal(signal, SIG_DFL);
+  kill(getpid(), signal);
+  std::_Exit(128 + signal);
+}
+
+void ContinueInChild() {
+  const pid_t child = fork();
+  if (child < 0) throw Refusal("no process can be made to run the engine in");
+  if (child == 0) {
+    prctl(PR_SET_PDEATHSIG, SIGTERM);
+    return;
+  }
+  const int status = WaitFor(child);
+  if (WIFEXITED(status)) std::_Exit(WEXITSTATUS(status));
+  const int signal = WTERMSIG(status);
+  if (signal == SIGINT || signal == SIGTERM || signal == SIGHUP || signal == SIGKILL)
+    EndBySignal(signal);
+  throw Refusal("the engine ended its process (signal " + std::to_string(signal) +
+                ") while it ran the model");
+}
 
 Worker::Worker(const Work& work) {
   // Of messages, so that a task and an answer come whole.

@@ -1,16 +1,30 @@
-#include "audio/output_file.h"
+#include "system/files.h"
 
 #include "command_line/errors.h"
+#include "system/process.h"
 
 #include <cerrno>
 #include <cstdio>
+#include <cstdlib>
 #include <fcntl.h>
 #include <filesystem>
 #include <sys/stat.h>
+#include <system_error>
 #include <unistd.h>
+#include <vector>
 
 namespace Orvik::Tesmo::Tool {
 namespace {
+
+Descriptor Spool(int from, const std::string& name) {
+  const std::string folder = TemporaryFolder();
+  Descriptor whole = OpenScratchFile(folder);
+  if (!whole)
+    throw Refusal("cannot keep " + name + " in " + folder + ": " + SystemErrorText(errno) +
+                  "; TMPDIR can name another folder");
+  CopyToEnd(from, name, whole.Get(), folder + " (TMPDIR can name another folder)");
+  return whole;
+}
 
 [[noreturn]] void RefuseToWrite(const std::string& name, int error) {
   throw Refusal("cannot write " + name + ": " + SystemErrorText(error));
@@ -29,6 +43,90 @@ std::string FolderOf(const std::string& path) {
 }
 
 }  // namespace
+
+Descriptor::~Descriptor() {
+  if (fd >= 0) close(fd);
+}
+
+std::string SystemErrorText(int error) {
+  return std::generic_category().message(error);
+}
+
+long ReadFully(int fd, void* bytes, std::size_t size) {
+  std::size_t done = 0;
+  while (done < size) {
+    const ssize_t step = read(fd, static_cast<char*>(bytes) + done, size - done);
+    if (step == 0) break;
+    if (step > 0) {
+      done += static_cast<std::size_t>(step);
+    } else if (errno != EINTR) {
+      return -1;
+    } else {
+      ThrowIfInterrupted();
+    }
+  }
+  return static_cast<long>(done);
+}
+
+int WriteFully(int fd, const void* bytes, std::size_t size) {
+  std::size_t done = 0;
+  while (done < size) {
+    const ssize_t step = write(fd, static_cast<const char*>(bytes) + done, size - done);
+    if (step >= 0) {
+      done += static_cast<std::size_t>(step);
+    } else if (errno != EINTR) {
+      return errno;
+    } else {
+      ThrowIfInterrupted();
+    }
+  }
+  return 0;
+}
+
+void CopyToEnd(int from, const std::string& fromName, int to, const std::string& toName) {
+  std::vector<char> bytes(1 << 16);
+  for (;;) {
+    ThrowIfInterrupted();
+    const long count = ReadFully(from, bytes.data(), bytes.size());
+    if (count < 0) throw Refusal("cannot read " + fromName + ": " + SystemErrorText(errno));
+    if (count == 0) return;
+    if (const int error = WriteFully(to, bytes.data(), static_cast<std::size_t>(count)))
+      throw Refusal("cannot write " + toName + ": " + SystemErrorText(error));
+  }
+}
+
+Descriptor OpenScratchFile(const std::string& folder) {
+  if (Descriptor unnamed(open(folder.c_str(), O_TMPFILE | O_RDWR | O_CLOEXEC, 0666)); unnamed)
+    return unnamed;
+  // Some file systems know no unnamed files: a named one loses its name at once.
+  std::string path = folder + "/.kalvrin-XXXXXX";
+  Descriptor named(mkostemp(path.data(), O_CLOEXEC));
+  if (named) unlink(path.c_str());
+  return named;
+}
+
+std::string TemporaryFolder() {
+  const char* folder = std::getenv("TMPDIR");  // NOLINT(concurrency-mt-unsafe): one thread
+  return folder && *folder ? folder : "/tmp";
+}
+
+InputFile::InputFile(const std::string& path) : name(path == "-" ? "standard input" : path) {
+  Descriptor named;
+  if (path != "-") {
+    named = Descriptor(open(path.c_str(), O_RDONLY | O_CLOEXEC));
+    if (!named) throw Refusal("cannot read " + name + ": " + SystemErrorText(errno));
+  }
+  const int from = named ? named.Get() : STDIN_FILENO;
+  struct stat status {};
+  if (fstat(from, &status) != 0)
+    throw Refusal("cannot read " + name + ": " + SystemErrorText(errno));
+  if (S_ISDIR(status.st_mode))
+    throw Refusal("cannot read " + name + ": " + SystemErrorText(EISDIR));
+  // Standard input is read from where it stands, which need not be its start.
+  const bool direct = named && S_ISREG(status.st_mode);
+  file = direct ? std::move(named) : Spool(from, name);
+  lseek(file.Get(), 0, SEEK_SET);
+}
 
 OutputFile::OutputFile(const std::string& path) : name(path == "-" ? "standard output" : path) {
   Inspect(path);
