@@ -4,7 +4,7 @@ JOBS ?= $(shell nproc)
 CMAKE_ARGS ?=
 configure = cmake -S . -B $(1) -G Ninja $(2) $(CMAKE_ARGS)
 
-.PHONY: help build test test-large test-plugins test-cpus soak demo test-page train eval lint lint-all \
+.PHONY: help build test test-large test-embed test-plugins test-cpus soak demo test-page train eval lint lint-all \
         lint-quick check-all asan tsan bench bench-compare fuzz fuzz-long coverage test-batch deb \
         test-deb mutants install clean
 
@@ -27,6 +27,10 @@ test-large:      ## transforms of up to 2^29 samples (12 GiB of memory, some min
 	@$(call configure,$(BUILD),-DKALVRIN_TESTS=ON) >/dev/null
 	@cmake --build $(BUILD) -j $(JOBS) --target fft_large_test
 	@$(BUILD)/bin/fft_large_test
+
+test-embed:      ## examples/embed, a host that builds the library as a part of itself
+	@scripts/install-packages build
+	@tests/docs/embed_test.sh $(BUILD)-embed $(JOBS)
 
 test-plugins:    ## the plugins in real hosts: ffmpeg, JACK, PipeWire, the validators
 	@scripts/install-packages build plugins
@@ -88,7 +92,7 @@ lint lint-all lint-quick:
 	@scripts/lint $(BUILD)-lint $(SCOPE)
 
 # VERBS="lint soak": only these. The logs and the table stay in $(BUILD)-check.
-check-all: VERBS ?= test lint asan tsan test-plugins test-page test-batch test-deb test-cpus coverage soak
+check-all: VERBS ?= test lint asan tsan test-embed test-plugins test-page test-batch test-deb test-cpus coverage soak
 check-all:       ## all verbs that can fail, one after another, hours; a table at the end; as root
 	@scripts/check-all $(BUILD)-check $(VERBS)
 
@@ -137,4 +141,5 @@ test-deb: deb    ## those packages installed and used in a bare system; as root
 
 clean:           ## remove the build folders
 	rm -rf $(BUILD) $(BUILD)-asan $(BUILD)-tsan $(BUILD)-bench $(BUILD)-fuzz $(BUILD)-coverage \
-	  $(BUILD)-deb $(BUILD)-mutants $(BUILD)-lint $(BUILD)-check
+	  $(BUILD)-deb $(BUILD)-mutants $(BUILD)-lint $(BUILD)-check \
+	  $(BUILD)-embed

@@ -72,7 +72,7 @@ void PrintTables(const LoadedModel& model, const StreamRequest& asked, double se
       std::optional<TimedStream> stream;
       try {
         stream.emplace(MakeTimedStream(model, sizes));
-      } catch (...) {  // the sizes asked for are not these: they have made a stream before
+      } catch (...) {  // The model refuses these sizes; those asked for were tried before.
         for (Table* table : {&latency, &factor, &peak})
           table->rows.back().emplace_back("-");
         continue;
@@ -80,7 +80,7 @@ void PrintTables(const LoadedModel& model, const StreamRequest& asked, double se
       BlockTimes times = stream->Run(~std::uint64_t{0}, share);
       const double blockSeconds = static_cast<double>(blockFrames) / RateHz(model);
       const double audioSeconds = blockSeconds * static_cast<double>(times.Count());
-      // from medians: what else runs on the machine is not the stream's
+      // Medians leave out the blocks that something else on the machine made slow.
       const double evaluating = Quantile(times.evaluating, 0.5);
       const double streamSeconds =
           evaluating * static_cast<double>(times.evaluating.size()) +
@@ -104,7 +104,7 @@ void PrintTables(const LoadedModel& model, const StreamRequest& asked, double se
   }
 }
 
-/// A line of the median, rare and worst of `times`, as multiples of `unit` seconds.
+/// A line with quantiles of `times`, from the median to the worst, in units of `unit` seconds.
 void PrintQuantiles(std::string_view label, std::vector<float>& times, double unit,
                     const char* format) {
   std::vector<std::string> cells;

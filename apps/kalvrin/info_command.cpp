@@ -111,7 +111,7 @@ constexpr KnownKey knownKeys[] = {
     {u"ChannelToAudioClassBindings", KnownKey::Kind::List},
 };
 
-/// Whether a present value is of the type that its key asks for; otherwise the default holds.
+/// Whether a value is of its key's type; otherwise the default is used.
 bool Counts(const KnownKey& key, const std::u16string& value) {
   using Type = Dnn::MetadataJson::Type;
   if (key.kind == KnownKey::Kind::Text) return true;
@@ -160,7 +160,7 @@ void PrintMetadata(const ModelDescription& model, const ModelFacts& facts) {
       PrintKey(PrintableText(entry.first), PrintableText(entry.second) + " (not read)");
 }
 
-/// A stream reads two of the keys in a way of its own, and its reading is what one hears.
+/// A stream reads two of the keys by other rules; where the results differ, the stream's count.
 std::vector<std::string> SecondReadings(const ModelFacts& facts) {
   std::vector<std::string> notes;
   const auto add = [&notes](const std::string& key, std::int32_t taken, std::int32_t read) {
@@ -224,8 +224,9 @@ constinit const Command infoCommand = {
     "Prints the inputs and outputs with the meaning of their dimensions, window, hop, states,\n"
     "classes, channel bindings, metadata with the defaults marked, and the latency for usual "
     "block\n"
-    "lengths. A free dimension is a star. Whether the library takes the model at certain sizes is\n"
-    "the business of 'kalvrin check'.\n",
+    "lengths. A free dimension is a star. 'kalvrin check' says whether the library takes the "
+    "model\n"
+    "at certain sizes.\n",
     Declare,
 };
 

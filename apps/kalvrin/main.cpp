@@ -69,7 +69,7 @@ int Dispatch(Arguments arguments) {
   return RunCommand(FindCommand(name), rest);
 }
 
-/// What was printed has to have arrived, too.
+/// Printed text that cannot be written is a failure, too.
 int FlushResults(int status) {
   errno = 0;
   if (std::cout.flush()) return status;
@@ -106,7 +106,7 @@ int Run(Arguments arguments) {
   try {
     return RunAndExplain(arguments);
   } catch (const std::bad_alloc&) {
-    // Not even the words could be put together.
+    // There was not enough memory for the message either.
     PrintFailure("there is not enough memory");
     return ExitStatus::Refused;
   }

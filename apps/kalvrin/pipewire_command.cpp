@@ -22,7 +22,7 @@ struct Settings {
   std::string model, file, folder, source;
 };
 
-/// As a plugin's control takes it: what is too quiet for it is mute.
+/// The value for a plugin's control; gains below its range are set to its lowest, which is mute.
 double Decibels(float gain) {
   if (gain <= 0) return Plugin::lowestGainDb;
   const double db = 20 * std::log10(static_cast<double>(gain));

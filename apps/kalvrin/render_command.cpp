@@ -12,7 +12,7 @@
 namespace Orvik::Tesmo::Tool {
 namespace {
 
-/// A render of one file, or with what only many files need.
+/// What the command line asks for, with the options for many files.
 struct Settings : RenderSettings {
   bool isList = false;
   std::optional<std::size_t> jobs;
@@ -113,12 +113,15 @@ constinit const Command renderCommand = {
     "render",
     "run audio, a file or a folder, through a model and write the mix",
     "Reads IN (WAV, FLAC, Ogg and whatever else libsndfile reads), runs it through the model with\n"
-    "the gains asked for, and writes OUT. The output stands in step with the input and has its\n"
-    "length. A gain is a factor from 0 or decibels; all are 1 unless given. Values in IN that are\n"
-    "no finite numbers count as silence. OUT appears whole at the end, or not at all.\n"
+    "the gains asked for, and writes OUT. The output is aligned with the input and has its "
+    "length.\n"
+    "A gain is a factor from 0 or decibels; all are 1 unless given. NaN and infinite samples in "
+    "IN\n"
+    "become silence. OUT appears whole at the end, or not at all.\n"
     "\n"
-    "IN may be a folder, or with --list a list of files; OUT is a folder then. What is there and\n"
-    "not older than its input and the model is left alone. Exit status 1: some file failed.\n",
+    "IN may be a folder, or with --list a list of files; OUT is a folder then. Outputs that are "
+    "not\n"
+    "older than their input and the model are left alone. Exit status 1: some file failed.\n",
     Declare,
 };
 

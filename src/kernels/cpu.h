@@ -1,7 +1,7 @@
 #pragma once
 
-// What the processor tells of itself. Every question is a pure function of CPUID's answers, so that
-// a test can ask it of any processor.
+// What an x86-64 processor says about itself. Every question is a pure function of CPUID's answers,
+// so that a test can ask it of any processor.
 
 #include "kernels/ipps.h"
 
@@ -21,11 +21,15 @@ struct CpuFeatures {
 /// operating system has enabled it: 0 otherwise). AVX counts when the system also saves its
 /// registers.
 CpuFeatures FeaturesOf(const CpuidLeaf& leaf1, std::uint32_t xcr0);
+CpuFeatures FeaturesOfThis();
 
-/// The index of the best build that needs nothing beyond `f`.
-std::int32_t BestVariant(const CpuFeatures& f);
+/// The index of the best build that a processor with these features runs.
+std::int32_t BestVariant(const CpuFeatures& features);
 
 /// ippGetMaxCacheSizeB for any processor; `bytes` is always written.
 IppStatus MaxCacheSize(CpuidReader cpuid, std::int32_t& bytes);
+
+/// About 1 / sqrt(x), as the processor estimates it, to 11 bits or more.
+float EstimateReciprocalRoot(float x);
 
 }  // namespace Orvik::Tesmo::Kernels

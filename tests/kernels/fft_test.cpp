@@ -1,6 +1,6 @@
 // Transforms of 2^order values of every build that this processor runs.
 
-#include "kernels/fft/planned_fft.h"
+#include "kernels/fft/plan.h"
 #include "kernels/noise.h"
 #include "kernels/planned_transforms.h"
 #include "kernels/random_input.h"

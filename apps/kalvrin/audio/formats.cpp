@@ -50,7 +50,7 @@ int EncodingLike(int inputFormat) {
     return SF_FORMAT_PCM_24;
   case SF_FORMAT_PCM_32:
     return SF_FORMAT_PCM_32;
-  default:  // floats, and everything that was decoded from something lossy
+  default:  // floats, and what was decoded from a lossy format
     return SF_FORMAT_FLOAT;
   }
 }

@@ -9,28 +9,28 @@
 
 namespace Orvik::Tesmo::Tool {
 
-/// The two halves of an audio format in libsndfile's numbers.
+/// Container and encoding of an audio file, as libsndfile numbers them.
 struct AudioFormat {
   int container = 0;  // SF_FORMAT_WAV, SF_FORMAT_FLAC, SF_FORMAT_OGG
   int encoding = 0;   // SF_FORMAT_PCM_16, SF_FORMAT_PCM_24, SF_FORMAT_PCM_32, SF_FORMAT_FLOAT, ...
 };
 
-/// "wav", "flac" or "ogg". UsageError for another text.
+/// "wav", "flac" or "ogg". Throws UsageError for another text.
 int ParseContainer(std::string_view text);
 
-/// "pcm16", "pcm24", "pcm32" or "float". UsageError for another text.
+/// "pcm16", "pcm24", "pcm32" or "float". Throws UsageError for another text.
 int ParseEncoding(std::string_view text);
 
-/// The container that the extension of `path` asks for; WAV where there is none. UsageError for an
-/// extension that stands for nothing here.
+/// The container that the extension of `path` names; WAV where there is none. Throws UsageError for
+/// any other extension.
 int ContainerForPath(std::string_view path);
 
 /// ".wav" and so on.
 std::string_view ExtensionOf(int container);
 
-/// The format to write: the wished encoding, else the one of the input (`inputFormat`, libsndfile's
-/// number) where the container has it, else the nearest that loses nothing. Refusal where the
-/// container does not have the wished encoding.
+/// The format to write. The encoding is the wished one, else that of the input (`inputFormat`,
+/// libsndfile's number) where the container has it, else the nearest that loses nothing. Throws
+/// Refusal where the container does not have the wished encoding.
 AudioFormat ChooseFormat(int container, std::optional<int> wishedEncoding, int inputFormat);
 
 /// "WAV, 24-bit", for the summary.

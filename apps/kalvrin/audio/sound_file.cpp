@@ -11,7 +11,7 @@
 namespace Orvik::Tesmo::Tool {
 namespace {
 
-/// libsndfile's number, with the variant of WAV that the sizes need.
+/// libsndfile's number of the format, with the variant of WAV that channels and length need.
 int FormatNumber(const AudioFormat& format, int channels, std::optional<std::uint64_t> frames,
                  bool hasMap) {
   int container = format.container;
@@ -27,7 +27,7 @@ int FormatNumber(const AudioFormat& format, int channels, std::optional<std::uin
   return container | format.encoding;
 }
 
-/// Refusal where the format does not go with the channels or the rate.
+/// Throws Refusal where the format does not take so many channels or this rate.
 SF_INFO MakeInfo(const AudioFormat& format, int number, int channels, int rate) {
   SF_INFO info{};
   info.format = number;
@@ -42,14 +42,14 @@ SF_INFO MakeInfo(const AudioFormat& format, int number, int channels, int rate) 
 
 }  // namespace
 
-/// `result` of a system call, its error kept for SystemError: libsndfile passes over some. A place
-/// that no file has (EINVAL) is what a damaged file asks for, and no failure of the system.
+/// Returns `result` of a system call, and keeps its error for SystemError: libsndfile ignores some.
+/// EINVAL is no failure of the system: a damaged file makes libsndfile seek to impossible places.
 sf_count_t SoundStream::Noted(Io& io, sf_count_t result) {
   if (result < 0 && io.error == 0 && errno != EINVAL) io.error = errno;
   return result;
 }
 
-/// Repeats `step` until all `count` bytes have moved, or no more do; how many have.
+/// Repeats `step` until `count` bytes have moved or no more come; returns how many have moved.
 template <class Step>
 sf_count_t SoundStream::MoveAll(Io& io, sf_count_t count, Step step) {
   sf_count_t done = 0;
@@ -77,7 +77,7 @@ SF_VIRTUAL_IO SoundStream::Operations() {
     auto& io = *static_cast<Io*>(data);
     return Noted(io, lseek(io.fd, 0, SEEK_CUR));
   };
-  // libsndfile takes what is short for the end of the file, or of the disk.
+  // libsndfile takes a short read for the end of the file, and a short write for a full disk.
   operations.read = [](void* bytes, sf_count_t count, void* data) -> sf_count_t {
     auto* const rest = static_cast<char*>(bytes);
     return MoveAll(*static_cast<Io*>(data), count, [&](int fd, sf_count_t done, std::size_t size) {
@@ -158,7 +158,7 @@ std::uint64_t Quantize(std::span<const float> in, int bits, std::span<std::int32
   for (std::size_t i = 0; i < in.size(); ++i) {
     const double level = std::nearbyint(in[i] * scale);
     const double held = std::clamp(level, -scale, scale - 1);
-    // Full scale itself is one step too high for two's complement; that is no clipping to report.
+    // 1.0 is one step too high for two's complement: it is cut, but not counted as clipped.
     if (held != level && std::abs(in[i]) > 1) ++cut;
     out[i] = static_cast<std::int32_t>(held * unit);
   }
@@ -189,9 +189,9 @@ AudioWriter::AudioWriter(const std::string& path, const AudioFormat& format, int
 
 void AudioWriter::SetTags(const AudioTags& tags) {
   SNDFILE* handle = sound.Handle();
-  // What turns out to fit becomes a plain WAV at the end.
+  // RF64 that turns out to be short enough becomes a plain WAV at the end.
   sf_command(handle, SFC_RF64_AUTO_DOWNGRADE, nullptr, SF_TRUE);
-  // The peak chunk holds the time of day; without it equal renders are equal files.
+  // The peak chunk holds the time of day: without it, equal renders make equal files.
   sf_command(handle, SFC_SET_ADD_PEAK_CHUNK, nullptr, SF_FALSE);
   double quality = 0.6;
   sf_command(handle, SFC_SET_VBR_ENCODING_QUALITY, &quality, sizeof quality);
@@ -205,7 +205,7 @@ void AudioWriter::SetTags(const AudioTags& tags) {
 }
 
 void AudioWriter::Write(std::span<const float> interleaved) {
-  // Encoders keep some of their scratch on the stack, by the size of a call.
+  // Some encoders need stack in proportion to the length of a call.
   constexpr std::size_t framesAtOnce = 4096;
   const std::size_t step = framesAtOnce * static_cast<std::size_t>(channels);
   for (std::size_t start = 0; start < interleaved.size(); start += step) {
@@ -227,7 +227,7 @@ void AudioWriter::Write(std::span<const float> interleaved) {
 }
 
 void AudioWriter::Finish() {
-  // FLAC's header comes with the first frame; without one it has to be asked for.
+  // libsndfile writes FLAC's header with the first frame. A file without a frame needs this call.
   const bool isFlac = (info.format & SF_FORMAT_TYPEMASK) == SF_FORMAT_FLAC;
   if (isFlac && isEmpty) sf_command(sound.Handle(), SFC_UPDATE_HEADER_NOW, nullptr, 0);
   sound.Close();

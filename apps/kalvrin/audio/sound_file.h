@@ -17,8 +17,8 @@
 
 namespace Orvik::Tesmo::Tool {
 
-/// One libsndfile handle over a file descriptor that the caller keeps open. Unlike the library's
-/// own road over a descriptor, this one keeps the error of the system call that failed.
+/// One libsndfile handle over a file descriptor that the caller keeps open. sf_open_fd would lose
+/// the error of a system call that failed; this class keeps it.
 class SoundStream {
 public:
   /// `mode` SFM_READ or SFM_WRITE; `info` as sf_open has it. On failure Handle is null.
@@ -26,13 +26,13 @@ public:
 
   SNDFILE* Handle() const { return handle.get(); }
 
-  /// Writes what is still held back and ends the handle.
+  /// Writes what libsndfile still buffers and closes the handle.
   void Close();
 
   /// errno of the first system call that failed; 0 for none.
   int SystemError() const { return io->error; }
 
-  /// The system's words where it failed, otherwise libsndfile's.
+  /// The text of the system's error where a call failed, otherwise libsndfile's.
   std::string ErrorText() const;
 
 private:
@@ -52,7 +52,7 @@ private:
   std::unique_ptr<SNDFILE, Closer> handle;
 };
 
-/// What belongs to the audio beside its samples and goes from the input to the output.
+/// What is copied from the input to the output beside the samples.
 struct AudioTags {
   std::map<int, std::string> texts;  // by libsndfile's number: title, artist, ...
   std::vector<int> channelMap;       // empty when the file does not say
@@ -61,23 +61,23 @@ struct AudioTags {
 /// Reads an audio file from start to end as interleaved floats, full scale 1.
 class AudioReader {
 public:
-  /// "-" is standard input. Refusal where the file cannot be read or is no audio.
+  /// "-" is standard input. Throws Refusal where the file cannot be read or is no audio.
   explicit AudioReader(const std::string& path);
 
   const std::string& Name() const { return file.Name(); }
   int SampleRate() const { return info.samplerate; }
   int ChannelCount() const { return info.channels; }
-  /// As far as the file declares it; what Read gives counts.
+  /// What the file declares, if it does. The frames that Read returns can be more or fewer.
   std::optional<std::uint64_t> FrameCount() const;
   /// libsndfile's number.
   int Format() const { return info.format; }
   AudioTags Tags() const;
 
-  /// Gives the frames read, less than `frames` at the end only. Samples that are no finite numbers
-  /// come as 0. Refusal where the file breaks off in an error.
+  /// Returns the number of frames read, less than `frames` only at the end. NaN and infinite
+  /// samples become 0. Throws Refusal where the file cannot be read further.
   std::size_t Read(float* interleaved, std::size_t frames);
 
-  /// Samples that were no finite numbers so far, and the frame of the first of them.
+  /// How many samples were NaN or infinite so far, and the frame of the first of them.
   std::uint64_t NonFiniteSamples() const { return nonFinite; }
   std::uint64_t FirstNonFiniteFrame() const { return firstNonFinite; }
 
@@ -91,26 +91,27 @@ private:
 };
 
 /// Rounds samples (full scale 1) to `bits` bits, left-justified in 32, as libsndfile takes them.
-/// What lies outside is cut to full scale; the result is how many samples were. `out` has the size
-/// of `in`. A sample that came from `bits` bits goes back to the very same bits.
+/// Louder samples are cut to full scale; returns how many were. `out` has the size of `in`. A
+/// sample that was read from `bits` bits comes back bit for bit.
 std::uint64_t Quantize(std::span<const float> in, int bits, std::span<std::int32_t> out);
 
-/// Sets samples that are no finite numbers to 0; gives their count.
+/// Sets NaN and infinite samples to 0 and returns their number.
 std::uint64_t SilenceNonFinite(std::span<float> samples);
 
-/// Writes one audio file from start to end. It appears under its name at Commit, or never.
+/// Writes one audio file from start to end. It gets its name at Commit; without that, no file
+/// appears.
 class AudioWriter {
 public:
-  /// `expectedFrames`, if known, chooses between WAV and its form for more than 4 GiB; more or
-  /// fewer may come. Refusal where the file cannot be made or the format does not go with the
-  /// channels or the rate.
+  /// `expectedFrames`, if known, chooses between WAV and RF64, its form for more than 4 GiB; more
+  /// or fewer frames may be written. Throws Refusal where the file cannot be made, or the format
+  /// does not take so many channels or this rate.
   AudioWriter(const std::string& path, const AudioFormat& format, int channelCount,
               int sampleRateHz, std::optional<std::uint64_t> expectedFrames, const AudioTags& tags);
 
-  /// `interleaved`: whole frames, full scale 1. Refusal where the disk is full and the like.
+  /// `interleaved`: whole frames, full scale 1. Throws Refusal where it cannot write: a full disk.
   void Write(std::span<const float> interleaved);
 
-  /// Ends the file; Refusal where it cannot be ended.
+  /// Completes the file's contents. Throws Refusal where it cannot write.
   void Finish();
   /// After Finish: the file gets its name.
   void Commit() { file.Commit(); }
@@ -118,7 +119,7 @@ public:
   const std::string& Name() const { return file.Name(); }
   /// Samples louder than full scale, cut to it. Always 0 for float samples.
   std::uint64_t ClippedSamples() const { return clipped; }
-  /// Samples that were no finite numbers, written as 0.
+  /// Samples that were NaN or infinite, written as 0.
   std::uint64_t NonFiniteSamples() const { return nonFinite; }
 
 private:

@@ -27,7 +27,7 @@ namespace {
 
 using Json = nlohmann::ordered_json;
 
-/// A path need not be UTF-8.
+/// JSON is UTF-8, a path need not be: other bytes become U+FFFD.
 std::string TextOf(const Json& json) {
   return json.dump(-1, ' ', false, Json::error_handler_t::replace);
 }
@@ -39,7 +39,7 @@ void MakeFolderFor(const std::string& path) {
   if (error) throw Refusal("cannot make the folder " + folder.native() + ": " + error.message());
 }
 
-/// In the worker: one file. Its model is loaded with the first.
+/// Runs in a child process: renders one file after the other. The first loads the model.
 class FileRenderer {
 public:
   explicit FileRenderer(const BatchSettings& settings)
@@ -85,7 +85,7 @@ private:
   LoadedModel model;
 };
 
-/// In the parent: who does what, and what came of it.
+/// Runs in the parent: hands files out to the child processes and records what they answer.
 class Batch {
 public:
   Batch(const BatchSettings& settings, const std::vector<FileTask>& tasks)
@@ -128,7 +128,7 @@ private:
         std::ranges::count_if(seats, [](const Seat& seat) { return seat.task.has_value(); }));
   }
 
-  /// Gives every idle worker something to do; false when there is nothing left.
+  /// Hands a file to every idle worker. Returns false when no file is left.
   bool HandOut() {
     for (; next < tasks.size(); ++next) {
       ThrowIfInterrupted();
@@ -155,7 +155,7 @@ private:
     return &seats.back();
   }
 
-  /// Waits for answers, a moment at most.
+  /// Waits for answers, for a quarter of a second at most.
   void Collect() {
     std::vector<pollfd> lines;
     for (const Seat& seat : seats)
@@ -211,7 +211,7 @@ private:
     std::strftime(now, sizeof now, "%Y-%m-%dT%H:%M:%SZ", gmtime_r(&time, &utc));
     Json line = {{"time", now}, {"input", tasks[task].input}, {"output", tasks[task].output}};
     line.update(answer);
-    // One write, so that the lines of several processes do not mix.
+    // One write for each line, so that the lines of several processes do not mix.
     const std::string text = TextOf(line) + '\n';
     if (const int error = WriteFully(log.Get(), text.data(), text.size()))
       throw Refusal("cannot write " + settings.log + ": " + SystemErrorText(error));
@@ -219,7 +219,7 @@ private:
 
   const BatchSettings& settings;
   const std::vector<FileTask>& tasks;
-  FileRenderer renderer;  // at work in the children only
+  FileRenderer renderer;  // used in the children only
   Descriptor log;
   BatchCounts counts;
   ProgressLine progress{ProgressLine::Otherwise::LineEveryTenSeconds};

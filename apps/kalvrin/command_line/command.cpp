@@ -8,8 +8,8 @@
 namespace Orvik::Tesmo::Tool {
 namespace {
 
-/// CLI11 passes over the empty value of "--name=" and takes the next argument instead, so name and
-/// value become two arguments here. In the order that CLI11 takes: the last comes first.
+/// Makes two arguments of "--name=value": for "--name=", CLI11 would take the next argument as the
+/// value. The result is in the order that CLI11 expects, the last argument first.
 std::vector<std::string> SplitValues(const CLI::App& line, Arguments arguments) {
   std::vector<std::string> split;
   bool optionsEnded = false;
@@ -32,8 +32,8 @@ std::vector<std::string> SplitValues(const CLI::App& line, Arguments arguments) 
   return split;
 }
 
-/// What CLI11 found, in this tool's words. An unknown option comes first: its value may be why the
-/// operands do not fit.
+/// Puts CLI11's error into this tool's words. An unknown option is reported before all else,
+/// because its value may have been counted as an operand.
 UsageError UsageErrorFor(const CLI::App& line, const CLI::ParseError& error) {
   const std::vector<std::string> others = line.remaining();
   const std::string text = error.what();

@@ -62,11 +62,11 @@ void AddFlag(CLI::App& line, const std::string& name, bool& isGiven, const std::
 /// --rest, --master, and the gain of one class as `classOption`.
 void AddGains(CLI::App& line, const std::string& classOption, Gains& gains);
 
-/// Parses `arguments`, what follows the command's name, and runs the command; prints its help
-/// instead where they ask for it. Returns the exit status. UsageError for what is not declared.
+/// Parses `arguments`, those after the command's name, and runs the command, or prints its help
+/// where they ask for it. Returns the exit status. Throws UsageError for what is not declared.
 int RunCommand(const Command& command, Arguments arguments);
 
-/// "MODEL IN OUT [OPTION...]".
+/// "MODEL IN OUT [OPTION...]", for the overview.
 std::string UsageOf(const Command& command);
 
 void PrintHelp(std::ostream& out, const Command& command);

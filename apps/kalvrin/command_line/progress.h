@@ -10,7 +10,7 @@
 namespace Orvik::Tesmo::Tool {
 
 /// One line for a terminal `columns` wide: a bar, the per cent, and the time left once it can be
-/// told. `fraction` is cut to 0..1.
+/// estimated. `fraction` is clamped to 0..1.
 std::string ProgressText(double fraction, double elapsedSeconds, int columns);
 
 /// How far a batch is.
@@ -25,11 +25,11 @@ struct BatchCounts {
 /// from the files that were not skipped.
 std::string BatchProgressText(const BatchCounts& counts, double elapsedSeconds);
 
-/// Draws a line in place on a terminal, ten times a second at most, and wipes it at the end of its
-/// life.
+/// Draws a line on a terminal, ten times a second at most, each over the last, and wipes it when it
+/// is destroyed.
 class ProgressLine {
 public:
-  /// What happens where standard error is no terminal; Never draws on a terminal neither.
+  /// What it prints where standard error is no terminal. Never: nothing on a terminal either.
   enum class Otherwise { Nothing, LineEveryTenSeconds, Never };
 
   explicit ProgressLine(Otherwise otherwise);
@@ -37,7 +37,8 @@ public:
   ProgressLine(const ProgressLine&) = delete;
   ProgressLine& operator=(const ProgressLine&) = delete;
 
-  /// `text` makes the line where one is due, out of the seconds since the object was made.
+  /// Calls `text` where a new line is due and draws its result. It gets the seconds since this
+  /// object was made.
   void Update(const std::function<std::string(double elapsedSeconds)>& text);
   /// The bar of ProgressText, as wide as the terminal.
   void Update(double fraction);

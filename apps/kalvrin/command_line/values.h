@@ -1,6 +1,6 @@
 #pragma once
 
-// Numbers and gains as people write them on a command line, and as they like to read them back.
+// Numbers and gains as people write them on a command line, and gains as the tool prints them.
 
 #include <cstdint>
 #include <string>
@@ -9,7 +9,7 @@
 
 namespace Orvik::Tesmo::Tool {
 
-/// A whole number from `least` to `most`. UsageError.
+/// A whole number from `least` to `most`. Throws UsageError.
 std::uint64_t ParseCount(std::string_view text, std::uint64_t least, std::uint64_t most);
 
 struct ClassGain {
@@ -23,13 +23,13 @@ struct Gains {
 };
 
 /// A linear factor from 0 ("0.5"), or decibels ("-6dB", "-6 db", "-infdB" for silence). The result
-/// is linear and finite. UsageError.
+/// is linear and finite. Throws UsageError.
 float ParseGain(std::string_view text);
 
-/// "NAME=GAIN", cut at the last equals sign. UsageError.
+/// "NAME=GAIN", cut at the last equals sign. Throws UsageError.
 ClassGain ParseClassGain(std::string_view text);
 
-/// The text with the letters A to Z small; all others stay.
+/// The text with A to Z as a to z, all other bytes unchanged.
 std::string LowerCase(std::string text);
 
 /// "1", "0.5012 (-6.0 dB)", "0".

@@ -17,14 +17,14 @@
 
 namespace Orvik::Tesmo::Tool {
 
-/// Where a file that is delivered with the tool stands: in the program's own folder, ../lib,
-/// ../lib/kalvrin, or the folder of installed libraries and its kalvrin: the first that has it.
-/// Refusal where none has.
+/// The path of a file that is installed with the tool: in the program's own folder, ../lib,
+/// ../lib/kalvrin, the folder of installed libraries, or the folder kalvrin in that. Throws Refusal
+/// where none has it.
 std::filesystem::path InstalledFile(const char* name);
 
 /// The inference engine, opened from where InstalledFile finds it; also selects the kernels for
-/// this processor. It outlives all that is made of it. Refusal where it is missing or does not
-/// work.
+/// this processor. It must outlive all that is made with it. Throws Refusal where it is missing or
+/// does not work.
 std::shared_ptr<Platform::Runtime> OpenEngine();
 
 /// The bytes of a serialized model.
@@ -33,33 +33,34 @@ struct ModelFile {
   std::vector<char> bytes;
 };
 
-/// Refusal where the file cannot be read, is empty, or is longer than a model can be (4 GiB).
+/// Throws Refusal where the file cannot be read, is empty, or is longer than 4 GiB.
 ModelFile ReadModelFile(const std::string& path);
 
-/// A model that the engine loads once, whatever the number of streams and files.
+/// A model that the engine loads once; all streams over it share it.
 class LoadedModel {
 public:
-  /// Only notes the path.
+  /// Reads nothing yet.
   explicit LoadedModel(std::string path) : path(std::move(path)) {}
 
-  /// Reads and loads the model unless that has been done. Refusal where the file or the engine
-  /// fails; else what the library refuses the model with.
+  /// Reads and loads the model unless that has been done. Throws Refusal where the file or the
+  /// engine fails, else what the library throws for a model that it refuses.
   void Load();
-  /// The same, of bytes that have been read.
+  /// The same for a file that has been read.
   void Load(const ModelFile& file);
 
-  /// What messages call it.
+  /// The name for messages.
   const std::string& Path() const { return path; }
   /// After Load.
   const ModelFacts& Facts() const { return *facts; }
-  /// As far as Load came; null before the bytes were a model.
+  /// After Load, also one that threw. Null where the bytes are no model.
   const ModelDescription* Description() const { return description ? &*description : nullptr; }
 
-  /// After Load: a new stream, all its gains 0. Throws what the library refuses the sizes with.
+  /// After Load: a new stream, all its gains 0. Throws what the library throws for sizes that it
+  /// refuses.
   std::unique_ptr<StreamProcessor> MakeStream(const StreamRequest& settled) const;
 
-  /// In a catch block around Load and MakeStream: the failure in one sentence that names the model,
-  /// or thrown on where no model causes it.
+  /// Call it in a catch block around Load and MakeStream. Returns the failure as one sentence that
+  /// names the model. A failure that the model does not cause is thrown on.
   Refusal RefusalFor(const StreamRequest& request) const;
 
 private:

@@ -23,7 +23,7 @@
 namespace Orvik::Tesmo::Tool {
 namespace {
 
-/// UTF-8. A name that cannot be written on a line of its own is refused.
+/// The name in UTF-8. Throws Refusal for one with characters that do not fit on a line.
 std::string ClassName(const std::u16string& name) {
   std::string text = PrintableText(name);
   if (Dnn::Utf8FromUtf16(name) != text)
@@ -60,7 +60,7 @@ DescribedModel::DescribedModel(const std::string& path, const PluginRequest& req
       model.MakeStream(sizes);
       description.channelCounts.push_back(count);
     } catch (const std::bad_alloc&) {
-      throw;  // which says nothing of the model
+      throw;  // not the model's fault
     } catch (const DSP::IPPException& error) {
       if (error.status == ippStsMemAllocErr) throw;
       refusal = model.RefusalFor(sizes);

@@ -23,7 +23,7 @@ constexpr const char* prefixes = R"(@prefix bufsz: <http://lv2plug.in/ns/ext/buf
 @prefix urid: <http://lv2plug.in/ns/ext/urid#> .
 )";
 
-/// What sets a port apart from others of its kind.
+/// What is special to ports of this role.
 const char* Particulars(Role role) {
   switch (role) {
   case Role::Enabled:
@@ -85,7 +85,7 @@ void WritePlugin(std::ostream& out, const Description& d, unsigned channelCount)
 std::string ManifestText(const Description& d, const std::string& binary,
                          const std::string& plugins) {
   std::ostringstream out;
-  out.exceptions(std::ios::badbit);  // or it would go on without memory
+  out.exceptions(std::ios::badbit);  // otherwise it ignores a lack of memory
   out << "@prefix lv2: <http://lv2plug.in/ns/lv2core#> .\n"
          "@prefix rdfs: <http://www.w3.org/2000/01/rdf-schema#> .\n";
   for (const unsigned count : d.channelCounts)
@@ -96,7 +96,7 @@ std::string ManifestText(const Description& d, const std::string& binary,
 
 std::string PluginsText(const Description& d) {
   std::ostringstream out;
-  out.exceptions(std::ios::badbit);  // or it would go on without memory
+  out.exceptions(std::ios::badbit);  // otherwise it ignores a lack of memory
   out << std::fixed << std::setprecision(1)
       << "@prefix rdf: <http://www.w3.org/1999/02/22-rdf-syntax-ns#> .\n"
       << prefixes;
@@ -115,7 +115,7 @@ std::string FilterChainText(const FilterChain& chain) {
                                    ? "audio.channels = 1 audio.position = [ MONO ]"
                                    : "audio.channels = 2 audio.position = [ FL FR ]";
   std::ostringstream out;
-  out.exceptions(std::ios::badbit);  // or it would go on without memory
+  out.exceptions(std::ios::badbit);  // otherwise it ignores a lack of memory
   out << R"(context.spa-libs = {
   audio.convert.* = audioconvert/libspa-audioconvert
   support.*       = support/libspa-support

@@ -12,14 +12,15 @@
 
 namespace Orvik::Tesmo::Tool {
 
-/// manifest.ttl: which plugins there are, in the binary `binary`, described in `plugins`.
+/// The text of manifest.ttl: names the plugins, their `binary`, and the file `plugins` that
+/// describes them.
 std::string ManifestText(const Plugin::Description& description, const std::string& binary,
                          const std::string& plugins);
 
-/// The plugins with all their ports.
+/// The text of that file: the plugins with all their ports.
 std::string PluginsText(const Plugin::Description& description);
 
-/// A microphone that applications can choose, fed from another through a LADSPA plugin.
+/// A virtual microphone: the audio of a real one after a LADSPA plugin.
 struct FilterChain {
   std::filesystem::path library;  // absolute
   Plugin::Description description;
@@ -31,7 +32,7 @@ struct FilterChain {
 /// The node name of the virtual microphone.
 std::string MicrophoneName(const Plugin::Description& description);
 
-/// A whole configuration for a `pipewire -c FILE` of its own.
+/// A complete configuration for `pipewire -c FILE`.
 std::string FilterChainText(const FilterChain& chain);
 
 }  // namespace Orvik::Tesmo::Tool

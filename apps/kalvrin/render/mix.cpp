@@ -17,7 +17,7 @@ namespace {
 
 constexpr const char16_t* remainder = u"Rest";
 
-/// Empty where `name` is no UTF-8, and so no class.
+/// Empty where `name` is no UTF-8: no class has such a name.
 std::u16string WideName(const std::string& name) {
   try {
     return Dnn::Utf16FromUtf8(name);
@@ -115,7 +115,7 @@ StemFolder::StemFolder(std::string folder) : path(std::move(folder)) {
 
 StemFolder::~StemFolder() {
   std::error_code ignored;
-  if (isOurs) std::filesystem::remove(path, ignored);  // refuses a folder that holds something
+  if (isOurs) std::filesystem::remove(path, ignored);  // fails where the folder is not empty
 }
 
 }  // namespace Orvik::Tesmo::Tool

@@ -12,10 +12,8 @@ namespace Orvik::Tesmo::Tool {
 RenderStream::RenderStream(std::unique_ptr<StreamProcessor> ownedStream,
                            const RenderSizes& renderSizes)
     : sizes(renderSizes), stream(std::move(ownedStream)),
-      planar(sizes.channelCount * sizes.blockFrames), interleaved(planar.size()),
-      skip(sizes.skippedFrames) {
-  for (std::size_t c = 0; c < sizes.channelCount; ++c)
-    channels.push_back(planar.data() + c * sizes.blockFrames);
+      block(sizes.channelCount, sizes.blockFrames),
+      interleaved(sizes.channelCount * sizes.blockFrames), skip(sizes.skippedFrames) {
   if (sizes.modelRateHz != sizes.fileRateHz)
     resampler.emplace(sizes.modelRateHz, sizes.fileRateHz,
                       static_cast<unsigned>(sizes.channelCount));
@@ -25,7 +23,7 @@ void RenderStream::Process(const float* const* input) {
   using Clock = std::chrono::steady_clock;
   const auto start = Clock::now();
   try {
-    stream->ProcessBlock(input, channels.data(), sizes.blockFrames, 1);
+    stream->ProcessBlock(input, block.Channels(), sizes.blockFrames, 1);
   } catch (...) {
     const double second = static_cast<double>(blocks * sizes.blockFrames) / sizes.modelRateHz;
     throw Refusal("the model failed at " + DurationText(second) +
@@ -35,11 +33,11 @@ void RenderStream::Process(const float* const* input) {
   ++blocks;
   for (std::size_t c = 0; c < sizes.channelCount; ++c)
     for (std::size_t i = 0; i < sizes.blockFrames; ++i)
-      interleaved[i * sizes.channelCount + c] = channels[c][i];
+      interleaved[i * sizes.channelCount + c] = block[c][i];
   Deliver(Keep(interleaved));
 }
 
-/// The part of a block, whole frames, that is neither skipped nor beyond the length.
+/// The frames of a block that are neither skipped nor beyond the length.
 std::span<const float> RenderStream::Keep(std::span<const float> modelFrames) {
   const std::uint64_t frames = modelFrames.size() / sizes.channelCount;
   const std::uint64_t skipped = std::min(skip, frames);

@@ -2,6 +2,7 @@
 
 #include "audio/resampler.h"
 #include "audio/sound_file.h"
+#include "hosting/frames.h"
 #include "kalvrin/stream_processor.h"
 
 #include <cstdint>
@@ -26,16 +27,17 @@ class RenderStream {
 public:
   RenderStream(std::unique_ptr<StreamProcessor> stream, const RenderSizes& sizes);
 
-  /// Before the first block.
+  /// Call it before the first block.
   void AddWriter(std::unique_ptr<AudioWriter> writer) { writers.push_back(std::move(writer)); }
 
-  /// One block in, one array per channel. Refusal where the model fails or the disk is full.
+  /// Takes one block, an array per channel. Throws Refusal where the model fails or the files
+  /// cannot be written.
   void Process(const float* const* input);
 
   /// How many model frames are kept, after the skipped ones; call it before they have all come.
   void SetLength(std::uint64_t modelFrames) { length = modelFrames; }
 
-  /// Ends the audio at `fileFrames` frames, with silence where some are missing.
+  /// Completes the files at `fileFrames` frames, with silence where frames are missing.
   void Finish(std::uint64_t fileFrames);
 
   const std::vector<std::unique_ptr<AudioWriter>>& Writers() const { return writers; }
@@ -50,8 +52,8 @@ private:
   RenderSizes sizes;
   std::unique_ptr<StreamProcessor> stream;
   std::vector<std::unique_ptr<AudioWriter>> writers;
-  std::vector<float> planar, interleaved, converted;
-  std::vector<float*> channels;
+  Plugin::Frames block;
+  std::vector<float> interleaved, converted;
   std::uint64_t skip;  // model frames still to be left out
   std::uint64_t length = std::numeric_limits<std::uint64_t>::max();  // model frames to be kept
   std::uint64_t keptFrames = 0;

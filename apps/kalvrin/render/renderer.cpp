@@ -21,13 +21,10 @@ Renderer::Renderer(RenderSettings wanted, LoadedModel& renderModel)
   if (!settings.stemFolder.empty()) BuildStems();
   if (ModelRate() != reader.SampleRate())
     toModelRate.emplace(reader.SampleRate(), ModelRate(), static_cast<unsigned>(channelCount));
-  const std::size_t block = settings.stream.blockFrames;
-  planar.resize(channelCount * block);
-  for (std::size_t c = 0; c < channelCount; ++c)
-    channels.push_back(planar.data() + c * block);
+  block.emplace(channelCount, settings.stream.blockFrames);
 }
 
-/// The rate at which the streams run; the file's own where the model states none.
+/// The rate of the streams: the model's, or the file's where the model states none.
 double Renderer::ModelRate() const {
   return model.Facts().sampleRateHz > 0 ? model.Facts().sampleRateHz : reader.SampleRate();
 }
@@ -50,7 +47,7 @@ void Renderer::BuildMix() {
 void Renderer::BuildStems() {
   stemFolder.emplace(settings.stemFolder);
   const auto stems = StemsOf(model.Facts());
-  // Scripts rely on the names of mix and remainder, so these two come first.
+  // Mix and Rest come first, so that they keep their names: scripts rely on them.
   std::vector<std::string> titles = {"Mix", "Rest"};
   for (const Stem& stem : stems)
     if (!stem.isRemainder) titles.push_back(stem.title);
@@ -93,7 +90,7 @@ std::unique_ptr<AudioWriter> Renderer::MakeWriter(const std::string& path) const
 void Renderer::Run(ProgressLine& progress) {
   ReadAll(progress);
   Flush();
-  // The stems first: once the output is there, everything is.
+  // The stems appear first: where the output is there, all files are.
   for (auto stream = streams.rbegin(); stream != streams.rend(); ++stream)
     for (auto writer = (*stream)->Writers().rbegin(); writer != (*stream)->Writers().rend();
          ++writer)
@@ -130,29 +127,29 @@ void Renderer::Feed(std::span<const float> audio) {
   pending.insert(pending.end(), audio.begin(), audio.end());
   modelFrames += audio.size() / channelCount;
   std::size_t used = 0;
-  for (; pending.size() - used >= planar.size(); used += planar.size())
+  const std::size_t step = channelCount * block->Length();
+  for (; pending.size() - used >= step; used += step)
     RunBlock(pending.data() + used);
   pending.erase(pending.begin(), pending.begin() + static_cast<std::ptrdiff_t>(used));
 }
 
 void Renderer::RunBlock(const float* interleaved) {
-  const std::size_t block = settings.stream.blockFrames;
   for (std::size_t c = 0; c < channelCount; ++c)
-    for (std::size_t i = 0; i < block; ++i)
-      planar[c * block + i] = interleaved[i * channelCount + c];
+    for (std::size_t i = 0; i < block->Length(); ++i)
+      (*block)[c][i] = interleaved[i * channelCount + c];
   for (const auto& stream : streams)
-    stream->Process(channels.data());
-  runFrames += block;
+    stream->Process(block->Channels());
+  runFrames += block->Length();
 }
 
-/// Pushes what is still inside the streams out, by silence, and ends the files.
+/// Feeds silence until the streams have returned all audio, and completes the files.
 void Renderer::Flush() {
   const std::uint64_t delay = settings.rawLatency ? latency : 0;
   for (const auto& stream : streams)
     stream->SetLength(modelFrames + delay);
   while (modelFrames > 0 && runFrames < modelFrames + latency) {
     ThrowIfInterrupted();
-    pending.resize(planar.size());
+    pending.resize(channelCount * block->Length());
     RunBlock(pending.data());
     pending.clear();
   }

@@ -2,6 +2,7 @@
 
 #include "audio/sound_file.h"
 #include "command_line/progress.h"
+#include "hosting/frames.h"
 #include "model/model.h"
 #include "render/mix.h"
 #include "render/render_stream.h"
@@ -26,25 +27,25 @@ struct RenderSettings {
   bool resample = false;
 };
 
-/// One render from its files to its files. The streams of the stems run beside that of the mix,
-/// over the same blocks.
+/// One render: reads a file and writes the mix and, where asked, the stems. Each has a stream of
+/// its own; all get the same blocks.
 class Renderer {
 public:
-  /// Opens everything and builds the streams. `model` is loaded where it is not yet, and outlives
-  /// this. Refusal, UsageError.
+  /// Opens the files, loads `model` where that has not been done, and builds the streams. `model`
+  /// must outlive this object. Throws Refusal and UsageError.
   Renderer(RenderSettings settings, LoadedModel& model);
 
-  /// Runs the audio through; at the end the output files appear. Refusal, Interrupted.
+  /// Processes all audio; at the end the output files appear. Throws Refusal and Interrupted.
   void Run(ProgressLine& progress);
 
-  /// After Run: what was done, as labelled lines.
+  /// After Run: prints what was done, as labelled lines.
   void PrintSummary(std::ostream& out) const;
   /// After Run: what the user should know, a sentence each.
   std::vector<std::string> Warnings() const;
 
   std::size_t ChannelCount() const { return channelCount; }
   int SampleRate() const { return reader.SampleRate(); }
-  /// Of the audio read so far.
+  /// The length of the audio read so far.
   double AudioSeconds() const;
 
 private:
@@ -70,8 +71,7 @@ private:
   std::vector<std::unique_ptr<RenderStream>> streams;  // the first is the mix
   std::optional<Resampler> toModelRate;
   std::vector<float> pending;  // model frames that do not fill a block yet, interleaved
-  std::vector<float> planar;
-  std::vector<const float*> channels;
+  std::optional<Plugin::Frames> block;
   std::uint64_t readFrames = 0;   // of the file
   std::uint64_t modelFrames = 0;  // gone into `pending`
   std::uint64_t runFrames = 0;    // gone through the streams

@@ -30,7 +30,7 @@ Descriptor Spool(int from, const std::string& name) {
   throw Refusal("cannot write " + name + ": " + SystemErrorText(error));
 }
 
-/// Hidden, and of this process alone, also where machines share a folder.
+/// A hidden name that no other process uses, nor one of another machine that shares the folder.
 std::string PassingName() {
   char host[64] = {};
   gethostname(host, sizeof host - 1);
@@ -98,7 +98,7 @@ void CopyToEnd(int from, const std::string& fromName, int to, const std::string&
 Descriptor OpenScratchFile(const std::string& folder) {
   if (Descriptor unnamed(open(folder.c_str(), O_TMPFILE | O_RDWR | O_CLOEXEC, 0666)); unnamed)
     return unnamed;
-  // Some file systems know no unnamed files: a named one loses its name at once.
+  // Some file systems cannot make a file without a name: make one and remove its name.
   std::string path = folder + "/.kalvrin-XXXXXX";
   Descriptor named(mkostemp(path.data(), O_CLOEXEC));
   if (named) unlink(path.c_str());
@@ -122,7 +122,7 @@ InputFile::InputFile(const std::string& path) : name(path == "-" ? "standard inp
     throw Refusal("cannot read " + name + ": " + SystemErrorText(errno));
   if (S_ISDIR(status.st_mode))
     throw Refusal("cannot read " + name + ": " + SystemErrorText(EISDIR));
-  // Standard input is read from where it stands, which need not be its start.
+  // Standard input is copied even where it is a file: it need not be at its start.
   const bool direct = named && S_ISREG(status.st_mode);
   file = direct ? std::move(named) : Spool(from, name);
   lseek(file.Get(), 0, SEEK_SET);
@@ -137,7 +137,7 @@ OutputFile::OutputFile(const std::string& path) : name(path == "-" ? "standard o
                   SystemErrorText(errno) + ")");
 }
 
-/// Finds out what stands under `path` now, and thereby how Commit has to work.
+/// Finds out what `path` is now, which decides how Commit works.
 void OutputFile::Inspect(const std::string& path) {
   toStandardOutput = path == "-";
   if (toStandardOutput) return;
@@ -153,7 +153,7 @@ void OutputFile::Inspect(const std::string& path) {
     if (!stream) RefuseToWrite(name, errno);
     return;
   }
-  // Replacing needs no right to the old file; asking for it keeps a write-protected file safe.
+  // A rename would replace a write-protected file, too.
   if (access(path.c_str(), W_OK) != 0) RefuseToWrite(name, errno);
   target = std::filesystem::canonical(path);
   keptMode = present.st_mode & 07777;
@@ -166,9 +166,9 @@ void OutputFile::Commit() {
 }
 
 void OutputFile::Publish() {
-  // Some file systems report a full disk only when the data really go there.
+  // Some file systems report a full disk only now.
   if (fsync(contents.Get()) != 0 && errno != EINVAL) RefuseToWrite(name, errno);
-  // A name of our own first: linking cannot replace a file, renaming can.
+  // linkat cannot replace a file, rename can: the file gets a name of its own first.
   const std::string passing = FolderOf(target) + '/' + PassingName();
   unlink(passing.c_str());
   if (!GiveName(passing)) CopyTo(passing);
@@ -180,7 +180,7 @@ void OutputFile::Publish() {
   }
 }
 
-/// False where the file system gives no name to an unnamed file.
+/// Returns false where the file system cannot name a file that has none.
 bool OutputFile::GiveName(const std::string& path) {
   const std::string self = "/proc/self/fd/" + std::to_string(contents.Get());
   return linkat(AT_FDCWD, self.c_str(), AT_FDCWD, path.c_str(), AT_SYMLINK_FOLLOW) == 0;

@@ -1,6 +1,6 @@
 #pragma once
 
-// Files in and out, by descriptors of the system.
+// Files to read and to write.
 
 #include <cstddef>
 #include <string>
@@ -28,30 +28,30 @@ private:
   int fd = -1;
 };
 
-/// "No such file or directory" and its kin, for the present errno.
+/// "No such file or directory" for ENOENT, and so on.
 std::string SystemErrorText(int error);
 
-/// Copies from where `from` stands to its end. `fromName` and `toName` serve the texts of a
-/// Refusal.
+/// Copies the rest of `from` to `to`. Throws Refusal, whose text has `fromName` or `toName`.
 void CopyToEnd(int from, const std::string& fromName, int to, const std::string& toName);
 
-/// Bytes read, less than `size` at the end of the file only; -1 with errno set.
+/// Returns the number of bytes read, less than `size` only at the end of the file, or -1 with errno
+/// set.
 long ReadFully(int fd, void* bytes, std::size_t size);
-/// 0, or the errno of the write that failed.
+/// Returns 0, or the errno of the write that failed.
 int WriteFully(int fd, const void* bytes, std::size_t size);
 
-/// A file without a name in `folder`, for reading and writing; it goes when it is closed, however
-/// the process ends. None, with errno set, where no file can be made.
+/// Makes a file without a name in `folder`, for reading and writing. It is gone when it is closed,
+/// however the process ends. Returns an empty Descriptor, with errno set, where it cannot be made.
 Descriptor OpenScratchFile(const std::string& folder);
 
-/// The folder for passing data: TMPDIR, else /tmp.
+/// The folder for temporary files: TMPDIR, else /tmp.
 std::string TemporaryFolder();
 
-/// A file open for reading and seeking. "-" (standard input) and pipes are read to their end first,
-/// into a file without a name.
+/// A file open for reading and seeking. "-" (standard input) and pipes are first copied into a file
+/// without a name.
 class InputFile {
 public:
-  /// Refusal where it cannot be read.
+  /// Throws Refusal where it cannot be read.
   explicit InputFile(const std::string& path);
 
   int Get() const { return file.Get(); }
@@ -62,23 +62,23 @@ private:
   Descriptor file;
 };
 
-/// A file that appears under its name whole, at Commit, or not at all: until then it has no name,
-/// so that nothing is left behind however the process ends. A present file of that name is replaced
-/// at Commit, in one step; a symbolic link is followed.
+/// A file that gets its name at Commit, whole. Until then it has none, so that nothing is left
+/// behind however the process ends. Commit replaces a file of that name in one step and follows a
+/// symbolic link.
 ///
 /// "-" (standard output), devices and pipes get everything at Commit.
 class OutputFile {
 public:
-  /// Refusal where the file cannot be made.
+  /// Throws Refusal where the file cannot be made.
   explicit OutputFile(const std::string& path);
 
   /// For reading, writing and seeking.
   int Get() const { return contents.Get(); }
 
-  /// What messages call it.
+  /// The name for messages.
   const std::string& Name() const { return name; }
 
-  /// Refusal where it cannot be finished; then there is no new file under the name.
+  /// Throws Refusal where it cannot be completed; then the name has no new file.
   void Commit();
 
 private:
@@ -88,7 +88,7 @@ private:
   void CopyTo(const std::string& path);
 
   std::string name;
-  std::string target;  // the path to appear under; empty when `stream` is written to
+  std::string target;  // the path to get; empty for a device, a pipe or standard output
   Descriptor stream;   // a device or a pipe
   bool toStandardOutput = false;
   mode_t keptMode = 0;  // of the file to be replaced; 0 for none

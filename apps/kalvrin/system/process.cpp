@@ -35,7 +35,7 @@ int WaitFor(pid_t child) {
   return status;
 }
 
-/// Bytes of the message; 0 where the other side has gone.
+/// Returns the length of the message; 0 where the other end is closed.
 std::size_t Receive(int line, void* bytes, std::size_t size) {
   for (;;) {
     const ssize_t count = recv(line, bytes, size, 0);
@@ -53,7 +53,7 @@ bool Send(int line, const void* bytes, std::size_t size) {
   }
 }
 
-/// The life of the child.
+/// What the child runs: one task after the other, until the other end closes.
 [[noreturn]] void Serve(int line, const Worker::Work& work) {
   try {
     std::size_t task = 0;
@@ -64,7 +64,7 @@ bool Send(int line, const void* bytes, std::size_t size) {
   } catch (const Interrupted& interrupted) {
     EndBySignal(interrupted.signal);
   } catch (...) {
-    std::_Exit(ExitStatus::Refused);  // what is the parent's is not to be unwound here
+    std::_Exit(ExitStatus::Refused);  // no unwinding: the objects are the parent's
   }
   std::_Exit(ExitStatus::Ok);
 }
@@ -111,7 +111,7 @@ void ContinueInChild() {
 }
 
 Worker::Worker(const Work& work) {
-  // Of messages, so that a task and an answer come whole.
+  // A socket of messages: a task or an answer arrives whole.
   int lines[2];
   if (socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, lines) != 0)
     throw Refusal("no line to another process can be made: " + SystemErrorText(errno));
@@ -136,8 +136,8 @@ Worker& Worker::operator=(Worker&& other) noexcept {
 
 Worker::~Worker() {
   if (process < 0) return;
-  // The signal ends a render; one that comes just before the child waits for a task would be
-  // missed, and a later child has this end of the line open, too.
+  // The signal ends a render. A child that is about to wait for a task would miss it, but then
+  // finds the line shut down. Closing the descriptor would not do: later children have it, too.
   shutdown(line.Get(), SHUT_RDWR);
   kill(process, SIGTERM);
   while (waitpid(process, nullptr, 0) < 0 && errno == EINTR) {
@@ -145,7 +145,7 @@ Worker::~Worker() {
 }
 
 void Worker::Give(std::size_t task) {
-  // Without a line the child ends, and TakeAnswer finds out.
+  // Where it cannot be sent, the line closes, the child ends, and TakeAnswer returns nothing.
   if (!Send(line.Get(), &task, sizeof task)) shutdown(line.Get(), SHUT_RDWR);
 }
 
@@ -157,7 +157,7 @@ std::optional<std::string> Worker::TakeAnswer() {
 }
 
 std::string Worker::HowItEnded() {
-  shutdown(line.Get(), SHUT_RDWR);  // if it still waits for a task
+  shutdown(line.Get(), SHUT_RDWR);  // in case it still waits for a task
   int status = 0;
   while (waitpid(process, &status, 0) < 0 && errno == EINTR)
     ThrowIfInterrupted();

@@ -1,6 +1,6 @@
 #pragma once
 
-// Signals to this process, and the child processes that shield from faults in the engine.
+// Signals to this process, and child processes, so that a crash of the engine ends only a child.
 
 #include "system/files.h"
 
@@ -12,50 +12,49 @@
 
 namespace Orvik::Tesmo::Tool {
 
-/// A signal asked the tool to end. Thrown so that every file being written is let go of; main then
-/// ends the process by the same signal.
+/// Thrown when a signal asked the tool to end, so that all files are closed first. main then ends
+/// the process by the same signal.
 struct Interrupted {
   int signal;
 };
 
-/// From here on SIGINT, SIGTERM and SIGHUP are remembered instead of ending the process, and a file
-/// that grows past the limit of the process is a failed write instead of a signal.
+/// After this call SIGINT, SIGTERM and SIGHUP are remembered instead of ending the process, and a
+/// write past the largest size of a file fails instead of raising a signal.
 void CatchSignals();
 
-/// Throws Interrupted when one has come. Long loops and interrupted system calls ask this.
+/// Throws Interrupted when a signal has come. For long loops and interrupted system calls.
 void ThrowIfInterrupted();
 
-/// Ends the process as the signal would have.
+/// Ends the process by the signal.
 [[noreturn]] void EndBySignal(int signal);
 
-/// Returns in a child process. The engine can be brought to end its process by a model (a division
-/// of integers by zero will do); the parent waits here, ends with the exit status of the child, and
-/// says what happened where a fault ended it: Refusal. Signals that ask to end go to both. Call it
-/// before there is an engine or a thread, with nothing printed.
+/// Returns in a child process; the parent waits here and ends with the child's exit status. A model
+/// can make the engine crash (a division of integers by zero); then the parent throws Refusal,
+/// which says so. Signals that ask to end go to both. Call it before there is an engine or a
+/// thread, with nothing printed.
 void ContinueInChild();
 
-/// A child process that does one task after the other. What brings it to its end, a fault of the
-/// engine among it, ends nothing but that task.
+/// A child process that does one task after the other. Where it crashes, only its task is lost.
 class Worker {
 public:
-  /// What the child does: gives the answer to a task, throws Interrupted only. An answer is at most
-  /// `longestAnswer` bytes long; more is cut.
+  /// What the child does: returns the answer to a task, and throws nothing but Interrupted. An
+  /// answer longer than `longestAnswer` bytes is cut.
   using Work = std::function<std::string(std::size_t task)>;
   static constexpr std::size_t longestAnswer = 1 << 16;
 
-  /// Call it while there is no engine and no thread in this process. Refusal where no process can
-  /// be made.
+  /// Call it while there is no engine and no thread in this process. Throws Refusal where no
+  /// process can be made.
   explicit Worker(const Work& work);
   /// Ends the child and waits for it.
   ~Worker();
   Worker(Worker&& other) noexcept;
   Worker& operator=(Worker&& other) noexcept;
 
-  /// One at a time.
+  /// Sends a task. The answer has to be taken before the next.
   void Give(std::size_t task);
-  /// For poll: readable once there is an answer or the child has ended.
+  /// A descriptor for poll: readable once there is an answer or the child has ended.
   int Get() const { return line.Get(); }
-  /// Nothing where the child has ended instead; HowItEnded says how.
+  /// Returns nothing where the child has ended; HowItEnded says how.
   std::optional<std::string> TakeAnswer();
   /// Waits for the child. "it ended by signal 8".
   std::string HowItEnded();

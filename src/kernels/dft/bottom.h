@@ -5,11 +5,11 @@
 // of a register hold transforms at neighbouring input offsets, so that rows load whole; the results
 // are turned around lane by lane on their way out.
 
-#include "kernels/dft/butterfly.h"
+#include "kernels/butterfly.h"
 
 #include <cstddef>
 
-namespace Orvik::Tesmo::Kernels::KERNELS_BUILD::Dft {
+namespace Orvik::Tesmo::Kernels::KERNELS_BUILD {
 
 /// All bottom transforms of one breadth-first run. Offsets count complex values (samples in real
 /// plans).
@@ -60,21 +60,6 @@ KERNELS_INLINE void ForBottomGroups(const float* src, float* dst, const BottomRu
   }
 }
 
-/// Row n2 - 1: cosines and negated sines of 2 pi n2 k / m for k from 0 to 3.
-template <int m>
-struct ColumnTwiddles {
-  alignas(16) float data[m / 4][8]{};
-  constexpr ColumnTwiddles() {
-    for (int n2 = 1; n2 < m / 4; ++n2)
-      for (int k = 0; k < 4; ++k) {
-        data[n2 - 1][k] = static_cast<float>(CosTurn(n2 * k, m));
-        data[n2 - 1][4 + k] = static_cast<float>(-SinTurn(n2 * k, m));
-      }
-  }
-};
-template <int m>
-inline constexpr ColumnTwiddles<m> columnTwiddles{};
-
 /// m = 4 B values into groups: radix 4 on interleaved rows, whose transposition takes the parts
 /// apart and puts four outputs side by side, then radix B across.
 template <class V, int B, Direction dir>
@@ -96,7 +81,7 @@ void GroupedBottom(const float* src, float* dst, const BottomRun& run) {
                              z[0][n2] = {x[0].v, x[1].v};
                              z[1][n2] = {x[2].v, x[3].v};
                              if constexpr (n2 > 0) {
-                               const float* w = columnTwiddles<m>.data[n2 - 1];
+                               const float* w = twiddlesOf<4, m>.data[n2 - 1];
                                const Complex<V> twiddle = {V::LoadQuad(w), V::LoadQuad(w + 4)};
                                z[0][n2] = Twist<dir>(z[0][n2], twiddle);
                                z[1][n2] = Twist<dir>(z[1][n2], twiddle);
@@ -232,4 +217,4 @@ void RunPairsBottom(const float* src, float* dst, const BottomRun& run) {
   RunBottom<V::width / 2>(kernel, src, dst, run);
 }
 
-}  // namespace Orvik::Tesmo::Kernels::KERNELS_BUILD::Dft
+}  // namespace Orvik::Tesmo::Kernels::KERNELS_BUILD

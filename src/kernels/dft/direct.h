@@ -10,7 +10,7 @@
 #include <cstring>
 #include <utility>
 
-namespace Orvik::Tesmo::Kernels::KERNELS_BUILD::Dft {
+namespace Orvik::Tesmo::Kernels::KERNELS_BUILD {
 
 // One kernel serves both forms: unscaled results are times 1, which is exact.
 
@@ -95,4 +95,4 @@ inline void RealDirectSumInverse(const float* src, float* dst, int n, const floa
   CopyFloats(x, dst, n);
 }
 
-}  // namespace Orvik::Tesmo::Kernels::KERNELS_BUILD::Dft
+}  // namespace Orvik::Tesmo::Kernels::KERNELS_BUILD

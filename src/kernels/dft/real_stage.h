@@ -9,8 +9,9 @@
 // float before it in packed order.
 
 #include "kernels/dft/bottom.h"
+#include "kernels/dft/planned_dft.h"
 
-namespace Orvik::Tesmo::Kernels::KERNELS_BUILD::Dft {
+namespace Orvik::Tesmo::Kernels::KERNELS_BUILD {
 
 template <class Float>
 struct Spectrum {
@@ -31,12 +32,6 @@ struct RealStageRun {
   const float* roots;
 };
 
-/// Lanes that fit the pairs of a block: complex values to a group.
-constexpr int RealStageWidth(std::ptrdiff_t m) {
-  const std::ptrdiff_t pairs = (m - 1) / 2;
-  return pairs >= Vec::width / 2 ? Vec::width / 2 : pairs >= 2 ? 2 : 1;
-}
-
 /// Generic real transforms: as RealForward and RealInverse, in place in packed order.
 template <class V>
 void GenericRealForward(V* x, int r, const float* roots) {
@@ -50,10 +45,10 @@ void GenericRealForward(V* x, int r, const float* roots) {
     y[0] = y[0] + x[j];
   }
   for (int k = 1; k <= half; ++k) {
-    V re = x[0], im = Splat<V>(0.0f);
+    V re = x[0], im = Broadcast<V>(0.0f);
     for (int j = 1, turn = k; j <= half; ++j) {
-      re = re + x[j] * Splat<V>(roots[2 * turn]);
-      im = im + x[r - j] * Splat<V>(roots[2 * turn + 1]);
+      re = re + x[j] * Broadcast<V>(roots[2 * turn]);
+      im = im + x[r - j] * Broadcast<V>(roots[2 * turn + 1]);
       turn += k;
       if (turn >= r) turn -= r;
     }
@@ -73,10 +68,10 @@ void GenericRealInverse(V* x, int r, const float* roots) {
   for (int k = 1; k <= half; ++k)
     y[0] = y[0] + x[2 * k - 1];
   for (int j = 1; j <= half; ++j) {
-    V even = x[0], odd = Splat<V>(0.0f);
+    V even = x[0], odd = Broadcast<V>(0.0f);
     for (int k = 1, turn = j; k <= half; ++k) {
-      even = even + x[2 * k - 1] * Splat<V>(roots[2 * turn]);
-      odd = odd + x[2 * k] * Splat<V>(roots[2 * turn + 1]);  // -sin
+      even = even + x[2 * k - 1] * Broadcast<V>(roots[2 * turn]);
+      odd = odd + x[2 * k] * Broadcast<V>(roots[2 * turn + 1]);  // -sin
       turn += j;
       if (turn >= r) turn -= r;
     }
@@ -217,7 +212,7 @@ KERNELS_INLINE void WithRadix(int radix, Kernel&& kernel) {
 }
 template <class Kernel>
 KERNELS_INLINE void WithLanes(const RealStageRun& run, Kernel&& kernel) {
-  switch (RealStageWidth(run.m)) {
+  switch (RealStageWidth(run.m, Vec::width)) {
   case 1:
     return WithRadix<Pairs<Vec2>>(run.radix, kernel);
   case 2:
@@ -369,4 +364,4 @@ void RealBottomInverse(const float* src, float* dst, const BottomRun& run) {
   });
 }
 
-}  // namespace Orvik::Tesmo::Kernels::KERNELS_BUILD::Dft
+}  // namespace Orvik::Tesmo::Kernels::KERNELS_BUILD

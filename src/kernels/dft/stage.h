@@ -4,11 +4,11 @@
 // The stages of a complex plan: butterflies of one radix over blocks of radix x m values, for each
 // q below m on the values at q, m + q, 2 m + q, ... after a twist by exp(-2 pi i p q / (radix m)).
 
-#include "kernels/dft/butterfly.h"
+#include "kernels/butterfly.h"
 
 #include <cstddef>
 
-namespace Orvik::Tesmo::Kernels::KERNELS_BUILD::Dft {
+namespace Orvik::Tesmo::Kernels::KERNELS_BUILD {
 
 struct StageRun {
   int radix;
@@ -48,9 +48,9 @@ template <class C, int R, Direction dir, Output output>
       if constexpr (output == Output::Stage)
         x[p].StoreU(to);
       else if constexpr (output == Output::Interleaved)
-        StoreInterleaved(x[p], to);
+        StoreColumns(x[p], to);
       else
-        StoreInterleaved(x[p] * factor, to);
+        StoreColumns(x[p] * factor, to);
     };
     if constexpr (R > 0)
       Unroll<R>([&](auto p) KERNELS_INLINE_LAMBDA { power(p); });
@@ -106,4 +106,4 @@ void RunStage(const float* src, float* dst, const StageRun& run) {
   }
 }
 
-}  // namespace Orvik::Tesmo::Kernels::KERNELS_BUILD::Dft
+}  // namespace Orvik::Tesmo::Kernels::KERNELS_BUILD

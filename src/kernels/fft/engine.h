@@ -16,13 +16,13 @@ template <Direction dir, Output output>
 inline void RunDirect(const float* src, float* dst, int L, float scale) {
   switch (L) {
   case 0:
-    return SmallComplex<dir, 1>(src, 1, dst);
+    return SmallComplex<dir, 1>(src, dst);
   case 1:
-    return SmallComplex<dir, 2>(src, 1, dst);
+    return SmallComplex<dir, 2>(src, dst);
   case 2:
-    return SmallComplex<dir, 4>(src, 1, dst);
+    return SmallComplex<dir, 4>(src, dst);
   case 3:
-    return SmallComplex<dir, 8>(src, 1, dst);
+    return SmallComplex<dir, 8>(src, dst);
   case 4:
     return DirectComplex<dir, output, Vec4, Vec::width, 16>(src, dst, scale);
   case 5:
@@ -147,7 +147,7 @@ void ComplexTransform(const float* src, float* dst, const FftSpec& spec, int L, 
 // The real transforms from order 5 on. src may be dst.
 
 /// N samples to packed order.
-inline void RealForward(const float* src, float* dst, const FftSpec& spec, float* work) {
+inline void ForwardFft(const float* src, float* dst, const FftSpec& spec, float* work) {
   ComplexTransform<Direction::Forward, Output::Stage>(src, dst, spec, spec.order - 1, work, 1.0f);
   RecombineForward<Vec>(dst, spec.recombFwd, std::ptrdiff_t{1} << (spec.order - 1),
                         spec.fwdScaled ? spec.scale : 1.0f);
@@ -155,7 +155,7 @@ inline void RealForward(const float* src, float* dst, const FftSpec& spec, float
 
 /// CCS to N samples. The scale multiplies the results, in the stores of the last pass.
 template <Output output>
-inline void RealInverse(const float* src, float* dst, const FftSpec& spec, float* work) {
+void InverseFft(const float* src, float* dst, const FftSpec& spec, float* work) {
   const int L = spec.order - 1;
   const std::ptrdiff_t M = std::ptrdiff_t{1} << L;
   if (spec.order > limits.directMax && spec.order <= limits.flatMax) {

@@ -7,8 +7,8 @@
 // left in bit-reversed order.
 #pragma once
 
-#include "kernels/fft/butterfly.h"
-#include "kernels/vec4.h"
+#include "kernels/butterfly.h"
+#include "kernels/complex.h"
 
 namespace Orvik::Tesmo::Kernels::KERNELS_BUILD {
 
@@ -28,36 +28,19 @@ KERNELS_INLINE void Put(Complex<V> x, float* p, V scale) {
 /// One butterfly of a later pass: reads rows of groups, `in` apart, writes them `out` apart.
 /// `factor` gives the power p.
 template <Direction dir, class V, int radix, class Load, class Factor, class Store>
-KERNELS_INLINE void Butterfly(Load load, Factor factor, Store store) {
-  using C = Complex<V>;
-  if constexpr (radix == 4) {
-    C y0 = load(0), y2 = Twist<dir>(load(1), factor(2));
-    C y1 = Twist<dir>(load(2), factor(1)), y3 = Twist<dir>(load(3), factor(3));
-    Butterfly4<dir>(y0, y1, y2, y3);
-    store(0, y0);
-    store(1, y1);
-    store(2, y2);
-    store(3, y3);
-  } else {
-    C y[8];
-    y[0] = load(0);
-    y[4] = Twist<dir>(load(1), factor(4));
-    y[2] = Twist<dir>(load(2), factor(2));
-    y[6] = Twist<dir>(load(3), factor(6));
-    y[1] = Twist<dir>(load(4), factor(1));
-    y[5] = Twist<dir>(load(5), factor(5));
-    y[3] = Twist<dir>(load(6), factor(3));
-    y[7] = Twist<dir>(load(7), factor(7));
+KERNELS_INLINE void PassButterfly(Load load, Factor factor, Store store) {
+  constexpr int reversed[] = {0, 4, 2, 6, 1, 5, 3, 7};
+  Complex<V> y[radix];
+  y[0] = load(0);
+  Unroll<radix - 1>([&](auto i) KERNELS_INLINE_LAMBDA {
+    constexpr int m = i + 1, power = reversed[m] * radix / 8;
+    y[power] = Twist<dir>(load(m), factor(power));
+  });
+  if constexpr (radix == 4)
+    Butterfly<4, dir>(y);
+  else
     Butterfly8<dir>(y);
-    store(0, y[0]);
-    store(1, y[1]);
-    store(2, y[2]);
-    store(3, y[3]);
-    store(4, y[4]);
-    store(5, y[5]);
-    store(6, y[6]);
-    store(7, y[7]);
-  }
+  Unroll<radix>([&](auto q) KERNELS_INLINE_LAMBDA { store(q, y[q]); });
 }
 
 // With two lanes, the first pass has columns c and c + 2 in one register: blocks i and i + M/16,
@@ -81,11 +64,11 @@ template <Direction dir, class V>
 struct FirstButterflies {
   Complex<V> even, odd;
   KERNELS_INLINE FirstButterflies(V r0, V r1, V r2, V r3) {
-    Pairs<V> x0{r0}, x1{r1}, x2{r2}, x3{r3};
-    Butterfly4<dir>(x0, x1, x2, x3);
-    TransposeLanes(x0.v, x1.v, x2.v, x3.v);
-    even = {x0.v, x1.v};
-    odd = {x2.v, x3.v};
+    Pairs<V> x[] = {{r0}, {r1}, {r2}, {r3}};
+    Butterfly<4, dir>(x);
+    TransposeLanes(x[0].v, x[1].v, x[2].v, x[3].v);
+    even = {x[0].v, x[1].v};
+    odd = {x[2].v, x[3].v};
   }
   /// From rows `stride` floats apart.
   static KERNELS_INLINE FirstButterflies Load(const float* p, std::ptrdiff_t stride) {
@@ -123,17 +106,16 @@ void FirstPassColumns(const float* src, float* stage, const std::int32_t* bitRev
     for (int i = 0; i < together; ++i) {
       const std::ptrdiff_t c = left + i * (M / 8);
       const float* s = src + 2 * c;
-      C x0 = C::LoadU(s), x1 = C::LoadU(s + M / 2), x2 = C::LoadU(s + M),
-        x3 = C::LoadU(s + 3 * M / 2);
-      Butterfly4<dir>(x0, x1, x2, x3);
-      TransposeLanes(x0.re, x1.re, x2.re, x3.re);
-      TransposeLanes(x0.im, x1.im, x2.im, x3.im);
+      C x[] = {C::LoadU(s), C::LoadU(s + M / 2), C::LoadU(s + M), C::LoadU(s + 3 * M / 2)};
+      Butterfly<4, dir>(x);
+      TransposeLanes(x[0].re, x[1].re, x[2].re, x[3].re);
+      TransposeLanes(x[0].im, x[1].im, x[2].im, x[3].im);
       float* even = stage + PairedBlock<V>(bitRev[c], M);
-      x0.Store(even);
-      x1.Store(even + M);
+      x[0].Store(even);
+      x[1].Store(even + M);
       even = stage + PairedBlock<V>(bitRev[c + V::width / 2], M);
-      x2.Store(even);
-      x3.Store(even + M);
+      x[2].Store(even);
+      x[3].Store(even + M);
     }
 }
 
@@ -148,8 +130,8 @@ void SecondPass(float* data, std::ptrdiff_t partner, const float* twiddles, std:
   const auto factor = [&](int p) { return w[p]; };
   for (float* block = data; block < data + 2 * count; block += 8 * radix) {
     if constexpr (V::lanes == 1) {
-      Butterfly<dir, V, radix>([&](int m) { return C::Load(block + 8 * m); }, factor,
-                               [&](int q, C x) { x.Store(block + 8 * q); });
+      PassButterfly<dir, V, radix>([&](int m) { return C::Load(block + 8 * m); }, factor,
+                                   [&](int q, C x) { x.Store(block + 8 * q); });
     } else {
       const auto load = [&](int m) -> C {
         const float* p = block + 8 * m;
@@ -159,7 +141,7 @@ void SecondPass(float* data, std::ptrdiff_t partner, const float* twiddles, std:
           return C::Load(m & 1 ? p - 8 + partner : p);
       };
       C y[radix];
-      Butterfly<dir, V, radix>(load, factor, [&](int q, C x) { y[q] = x; });
+      PassButterfly<dir, V, radix>(load, factor, [&](int q, C x) { y[q] = x; });
       for (int q = 0; q < radix; q += 2) {
         float* out = block + 8 * q;
         C{LowLanes(y[q].re, y[q + 1].re), LowLanes(y[q].im, y[q + 1].im)}.Store(out);
@@ -180,9 +162,10 @@ void LaterPass(const float* data, float* out, const float* twiddles, std::ptrdif
   for (std::ptrdiff_t block = 0; block < 2 * count; block += 2 * span * radix) {
     const float* w = twiddles;
     for (std::ptrdiff_t j = block; j < block + 2 * span; j += group, w += group * (radix - 1))
-      Butterfly<dir, V, radix>([&](int m) { return C::Load(data + j + 2 * span * m); },
-                               [&](int p) { return C::Load(w + group * (p - 1)); },
-                               [&](int q, C x) { Put<output>(x, out + j + 2 * span * q, factor); });
+      PassButterfly<dir, V, radix>(
+          [&](int m) { return C::Load(data + j + 2 * span * m); },
+          [&](int p) { return C::Load(w + group * (p - 1)); },
+          [&](int q, C x) { Put<output>(x, out + j + 2 * span * q, factor); });
   }
 }
 
@@ -196,9 +179,9 @@ void GatheringPass(const float* data, std::ptrdiff_t rowStride, float* work, con
   for (std::ptrdiff_t r = 0; r < rows; r += radix, data += radix * rowStride) {
     const float* w = twiddles;
     for (std::ptrdiff_t j = 0; j < 2 * columns; j += group, w += group * (radix - 1))
-      Butterfly<dir, V, radix>([&](int m) { return C::LoadU(data + j + rowStride * m); },
-                               [&](int p) { return C::Load(w + group * (p - 1)); },
-                               [&](int q, C x) { x.Store(work + j + 2 * columns * q); });
+      PassButterfly<dir, V, radix>([&](int m) { return C::LoadU(data + j + rowStride * m); },
+                                   [&](int p) { return C::Load(w + group * (p - 1)); },
+                                   [&](int q, C x) { x.Store(work + j + 2 * columns * q); });
     work += radix * 2 * columns;
   }
 }
@@ -215,7 +198,7 @@ void ScatteringPass(const float* work, float* data, std::ptrdiff_t rowStride, co
     for (std::ptrdiff_t j = 0; j < 2 * columns; j += group, work += group, twiddles += group) {
       const C w1 = C::Load(twiddles), w2 = w1 * w1, w3 = w1 * w2;
       const C w[] = {w1, w1, w2, w3};
-      Butterfly<dir, V, 4>(
+      PassButterfly<dir, V, 4>(
           [&](int m) { return C::Load(work + workQuarter * m); }, [&](int p) { return w[p]; },
           [&](int q, C x) { Put<output>(x, data + j + quarter * rowStride * q, factor); });
     }

@@ -11,9 +11,9 @@
 // comes out of both sides.
 #pragma once
 
+#include "kernels/complex.h"
 #include "kernels/fft/passes.h"
 #include "kernels/fft/plan.h"
-#include "kernels/vec4.h"
 
 namespace Orvik::Tesmo::Kernels::KERNELS_BUILD {
 

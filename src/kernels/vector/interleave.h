@@ -1,8 +1,8 @@
 // Included by a build's .cpp, which names its namespace in KERNELS_BUILD.
 #pragma once
 
+#include "kernels/complex.h"
 #include "kernels/memory.h"
-#include "kernels/vec4.h"
 
 #include <cstring>
 
