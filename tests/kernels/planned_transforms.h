@@ -75,23 +75,27 @@ inline Transform ComplexFft(const Members& m, int order, int flag) {
           spec};
 }
 
-/// The input chooses whether the spec lives in memory of the caller's, of exactly the sizes asked
-/// for, anywhere, and whether one array for both sides goes to the entries for that.
-inline Transform RealFft(const Members& m, Input& input, int order, int flag) {
+/// In memory of the caller's, of exactly the sizes asked for, anywhere.
+inline std::shared_ptr<IppsFFTSpec_R_32f>
+PlanInGivenMemory(const Members& m, Input& input, int order, int flag, int specSize, int initSize) {
   static GuardedRoom specRoom, initRoom;
+  Ipp8u* const memory = Place<Ipp8u>(specRoom, input, static_cast<std::size_t>(specSize));
+  Ipp8u* const init = Place<Ipp8u>(initRoom, input, static_cast<std::size_t>(initSize));
+  auto spec = Plan(m.ippsFFTInit_R_32f, m.ippsFFTFree_R_32f, order, flag, 0, memory,
+                   initSize > 0 ? init : nullptr);
+  Expect(specRoom.Intact() && initRoom.Intact(), "planning wrote beside its memory");
+  std::memset(init, 0xEE, static_cast<std::size_t>(initSize));
+  return spec;
+}
+
+/// The input chooses who gives the spec its memory, and whether one array for both sides goes to
+/// the entries for that.
+inline Transform RealFft(const Members& m, Input& input, int order, int flag) {
   int specSize = 0, initSize = 0, workSize = 0;
   m.ippsFFTGetSize_R_32f(order, flag, 0, &specSize, &initSize, &workSize);
-  std::shared_ptr<IppsFFTSpec_R_32f> spec;
-  if (input.Flag()) {
-    Ipp8u* const memory = Place<Ipp8u>(specRoom, input, static_cast<std::size_t>(specSize));
-    Ipp8u* const init = Place<Ipp8u>(initRoom, input, static_cast<std::size_t>(initSize));
-    spec = Plan(m.ippsFFTInit_R_32f, m.ippsFFTFree_R_32f, order, flag, 0, memory,
-                initSize > 0 ? init : nullptr);
-    Expect(specRoom.Intact() && initRoom.Intact(), "planning wrote beside its memory");
-    std::memset(init, 0xEE, static_cast<std::size_t>(initSize));
-  } else {
-    spec = Plan(m.ippsFFTInitAlloc_R_32f, m.ippsFFTFree_R_32f, order, flag, 0);
-  }
+  const auto spec = input.Flag()
+                        ? PlanInGivenMemory(m, input, order, flag, specSize, initSize)
+                        : Plan(m.ippsFFTInitAlloc_R_32f, m.ippsFFTFree_R_32f, order, flag, 0);
   const bool isInPlace = input.Flag();
   const auto bound = [&](auto apart, auto inPlace) -> Transform::Run {
     return [=, plan = spec.get()](const float* src, float* dst, Ipp8u* work) {
@@ -107,6 +111,7 @@ inline Transform RealFft(const Members& m, Input& input, int order, int flag) {
           bound(m.ippsFFTFwd_RToCCS_32f, m.ippsFFTFwd_RToCCS_32f_I),
           bound(m.ippsFFTInv_CCSToR_32f, m.ippsFFTInv_CCSToR_32f_I),
           spec};
+  // NOLINTNEXTLINE(clang-analyzer-cplusplus.NewDeleteLeaks): the functions free what they hold
 }
 
 }  // namespace KernelTest
