@@ -496,7 +496,7 @@ public:
     const auto guess = [&](const SourceTensor& tensor) {
       if (roles.result == Result::Gate) return GuessGateLayout(tensor);
       if (!isComplex) return GuessOutputLayout(tensor, expected);
-      const auto layout = GuessOutputLayout(tensor, expected);
+      auto layout = GuessOutputLayout(tensor, expected);
       if (layout || !outputLayout.empty()) return layout;
       // The parts may stand together on one side and apart on the other.
       Expected other = expected;
