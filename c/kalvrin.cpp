@@ -1,6 +1,7 @@
 #include "kalvrin.h"
 
 #include "built_stream.h"
+#include "runtime/model_binding.h"
 
 #include <algorithm>
 #include <cstdint>
@@ -15,8 +16,7 @@ using namespace Orvik::Tesmo;
 
 struct kalvrin_stream {
   C::BuiltStream built;
-  std::vector<float> planar;     // one block; for interleaved audio
-  std::vector<float*> channels;  // where each channel begins in it
+  Dnn::PlanarBuffer block;  // for interleaved audio
   std::int32_t continuation = 0;
 };
 
@@ -62,9 +62,7 @@ std::unique_ptr<kalvrin_stream> MakeStream(const void* model, std::size_t size,
   auto stream = std::make_unique<kalvrin_stream>();
   stream->built = C::BuildStream(model, size, request);
   const kalvrin_sizes& sizes = stream->built.sizes;
-  stream->planar.resize(sizes.channels * sizes.block_frames);
-  for (std::size_t c = 0; c < sizes.channels; ++c)
-    stream->channels.push_back(stream->planar.data() + c * sizes.block_frames);
+  stream->block = Dnn::PlanarBuffer(sizes.channels, sizes.block_frames);
   return stream;
 }
 
@@ -175,14 +173,15 @@ kalvrin_status kalvrin_process_interleaved(kalvrin_stream* stream, const float* 
   if (!stream || !input || !output || frames > stream->built.sizes.block_frames)
     return KALVRIN_INVALID_ARGUMENT;
   return Guarded(KALVRIN_ENGINE_FAILED, [&] {
-    const std::size_t count = stream->channels.size();
+    const std::size_t count = stream->block.channelCount;
+    float* const* const channels = stream->block.channels.get();
     for (std::size_t c = 0; c < count; ++c)
       for (std::size_t i = 0; i < frames; ++i)
-        stream->channels[c][i] = input[i * count + c];
-    Run(*stream, stream->channels.data(), stream->channels.data(), frames);
+        channels[c][i] = input[i * count + c];
+    Run(*stream, channels, channels, frames);
     for (std::size_t c = 0; c < count; ++c)
       for (std::size_t i = 0; i < frames; ++i)
-        output[i * count + c] = stream->channels[c][i];
+        output[i * count + c] = channels[c][i];
     return KALVRIN_OK;
   });
 }

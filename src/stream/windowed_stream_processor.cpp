@@ -18,7 +18,7 @@ WindowedStreamProcessor::WindowedStreamProcessor(std::unique_ptr<Dnn::Kalvrin> c
       core(std::move(core)), overlapAdd(std::move(overlapAdd)),
       sampleRate(this->core->GetSampleRate()), readCursor(0), writeCursor(0),
       arrays(MakeArrays(sequenceSize, channelCount)) {
-  readCursor = PrefillFrames();
+  LineUpCursors();
 }
 
 WindowedStreamProcessor::~WindowedStreamProcessor() = default;
@@ -27,9 +27,9 @@ std::uint64_t WindowedStreamProcessor::CapacityFrames() const {
   return core->GetHopLength() * sequenceSize;
 }
 
-std::uint64_t WindowedStreamProcessor::PrefillFrames() const {
-  const std::uint64_t capacityFrames = CapacityFrames();
-  return capacityFrames > blockFrames && capacityFrames % blockFrames == 0 ? blockFrames : 0;
+RT_CODE void WindowedStreamProcessor::LineUpCursors() {
+  readCursor = PrefillFrames(CapacityFrames(), blockFrames);
+  writeCursor = 0;
 }
 
 WindowedStreamProcessor::Arrays
@@ -89,10 +89,7 @@ RT_CODE void WindowedStreamProcessor::ProcessBlock(const float* const* input, fl
                                                    std::uint64_t frames,
                                                    std::int32_t continuation) {
   const std::uint64_t capacityFrames = CapacityFrames();
-  if (continuation == 0) {
-    readCursor = PrefillFrames();
-    writeCursor = 0;
-  }
+  if (continuation == 0) LineUpCursors();
   // A host may forget `continuation` 0 after the rings have become shorter.
   readCursor = std::min(readCursor, capacityFrames);
   writeCursor = std::min(writeCursor, capacityFrames);

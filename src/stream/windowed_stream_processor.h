@@ -47,7 +47,7 @@ private:
   };
 
   std::uint64_t CapacityFrames() const;
-  std::uint64_t PrefillFrames() const;
+  void LineUpCursors();
   Arrays MakeArrays(std::uint64_t newSequenceSize, std::uint64_t newChannelCount) const;
   /// `changeCore`: the operation of the core that brings it from the present sizes to the new ones.
   void Resize(std::uint64_t newSequenceSize, std::uint64_t newChannelCount,

@@ -93,7 +93,7 @@ public:
     stream->SetSequenceSize(sequenceSize);
     stream->SetChannelCount(channelCount);
     const std::uint64_t capacity = hop * sequenceSize;
-    isPrefilled = longestBlock < capacity && capacity % longestBlock == 0;
+    isPrefilled = Orvik::Tesmo::PrefillFrames(capacity, longestBlock) != 0;
     // what stands in the ring at first
     undelivered = capacity - (isPrefilled ? longestBlock : 0);
     out.Reset(channelCount);

@@ -23,7 +23,7 @@ constexpr std::uint64_t noiseFrames = 1 << 15;
 /// frame of the next.
 std::uint64_t Evaluations(std::uint64_t frames, std::uint64_t blockFrames,
                           std::uint64_t capacityFrames) {
-  const bool isPrefilled = blockFrames < capacityFrames && capacityFrames % blockFrames == 0;
+  const bool isPrefilled = PrefillFrames(capacityFrames, blockFrames) != 0;
   return isPrefilled || frames == 0 ? frames / capacityFrames : (frames - 1) / capacityFrames;
 }
 

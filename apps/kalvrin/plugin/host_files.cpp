@@ -44,6 +44,12 @@ const char* Particulars(Role role) {
   case Role::Latency:
     return " ;\n    lv2:portProperty lv2:integer, lv2:reportsLatency ;\n"
            "    lv2:designation lv2:latency ;\n    units:unit units:frame";
+  case Role::HighBand:
+    return " ;\n    lv2:portProperty lv2:integer, lv2:enumeration ;\n"
+           "    lv2:scalePoint [ rdfs:label \"Follow\" ; rdf:value 0 ] ,\n"
+           "      [ rdfs:label \"Rest\" ; rdf:value 1 ]";
+  case Role::Load:
+    return " ;\n    lv2:portProperty pprops:notOnGUI ;\n    units:unit units:pc";
   case Role::Late:
     return " ;\n    lv2:portProperty lv2:integer, pprops:notOnGUI";
   default:
