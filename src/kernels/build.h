@@ -19,7 +19,7 @@ struct LargeRow {
 /// Where plans change. Orders are those of the real transform; a complex transform of order L has
 /// the limits of L + 1.
 struct Limits {
-  int lanes;        ///< floats in a register: the group size of the stage layout and its tables
+  int vecWidth;     ///< floats in a register: the group size of the stage layout and its tables
   int directMax;    ///< direct complex kernels up to here, from order 5
   int flatMax;      ///< then the flat plan, whose first pass reverses the bits by itself
   int reversedMax;  ///< then bit reversal and the passes on reversed data; flatMax if there is none

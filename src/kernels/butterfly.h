@@ -1,9 +1,9 @@
 // Included by a build's .cpp, which names its namespace in KERNELS_BUILD.
 #pragma once
 
-// The short transforms that everything else is made of: straight-line code from one description,
-// over any lane type of lanes.h or over single floats. All of them work in place on an array whose
-// elements the compiler keeps in registers, input and output in natural order.
+// Short transforms, of which all others are made: straight-line code from one description, over
+// Complex<V>, Pairs<V> or single floats. They work in place on an array whose elements the compiler
+// keeps in registers; input and output are in natural order.
 
 #include "kernels/complex.h"
 #include "kernels/roots.h"
@@ -25,23 +25,25 @@ KERNELS_INLINE void Unroll(Body&& body) {
   (std::make_integer_sequence<int, N>{});
 }
 
-/// x exp(-2 pi i num / den), conjugated for the inverse; eighths of a turn cost no full product.
+/// x exp(-2 pi i num / den) forward, x exp(2 pi i num / den) inverse. Multiples of an eighth of a
+/// turn cost no full product.
 template <int num, int den, Direction dir, class C>
 KERNELS_INLINE C Rotated(C x) {
   constexpr int turn = num % den;
   if constexpr (turn == 0) {
     return x;
   } else if constexpr (4 * turn == den) {
-    return Turned<dir>(x);
+    return QuarterTurn<dir>(x);
   } else if constexpr (8 * turn % den == 0 && 4 * turn % den != 0 && 2 * turn != den) {
     constexpr int eighth = 8 * turn / den;
     constexpr float half = cosOf<1, 8>;
-    const C turned = eighth == 1 || eighth == 5 ? AddTurned<dir>(x, x) : SubTurned<dir>(x, x);
+    const C turned =
+        eighth == 1 || eighth == 5 ? AddQuarterTurn<dir>(x, x) : SubQuarterTurn<dir>(x, x);
     return Scaled(turned, eighth == 1 || eighth == 7 ? half : -half);
   } else {
-    using V = typename LaneTraits<C>::Vector;
+    using V = typename FormTraits<C>::Vector;
     const V c = Broadcast<V>(cosOf<turn, den>);
-    return AddTurned<dir>(x * c, Scaled(x, sinOf<turn, den>));
+    return AddQuarterTurn<dir>(x * c, Scaled(x, sinOf<turn, den>));
   }
 }
 
@@ -68,8 +70,8 @@ KERNELS_INLINE void OddButterfly(C* x) {
       else
         odd = odd + term;
     });
-    x[k + 1] = AddTurned<dir>(even, odd);
-    x[R - 1 - k] = SubTurned<dir>(even, odd);
+    x[k + 1] = AddQuarterTurn<dir>(even, odd);
+    x[R - 1 - k] = SubQuarterTurn<dir>(even, odd);
   });
 }
 
@@ -99,10 +101,10 @@ KERNELS_INLINE void Butterfly5(C* x) {
   const C odd1 = Scaled(d1, sinOf<1, 5>) + Scaled(d2, sinOf<2, 5>);
   const C odd2 = Scaled(d1, sinOf<2, 5>) - Scaled(d2, sinOf<1, 5>);
   x[0] = x[0] + sum;
-  x[1] = AddTurned<dir>(even1, odd1);
-  x[4] = SubTurned<dir>(even1, odd1);
-  x[2] = AddTurned<dir>(even2, odd2);
-  x[3] = SubTurned<dir>(even2, odd2);
+  x[1] = AddQuarterTurn<dir>(even1, odd1);
+  x[4] = SubQuarterTurn<dir>(even1, odd1);
+  x[2] = AddQuarterTurn<dir>(even2, odd2);
+  x[3] = SubQuarterTurn<dir>(even2, odd2);
 }
 
 template <int R, Direction dir, class C>
@@ -119,8 +121,8 @@ KERNELS_INLINE void Butterfly(C* x) {
     const C c = x[1] + x[3], d = x[1] - x[3];
     x[0] = a + c;
     x[2] = a - c;
-    x[1] = AddTurned<dir>(b, d);
-    x[3] = SubTurned<dir>(b, d);
+    x[1] = AddQuarterTurn<dir>(b, d);
+    x[3] = SubQuarterTurn<dir>(b, d);
   } else if constexpr (R == 5) {
     Butterfly5<dir>(x);
   } else if constexpr (B == 1) {
@@ -157,47 +159,16 @@ KERNELS_INLINE void Butterfly8(C (&y)[8]) {
   Butterfly<4, dir>(e);
   const C s = y[1] + y[5], d = y[1] - y[5], t = y[3] + y[7], u = y[3] - y[7];
   const C o0 = s + t, o2 = s - t;
-  const C o1 = EighthTurn<dir>(AddTurned<dir>(d, u)), o3 = EighthTurn<dir>(SubTurned<dir>(d, u));
+  const C o1 = EighthTurn<dir>(AddQuarterTurn<dir>(d, u)),
+          o3 = EighthTurn<dir>(SubQuarterTurn<dir>(d, u));
   y[0] = e[0] + o0;
   y[4] = e[0] - o0;
   y[1] = e[1] + o1;
   y[5] = e[1] - o1;
-  y[2] = AddTurned<dir>(e[2], o2);
-  y[6] = SubTurned<dir>(e[2], o2);
-  y[3] = AddTurned<dir>(e[3], o3);
-  y[7] = SubTurned<dir>(e[3], o3);
-}
-
-/// Largest odd radix plus one.
-inline constexpr int genericLimit = 150;
-
-/// Any odd r: the pairs of OddButterfly in loops; `roots` holds r factors (cos, -sin)(2 pi k / r).
-template <Direction dir, class C>
-void GenericButterfly(C* x, int r, const float* roots) {
-  const int half = r / 2;
-  C y[genericLimit];
-  C total = x[0];
-  for (int j = 1; j <= half; ++j) {
-    const C a = x[j], b = x[r - j];
-    x[j] = a + b;
-    x[r - j] = b - a;  // the roots hold -sin
-    total = total + x[j];
-  }
-  for (int k = 1; k <= half; ++k) {
-    C even = x[0] + Scaled(x[1], roots[2 * k]);
-    C odd = Scaled(x[r - 1], roots[2 * k + 1]);
-    for (int j = 2, turn = k; j <= half; ++j) {
-      turn += k;
-      if (turn >= r) turn -= r;
-      even = even + Scaled(x[j], roots[2 * turn]);
-      odd = odd + Scaled(x[r - j], roots[2 * turn + 1]);
-    }
-    y[k] = AddTurned<dir>(even, odd);
-    y[r - k] = SubTurned<dir>(even, odd);
-  }
-  x[0] = total;
-  for (int k = 1; k < r; ++k)
-    x[k] = y[k];
+  y[2] = AddQuarterTurn<dir>(e[2], o2);
+  y[6] = SubQuarterTurn<dir>(e[2], o2);
+  y[3] = AddQuarterTurn<dir>(e[3], o3);
+  y[7] = SubQuarterTurn<dir>(e[3], o3);
 }
 
 // Real transforms of N values over a vector (or float) V, in place in packed order: X[0], for even

@@ -15,8 +15,8 @@
 
 namespace Orvik::Tesmo::Kernels::KERNELS_BUILD {
 
-// Nothing of the standard library's inline code belongs into a build: the linker might keep one
-// build's copy for all.
+// A build uses no inline function of the standard library: the linker might keep one build's copy
+// of it for the whole program.
 template <class T>
 KERNELS_INLINE constexpr T Smaller(T a, T b) {
   return a < b ? a : b;
@@ -77,30 +77,31 @@ enum class Direction { Forward, Inverse };
 /// multiplied by the scale and interleaved.
 enum class Output { Stage, Interleaved, Scaled };
 
-/// x * w forward, x * conj(w) inverse.
+/// x times a twiddle factor: x * w forward, x * conj(w) inverse.
 template <Direction dir, class V>
-KERNELS_INLINE Complex<V> Twist(Complex<V> x, Complex<V> w) {
+KERNELS_INLINE Complex<V> TimesTwiddle(Complex<V> x, Complex<V> w) {
   if constexpr (dir == Direction::Forward)
     return x * w;
   else
     return {x.re * w.re + x.im * w.im, x.im * w.re - x.re * w.im};
 }
-/// a - i b forward, a + i b inverse: the quarter turns of a butterfly, without a multiplication.
+/// a - i b forward, a + i b inverse: a quarter turn costs no multiplication.
 template <Direction dir, class V>
-KERNELS_INLINE Complex<V> AddTurned(Complex<V> a, Complex<V> b) {
+KERNELS_INLINE Complex<V> AddQuarterTurn(Complex<V> a, Complex<V> b) {
   if constexpr (dir == Direction::Forward)
     return {a.re + b.im, a.im - b.re};
   else
     return {a.re - b.im, a.im + b.re};
 }
 template <Direction dir, class V>
-KERNELS_INLINE Complex<V> SubTurned(Complex<V> a, Complex<V> b) {
-  return AddTurned < dir == Direction::Forward ? Direction::Inverse : Direction::Forward > (a, b);
+KERNELS_INLINE Complex<V> SubQuarterTurn(Complex<V> a, Complex<V> b) {
+  return AddQuarterTurn < dir == Direction::Forward ? Direction::Inverse
+                                                    : Direction::Forward > (a, b);
 }
 /// a exp(-+ 2 pi i / 8).
 template <Direction dir, class V>
 KERNELS_INLINE Complex<V> EighthTurn(Complex<V> a) {
-  return AddTurned<dir>(a, a) * V::Set1(0.70710678f);
+  return AddQuarterTurn<dir>(a, a) * V::Set1(0.70710678f);
 }
 
 /// Complex values as they stand in memory, V::width / 2 of them.
@@ -118,14 +119,14 @@ struct Pairs {
   }
 };
 template <Direction dir, class V>
-KERNELS_INLINE Pairs<V> Twist(Pairs<V> x, Pairs<V> w) {
+KERNELS_INLINE Pairs<V> TimesTwiddle(Pairs<V> x, Pairs<V> w) {
   if constexpr (dir == Direction::Forward)
     return x * w;
   else
     return {x.v * DupEven(w.v) + ((SwapPairs(x.v) * DupOdd(w.v)) ^ SignOdd<V>())};
 }
 template <Direction dir, class V>
-KERNELS_INLINE Pairs<V> AddTurned(Pairs<V> a, Pairs<V> b) {
+KERNELS_INLINE Pairs<V> AddQuarterTurn(Pairs<V> a, Pairs<V> b) {
   const V swapped = SwapPairs(b.v);
   if constexpr (dir == Direction::Forward)
     return {a.v + (swapped ^ SignOdd<V>())};
@@ -133,38 +134,39 @@ KERNELS_INLINE Pairs<V> AddTurned(Pairs<V> a, Pairs<V> b) {
     return {AddSub(a.v, swapped)};
 }
 template <Direction dir, class V>
-KERNELS_INLINE Pairs<V> SubTurned(Pairs<V> a, Pairs<V> b) {
-  return AddTurned < dir == Direction::Forward ? Direction::Inverse : Direction::Forward > (a, b);
+KERNELS_INLINE Pairs<V> SubQuarterTurn(Pairs<V> a, Pairs<V> b) {
+  return AddQuarterTurn < dir == Direction::Forward ? Direction::Inverse
+                                                    : Direction::Forward > (a, b);
 }
 template <Direction dir, class V>
 KERNELS_INLINE Pairs<V> EighthTurn(Pairs<V> a) {
-  return {AddTurned<dir>(a, a).v * V::Set1(0.70710678f)};
+  return {AddQuarterTurn<dir>(a, a).v * V::Set1(0.70710678f)};
 }
 
 template <class C>
-struct LaneTraits;
+struct FormTraits;
 template <class V>
-struct LaneTraits<Complex<V>> {
+struct FormTraits<Complex<V>> {
   using Vector = V;
   static constexpr int count = V::width;
 };
 template <>
-struct LaneTraits<Complex<float>> {
+struct FormTraits<Complex<float>> {
   using Vector = float;
   static constexpr int count = 1;
 };
 template <class V>
-struct LaneTraits<Pairs<V>> {
+struct FormTraits<Pairs<V>> {
   using Vector = V;
   static constexpr int count = V::width / 2;
 };
 /// Complex values in one C.
 template <class C>
-inline constexpr int countOf = LaneTraits<C>::count;
+inline constexpr int countOf = FormTraits<C>::count;
 
 template <class C>
 KERNELS_INLINE C Scaled(C a, float x) {
-  return a * Broadcast<typename LaneTraits<C>::Vector>(x);
+  return a * Broadcast<typename FormTraits<C>::Vector>(x);
 }
 
 template <class V>
@@ -176,14 +178,14 @@ KERNELS_INLINE V Negated(V x) {
 }
 /// -i x forward, i x inverse.
 template <Direction dir, class V>
-KERNELS_INLINE Complex<V> Turned(Complex<V> x) {
+KERNELS_INLINE Complex<V> QuarterTurn(Complex<V> x) {
   if constexpr (dir == Direction::Forward)
     return {x.im, Negated(x.re)};
   else
     return {Negated(x.im), x.re};
 }
 template <Direction dir, class V>
-KERNELS_INLINE Pairs<V> Turned(Pairs<V> x) {
+KERNELS_INLINE Pairs<V> QuarterTurn(Pairs<V> x) {
   if constexpr (dir == Direction::Forward)
     return {SwapPairs(x.v) ^ SignOdd<V>()};
   else
@@ -199,13 +201,13 @@ KERNELS_INLINE Pairs<V> Reversed(Pairs<V> x) {
 }
 
 template <class V>
-KERNELS_INLINE Complex<V> Held(Complex<V> x) {
+KERNELS_INLINE Complex<V> InRegister(Complex<V> x) {
   Hold(x.re);
   Hold(x.im);
   return x;
 }
 template <class V>
-KERNELS_INLINE Pairs<V> Held(Pairs<V> x) {
+KERNELS_INLINE Pairs<V> InRegister(Pairs<V> x) {
   Hold(x.v);
   return x;
 }

@@ -10,16 +10,16 @@ namespace Orvik::Tesmo::Kernels {
 struct CpuidLeaf {
   std::uint32_t eax, ebx, ecx, edx;
 };
-/// Any leaf up to the maximum that leaf 0 gives.
+/// Reads any leaf up to the largest, which leaf 0 returns.
 using CpuidReader = CpuidLeaf (*)(std::uint32_t leaf, std::uint32_t subLeaf);
 
 struct CpuFeatures {
   bool mmx, sse, sse2, sse3, ssse3, sse41, sse42, movbe, avx;
 };
 
-/// `leaf1` is CPUID leaf 1, `xcr0` the low half of the register of that name (read only where the
-/// operating system has enabled it: 0 otherwise). AVX counts when the system also saves its
-/// registers.
+/// `leaf1` is CPUID leaf 1, `xcr0` the low half of the register of that name; 0 where the
+/// operating system has not enabled it. `avx` is true only where the system also saves the AVX
+/// registers of a thread.
 CpuFeatures FeaturesOf(const CpuidLeaf& leaf1, std::uint32_t xcr0);
 CpuFeatures FeaturesOfThis();
 

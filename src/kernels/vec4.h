@@ -8,8 +8,8 @@ namespace Orvik::Tesmo::Kernels::KERNELS_BUILD {
 
 #define KERNELS_INLINE __attribute__((always_inline)) inline
 
-/// Four floats in a 128-bit register, SSE3. Everything a kernel does goes through these operations;
-/// Vec8 has the same, where "lane" is one of its two 128-bit halves.
+/// Four floats in a 128-bit register, SSE3. All kernels compute with these operations, which Vec8
+/// has too. A "lane" is a 128-bit part of a register: one here, two in Vec8.
 struct Vec4 {
   static constexpr int width = 4;  ///< floats
   static constexpr int lanes = 1;  ///< 128-bit lanes
@@ -116,16 +116,16 @@ KERNELS_INLINE Vec4 ReversePairs(Vec4 a) {
   return Shuffle<2, 3, 0, 1>(a, a);
 }
 
-// Half of a spectrum runs against the other half: these pair value m of one register with value
-// width - m of another, in "mirrored" order.
+// A recombination reads one half of a spectrum forwards and the other half backwards. These put
+// value m of one register beside value width - m of another.
 /// next[0], then cur[width - 1] down to cur[1].
 KERNELS_INLINE Vec4 Mirror(Vec4 cur, Vec4 next) {
   const Vec4 t = {_mm_move_ss(cur.v, next.v)};
   return Shuffle<0, 3, 2, 1>(t, t);
 }
-/// Pairs (even, odd) of registers that run backwards, put together one value late so that the
-/// stores are aligned: the last pair of the call before, then the given ones from the last to the
-/// second.
+/// Interleaves registers that hold values in falling order. Each store starts with the last value
+/// of the call before, so that all stores are aligned; then the given values follow, from the last
+/// to the second.
 template <class V>
 struct BackwardPairs;
 template <>
@@ -141,8 +141,8 @@ struct BackwardPairs<Vec4> {
   }
 };
 
-// Interleaved values taken apart, or put together, inside the lanes alone. That leaves them in
-// "column order": value ColumnOf(i) stands at i.
+// Interleaved values are taken apart, or put together, inside each lane alone: no step across
+// lanes. That leaves them in "column order", in which value ColumnOf(i) stands at place i.
 KERNELS_INLINE void LoadColumns(const float* p, Vec4& even, Vec4& odd) {
   Deinterleave(Vec4::LoadU(p), Vec4::LoadU(p + 4), even, odd);
 }

@@ -1,9 +1,8 @@
 // Transforms of 2^order values of every build that this processor runs.
 
 #include "kernels/fft/plan.h"
-#include "kernels/noise.h"
 #include "kernels/planned_transforms.h"
-#include "kernels/random_input.h"
+#include "kernels/random.h"
 
 #include <gtest/gtest.h>
 
@@ -21,16 +20,20 @@ TEST(Fft, IsTheDefinitionAndItsInverse) {
       for (int round = 0; round < (order <= 12 ? 8 : 1); ++round) {
         const int flag = flags[(order + round) % 4];
         Input input = random.Next();
-        TransformCheck real(RealFft(m, input, order, flag), input);
-        real.Run(Signal::Noise);
-        real.Run(Signal::Impulses);
+        EXPECT_NO_THROW({
+          TransformCheck real(RealFft(m, input, order, flag), input);
+          real.Run(Signal::Noise);
+          real.Run(Signal::Impulses);
+        });
         if (order > 20) continue;
-        TransformCheck complex(ComplexFft(m, order, flag), input);
-        complex.Run(order % 2 ? Signal::Noise : Signal::Impulses);
+        EXPECT_NO_THROW({
+          TransformCheck complex(ComplexFft(m, order, flag), input);
+          complex.Run(order % 2 ? Signal::Noise : Signal::Impulses);
+        });
       }
 }
 
-TEST(Fft, TakesWhateverStandsInTheData) {
+TEST(Fft, NonFiniteAndDenormalSamplesReachTheSpectrum) {
   constexpr float inf = std::numeric_limits<float>::infinity(),
                   nan = std::numeric_limits<float>::quiet_NaN();
   for (const int order : {4, 6, 9, 12})

@@ -12,10 +12,10 @@
 
 namespace Orvik::Tesmo::Kernels::KERNELS_BUILD {
 
-// One kernel serves both forms: unscaled results are times 1, which is exact.
+// Unscaled results are multiplied by 1, which is exact: one kernel for both.
 
-/// `turn`: 0 forward, 1 inverse. With real and imaginary parts swapped on both sides, the forward
-/// transform is the inverse.
+/// `turn`: 0 forward, 1 inverse. A forward transform of values whose real and imaginary parts are
+/// swapped, before and after, is the inverse.
 template <int N>
 void ComplexKernel(const float* src, float* dst, float scale, int turn) {
   Complex<float> z[N];

@@ -1,8 +1,8 @@
 // Included by a build's .cpp, which names its namespace in KERNELS_BUILD.
 #pragma once
 
-// Runs a spec: the walk over a plan's runs, the chirp convolution and the direct methods, and
-// around them what makes a complex transform of n points a real one of N.
+// Runs a spec: the stages of a plan, the chirp convolution and the direct methods, and around them
+// the steps that make a complex transform of n points a real one of N.
 
 #include "kernels/dft/bottom.h"
 #include "kernels/dft/direct.h"
@@ -67,7 +67,7 @@ private:
   KERNELS_INLINE void RunStageTo(const float* blocks, float* out, const StageRun& run) {
     // pairs are interleaved in every stage
     constexpr Output ofPairs = output == Output::Interleaved ? Output::Stage : output;
-    if (!isGrouped && LanesOf(n, run.m, Vec::width).width < Vec::width / 2)
+    if (!isGrouped && GroupsOf(n, run.m, Vec::width).width < Vec::width / 2)
       RunStage<Pairs<Vec4>, dir, ofPairs>(blocks, out, run);
     else if (!isGrouped)
       RunStage<Pairs<Vec>, dir, ofPairs>(blocks, out, run);
@@ -202,9 +202,9 @@ public:
     y[1] = src[0] * c[1];
     std::ptrdiff_t k = 1;
     for (; k + countOf<Pairs<Vec>> <= n / 2 + 1; k += countOf<Pairs<Vec>>)
-      Spread<Pairs<Vec>>(src, k);
+      StoreWithMirror<Pairs<Vec>>(src, k);
     for (; k <= n / 2; ++k)
-      Spread<Pairs<Vec2>>(src, k);
+      StoreWithMirror<Pairs<Vec2>>(src, k);
     const IppStatus status = Convolve();
     if (status != ippStsNoErr) return status;
     for (k = 0; k + Vec::width <= n; k += Vec::width) {
@@ -241,7 +241,7 @@ private:
 
   /// The conjugate of X[k] to k and X[k] to n - k, times their chirps.
   template <class C>
-  KERNELS_INLINE void Spread(const float* src, std::ptrdiff_t k) {
+  KERNELS_INLINE void StoreWithMirror(const float* src, std::ptrdiff_t k) {
     const C x = C::LoadU(src + 2 * k), c = C::LoadU(spec.chirp + 2 * k);
     (Conjugate(x) * c).StoreU(y + 2 * k);
     Reversed(C{} - x * c).StoreU(y + 2 * (n - k - countOf<C> + 1));
@@ -250,7 +250,7 @@ private:
   Ipp32fc* Y() const { return reinterpret_cast<Ipp32fc*>(y); }
   const Ipp32fc* Chirp() const { return reinterpret_cast<const Ipp32fc*>(spec.chirp); }
 
-  /// Whether the inner transforms want their work area only as a stage buffer for running in place.
+  /// Whether the inner transforms need no work buffer when source and destination differ.
   bool RunsBetweenVectors() const {
     if (!spec.convSpec->usesFft) return true;
     int order = 0;
@@ -260,7 +260,7 @@ private:
   }
 
   IppStatus Convolve() {
-    // between two vectors the room for a stage buffer holds the second
+    // then the inner work buffer is free, and holds the spectrum
     float* const spectrum = RunsBetweenVectors() ? reinterpret_cast<float*>(inner) : y;
     ippsZero_32fc(Y() + n, spec.convLength - n);
     IppStatus status = RunComplex(Direction::Forward, y, spectrum, *spec.convSpec, inner);

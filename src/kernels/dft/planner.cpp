@@ -48,16 +48,16 @@ void FillGroup(float* group, int width, bool apart, At&& at) {
   }
 }
 
-bool MakeTwiddles(DftStageTables& stage, const StageLanes& lanes, std::int64_t first,
+bool MakeTwiddles(DftStageTables& stage, const StageGroups& vecWidth, std::int64_t first,
                   std::int64_t count, const RootTable& roots) {
-  const std::int64_t width = lanes.width;
+  const std::int64_t width = vecWidth.width;
   const std::int64_t groups = (count + width - 1) / width;
   if (!Allocate(stage.twiddles, groups * (stage.radix - 1) * 2 * width)) return false;
   float* group = stage.twiddles;
   for (std::int64_t g = 0; g < groups; ++g) {
     const std::int64_t q = first + std::min(g * width, count - width);
     for (std::int64_t p = 1; p < stage.radix; ++p, group += 2 * width)
-      FillGroup(group, lanes.width, lanes.apart, [&](int l) {
+      FillGroup(group, vecWidth.width, vecWidth.apart, [&](int l) {
         const std::int64_t block = static_cast<std::int64_t>(stage.radix) * stage.remaining;
         return roots.At(p * (q + l), block);
       });
@@ -75,15 +75,15 @@ bool MakeDirectTable(float*& table, int n, const RootTable& roots) {
   return true;
 }
 
-bool MakeRecombination(IppsDFTSpec_R_32f& spec, int lanes, const RootTable& roots) {
+bool MakeRecombination(IppsDFTSpec_R_32f& spec, int vecWidth, const RootTable& roots) {
   const std::int64_t n = spec.length / 2;
-  const int width = RecombineWidth(n, lanes);
-  const std::int64_t groups = RecombineGroups(n, lanes);
+  const int width = RecombineWidth(n, vecWidth);
+  const std::int64_t groups = RecombineGroups(n, vecWidth);
   if (!Allocate(spec.recombFwd, groups * 2 * width) ||
       !Allocate(spec.recombInv, groups * 2 * width))
     return false;
   for (std::int64_t g = 0; g < groups; ++g) {
-    const std::int64_t k = RecombineStart(n, lanes, g);
+    const std::int64_t k = RecombineStart(n, vecWidth, g);
     FillGroup(spec.recombFwd + g * 2 * width, width, true, [&](int l) {
       const Ipp32fc w = roots.At(k + l, spec.length);
       return Ipp32fc{0.5f * w.re, 0.5f * w.im + 0.5f};
@@ -110,7 +110,7 @@ bool MakeDigitOrder(IppsDFTSpec_R_32f& spec, const DftPlan& plan) {
   return made;
 }
 
-IppStatus MakeStages(IppsDFTSpec_R_32f& spec, const DftPlan& plan, DftKind kind, int lanes,
+IppStatus MakeStages(IppsDFTSpec_R_32f& spec, const DftPlan& plan, DftKind kind, int vecWidth,
                      const RootTable& roots) {
   spec.hasPlan = 1;
   spec.realPlan = kind == DftKind::Real && spec.length % 2 == 1;
@@ -133,8 +133,8 @@ IppStatus MakeStages(IppsDFTSpec_R_32f& spec, const DftPlan& plan, DftKind kind,
     const std::int64_t m = stage.remaining;
     const bool made =
         spec.realPlan
-            ? MakeTwiddles(stage, {RealStageWidth(m, lanes), false}, 1, (m - 1) / 2, roots)
-            : MakeTwiddles(stage, LanesOf(plan.points, m, lanes), 0, m, roots);
+            ? MakeTwiddles(stage, {RealStageWidth(m, vecWidth), false}, 1, (m - 1) / 2, roots)
+            : MakeTwiddles(stage, GroupsOf(plan.points, m, vecWidth), 0, m, roots);
     if (!made) return ippStsMemAllocErr;
   }
   spec.workSize = static_cast<std::int32_t>(OwnWorkSize(plan, kind));
@@ -220,12 +220,12 @@ IppStatus FillSpec(const Build& build, IppsDFTSpec_R_32f& spec, int flag, DftKin
   const TemporaryRoots temporary(std::int64_t{spec.length} * (isDoubled ? 2 : 1));
   if (!temporary.Get()) return ippStsMemAllocErr;
   const RootTable& roots = *temporary.Get();
-  const int lanes = build.limits.lanes;
-  if (kind == DftKind::Real && spec.length % 2 == 0 && !MakeRecombination(spec, lanes, roots))
+  const int vecWidth = build.limits.vecWidth;
+  if (kind == DftKind::Real && spec.length % 2 == 0 && !MakeRecombination(spec, vecWidth, roots))
     return ippStsMemAllocErr;
   switch (plan.method) {
   case DftMethod::MixedRadix:
-    return MakeStages(spec, plan, kind, lanes, roots);
+    return MakeStages(spec, plan, kind, vecWidth, roots);
   case DftMethod::DirectSum:
     spec.workSize = static_cast<std::int32_t>(OwnWorkSize(plan, kind));
     return MakeDirectTable(spec.directTable, plan.points, roots) ? ippStsNoErr : ippStsMemAllocErr;

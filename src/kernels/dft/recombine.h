@@ -2,8 +2,8 @@
 #pragma once
 
 // Between the spectrum of N real samples and the complex spectrum z of the n = N / 2 values
-// x[2j] + i x[2j+1]. Values k and n - k are worked together, in groups from both ends; the middle
-// group, which may overlap its neighbours, is read first and written last.
+// x[2j] + i x[2j+1]. Values k and n - k are computed together, in groups from both ends. The
+// middle group may overlap its neighbours: it is read first and written last.
 
 #include "kernels/complex.h"
 #include "kernels/dft/planned_dft.h"

@@ -2,9 +2,9 @@
 #pragma once
 
 // The stages of a complex plan: butterflies of one radix over blocks of radix x m values, for each
-// q below m on the values at q, m + q, 2 m + q, ... after a twist by exp(-2 pi i p q / (radix m)).
+// q below m on the values at q, m + q, 2 m + q, ... times exp(-2 pi i p q / (radix m)), p from 0.
 
-#include "kernels/butterfly.h"
+#include "kernels/dft/any_radix.h"
 
 #include <cstddef>
 
@@ -14,7 +14,7 @@ struct StageRun {
   int radix;
   int count;  ///< blocks, one behind the other
   std::ptrdiff_t m;
-  const float* twiddles;  ///< groups of q in the lanes of C, and for each the powers p from 1 on
+  const float* twiddles;  ///< groups of q, as C holds them; for each the powers p from 1 on
   const float* roots;     ///< of the radix, for generic kernels
   float scale;            ///< read by Output::Scaled
 };
@@ -23,7 +23,7 @@ struct StageRun {
 template <class C, int R, Direction dir, Output output>
 [[gnu::noinline]] void StageKernel(const float* src, float* dst, const StageRun& run) {
   constexpr int count = countOf<C>;
-  using V = typename LaneTraits<C>::Vector;
+  using V = typename FormTraits<C>::Vector;
   const V factor = V::Set1(run.scale);
   constexpr int room = R > 0 ? R : genericLimit;
   const int radix = R > 0 ? R : run.radix;
@@ -31,7 +31,8 @@ template <class C, int R, Direction dir, Output output>
   const auto load = [&](std::ptrdiff_t q, const float* w, C* x) KERNELS_INLINE_LAMBDA {
     x[0] = C::LoadU(src + 2 * q);
     const auto power = [&](int p) KERNELS_INLINE_LAMBDA {
-      x[p] = Twist<dir>(Held(C::LoadU(src + p * row + 2 * q)), C::Load(w + (p - 1) * 2 * count));
+      x[p] = TimesTwiddle<dir>(InRegister(C::LoadU(src + p * row + 2 * q)),
+                               C::Load(w + (p - 1) * 2 * count));
     };
     if constexpr (R > 0) {
       Unroll<R - 1>([&](auto p) KERNELS_INLINE_LAMBDA { power(p + 1); });
@@ -69,13 +70,13 @@ template <class C, int R, Direction dir, Output output>
       store(i * count, x);
     }
   };
-  // groups fill a block: nothing is left over
+  // grouped values fill a block: no rest
   constexpr bool grouped = count == V::width;
   for (int block = 0; block < run.count; ++block, src += radix * row, dst += radix * row) {
     if (grouped || whole * count == run.m) {
       pass();
     } else {
-      // what does not fill the lanes goes with its neighbours, read before they change
+      // The last values do not fill a C: take the ones before them again, read before they change.
       C rest[room];
       load(run.m - count, run.twiddles + whole * group, rest);
       pass();

@@ -135,7 +135,7 @@ void DirectComplex(const float* src, float* dst, float scale) {
       y[c + i] = {t[2 * i], t[2 * i + 1]};
   }
   for (int p = 1; p < second; ++p)
-    y[p] = Twist<dir>(y[p], C::Load(twiddlesOf<V::width, M>.data[p - 1]));
+    y[p] = TimesTwiddle<dir>(y[p], C::Load(twiddlesOf<V::width, M>.data[p - 1]));
   if constexpr (second == 4)
     Butterfly<4, dir>(y);
   else

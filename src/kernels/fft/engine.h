@@ -46,9 +46,9 @@ inline void RunPass(const Pass& pass, const float* data, float* out, const float
 /// Values whose passes stay in the first-level cache, with their factors.
 constexpr std::ptrdiff_t cachedValues = 2048;
 
-/// The passes from the second to `last` on `count` values, and with two lanes on their partners
-/// (see PairedBlock): one after the other where all that stays in the cache, else blocks depth
-/// first.
+/// The passes from the second to `last` on `count` values, with two lanes also on their partners
+/// (see PairedBlock). Where all values stay in the cache, pass after pass; otherwise block after
+/// block, each with all its passes.
 template <Direction dir, Input input>
 void RunPasses(float* data, std::ptrdiff_t partner, std::ptrdiff_t count, const PassList& plan,
                int last, const float* twiddles) {

@@ -26,7 +26,7 @@ KERNELS_INLINE void Put(Complex<V> x, float* p, V scale) {
 }
 
 /// One butterfly of a later pass: reads rows of groups, `in` apart, writes them `out` apart.
-/// `factor` gives the power p.
+/// `factor` returns the twiddle of power p.
 template <Direction dir, class V, int radix, class Load, class Factor, class Store>
 KERNELS_INLINE void PassButterfly(Load load, Factor factor, Store store) {
   constexpr int reversed[] = {0, 4, 2, 6, 1, 5, 3, 7};
@@ -34,7 +34,7 @@ KERNELS_INLINE void PassButterfly(Load load, Factor factor, Store store) {
   y[0] = load(0);
   Unroll<radix - 1>([&](auto i) KERNELS_INLINE_LAMBDA {
     constexpr int m = i + 1, power = reversed[m] * radix / 8;
-    y[power] = Twist<dir>(load(m), factor(power));
+    y[power] = TimesTwiddle<dir>(load(m), factor(power));
   });
   if constexpr (radix == 4)
     Butterfly<4, dir>(y);
@@ -43,11 +43,15 @@ KERNELS_INLINE void PassButterfly(Load load, Factor factor, Store store) {
   Unroll<radix>([&](auto q) KERNELS_INLINE_LAMBDA { store(q, y[q]); });
 }
 
-// With two lanes, the first pass has columns c and c + 2 in one register: blocks i and i + M/16,
-// which lie in neighbouring quarters of the vector. The pair (i in the even quarter, its partner in
-// the odd one) is kept, for even i, in the even quarter where blocks i and i + 1 belong, for odd i
-// in the odd quarter where the partners of i - 1 and i belong. So the second pass finds what it
-// needs where it writes, and takes the lanes apart. With one lane, block i stands at its place.
+// With two lanes, the first pass computes columns c and c + 2 in one register. They belong to block
+// i and to its partner i + M/16, in the next quarter of the vector. It stores the register whole.
+// The second pass reads and writes the same places, and separates the lanes there:
+//
+//   places             of blocks i and i + 1      of their partners         (i even)
+//   after the first    i, partner of i            i + 1, partner of i + 1
+//   after the second   i, i + 1                   partners of i and of i + 1
+//
+// With one lane, block i is stored at its place.
 
 /// Where the first pass leaves the group of block i, in floats; `twice` is 2 i, as in bitRev.
 template <class V>
@@ -58,8 +62,8 @@ KERNELS_INLINE std::ptrdiff_t PairedBlock(std::ptrdiff_t twice, std::ptrdiff_t M
     return 4 * (twice & ~std::ptrdiff_t{2}) + ((twice & 2) >> 1) * (M >> 1);
 }
 
-/// The butterflies of V::width / 2 neighbouring columns, from four rows: groups of the even
-/// columns, then of the odd ones.
+/// The radix-4 butterflies of V::width / 2 neighbouring columns, from four rows. The results are
+/// two groups, of the even columns and of the odd ones.
 template <Direction dir, class V>
 struct FirstButterflies {
   Complex<V> even, odd;
@@ -81,8 +85,8 @@ constexpr int groupsOfLine = 64 / sizeof(Complex<V>);
 
 /// The first pass, radix 4, from interleaved values in natural order: rows M/4 apart, neighbouring
 /// columns, each to the block that the bit reversal gives. Where a group is half a cache line,
-/// columns M/8 apart go together: their blocks are neighbours and fill a line while it is in the
-/// cache.
+/// columns M/8 apart are computed together: their blocks are neighbours, and fill the line while it
+/// is in the cache.
 template <Direction dir, class V>
 void FirstPass(const float* src, float* stage, const std::int32_t* bitRev, std::ptrdiff_t M) {
   constexpr int columns = V::width / 2, together = groupsOfLine<V>;
@@ -119,8 +123,8 @@ void FirstPassColumns(const float* src, float* stage, const std::int32_t* bitRev
     }
 }
 
-/// The second pass, span 4, in place on `count` values at `data`, and with two lanes on as many
-/// `partner` floats behind. Its factors are the same for every block.
+/// The second pass, span 4, in place on `count` values at `data`; with two lanes also on as many
+/// values `partner` floats behind them. All blocks have the same factors.
 template <Direction dir, class V, int radix, Input input>
 void SecondPass(float* data, std::ptrdiff_t partner, const float* twiddles, std::ptrdiff_t count) {
   using C = Complex<V>;
@@ -186,7 +190,8 @@ void GatheringPass(const float* data, std::ptrdiff_t rowStride, float* work, con
   }
 }
 
-/// The last of them, radix 4, back to `data`: the powers follow from the first.
+/// The last of the column-wise levels, radix 4, back to `data`. The table has the first power of
+/// each twiddle only; the others are its products.
 template <Direction dir, class V, Output output>
 void ScatteringPass(const float* work, float* data, std::ptrdiff_t rowStride, const float* twiddles,
                     std::ptrdiff_t columns, std::ptrdiff_t rows, float scale) {

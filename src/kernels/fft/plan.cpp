@@ -21,12 +21,12 @@ void SetRoot(Ipp32fc root, float* at, std::ptrdiff_t group) {
   at[group] = root.im;
 }
 
-/// Factors of one pass into `out`, which moves on: local j of a run of `width` columns out of
-/// `step`.
+/// The factors of one pass, from `out` on; returns the end. Value `at` of the run stands for
+/// j = at / width * step + first + at % width.
 float* FillPass(std::int64_t span, int radix, int powers, std::int64_t count, std::int64_t width,
-                std::int64_t step, std::int64_t first, int lanes, const RootTable& roots,
+                std::int64_t step, std::int64_t first, int vecWidth, const RootTable& roots,
                 float* out) {
-  const int group = static_cast<int>(std::min<std::int64_t>(lanes, count));
+  const int group = static_cast<int>(std::min<std::int64_t>(vecWidth, count));
   for (std::int64_t local = 0; local < count; local += group)
     for (int p = 1; p <= powers; ++p, out += 2 * group)
       for (int lane = 0; lane < group; ++lane) {
@@ -111,14 +111,15 @@ void FillBitRev(int L, std::int32_t* table) {
   }
 }
 
-void FillTwiddles(int L, int lanes, const RootTable& roots, float* table) {
+void FillTwiddles(int L, int vecWidth, const RootTable& roots, float* table) {
   const RadixList list = StageRadices(L);
   std::int64_t span = list.radix[0];
   for (int s = 1; s < list.count; span *= list.radix[s++])
-    table = FillPass(span, list.radix[s], list.radix[s] - 1, span, span, 0, 0, lanes, roots, table);
+    table =
+        FillPass(span, list.radix[s], list.radix[s] - 1, span, span, 0, 0, vecWidth, roots, table);
 }
 
-void FillLevelTwiddles(int L, const LargeRow& row, int lanes, const RootTable& roots,
+void FillLevelTwiddles(int L, const LargeRow& row, int vecWidth, const RootTable& roots,
                        float* table) {
   const RadixList list = LevelRadices(row.split);
   const std::int64_t piece = std::int64_t{1} << (L - row.split);
@@ -127,14 +128,15 @@ void FillLevelTwiddles(int L, const LargeRow& row, int lanes, const RootTable& r
     std::int64_t span = piece, count = columns;
     for (int s = 0; s < list.count; ++s) {
       const int r = list.radix[s], powers = s + 1 == list.count ? 1 : r - 1;
-      table = FillPass(span, r, powers, count, columns, piece, first, lanes, roots, table);
+      table = FillPass(span, r, powers, count, columns, piece, first, vecWidth, roots, table);
       span *= r;
       count *= r;
     }
   }
 }
 
-void FillRecombination(int L, int lanes, const RootTable& roots, float* forward, float* inverse) {
+void FillRecombination(int L, int vecWidth, const RootTable& roots, float* forward,
+                       float* inverse) {
   const std::int64_t N = std::int64_t{2} << L;
   const bool twoLevel = L >= twoLevelFrom;
   const auto halve = [&](float* pair, int imaginary) {
@@ -144,15 +146,15 @@ void FillRecombination(int L, int lanes, const RootTable& roots, float* forward,
     }
   };
   const std::int64_t fine = twoLevel ? fineCount : N / 4;
-  for (std::int64_t last = lanes; last <= fine; last += lanes) {
-    for (int lane = 0; lane < lanes; ++lane) {
+  for (std::int64_t last = vecWidth; last <= fine; last += vecWidth) {
+    for (int lane = 0; lane < vecWidth; ++lane) {
       float *f = forward + lane, *i = inverse + lane;
-      SetRoot(roots.At(last - lane, N), f, lanes);
-      halve(f, lanes);
-      SetRoot(roots.At(last - ColumnOf(lane, lanes), N), i, lanes);
+      SetRoot(roots.At(last - lane, N), f, vecWidth);
+      halve(f, vecWidth);
+      SetRoot(roots.At(last - ColumnOf(lane, vecWidth), N), i, vecWidth);
     }
-    forward += 2 * lanes;
-    inverse += 2 * lanes;
+    forward += 2 * vecWidth;
+    inverse += 2 * vecWidth;
   }
   if (twoLevel)
     for (std::int64_t k = 0; k < N / 4; k += fineCount, forward += 2, inverse += 2) {
@@ -196,16 +198,16 @@ void FillSpec(const FftLayout& layout, const Limits& limits, bool real, int flag
     auto* bitRev = reinterpret_cast<std::int32_t*>(memory + layout.bitRev.offset);
     FillBitRev(layout.L, bitRev);
     spec->bitRev = bitRev;
-    FillTwiddles(layout.pieceOrder, limits.lanes, roots, table(layout.twiddles));
+    FillTwiddles(layout.pieceOrder, limits.vecWidth, roots, table(layout.twiddles));
     spec->twiddles = table(layout.twiddles);
   }
   for (int i = 0; i < layout.levels; ++i) {
     const int L = layout.levelOrder[i];
-    FillLevelTwiddles(L, LargeRowOf(limits, L), limits.lanes, roots, table(layout.level[i]));
+    FillLevelTwiddles(L, LargeRowOf(limits, L), limits.vecWidth, roots, table(layout.level[i]));
     spec->levelTwiddles[i] = table(layout.level[i]);
   }
   if (layout.recombFwd.bytes != 0) {
-    FillRecombination(layout.L, limits.lanes, roots, table(layout.recombFwd),
+    FillRecombination(layout.L, limits.vecWidth, roots, table(layout.recombFwd),
                       table(layout.recombInv));
     spec->recombFwd = table(layout.recombFwd);
     spec->recombInv = table(layout.recombInv);

@@ -112,8 +112,8 @@ constexpr int MaxPieceOrder(const Limits& limits) {
   return limits.reversedMax - 1;
 }
 
-/// From this complex order on a vector is copied and then reversed in place: two of them have more
-/// pages than the processor keeps track of.
+/// From this complex order on a vector is copied and then reversed in place: two vectors have more
+/// pages than the processor's table of addresses holds.
 constexpr int copiedFrom = 19;
 /// From this complex order on the bit reversal is tiled: 64 rows of 64 values at a time.
 constexpr int tiledFrom = 20;
@@ -141,26 +141,28 @@ struct FftLayout {
 /// `order` of the real transform; for a complex one of order L pass L + 1 and false.
 FftLayout LayoutOf(const Limits& limits, int order, bool real);
 
-// Tables. `lanes` values of j form a group: lanes cosines, then lanes negated sines.
+// Tables. `vecWidth` values of j form a group: first their cosines, then their negated sines.
 
 /// L up to 19: entry i, 1 <= i < M/4, is twice the reversal of i in L - 2 bits; 0 and M/4 hold 0.
 /// Above: M/4096 block indices, the reversal of L - 12 bits times 64, then for one tile the pairs
 /// i < j of the 10-bit reversal times 4, then its fixed points from the far end.
 void FillBitRev(int L, std::int32_t* table);
 /// Pass after pass from the second, for a span S and a radix r: exp(-2 pi i j p / (S r)), groups
-/// over j below S (of S when lanes is more), in each the powers p from 1 to r - 1.
-void FillTwiddles(int L, int lanes, const RootTable& roots, float* table);
+/// over j below S (one group of S where S is less than vecWidth), in each the powers p from 1 to
+/// r - 1.
+void FillTwiddles(int L, int vecWidth, const RootTable& roots, float* table);
 /// Run after run of columns, level after level, as the passes above; the last level has p = 1 only.
-void FillLevelTwiddles(int L, const LargeRow& row, int lanes, const RootTable& roots, float* table);
-/// With t = 2 pi k / N for k from 1 to M/2, group after group of `lanes` k, each from its last k
+void FillLevelTwiddles(int L, const LargeRow& row, int vecWidth, const RootTable& roots,
+                       float* table);
+/// With t = 2 pi k / N for k from 1 to M/2, group after group of `vecWidth` k, each from its last k
 /// down: cos t / 2 and (1 - sin t) / 2 forward, cos t and -sin t inverse; there in column order.
 /// From twoLevelFrom on, both hold the groups (cos, -sin) of the first 1,024 k, then the pair of 2
 /// pi 1024 c / N for every run c.
-void FillRecombination(int L, int lanes, const RootTable& roots, float* forward, float* inverse);
-/// Which value of a group stands at place `lane` where interleaved values have been taken apart
-/// inside the 128-bit lanes of a register.
-constexpr int ColumnOf(int lane, int lanes) {
-  return lanes == 4 ? lane : (lane & 1) | (lane & 2) << 1 | (lane & 4) >> 1;
+void FillRecombination(int L, int vecWidth, const RootTable& roots, float* forward, float* inverse);
+/// The index, inside its group, of the value at place `lane` in column order: the order in which
+/// interleaved values stand when they have been taken apart inside each 128-bit lane alone.
+constexpr int ColumnOf(int lane, int vecWidth) {
+  return vecWidth == 4 ? lane : (lane & 1) | (lane & 2) << 1 | (lane & 4) >> 1;
 }
 
 constexpr bool IsFlag(int flag) {

@@ -8,12 +8,12 @@
 
 namespace Orvik::Tesmo::Kernels::KERNELS_BUILD {
 
-// Blocks of frames between planar channels and interleaved frames. Each takes the frames from i on
-// as far as whole blocks go and gives the first frame that is left.
+// Between planar channels and interleaved frames, in blocks of frames. Each function moves as many
+// whole blocks as there are and returns the number of frames that it has moved.
 
-/// block(i) for every whole block of `width` frames, two a turn.
+/// Calls block(i) for every whole block of `width` frames, two in each turn of the loop.
 template <int width, class Block>
-KERNELS_INLINE std::ptrdiff_t TwoATurn(std::ptrdiff_t len, Block block) {
+KERNELS_INLINE std::ptrdiff_t ForEachBlock(std::ptrdiff_t len, Block block) {
   std::ptrdiff_t i = 0;
   for (; i <= len - 2 * width; i += 2 * width) {
     block(i);
@@ -28,21 +28,21 @@ KERNELS_INLINE std::ptrdiff_t TwoATurn(std::ptrdiff_t len, Block block) {
 template <class V>
 KERNELS_INLINE std::ptrdiff_t InterleavePair(const float* a, const float* b, std::ptrdiff_t len,
                                              float* pDst) {
-  return TwoATurn<V::width>(len, [=](std::ptrdiff_t at) {
+  return ForEachBlock<V::width>(len, [=](std::ptrdiff_t at) {
     Complex<V>{V::LoadU(a + at), V::LoadU(b + at)}.StoreInterleaved(pDst + 2 * at);
   });
 }
 template <class V>
 KERNELS_INLINE std::ptrdiff_t DeinterleavePair(const float* pSrc, std::ptrdiff_t len, float* a,
                                                float* b) {
-  return TwoATurn<V::width>(len, [=](std::ptrdiff_t at) {
+  return ForEachBlock<V::width>(len, [=](std::ptrdiff_t at) {
     const auto z = Complex<V>::LoadInterleaved(pSrc + 2 * at);
     z.re.StoreU(a + at);
     z.im.StoreU(b + at);
   });
 }
 
-/// Four channels that stand side by side in frames of `stride` floats.
+/// Four neighbouring channels of frames of `stride` floats.
 template <class V>
 KERNELS_INLINE std::ptrdiff_t InterleaveQuad(const float* const* c, std::ptrdiff_t len, float* pDst,
                                              std::ptrdiff_t stride) {
@@ -76,8 +76,8 @@ KERNELS_INLINE std::ptrdiff_t DeinterleaveQuad(const float* pSrc, std::ptrdiff_t
   return i;
 }
 
-/// Six channels, as of 5.1 sound: two frames are three half registers without a gap. Lanes hold
-/// every other four frames.
+/// Six channels, as of 5.1 sound: two frames fill three lanes. With two lanes, the first has frames
+/// i to i + 3 and the second i + 4 to i + 7.
 template <class V>
 KERNELS_INLINE std::ptrdiff_t InterleaveSix(const float* const* c, std::ptrdiff_t len,
                                             float* pDst) {
@@ -120,8 +120,8 @@ KERNELS_INLINE std::ptrdiff_t DeinterleaveSix(const float* pSrc, std::ptrdiff_t 
   return i;
 }
 
-/// All channels, from frame i on, as far as the widths of the blocks go together; the frames that
-/// are left and the channels beyond the last four go one by one.
+/// Any number of channels: blocks of two, six or four channels, then one by one the frames that
+/// fill no block and the channels that fill no four.
 template <class V>
 inline void InterleaveChannels(const float* const* pSrc, std::ptrdiff_t channels,
                                std::ptrdiff_t len, float* pDst) {

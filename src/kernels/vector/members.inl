@@ -1,4 +1,4 @@
-// The vector kernels of one build: the frame of checks around the blocks.
+// The vector kernels of one build: checks, then blocks.
 
 #include "kernels/memory.h"
 #include "kernels/vector/interleave.h"
@@ -7,9 +7,10 @@
 
 namespace Orvik::Tesmo::Kernels::KERNELS_BUILD {
 
-/// pDst[i] = op(p[i]...) for i in [0, len); op takes registers and floats alike. One by one to the
-/// destination's register boundary, then blocks of two registers, two a turn, then the tail. A
-/// destination off the grid of floats cannot be peeled; it runs unaligned.
+/// pDst[i] = op(p[i]...) for i in [0, len); op takes registers and floats. Single elements up to
+/// the first register boundary of the destination, then blocks of two registers, then single
+/// elements. A destination that is no multiple of 4 bytes never reaches a boundary: its stores are
+/// unaligned.
 template <class V, class Op, class... Source>
 KERNELS_INLINE void ForEachElement(float* pDst, std::ptrdiff_t len, Op op, Source... p) {
   constexpr int block = 2 * V::width;
