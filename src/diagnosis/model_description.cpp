@@ -80,6 +80,11 @@ std::string PrintableText(std::u16string_view text) {
   return Dnn::Utf8FromUtf16(shown);
 }
 
+std::string ShortText(std::u16string_view text) {
+  constexpr std::size_t most = 200;
+  return PrintableText(text.substr(0, most)) + (text.size() > most ? "..." : "");
+}
+
 std::string PrintableText(std::string_view bytes) {
   std::u16string text = ToUtf16(bytes);
   std::ranges::replace(text, u'\uFFFD', u'?');
