@@ -4,12 +4,12 @@ JOBS ?= $(shell nproc)
 CMAKE_ARGS ?=
 configure = cmake -S . -B $(1) -G Ninja $(2) $(CMAKE_ARGS)
 
-.PHONY: help build test test-large test-plugins test-cpus soak demo test-page train eval lint asan \
-        tsan bench bench-compare fuzz fuzz-long coverage test-batch deb test-deb mutants install \
-        clean
+.PHONY: help build test test-large test-embed test-plugins test-cpus soak demo test-page train eval lint lint-all \
+        lint-quick check-all asan tsan bench bench-compare fuzz fuzz-long coverage test-batch deb \
+        test-deb mutants install clean
 
 help:            ## this list
-	@sed -n 's/^\([a-z-]*\):.*##  */\1\t/p' $(MAKEFILE_LIST) | expand -t 12
+	@sed -n 's/^\([a-z-]*\):.*##  */\1\t/p' $(MAKEFILE_LIST) | expand -t 15
 
 build:           ## library, engine and programs, in build/lib and build/bin
 	@scripts/install-packages build
@@ -27,6 +27,10 @@ test-large:      ## transforms of up to 2^29 samples (12 GiB of memory, some min
 	@$(call configure,$(BUILD),-DKALVRIN_TESTS=ON) >/dev/null
 	@cmake --build $(BUILD) -j $(JOBS) --target fft_large_test
 	@$(BUILD)/bin/fft_large_test
+
+test-embed:      ## examples/embed, a host that builds the library as a part of itself
+	@scripts/install-packages build
+	@tests/docs/embed_test.sh $(BUILD)-embed $(JOBS)
 
 test-plugins:    ## the plugins in real hosts: ffmpeg, JACK, PipeWire, the validators
 	@scripts/install-packages build plugins
@@ -81,9 +85,20 @@ eval: build      ## what that model reaches on untrained recordings, as tables a
 	  $$(cmp -s models/separator/separator.onnx $(TRAIN)/separator.onnx && echo $(TRAIN)/checkpoint.pt)
 	@$(PYTHON) models/separator/plots.py evaluation $(BUILD)/eval/evaluation.json docs/images/separator.png
 
-lint:            ## formatting, static analysis, direction of includes
+lint: SCOPE = changed
+lint-all: SCOPE = all
+lint-quick: SCOPE = quick
+lint:            ## formatting, shell scripts, includes, clang-tidy on what changed since it passed
+lint-all:        ## the same with clang-tidy on everything, a quarter of an hour
+lint-quick:      ## the same with clang-tidy on the last commit, five minutes at most; what CI runs
+lint lint-all lint-quick:
 	@scripts/install-packages build test lint
-	@scripts/lint $(BUILD)
+	@scripts/lint $(BUILD)-lint $(SCOPE)
+
+# VERBS="lint soak": only these. The logs and the table stay in $(BUILD)-check.
+check-all: VERBS ?= test lint asan tsan test-embed test-plugins test-page test-batch test-deb test-cpus coverage soak
+check-all:       ## all verbs that can fail, one after another, hours; a table at the end; as root
+	@scripts/check-all $(BUILD)-check $(VERBS)
 
 asan:            ## all tests under the address and undefined-behaviour sanitizers
 	@scripts/install-packages build test
@@ -102,7 +117,7 @@ fuzz fuzz-long:
 	@scripts/install-packages build fuzz
 	@scripts/fuzz $(BUILD)-fuzz $(JOBS) $(SECONDS) $(TARGETS)
 
-coverage:        ## lines and branches of src/ that the tests run
+coverage:        ## lines and branches of src/, hosting/ and c/ that the tests run
 	@scripts/install-packages build test fuzz
 	@scripts/coverage $(BUILD)-coverage $(JOBS)
 
@@ -130,4 +145,5 @@ test-deb: deb    ## those packages installed and used in a bare system; as root
 
 clean:           ## remove the build folders
 	rm -rf $(BUILD) $(BUILD)-asan $(BUILD)-tsan $(BUILD)-bench $(BUILD)-fuzz $(BUILD)-coverage \
-	  $(BUILD)-deb $(BUILD)-mutants
+	  $(BUILD)-deb $(BUILD)-mutants $(BUILD)-lint $(BUILD)-check \
+	  $(BUILD)-embed

@@ -3,7 +3,7 @@
 
 #include "dft_lengths.h"
 
-#include "kernels/builds/limits.h"
+#include "kernels/build.h"
 #include "kernels/ipps.h"
 
 #include <fftw3.h>
@@ -112,10 +112,9 @@ Errors OfBuild(const std::vector<Case>& cases, int N, int variant) {
 }  // namespace
 
 int main() {
-  constexpr int variantOf[buildCount] = {0, 2, 3, 4, 5};
   std::printf("\nRelative L2 error, forward and inverse (ratio to FFTW)\n%8s %26s", "N", "FFTW");
-  for (const Limits& limits : limitsOf)
-    std::printf(" %36s", limits.name);
+  for (const Build* build : builds)
+    if (RunsHere(*build)) std::printf(" %36s", build->name);
   std::printf("\n");
   for (const DftLengths& group : dftLengths)
     for (const int N : group.lengths) {
@@ -132,9 +131,9 @@ int main() {
       }
       const Errors fftw = OfFftw(cases, N);
       std::printf("%8d   %11.2e %11.2e", N, fftw.forward, fftw.inverse);
-      for (const int variant : variantOf) {
-        if (variant > ippBestVariantIndex()) continue;
-        const Errors ours = OfBuild(cases, N, variant);
+      for (const Build* build : builds) {
+        if (!RunsHere(*build)) continue;
+        const Errors ours = OfBuild(cases, N, build->choice.index);
         std::printf("   %10.2e (%.2f) %10.2e (%.2f)", ours.forward, ours.forward / fftw.forward,
                     ours.inverse, ours.inverse / fftw.inverse);
       }

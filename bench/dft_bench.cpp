@@ -8,7 +8,7 @@
 
 #include "dft_lengths.h"
 
-#include "kernels/builds/limits.h"
+#include "kernels/build.h"
 #include "kernels/ipps.h"
 
 #include <benchmark/benchmark.h>
@@ -115,7 +115,6 @@ int main(int argc, char** argv) {
   fftwf_set_timelimit(60);  // seconds a plan: past 2^19 a patient search takes hours
   if (!wisdom.empty()) fftwf_import_wisdom_from_filename(wisdom.c_str());
 
-  constexpr int variantOf[buildCount] = {0, 2, 3, 4, 5};
   std::vector<std::unique_ptr<Data>> data;
   for (const DftLengths& group : dftLengths)
     for (const int N : group.lengths) {
@@ -124,10 +123,10 @@ int main(int argc, char** argv) {
       data.push_back(std::make_unique<Data>(N));
       for (const Way way : {Way::Forward, Way::Inverse}) {
         Register(N, way, "FFTW", 0, Fftw(*data.back(), way, wisdom));
-        for (int build = 0; build < buildCount; ++build)
-          if (variantOf[build] <= ippBestVariantIndex() || build == Sse3b)
-            Register(N, way, limitsOf[build].name, variantOf[build],
-                     Ours(*data.back(), way, variantOf[build]));
+        for (const Build* build : builds)
+          if (RunsHere(*build))
+            Register(N, way, build->name, build->choice.index,
+                     Ours(*data.back(), way, build->choice.index));
       }
     }
   std::fprintf(stderr, "\r");

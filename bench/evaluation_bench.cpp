@@ -96,7 +96,8 @@ public:
 private:
   std::unique_ptr<Dnn::Kalvrin> Core(const ChainSizes& sizes, const ChainGains& gains) {
     runtime.SetRecording(false);
-    auto core = std::make_unique<Dnn::Kalvrin>(runtime, "model", 5, sizes.sequence, sizes.channels);
+    auto core = std::make_unique<Dnn::Kalvrin>(runtime.Shared(), runtime.Load(), sizes.sequence,
+                                               sizes.channels);
     core->SetMasterGain(1.0f);
     core->SetAudioClassGain(u"Rest", gains.rest);
     for (std::size_t k = 0; k < sizes.classes; ++k)

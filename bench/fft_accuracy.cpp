@@ -1,7 +1,7 @@
 // Relative L2 error of every build and of FFTW in single precision, against a double transform:
 // random input, orders 4 to 20, the mean of several runs. Prints a table.
 
-#include "kernels/builds/limits.h"
+#include "kernels/build.h"
 #include "kernels/ipps.h"
 
 #include <fftw3.h>
@@ -121,17 +121,13 @@ int main() {
           std::memcpy(x, real, samples);
         });
     Print(order, "FFTW", fftw, fftw);
-    const struct {
-      int variant;
-      BuildIndex build;
-    } builds[] = {{0, Sse3}, {2, Ssse3}, {3, Sse3b}, {4, Sse41}, {5, Avx}};
-    for (const auto& b : builds) {
-      if (b.variant > ippBestVariantIndex() && b.variant != 3) continue;
-      ippVariantIndex = b.variant;
+    for (const Build* build : builds) {
+      if (!RunsHere(*build)) continue;
+      ippVariantIndex = build->choice.index;
       IppsFFTSpec_R_32f* spec = nullptr;
       if (ippsFFTInitAlloc_R_32f(&spec, order, IPP_FFT_NODIV_BY_ANY, ippAlgHintNone) != ippStsNoErr)
         return 1;
-      Print(order, limitsOf[b.build].name,
+      Print(order, build->name,
             Measure(
                 order, runs,
                 [&](const float* x, float* X) { ippsFFTFwd_RToCCS_32f(x, X, spec, nullptr); },

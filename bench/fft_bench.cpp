@@ -6,7 +6,7 @@
 // FFTW plans with FFTW_PATIENT up to 2^20 (above, that takes hours: FFTW_MEASURE); the file keeps
 // what it found, so that the next run plans nothing.
 
-#include "kernels/builds/limits.h"
+#include "kernels/build.h"
 #include "kernels/ipps.h"
 
 #include <benchmark/benchmark.h>
@@ -136,16 +136,14 @@ int main(int argc, char** argv) {
   fftwf_set_timelimit(60);  // seconds a plan: past 2^19 a patient search takes hours
   if (!wisdom.empty()) fftwf_import_wisdom_from_filename(wisdom.c_str());
 
-  constexpr int variantOf[buildCount] = {0, 2, 3, 4, 5};
-  const int best = ippBestVariantIndex();
   for (int order = firstOrder; order <= lastOrder; ++order)
     for (const Way way : {Way::Forward, Way::Inverse}) {
       Register(order, way, "FFTW", 0, [=] { return Fftw(DataOf(order), order, way, wisdom); });
       Register(order, way, "KissFFT", 0, [=] { return Kiss(DataOf(order), way); });
-      for (int build = 0; build < buildCount; ++build) {
-        const int variant = variantOf[build];
-        if (variant <= best || variant == 3)
-          Register(order, way, limitsOf[build].name, variant,
+      for (const Build* build : builds) {
+        const int variant = build->choice.index;
+        if (RunsHere(*build))
+          Register(order, way, build->name, variant,
                    [=] { return Ours(DataOf(order), order, way, variant); });
       }
     }

@@ -3,7 +3,7 @@
 // build's register width and no arithmetic. Names are vector/KERNEL/LENGTH/OFFSET/CONTENDER: OFFSET
 // in bytes of source and destination.
 
-#include "kernels/builds/limits.h"
+#include "kernels/build.h"
 #include "kernels/ipps.h"
 
 #include <benchmark/benchmark.h>
@@ -108,11 +108,10 @@ int main(int argc, char** argv) {
   benchmark::Initialize(&argc, argv);
   if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
   const struct {
-    const char* build;
-    int variant;
+    const Build& build;
     void (*limits[2])(const Call&);  // by loads
-  } contenders[] = {{"sse3", 0, {LoadAndStore<__m128, 1>, LoadAndStore<__m128, 2>}},
-                    {"avx", 5, {LoadAndStore<__m256, 1>, LoadAndStore<__m256, 2>}}};
+  } contenders[] = {{sse3::build, {LoadAndStore<__m128, 1>, LoadAndStore<__m128, 2>}},
+                    {avx::build, {LoadAndStore<__m256, 1>, LoadAndStore<__m256, 2>}}};
   for (const Kernel& kernel : kernels)
     for (const int len : {256, 1024, 4096})
       for (const int offset : {0, 4}) {
@@ -122,12 +121,12 @@ int main(int argc, char** argv) {
                           }};
         Register(copy, "memcpy", 0, len, offset);
         for (const auto& c : contenders) {
-          if (c.variant > ippBestVariantIndex()) continue;
-          Register(kernel, c.build, c.variant, len, offset);
-          if (ippBestVariantIndex() < 5) continue;
+          if (!RunsHere(c.build)) continue;
+          Register(kernel, c.build.name, c.build.choice.index, len, offset);
+          if (!RunsHere(avx::build)) continue;
           const Kernel limit{kernel.name, c.limits[kernel.loads - 1], 1, kernel.loads,
                              kernel.inPlace};
-          Register(limit, std::string(c.build) + "-limit", 0, len, offset);
+          Register(limit, std::string(c.build.name) + "-limit", 0, len, offset);
         }
       }
   benchmark::RunSpecifiedBenchmarks();

@@ -1,7 +1,7 @@
 #include "kalvrin.h"
 
-#include "kalvrin/stream_processor.h"
-#include "model_probe.h"
+#include "built_stream.h"
+#include "runtime/model_binding.h"
 
 #include <algorithm>
 #include <cstdint>
@@ -15,10 +15,8 @@
 using namespace Orvik::Tesmo;
 
 struct kalvrin_stream {
-  std::unique_ptr<StreamProcessor> processor;
-  C::ModelProbe model;
-  std::vector<float> planar;     // one block; for interleaved audio
-  std::vector<float*> channels;  // where each channel begins in it
+  C::BuiltStream built;
+  Dnn::PlanarBuffer block;  // for interleaved audio
   std::int32_t continuation = 0;
 };
 
@@ -59,23 +57,12 @@ kalvrin_status Guarded(kalvrin_status onFailure, Work work) noexcept {
   }
 }
 
-/// The library's own object; null where it gives none, whatever the reason.
-std::unique_ptr<StreamProcessor> MakeProcessor(const void* model, std::size_t size,
-                                               const Diagnosis::StreamRequest& sizes) {
-  return std::unique_ptr<StreamProcessor>(CreateStreamProcessor(
-      model, size, sizes.sequenceSize, sizes.channelCount, sizes.blockFrames));
-}
-
 std::unique_ptr<kalvrin_stream> MakeStream(const void* model, std::size_t size,
                                            const Diagnosis::StreamRequest& request) {
   auto stream = std::make_unique<kalvrin_stream>();
-  stream->model = C::ProbeModel(model, size, request);
-  const Diagnosis::StreamRequest& sizes = stream->model.settled;
-  stream->processor = MakeProcessor(model, size, sizes);
-  if (!stream->processor) throw C::FindRefusal(model, size, sizes);
-  stream->planar.resize(sizes.channelCount * sizes.blockFrames);
-  for (std::size_t c = 0; c < sizes.channelCount; ++c)
-    stream->channels.push_back(stream->planar.data() + c * sizes.blockFrames);
+  stream->built = C::BuildStream(model, size, request);
+  const kalvrin_sizes& sizes = stream->built.sizes;
+  stream->block = Dnn::PlanarBuffer(sizes.channels, sizes.block_frames);
   return stream;
 }
 
@@ -90,7 +77,7 @@ void Run(kalvrin_stream& stream, const float* const* input, float* const* output
   // Should the model fail, the next block begins anew: the frames that it failed on would wait in
   // the stream, and fail again.
   const std::int32_t continuation = std::exchange(stream.continuation, 0);
-  stream.processor->ProcessBlock(input, output, frames, continuation);
+  stream.built.processor->ProcessBlock(input, output, frames, continuation);
   stream.continuation = 1;
 }
 
@@ -128,29 +115,29 @@ void kalvrin_destroy(kalvrin_stream* stream) {
 
 kalvrin_status kalvrin_get_sizes(const kalvrin_stream* stream, kalvrin_sizes* sizes) {
   if (!stream || !sizes) return KALVRIN_INVALID_ARGUMENT;
-  *sizes = stream->model.sizes;
+  *sizes = stream->built.sizes;
   return KALVRIN_OK;
 }
 
 kalvrin_status kalvrin_get_class_name(const kalvrin_stream* stream, size_t index,
                                       const char** name) {
   if (!stream || !name) return KALVRIN_INVALID_ARGUMENT;
-  const auto& classes = stream->model.classes;
+  const auto& classes = stream->built.classes;
   return TextAt(index < classes.size() ? &classes[index].shown : nullptr, name);
 }
 
 kalvrin_status kalvrin_get_note(const kalvrin_stream* stream, size_t index, const char** note) {
   if (!stream || !note) return KALVRIN_INVALID_ARGUMENT;
-  const auto& notes = stream->model.notes;
+  const auto& notes = stream->built.notes;
   return TextAt(index < notes.size() ? &notes[index] : nullptr, note);
 }
 
 kalvrin_status kalvrin_set_gain(kalvrin_stream* stream, const char* name, float gain) {
   if (!stream || !name || !IsGain(gain)) return KALVRIN_INVALID_ARGUMENT;
   return Guarded(KALVRIN_INVALID_ARGUMENT, [&] {
-    for (const C::ClassName& known : stream->model.classes)
+    for (const C::ClassName& known : stream->built.classes)
       if (EqualIgnoringCase(known.shown, name) &&
-          stream->processor->SetAudioClassGain(known.wide.c_str(), gain))
+          stream->built.processor->SetAudioClassGain(known.wide.c_str(), gain))
         return KALVRIN_OK;
     return KALVRIN_NOT_FOUND;
   });
@@ -159,21 +146,21 @@ kalvrin_status kalvrin_set_gain(kalvrin_stream* stream, const char* name, float 
 kalvrin_status kalvrin_set_master_gain(kalvrin_stream* stream, float gain) {
   if (!stream || !IsGain(gain)) return KALVRIN_INVALID_ARGUMENT;
   return Guarded(KALVRIN_INVALID_ARGUMENT, [&] {
-    return stream->processor->SetMasterGain(gain) ? KALVRIN_OK : KALVRIN_INVALID_ARGUMENT;
+    return stream->built.processor->SetMasterGain(gain) ? KALVRIN_OK : KALVRIN_INVALID_ARGUMENT;
   });
 }
 
 kalvrin_status kalvrin_reset_gains(kalvrin_stream* stream) {
   if (!stream) return KALVRIN_INVALID_ARGUMENT;
   return Guarded(KALVRIN_ENGINE_FAILED, [&] {
-    stream->processor->ResetGains();
+    stream->built.processor->ResetGains();
     return KALVRIN_OK;
   });
 }
 
 kalvrin_status kalvrin_process_planar(kalvrin_stream* stream, const float* const* input,
                                       float* const* output, size_t frames) {
-  if (!stream || !input || !output || frames > stream->model.sizes.block_frames)
+  if (!stream || !input || !output || frames > stream->built.sizes.block_frames)
     return KALVRIN_INVALID_ARGUMENT;
   return Guarded(KALVRIN_ENGINE_FAILED, [&] {
     Run(*stream, input, output, frames);
@@ -183,17 +170,18 @@ kalvrin_status kalvrin_process_planar(kalvrin_stream* stream, const float* const
 
 kalvrin_status kalvrin_process_interleaved(kalvrin_stream* stream, const float* input,
                                            float* output, size_t frames) {
-  if (!stream || !input || !output || frames > stream->model.sizes.block_frames)
+  if (!stream || !input || !output || frames > stream->built.sizes.block_frames)
     return KALVRIN_INVALID_ARGUMENT;
   return Guarded(KALVRIN_ENGINE_FAILED, [&] {
-    const std::size_t count = stream->channels.size();
+    const std::size_t count = stream->block.channelCount;
+    float* const* const channels = stream->block.channels.get();
     for (std::size_t c = 0; c < count; ++c)
       for (std::size_t i = 0; i < frames; ++i)
-        stream->channels[c][i] = input[i * count + c];
-    Run(*stream, stream->channels.data(), stream->channels.data(), frames);
+        channels[c][i] = input[i * count + c];
+    Run(*stream, channels, channels, frames);
     for (std::size_t c = 0; c < count; ++c)
       for (std::size_t i = 0; i < frames; ++i)
-        output[i * count + c] = stream->channels[c][i];
+        output[i * count + c] = channels[c][i];
     return KALVRIN_OK;
   });
 }
@@ -201,7 +189,7 @@ kalvrin_status kalvrin_process_interleaved(kalvrin_stream* stream, const float* 
 kalvrin_status kalvrin_restart(kalvrin_stream* stream) {
   if (!stream) return KALVRIN_INVALID_ARGUMENT;
   return Guarded(KALVRIN_ENGINE_FAILED, [&] {
-    stream->processor->SetSequenceSize(stream->model.sizes.windows);
+    stream->built.processor->SetSequenceSize(stream->built.sizes.windows);
     stream->continuation = 0;
     return KALVRIN_OK;
   });

@@ -1,6 +1,8 @@
-# How everything here is compiled: one language level, warnings as errors, no contracted arithmetic,
-# one folder for libraries and one for programs.
+# What is built and how it is compiled: one language level, no fused multiply-add (-ffp-contract=off), one folder for
+# libraries and one for programs. A project that takes this one in by add_subdirectory gets the library alone.
 
+option(KALVRIN_PROGRAMS "Build the tool, the plugins, the C interface and the models too" ${PROJECT_IS_TOP_LEVEL})
+option(KALVRIN_WERROR "Treat warnings as errors" ${PROJECT_IS_TOP_LEVEL})
 option(KALVRIN_TESTS "Build the tests (needs GoogleTest and python3-onnx)" OFF)
 option(KALVRIN_BENCH "Build the benchmarks (needs Google Benchmark, FFTW and KissFFT)" OFF)
 option(KALVRIN_FUZZ "Build the fuzz targets for libFuzzer, all under sanitizers (needs clang)" OFF)
@@ -8,8 +10,15 @@ option(KALVRIN_COVERAGE "Count what runs, line by line (needs clang); the fuzz t
 set(KALVRIN_SANITIZER "" CACHE STRING "Instrument everything: address or thread")
 set_property(CACHE KALVRIN_SANITIZER PROPERTY STRINGS "" address thread)
 
+if((KALVRIN_TESTS OR KALVRIN_FUZZ) AND NOT KALVRIN_PROGRAMS)
+  message(FATAL_ERROR "KALVRIN_TESTS and KALVRIN_FUZZ need KALVRIN_PROGRAMS")
+endif()
 if(NOT CMAKE_BUILD_TYPE)
-  set(CMAKE_BUILD_TYPE Release CACHE STRING "" FORCE)
+  if(PROJECT_IS_TOP_LEVEL)
+    set(CMAKE_BUILD_TYPE Release CACHE STRING "" FORCE)
+  else()  # for this folder only
+    set(CMAKE_BUILD_TYPE Release)
+  endif()
 endif()
 set(CMAKE_CXX_FLAGS_RELEASE "-O2 -DNDEBUG")
 
@@ -24,8 +33,8 @@ set(CMAKE_LIBRARY_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/lib)
 set(CMAKE_ARCHIVE_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/lib)
 set(CMAKE_RUNTIME_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/bin)
 
-add_compile_options(-Wall -Wextra -Wpedantic $<$<CXX_COMPILER_ID:GNU>:-Wshadow=local> -Wnon-virtual-dtor -Werror
-                    -ffp-contract=off -fstack-protector-strong)
+add_compile_options(-Wall -Wextra -Wpedantic $<$<CXX_COMPILER_ID:GNU>:-Wshadow=local> -Wnon-virtual-dtor
+                    $<$<BOOL:${KALVRIN_WERROR}>:-Werror> -ffp-contract=off -fstack-protector-strong)
 add_link_options(-Wl,-z,relro,-z,now,-z,noexecstack)
 
 if((KALVRIN_FUZZ OR KALVRIN_COVERAGE) AND NOT CMAKE_CXX_COMPILER_ID STREQUAL "Clang")

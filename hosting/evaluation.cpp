@@ -34,12 +34,12 @@ void Evaluation::Restart() {
   stream->SetSequenceSize(sequenceSize);
 }
 
-void Evaluation::Run(const float* const* input, float* const* output) noexcept {
+bool Evaluation::Run(const float* const* input, float* const* output) noexcept {
   bool failed = false;
   try {
-    // The first call lines the rings up and fills the input with the chunk; what it gives is the
-    // past. The second finds both rings at their end, evaluates, and gives the chunk's result; what
-    // it takes in is overwritten by the next first one.
+    // The first call resets the ring positions and fills the input ring with the chunk; its output
+    // is old. The second finds both rings at their end, so it evaluates and returns the chunk's
+    // result. What it puts into the input ring is overwritten by the next first call.
     stream->ProcessBlock(input, output, chunkFrames, 0);
     stream->ProcessBlock(input, output, chunkFrames, 1);
   } catch (...) {
@@ -49,6 +49,7 @@ void Evaluation::Run(const float* const* input, float* const* output) noexcept {
   for (unsigned c = 0; c < channelCount; ++c)
     for (float& sample : std::span(output[c], chunkFrames))
       if (failed || !std::isfinite(sample)) sample = 0;
+  return !failed;
 }
 
 }  // namespace Orvik::Tesmo::Plugin

@@ -21,17 +21,18 @@ public:
   Evaluation(const Description& description, const ModelBytes& model, unsigned channelCount);
 
   std::uint64_t ChunkFrames() const { return chunkFrames; }
-  /// From a frame of the input chunk to the same frame of the output chunk.
+  /// Frames from a place in the input chunk to the same audio in the output chunks.
   std::uint64_t DelayFrames() const { return delayFrames; }
 
-  /// Silence behind and ahead, as if new; the gains stay. Slow, never while Run does its work.
+  /// Starts again from silence, as if new; the gains stay. Slow; never while Run runs.
   void Restart();
 
-  /// ChunkFrames() frames. What is not finite in the result comes as silence, and so does the
-  /// chunk of an evaluation that fails in the engine. Allocates nothing of ours.
-  void Run(const float* const* input, float* const* output) noexcept;
+  /// Takes and writes ChunkFrames() frames. Samples of the result that are not finite become
+  /// silence. Returns false, and silence, where the evaluation fails in the engine. Allocates
+  /// nothing of ours.
+  bool Run(const float* const* input, float* const* output) noexcept;
 
-  /// Linear, from 0. While Run does its work, too.
+  /// Linear, from 0. May run while Run does.
   void SetMasterGain(float gain) { stream->SetMasterGain(gain); }
   void SetRestGain(float gain) { stream->SetAudioClassGain(u"Rest", gain); }
   void SetClassGain(std::size_t index, float gain) {

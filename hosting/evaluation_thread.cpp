@@ -1,6 +1,8 @@
 #include "hosting/evaluation_thread.h"
 
+#include <algorithm>
 #include <cerrno>
+#include <chrono>
 
 namespace Orvik::Tesmo::Plugin {
 namespace {
@@ -34,7 +36,9 @@ void EvaluationThread::Work() {
       ;
     if (ends.load(std::memory_order_relaxed)) return;
     Slot& slot = slots[next % slots.size()];
-    evaluation.Run(slot.input.Channels(), slot.output.Channels());
+    const auto begin = std::chrono::steady_clock::now();
+    slot.isValid = evaluation.Run(slot.input.Channels(), slot.output.Channels());
+    slot.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count();
     completed.store(next + 1, std::memory_order_release);
     completed.notify_all();
   }
@@ -50,13 +54,15 @@ bool EvaluationThread::Submit(const Frames& chunk, std::uint64_t number) {
   return true;
 }
 
-bool EvaluationThread::Take(std::uint64_t number, Frames& result) {
+bool EvaluationThread::Take(std::uint64_t number, Frames& result, bool& isValid) {
   const std::uint64_t ready = completed.load(std::memory_order_acquire);
   for (; taken < ready; ++taken) {
     const Slot& slot = slots[taken % slots.size()];
-    if (slot.number < number) continue;
     if (slot.number > number) return false;
+    worstSeconds = std::max(worstSeconds, slot.seconds);
+    if (slot.number < number) continue;
     Copy(slot.output, result);
+    isValid = slot.isValid;
     ++taken;
     return true;
   }

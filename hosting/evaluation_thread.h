@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <semaphore.h>
 #include <thread>
+#include <utility>
 
 namespace Orvik::Tesmo::Plugin {
 
@@ -28,9 +29,12 @@ public:
   /// Hands chunk number `number` over. False, and nothing done, where the worker is so far behind
   /// that no slot is free.
   bool Submit(const Frames& chunk, std::uint64_t number);
-  /// Copies the result of chunk `number` to `result`. False where it is not there yet. Results of
-  /// earlier chunks, which came too late for their own call, are dropped.
-  bool Take(std::uint64_t number, Frames& result);
+  /// Copies the result of chunk `number` to `result`; `isValid` is false where the evaluation
+  /// failed. Returns false where it is not there yet. Results of earlier chunks, which came too
+  /// late for their own call, are dropped.
+  bool Take(std::uint64_t number, Frames& result, bool& isValid);
+  /// The longest time that one of the evaluations taken or dropped since the last call has run.
+  double TakeWorstSeconds() { return std::exchange(worstSeconds, 0.0); }
   /// Nothing is in progress and nothing waits.
   bool IsIdle() const { return completed.load(std::memory_order_acquire) == submitted; }
   /// Sleeps until IsIdle: for hosts that do not play in real time.
@@ -46,11 +50,14 @@ private:
         : input(channelCount, frames), output(channelCount, frames) {}
     Frames input, output;
     std::uint64_t number = 0;
+    bool isValid = false;
+    double seconds = 0;  // that the evaluation took
   };
 
   Evaluation& evaluation;
   std::array<Slot, 4> slots;
   std::uint64_t submitted = 0, taken = 0;  // of the audio thread
+  double worstSeconds = 0;                 // of the audio thread
   std::atomic<std::uint64_t> completed = 0;
   std::atomic<bool> ends = false;
   sem_t work;

@@ -24,6 +24,7 @@ public:
   std::size_t Length() const { return length; }
   std::size_t ChannelCount() const { return channels.size(); }
   float* const* Channels() { return channels.data(); }
+  const float* const* Channels() const { return channels.data(); }
   float* operator[](std::size_t channel) { return channels[channel]; }
   const float* operator[](std::size_t channel) const { return channels[channel]; }
   void Clear() { std::fill(samples.begin(), samples.end(), 0.0F); }

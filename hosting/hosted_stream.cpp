@@ -1,6 +1,7 @@
 #include "hosting/hosted_stream.h"
 
 #include <algorithm>
+#include <chrono>
 #include <cmath>
 #include <stdexcept>
 #include <string>
@@ -17,33 +18,6 @@ double CheckedRate(double rateHz) {
   if (rateHz >= HostedStream::lowestRateHz && rateHz <= HostedStream::highestRateHz) return rateHz;
   throw std::runtime_error("a sample rate of " + std::to_string(rateHz) +
                            " Hz is not from 8 to 192 kHz");
-}
-
-std::optional<RateConverter> ConverterFor(double from, double to, unsigned channelCount) {
-  if (from == to) return std::nullopt;
-  return std::optional<RateConverter>(std::in_place, from, to, channelCount);
-}
-
-/// How many frames the way there and back keeps the host waiting at most: a frame that has gone in
-/// is short of what its filters need ahead, and the two rates' frames fall together differently
-/// each time. Measured with single frames over all the ways in which they can.
-std::uint32_t MeasuredCushion(RateConverter& toModel, RateConverter& toHost,
-                              unsigned channelCount) {
-  constexpr std::uint32_t fillingFrames = 16384, phases = 16384;
-  Frames in(channelCount, 1);
-  Frames between(channelCount, toModel.MostFrames(1));
-  Frames out(channelCount, toHost.MostFrames(between.Length()));
-  std::uint32_t taken = 0;
-  std::uint32_t given = 0;
-  std::uint32_t cushion = 0;
-  while (taken < fillingFrames + phases) {
-    const std::size_t frames = toModel.Process(in.Channels(), 1, between.Channels());
-    given += static_cast<std::uint32_t>(toHost.Process(between.Channels(), frames, out.Channels()));
-    cushion = std::max(cushion, ++taken - given);
-  }
-  toModel.Reset();
-  toHost.Reset();
-  return cushion + 1;  // for the rounding of the positions in the long run
 }
 
 /// In double, as the tool does: the same gain to the last bit.
@@ -69,18 +43,17 @@ HostedStream::HostedStream(const Description& description, std::shared_ptr<const
     : hostRateHz(CheckedRate(rateHz)),
       modelRateHz(description.sampleRateHz ? description.sampleRateHz : hostRateHz),
       hopLength(description.HopLength()), usualBlockFrames(usualBlockFrames),
-      model(std::move(bytes)), stage(description, *model, channelCount),
-      toModel(ConverterFor(hostRateHz, modelRateHz, channelCount)),
-      toHost(ConverterFor(modelRateHz, hostRateHz, channelCount)),
-      cushionFrames(toModel ? MeasuredCushion(*toModel, *toHost, channelCount) : 0),
-      dry(channelCount, sliceFrames), wet(channelCount, sliceFrames),
-      atModelRate(channelCount, toModel ? toModel->MostFrames(sliceFrames) : 0),
-      fromModel(channelCount, atModelRate.Length()),
-      converted(channelCount, toHost ? toHost->MostFrames(atModelRate.Length()) : 0),
-      convertedQueue(channelCount, cushionFrames + sliceFrames + converted.Length() + 1),
-      dryDelay(channelCount, RoundedLatency(Mode::Spread) + sliceFrames),
+      model(std::move(bytes)), stage(description, *model, channelCount, modelRateHz, hostRateHz),
+      dry(channelCount, sliceFrames), wet(channelCount, sliceFrames), atModelRate(channelCount, 0),
+      fromModel(channelCount, sliceFrames), dryDelay(channelCount, 0),
       fadeStep(static_cast<float>(1 / (fadeSeconds * hostRateHz))),
-      gainsDb(description.classes.size() + 2) {
+      gainsDb(description.classes.size() + 2), gains(gainsDb.size(), 1) {
+  if (hostRateHz != modelRateHz) {
+    fullBand.emplace(hostRateHz, modelRateHz, channelCount, sliceFrames);
+    atModelRate = Frames(channelCount, fullBand->MostModelFrames(sliceFrames));
+    fromModel = StageOutput(channelCount, atModelRate.Length());
+  }
+  dryDelay = FrameQueue(channelCount, LatencyOf(Mode::Spread) + sliceFrames);
   Begin(Settle(ModeWish::Automatic, usualBlockFrames));
 }
 
@@ -92,36 +65,26 @@ Mode HostedStream::Settle(ModeWish wish, std::uint32_t blockFrames) const {
   return isShort ? Mode::Spread : Mode::Direct;
 }
 
-double HostedStream::ExactLatency(Mode mode) const {
-  return static_cast<double>(stage.LatencyFrames(mode)) * hostRateHz / modelRateHz + cushionFrames;
-}
-
-std::uint32_t HostedStream::RoundedLatency(Mode mode) const {
-  return static_cast<std::uint32_t>(std::lround(ExactLatency(mode)));
+std::uint32_t HostedStream::LatencyOf(Mode mode) const {
+  const std::uint64_t frames = stage.LatencyFrames(mode);
+  return static_cast<std::uint32_t>(fullBand ? fullBand->LatencyFrames(frames) : frames);
 }
 
 std::uint32_t HostedStream::GetLatencyFrames(ModeWish wish) const {
-  return RoundedLatency(hasBegun ? stage.GetMode() : Settle(wish, usualBlockFrames));
+  return LatencyOf(hasBegun ? stage.GetMode() : Settle(wish, usualBlockFrames));
 }
 
-double HostedStream::GetLatencyRemainder() const {
-  return ExactLatency(stage.GetMode()) - RoundedLatency(stage.GetMode());
-}
-
-/// Before the first frame: everything but the stage, which is silent, in place for `mode`.
+/// Before the first frame: all but the stage, which is silent, in place for `mode`.
 void HostedStream::Begin(Mode mode) {
   stage.TrySwitch(mode);
-  if (toModel) {
-    toModel->Reset();
-    toHost->Reset();
-  }
-  convertedQueue.Clear();
-  convertedQueue.PushSilence(cushionFrames);
+  if (fullBand) fullBand->Begin(stage.LatencyFrames(mode));
   dryDelay.Clear();
-  dryDelay.PushSilence(RoundedLatency(mode));
+  dryDelay.PushSilence(LatencyOf(mode));
   level = 1;
   isSwitching = false;
   mutedFrames = 0;
+  loads.fill(0);
+  loadFrames = 0;
 }
 
 void HostedStream::Activate() {
@@ -132,17 +95,25 @@ void HostedStream::Activate() {
 }
 
 void HostedStream::FollowGains(const Controls& controls) {
-  Evaluation& gains = stage.Gains();
+  Evaluation& evaluation = stage.Gains();
   const std::size_t classCount = gainsDb.size() - 2;
   const auto follow = [this](std::size_t place, float wanted, auto set) {
     if (std::isnan(wanted) || gainsDb[place] == wanted) return;
     gainsDb[place] = wanted;
-    set(LinearGain(wanted));
+    gains[place] = LinearGain(wanted);
+    set(gains[place]);
   };
   for (std::size_t i = 0; i < std::min(classCount, controls.classGainsDb.size()); ++i)
-    follow(i, controls.classGainsDb[i], [&](float gain) { gains.SetClassGain(i, gain); });
-  follow(classCount, controls.restGainDb, [&](float gain) { gains.SetRestGain(gain); });
-  follow(classCount + 1, controls.masterGainDb, [&](float gain) { gains.SetMasterGain(gain); });
+    follow(i, controls.classGainsDb[i], [&](float gain) { evaluation.SetClassGain(i, gain); });
+  follow(classCount, controls.restGainDb, [&](float gain) { evaluation.SetRestGain(gain); });
+  follow(classCount + 1, controls.masterGainDb,
+         [&](float gain) { evaluation.SetMasterGain(gain); });
+  const auto [least, greatest] = std::minmax_element(gains.begin(), gains.end() - 1);
+  const float master = gains.back();
+  stage.SetDryGains({.rest = master * gains[classCount],
+                     .least = master * *least,
+                     .greatest = master * *greatest},
+                    controls.highBand);
 }
 
 void HostedStream::FollowMode(ModeWish wish, std::uint32_t frames) {
@@ -159,44 +130,56 @@ void HostedStream::FollowMode(ModeWish wish, std::uint32_t frames) {
   // muted first; where the wish is taken back meanwhile, chunks may be missing, too
   if (level > 0 || !stage.TrySwitch(mode)) return;
   isSwitching = false;
+  if (fullBand) fullBand->Begin(stage.LatencyFrames(mode));
   dryDelay.Clear();
-  dryDelay.PushSilence(RoundedLatency(mode));
-  mutedFrames = RoundedLatency(mode);
+  dryDelay.PushSilence(LatencyOf(mode));
+  mutedFrames = LatencyOf(mode);
 }
 
 void HostedStream::Process(const float* const* input, float* const* output, std::uint32_t frames,
                            const Controls& controls) {
+  using Clock = std::chrono::steady_clock;
   FollowGains(controls);
   if (frames == 0) return;
   if (controls.mayWait) stage.WaitForResults();
-  if (!hasBegun) wetness = controls.isBypassed ? 0 : 1;
-  std::size_t const channelCount = dry.ChannelCount();
+  const auto begin = Clock::now();
+  ProcessAll(input, output, frames, controls);
+  CountLoad(std::chrono::duration<double>(Clock::now() - begin).count(), frames);
+}
+
+void HostedStream::ProcessAll(const float* const* input, float* const* output, std::uint32_t frames,
+                              const Controls& controls) {
+  if (!hasBegun) wetShare = controls.isBypassed ? 0 : 1;
   for (std::uint32_t done = 0; done < frames;) {
     FollowMode(controls.mode, frames);
     const std::uint32_t n = std::min(frames - done, sliceFrames);
     // all of the input before any of the output: they may be the same arrays
-    for (std::size_t c = 0; c < channelCount; ++c)
+    for (std::size_t c = 0; c < dry.ChannelCount(); ++c)
       CopyAudio(input[c] + done, dry[c], n);
     ProcessSlice(n, frames - done - n);
-    dryDelay.Push(dry.Channels(), n);
-    dryDelay.Pop(dry.Channels(), n);
     MixTo(output, done, n, controls.isBypassed);
     done += n;
   }
 }
 
-/// `dry` through the model to `wet`.
+/// `dry` through the model to `wet`, and delayed as much to `dry`.
 void HostedStream::ProcessSlice(std::uint32_t frames, std::uint32_t framesToCome) {
-  if (!toModel) {
-    stage.Process(dry.Channels(), wet.Channels(), frames, framesToCome);
-    return;
+  std::size_t modelFrames = frames;
+  if (fullBand) {
+    modelFrames = fullBand->ToModel(dry.Channels(), frames, atModelRate.Channels());
+    stage.Process(atModelRate.Channels(), fromModel, modelFrames,
+                  fullBand->MostModelFrames(framesToCome));
+  } else {
+    stage.Process(dry.Channels(), fromModel, frames, framesToCome);
   }
-  const std::size_t modelFrames = toModel->Process(dry.Channels(), frames, atModelRate.Channels());
-  stage.Process(atModelRate.Channels(), fromModel.Channels(), modelFrames,
-                toModel->MostFrames(framesToCome));
-  const std::size_t back = toHost->Process(fromModel.Channels(), modelFrames, converted.Channels());
-  convertedQueue.Push(converted.Channels(), back);
-  convertedQueue.Pop(wet.Channels(), frames);
+  dryDelay.Push(dry.Channels(), frames);
+  dryDelay.Pop(dry.Channels(), frames);
+  if (fullBand)
+    fullBand->ToHost(fromModel.mix.Channels(), fromModel.dry.Channels(),
+                     fromModel.highBandGain.Channels(), modelFrames, dry.Channels(), wet.Channels(),
+                     frames);
+  else
+    std::swap(wet, fromModel.mix);
 }
 
 /// The slice's output, with the fades of bypass and of a change of mode.
@@ -204,17 +187,32 @@ void HostedStream::MixTo(float* const* output, std::uint32_t begin, std::uint32_
                          bool isBypassed) {
   const float wanted = isBypassed ? 0 : 1;
   for (std::uint32_t i = 0; i < frames; ++i) {
-    wetness = Towards(wanted, wetness, fadeStep);
+    wetShare = Towards(wanted, wetShare, fadeStep);
     level = Towards(isSwitching || mutedFrames > 0 ? 0.0F : 1.0F, level, fadeStep);
     if (mutedFrames > 0) --mutedFrames;
     for (std::size_t c = 0; c < dry.ChannelCount(); ++c) {
       // at the ends exactly the one or the other
-      const float mixed = wetness == 0   ? dry[c][i]
-                          : wetness == 1 ? wet[c][i]
-                                         : dry[c][i] + wetness * (wet[c][i] - dry[c][i]);
+      const float mixed = wetShare == 0   ? dry[c][i]
+                          : wetShare == 1 ? wet[c][i]
+                                          : dry[c][i] + wetShare * (wet[c][i] - dry[c][i]);
       output[c][begin + i] = level * mixed;
     }
   }
+}
+
+void HostedStream::CountLoad(double seconds, std::uint32_t frames) {
+  const auto load = static_cast<float>(
+      std::max(seconds * hostRateHz / static_cast<double>(frames), stage.TakeWorstLoad()));
+  loads.front() = std::max(loads.front(), load);
+  const auto tenth = static_cast<std::uint32_t>(hostRateHz / 10);
+  for (loadFrames += frames; loadFrames >= tenth; loadFrames -= tenth) {
+    std::shift_right(loads.begin(), loads.end(), 1);
+    loads.front() = 0;
+  }
+}
+
+float HostedStream::Load() const {
+  return *std::max_element(loads.begin(), loads.end());
 }
 
 }  // namespace Orvik::Tesmo::Plugin

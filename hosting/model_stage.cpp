@@ -4,23 +4,48 @@
 #include <utility>
 
 namespace Orvik::Tesmo::Plugin {
+namespace {
+
+constexpr double coverFadeSeconds = 0.005;
+
+}  // namespace
 
 ModelStage::ModelStage(const Description& description, const ModelBytes& model,
-                       unsigned channelCount)
-    : evaluation(description, model, channelCount),
+                       unsigned channelCount, double modelRateHz, double hostRateHz)
+    : modelRateHz(modelRateHz), evaluation(description, model, channelCount),
       collected(channelCount, evaluation.ChunkFrames()),
+      ahead(channelCount, evaluation.ChunkFrames()),
       playing(channelCount, evaluation.ChunkFrames()),
-      ahead(channelCount, evaluation.ChunkFrames()), thread(evaluation, channelCount) {}
+      dryDelay(channelCount, LatencyFrames(Mode::Spread)),
+      highBand(std::min(0.5, 0.5 * hostRateHz / modelRateHz), channelCount,
+               description.HopLength()),
+      fadeStep(static_cast<float>(1 / (coverFadeSeconds * modelRateHz))), step(channelCount),
+      lastDifference(channelCount), thread(evaluation, channelCount) {
+  BeginDry();
+}
+
+/// The dry path in step with the mode's latency, and nothing covered.
+void ModelStage::BeginDry() {
+  dryDelay.Clear();
+  dryDelay.PushSilence(LatencyFrames(mode) - evaluation.ChunkFrames());
+  highBand.Restart();
+  isCovered = false;
+  resultShare = 1;
+  stepShare = 0;
+  std::fill(lastDifference.begin(), lastDifference.end(), 0.0F);
+}
 
 void ModelStage::Restart(Mode newMode) {
   thread.WaitUntilIdle();
   thread.Forget();
   evaluation.Restart();
-  playing.Clear();
+  for (Frames* frames : {&playing.mix, &playing.dry, &playing.highBandGain})
+    frames->Clear();
   position = 0;
   chunk = firstSpread = 0;
   isDraining = isAhead = false;
   mode = newMode;
+  BeginDry();
 }
 
 bool ModelStage::TrySwitch(Mode newMode) {
@@ -28,19 +53,27 @@ bool ModelStage::TrySwitch(Mode newMode) {
   isDraining = newMode != mode && !thread.IsIdle();
   if (isDraining || newMode == mode) return !isDraining;
   thread.Forget();
-  playing.Clear();
+  playing.mix.Clear();
+  playing.dry.Clear();
   isAhead = false;
   mode = newMode;
+  BeginDry();
   return true;
 }
 
-void ModelStage::Process(const float* const* input, float* const* output, std::size_t frames,
+double ModelStage::TakeWorstLoad() {
+  return thread.TakeWorstSeconds() * modelRateHz / static_cast<double>(evaluation.ChunkFrames());
+}
+
+void ModelStage::Process(const float* const* input, StageOutput& output, std::size_t frames,
                          std::size_t framesToCome) {
   for (std::size_t done = 0; done < frames;) {
     const std::size_t n = std::min(frames - done, collected.Length() - position);
     for (std::size_t c = 0; c < collected.ChannelCount(); ++c) {
       std::copy_n(input[c] + done, n, collected[c] + position);
-      std::copy_n(playing[c] + position, n, output[c] + done);
+      std::copy_n(playing.mix[c] + position, n, output.mix[c] + done);
+      std::copy_n(playing.dry[c] + position, n, output.dry[c] + done);
+      std::copy_n(playing.highBandGain[c] + position, n, output.highBandGain[c] + done);
     }
     done += n;
     position += n;
@@ -50,28 +83,59 @@ void ModelStage::Process(const float* const* input, float* const* output, std::s
 
 void ModelStage::EndChunk(std::size_t framesToCome) {
   position = 0;
+  dryDelay.Push(collected.Channels(), collected.Length());
+  dryDelay.Pop(playing.dry.Channels(), collected.Length());
   if (mode == Mode::Direct) {
-    evaluation.Run(collected.Channels(), playing.Channels());
+    Cover(evaluation.Run(collected.Channels(), playing.mix.Channels()));
   } else {
-    FetchResult();
+    Cover(FetchResult());
     isAhead = framesToCome >= collected.Length() && thread.IsIdle();
     if (isAhead)
-      evaluation.Run(collected.Channels(), ahead.Channels());
+      aheadHasResult = evaluation.Run(collected.Channels(), ahead.Channels());
     else if (!isDraining)
       thread.Submit(collected, chunk);
   }
+  highBand.Follow(playing.mix, playing.dry, highBandChoice, gains, playing.highBandGain);
   ++chunk;
 }
 
-/// What plays next is the chunk before the one that has just been collected.
-void ModelStage::FetchResult() {
+/// The mix that plays next is of the chunk before the one that has just been collected. Returns
+/// false where it should be there and is not.
+bool ModelStage::FetchResult() {
   if (isAhead) {
-    std::swap(playing, ahead);
-    return;
+    std::swap(playing.mix, ahead);
+    return aheadHasResult;
   }
-  if (chunk > firstSpread && thread.Take(chunk - 1, playing)) return;
-  if (chunk > firstSpread && !isDraining) ++lateResults;
-  playing.Clear();
+  bool hasResult = true;
+  if (chunk > firstSpread && thread.Take(chunk - 1, playing.mix, hasResult)) return hasResult;
+  playing.mix.Clear();
+  if (chunk == firstSpread || isDraining) return true;
+  ++lateResults;
+  return false;
+}
+
+/// Without a result no class is known, so the chunk plays the dry path at the gain of Rest. Where
+/// results end there is no more of them to fade out: the step between the two decays instead. Where
+/// they come back they fade in.
+void ModelStage::Cover(bool hasResult) {
+  const std::size_t frames = playing.mix.Length();
+  if (!hasResult && !isCovered) {
+    step = lastDifference;
+    stepShare = 1;
+    resultShare = 0;
+  }
+  isCovered = !hasResult;
+  for (std::size_t i = 0; i < frames && resultShare < 1; ++i) {
+    if (hasResult) resultShare = std::min(1.0F, resultShare + fadeStep);
+    stepShare = std::max(0.0F, stepShare - fadeStep);
+    for (std::size_t c = 0; c < step.size(); ++c) {
+      const float dry = gains.rest * playing.dry[c][i] + stepShare * step[c];
+      float& mix = playing.mix[c][i];
+      mix = hasResult ? dry + resultShare * (mix - dry) : dry;
+    }
+  }
+  for (std::size_t c = 0; c < step.size(); ++c)
+    lastDifference[c] = playing.mix[c][frames - 1] - gains.rest * playing.dry[c][frames - 1];
 }
 
 }  // namespace Orvik::Tesmo::Plugin

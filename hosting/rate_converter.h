@@ -8,21 +8,21 @@ struct SRC_STATE_tag;
 
 namespace Orvik::Tesmo::Plugin {
 
-/// Converts from one sample rate to another, in calls of any length. Frame 0 out stands where frame
-/// 0 in stood; a frame comes out as soon as the frames that its filter needs have come in, so how
-/// many have come out depends on nothing but how many have gone in. Nothing is allocated after
+/// Converts from one sample rate to another, in calls of any length. Output frame 0 has the time of
+/// input frame 0. A frame comes out as soon as the input that its filter needs has come in, so the
+/// count of output frames depends on the count of input frames alone. Allocates nothing after
 /// construction.
 class RateConverter {
 public:
   /// Rates in Hz, their ratio from 1/256 to 256. Throws std::runtime_error, std::bad_alloc.
   RateConverter(double inputRateHz, double outputRateHz, std::size_t channelCount);
 
-  /// Takes `frames` frames and gives the number of frames written to `output`, at most
+  /// Converts `frames` frames. Returns the number of frames written to `output`, at most
   /// MostFrames(frames).
   std::size_t Process(const float* const* input, std::size_t frames, float* const* output);
   std::size_t MostFrames(std::size_t inputFrames) const;
 
-  /// As if new.
+  /// Back to the state after construction.
   void Reset();
 
 private:
@@ -30,7 +30,7 @@ private:
     void operator()(SRC_STATE_tag* owned) const;
   };
   double ratio;
-  std::vector<std::unique_ptr<SRC_STATE_tag, Closer>> states;  // one a channel
+  std::vector<std::unique_ptr<SRC_STATE_tag, Closer>> states;  // one per channel
 };
 
 }  // namespace Orvik::Tesmo::Plugin

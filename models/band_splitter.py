@@ -1,14 +1,14 @@
 #!/usr/bin/python3
 """Splits audio into three bands: Low, Voice, High. A model on samples, without state or lookahead.
 
-The library gives a model on samples untapered windows x of W samples and multiplies what comes back by
-a periodic Hann window h before overlap-add. A band taken from an untapered window would smear its two
-cut ends over the whole window, so each band's matrix brings its own taper, the square root s of h:
+A model on samples gets windows x of W samples without a taper. The library multiplies the model's output by a
+periodic Hann window h and overlap-adds. To filter a window without a taper would spread the jumps at its two ends
+over the whole window. So the matrix of each band has a taper of its own, s, the square root of h:
 
     P[band] = diag(1/s) inverseDFT diag(mask[band]) DFT diag(s)
 
-Behind the library's window h = s^2 that is s inverseDFT mask DFT s: taper, mask, taper. The masks are
-real, so phases stay, and they sum to 1, so the bands sum to the input and nothing remains for "Rest".
+With the library's window h = s^2 this becomes s inverseDFT mask DFT s: taper, mask, taper. The masks are real, so
+they do not change phases. They sum to 1, so the bands sum to the input and "Rest" is silent.
 """
 
 import numpy as np
@@ -23,7 +23,7 @@ CROSSOVER_OCTAVES = 0.8
 
 
 def masks():
-    """[band, bin]: raised-cosine crossovers over log frequency that sum to 1 in every bin."""
+    """[band, bin]: crossovers, a raised cosine over log frequency. The bands sum to 1 in every bin."""
     hz = np.arange(WINDOW // 2 + 1) * SAMPLE_RATE / WINDOW
     octaves = np.log2(np.maximum(hz, 1.0))[None, :] - np.log2(CROSSOVERS_HZ)[:, None]
     above = 0.5 - 0.5 * np.cos(np.pi * np.clip(octaves / CROSSOVER_OCTAVES + 0.5, 0.0, 1.0))
@@ -31,7 +31,7 @@ def masks():
 
 
 def matrices():
-    """[band, W, W]: P of each band. Sample 0 has weight 0 behind the model and is left out."""
+    """[band, W, W]: P of each band. Row 0 is 0: the library multiplies sample 0 by 0 anyway, and 1/s is infinite there."""
     s = np.sin(np.pi * np.arange(WINDOW) / WINDOW)
     inverse_s = np.divide(1.0, s, out=np.zeros(WINDOW), where=s > 0.0)
     filtered = np.fft.irfft(masks()[:, :, None] * np.fft.rfft(np.diag(s), axis=0), n=WINDOW, axis=1)

@@ -1,15 +1,15 @@
 #!/usr/bin/python3
-"""Splits music into what sounds on (Harmonic) and what hits (Percussive); what is clearly neither
-remains ("Rest"). A model on spectra with lookahead and a recurrent state; nothing is trained.
+"""Splits music into held tones (Harmonic) and hits (Percussive). What is clearly neither remains ("Rest"). A model on
+spectra with lookahead and a recurrent state. Nothing is trained.
 
-A held tone is a line along time in the spectrogram, a hit is a line along frequency. With |X|^2 the
-power of a bin, H its median over the 2 * REACH_WINDOWS + 1 windows around it and P its median over the
-2 * REACH_BINS + 1 bins around it:
+In a spectrogram a held tone is a line along time, a hit is a line along frequency. |X|^2 is the power of a bin, H the
+median of the powers over the 2 * REACH_WINDOWS + 1 windows around it, P the median over the 2 * REACH_BINS + 1 bins
+around it:
 
     Harmonic   H / (H + M P) X        Percussive   P / (P + M H) X
 
-The margin M leaves to "Rest" what neither median explains. The windows to come are lookahead; those
-that have gone by are the state. After D. Fitzgerald, "Harmonic/percussive separation using median
+The margin M leaves to "Rest" what neither median explains. The later windows come from the lookahead, the earlier
+ones from the state. Follows D. Fitzgerald, "Harmonic/percussive separation using median
 filtering" (2010), and J. Driedger, M. Mueller and S. Disch, "Extending harmonic-percussive separation of
 audio signals" (2014).
 """
@@ -23,15 +23,15 @@ WINDOW = 1024
 BINS = WINDOW // 2 + 1
 CLASSES = ("Harmonic", "Percussive")
 
-REACH_WINDOWS = 3  # to either side: 7 windows are 224 ms
-REACH_BINS = 10    # to either side: 21 bins are 328 Hz
-MARGIN = 4.0       # on powers: 6 dB
-FAINT = 1e-9       # power added below the fraction line, far under 16-bit rounding (4e-8)
+REACH_WINDOWS = 3  # on each side: 7 windows are 224 ms
+REACH_BINS = 10    # on each side: 21 bins are 328 Hz
+MARGIN = 4.0       # of powers: 6 dB
+FAINT = 1e-9       # added to the denominator; far below 16-bit rounding (4e-8)
 
 
 def define(spectra):
-    """The definition in double: complex [channel, time, bin] to [class, channel, time, bin]. Time
-    before and after is silence."""
+    """The definition in double: complex [channel, time, bin] to [class, channel, time, bin]. Before and after the
+    recording there is silence."""
     power = np.abs(spectra) ** 2
     in_time = np.pad(power, ((0, 0), (REACH_WINDOWS, REACH_WINDOWS), (0, 0)))
     in_frequency = np.pad(power, ((0, 0), (0, 0), (REACH_BINS, REACH_BINS)), mode="reflect")
@@ -42,7 +42,7 @@ def define(spectra):
 
 
 def median(g, neighbours, axis, reach):
-    """The median of the 2 * reach + 1 values along `axis`, which goes."""
+    """The median of the 2 * reach + 1 values along `axis`; the result has no such axis."""
     upper, _ = g("TopK", neighbours, g.indices(reach + 1), outputs=2, axis=axis)
     return g("Squeeze", g("Slice", upper, g.indices(reach), g.indices(reach + 1), g.indices(axis)),
              g.indices(axis))
@@ -53,19 +53,19 @@ def build():
     time = g.indices(1)
     before_lookahead = g.indices(-REACH_WINDOWS)
 
-    # the windows gone by, the sequence, the lookahead
+    # All windows in a row: the past ones, the sequence, the lookahead.
     power = g("ReduceSumSquare", "input", axes=[3], keepdims=0)
     all_windows = g("Concat", "past_in", power, axis=1)
     g("Slice", all_windows, g.indices(-2 * REACH_WINDOWS), before_lookahead, time, name="past_out")
 
-    # axis 2: the neighbours in time, for as many windows as the sequence has
+    # Axis 2 holds the neighbours in time of each window of the sequence.
     present = g("Slice", power, g.indices(0), before_lookahead, time)
     sequence = g("Gather", g("Shape", present), g.constant(1, np.int64))
     first = g("Range", g.constant(0, np.int64), sequence, g.constant(1, np.int64))
     in_time = g("Add", g("Unsqueeze", first, g.indices(1)), g.indices(*range(2 * REACH_WINDOWS + 1)))
     h = median(g, g("Gather", all_windows, in_time, axis=1), 2, REACH_WINDOWS)
 
-    # axis 3: the neighbours in frequency, mirrored at both ends
+    # Axis 3 holds the neighbours in frequency, mirrored at both ends.
     bins = np.arange(BINS)[:, None] + np.arange(-REACH_BINS, REACH_BINS + 1)
     mirrored = BINS - 1 - np.abs(BINS - 1 - np.abs(bins))
     p = median(g, g("Gather", present, g.constant(mirrored, np.int64), axis=2), 3, REACH_BINS)

@@ -1,18 +1,17 @@
 #!/usr/bin/python3
-"""Takes steady noise out of speech: class Speech, and the noise is what remains ("Rest"). A model on
-spectra with recurrent state, any number of channels, any sequence size; nothing is trained.
+"""Removes steady noise from speech. The class is Speech; the noise is what remains ("Rest"). A model on spectra with
+recurrent states, for any number of channels and any sequence size. Nothing is trained.
 
-Per channel and bin, with Y the spectrum of one window of 32 ms, 16 ms after the last:
+For each channel and bin, with Y the spectrum of a window of 32 ms, every 16 ms:
 
     noise     N <- 0.8 N + 0.2 (p N + (1 - p) |Y|^2)
               p, the probability of speech: 1 / (1 + (1 + a) exp(-|Y|^2 / N * a / (1 + a))), a = 15 dB,
-              kept below 0.99 where its own average has stayed above 0.99
+              at most 0.99 where the running average of p is above 0.99
     speech    x = 0.98 S / N + 0.02 max(|Y|^2 / N - 1, 0), at least -15 dB: the ratio of speech to noise
               output x / (1 + x) Y, and S <- the power of that output
 
-N begins as the mean of the first LEAD_FRAMES windows that carry any signal. The noise estimate is
-after T. Gerkmann and R. Hendriks, "Unbiased MMSE-based noise power estimation with low complexity and
-low tracking delay" (2012), the ratio after Y. Ephraim and D. Malah, "Speech enhancement using a minimum
+N starts as the mean of the first LEAD_FRAMES windows that are not silent. The noise estimate follows T. Gerkmann and R. Hendriks, "Unbiased MMSE-based noise power estimation with low complexity and
+low tracking delay" (2012), the ratio follows Y. Ephraim and D. Malah, "Speech enhancement using a minimum
 mean-square error short-time spectral amplitude estimator" (1984).
 """
 
@@ -34,7 +33,7 @@ DECISION_DIRECTED = 0.98
 RATIO_FLOOR = 10.0 ** -1.5
 LEAD_FRAMES = 6.0
 SILENCE = 1e-9      # mean power of a bin below which a window counts as silent (16-bit rounding: 2e-8)
-POWER_LIMIT = 1e12  # more, or no number at all, is a broken window and must not enter the states
+POWER_LIMIT = 1e12  # a window with more power, or with NaN, is broken and must not enter the states
 
 # name of the state, its size per channel
 STATES = (("noise", BINS), ("presence", BINS), ("speech", BINS), ("frames", 1))
@@ -68,7 +67,7 @@ def define(spectra):
 
 
 def one_window():
-    """The body of the loop over the sequence: states and power [channel, bin] to states and gain."""
+    """The body of the loop over the sequence. It takes states and power [channel, bin] and returns states and gain."""
     g = Graph("step_")
     c = g.constant
     noise, presence, speech, frames = (f"{name}_before" for name, _ in STATES)

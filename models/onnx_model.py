@@ -1,8 +1,7 @@
-"""What every recipe shares: the names and metadata that make an ONNX graph a model for kalvrin.
+"""What all recipes share: the names and metadata that make an ONNX graph a model for kalvrin.
 
-docs/model-contract.md tells the contract in full. In short: input 0 is "input", output 0 is "output",
-both float32; input i and output i, from 1 on, are one recurrent state; dimensions that are free carry
-a name here and -1 in the engine.
+docs/model-contract.md has the whole contract. In short: input 0 is called "input", output 0 "output", both float32.
+For i from 1 on, input i and output i are one recurrent state. A dimension with a name is free.
 """
 
 import json
@@ -25,7 +24,7 @@ class Graph:
         self.prefix = prefix
 
     def __call__(self, op, *inputs, outputs=1, name=None, **attributes):
-        """Adds one node. With `name` its (first) result gets that name, else a fresh one."""
+        """Adds one node. Its first result is called `name`; without `name` it gets a new name."""
         stem = f"{self.prefix}{op.lower()}_{len(self.nodes)}"
         results = [stem if i == 0 else f"{stem}_{i}" for i in range(outputs)]
         if name:
@@ -39,7 +38,7 @@ class Graph:
         return name
 
     def indices(self, *values):
-        """A list of integers as the shape and axis operators take it."""
+        """A list of integers, for operators that take shapes, axes or positions as an input."""
         return self.constant(values, np.int64)
 
 
@@ -50,8 +49,8 @@ def tensor(name, *shape):
 
 def make_model(graph, inputs, outputs, *, name, sample_rate, classes, lookahead=0, overlap=0,
                sequence_size=0, bindings=()):
-    """The checked model. `classes` in the order of the output's class axis; `bindings` are pairs of a
-    channel number and a class name."""
+    """Returns the model after ONNX's checker has passed it. `classes` are in the order of the output's class axis;
+    `bindings` are pairs of a channel number and a class name."""
     model = helper.make_model(
         helper.make_graph(graph.nodes, "kalvrin", inputs, outputs, graph.initializers),
         producer_name="kalvrin models", ir_version=IR_VERSION,
@@ -70,7 +69,7 @@ def make_model(graph, inputs, outputs, *, name, sample_rate, classes, lookahead=
 
 
 def write(build):
-    """The command line of a recipe: NAME.py FILE.onnx"""
+    """The main program of a recipe: NAME.py FILE.onnx"""
     if len(sys.argv) != 2:
         sys.exit(f"usage: {sys.argv[0]} FILE.onnx")
     onnx.save(build(), sys.argv[1])

@@ -1,14 +1,19 @@
 "use strict";
-// Plays the parts of a scene in step and mixes them by gains.
+// Plays the parts of a scene in time with each other and mixes them by gains.
 
-/** The factor of a slider: its lower end is silence. */
+/** The linear factor of a slider in dB; at its lower end `least` it is 0. */
 function factorOf(db, least) {
   return db <= least ? 0 : Math.pow(10, db / 20);
 }
 
-/** The audio graph of one scene: part -> gain -> master -> mix, original beside it, meters at each. */
+/**
+ * The audio graph of one scene, with a meter behind every gain:
+ *   part -> gain --+
+ *   part -> gain --+-> gain of "Mix" --> outputs.mix ------> loudspeaker
+ *   original -> gain ------------------> outputs.original -> loudspeaker     one of the two outputs is on
+ */
 class Mixer {
-  /** `buffers`: name to AudioBuffer, of the parts and of "Original". All have one length. */
+  /** `buffers`: an AudioBuffer for each part and for "Original", by name, all of the same length. */
   constructor(context, buffers) {
     this.context = context;
     this.buffers = buffers;
@@ -36,7 +41,7 @@ class Mixer {
     return (this.offset + played) % this.duration;
   }
 
-  /** All parts start at one time of the clock, so that they stay in step to the sample. */
+  /** All parts start at the same time of the audio clock, so they are in time to the sample. */
   play() {
     if (this.isPlaying) return;
     this.context.resume();
@@ -70,18 +75,18 @@ class Mixer {
     this.glide(this.gains[name].gain, factor);
   }
 
-  /** "mix" or "original" */
+  /** `which`: "mix" or "original". */
   listen(which) {
     for (const [name, output] of Object.entries(this.outputs)) this.glide(output.gain, name === which ? 1 : 0);
   }
 
-  /** Over a few milliseconds, so that a step does not click. */
+  /** Changes a gain over a few milliseconds; a sudden step would click. */
   glide(parameter, value) {
     parameter.cancelScheduledValues(this.context.currentTime);
     parameter.setTargetAtTime(value, this.context.currentTime, 0.005);
   }
 
-  /** Level of the last tenth of a second or so, in dB of full scale. */
+  /** Level of about the last tenth of a second, in dB of full scale. */
   level(name) {
     const samples = new Float32Array(this.meters[name].fftSize);
     this.meters[name].getFloatTimeDomainData(samples);
@@ -90,7 +95,7 @@ class Mixer {
     return 10 * Math.log10(sum / samples.length + 1e-12);
   }
 
-  /** The whole mix by these factors, first channel. */
+  /** The whole mix with the given factors, first channel. `factors`: one per part, and "Mix". */
   mixed(factors) {
     const result = new Float32Array(this.buffers.Original.length);
     for (const name of this.parts) {

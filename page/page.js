@@ -1,7 +1,7 @@
 "use strict";
 // Builds a section for each of window.scenes (written by the demonstration) and connects its controls.
 
-// The audio's own rate: parts decoded at another would be filtered one by one.
+// The sample rate of the audio. At another rate the browser would resample each part.
 const context = new AudioContext({ sampleRate: window.scenes[0].rate });
 const players = [];
 
@@ -18,7 +18,7 @@ function decibelText(db, least) {
   return db <= least ? "off" : (db > 0 ? "+" : "") + db + " dB";
 }
 
-/** One row: a part with its gain, the mix with the master gain, or the original without one. */
+/** One row of the page: a part with its gain, the mix with the master gain, or the original without a gain. */
 class Track {
   constructor(scene, mixer, name, label, onGain) {
     this.mixer = mixer;

@@ -1,17 +1,17 @@
 "use strict";
-// Pictures of sound: levels over time and frequency, drawn on a canvas.
+// Draws spectrograms, levels over time and frequency, on a canvas.
 
 const Spectrogram = (() => {
   const WINDOW = 512;
   const FAINTEST_DB = -100, LOUDEST_DB = -20;
   const MARGIN = { left: 34, bottom: 16 };
-  // From black over purple and orange to pale yellow, even in lightness.
+  // From black over purple and orange to pale yellow, in even steps of lightness.
   const COLOURS = [[0, 0, 4], [40, 17, 89], [101, 26, 128], [160, 47, 127], [219, 71, 106], [251, 127, 97],
                    [254, 194, 135], [252, 253, 191]];
 
   const hann = Float32Array.from({ length: WINDOW }, (_, n) => 0.5 - 0.5 * Math.cos(2 * Math.PI * n / WINDOW));
 
-  /** In place, of a power of two of values: the plain radix-2 transform. */
+  /** The plain radix-2 transform, in place. The length is a power of two. */
   function transform(re, im) {
     const n = re.length;
     for (let i = 1, j = 0; i < n; ++i) {
@@ -38,7 +38,7 @@ const Spectrogram = (() => {
     }
   }
 
-  /** Levels of one window, 0 to 1, from the lowest frequency up. */
+  /** Levels of one window, 0 to 1, lowest frequency first. */
   function levels(samples, start) {
     const re = new Float32Array(WINDOW), im = new Float32Array(WINDOW);
     for (let n = 0; n < WINDOW; ++n) re[n] = (samples[start + n] || 0) * hann[n];

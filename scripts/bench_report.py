@@ -1,8 +1,8 @@
 #!/usr/bin/python3
-"""Reads what the benchmarks wrote.
+"""Turns the results of the benchmarks into tables and a plot.
 
-bench_report.py table FILE...        medians in ns and as ratio to FFTW, or to memcpy and the limit
-bench_report.py plot FILE STEM       STEM.png and STEM.svg: 2.5 N log2 N / time over orders
+bench_report.py table FILE...        medians in ns and their ratio to FFTW, or to memcpy and to the limit
+bench_report.py plot FILE STEM       writes STEM.png and STEM.svg: 2.5 N log2 N / time over orders
 bench_report.py compare OLD NEW      medians of two runs side by side
 """
 import json
@@ -13,7 +13,7 @@ from collections import defaultdict
 
 
 def medians(path):
-    """name -> median ns over the repetitions, of processor time: a preempted turn counts as one"""
+    """name -> median over the repetitions, in ns of processor time, which does not grow when the program has to wait"""
     times = defaultdict(list)
     for row in json.load(open(path))["benchmarks"]:
         if row.get("run_type") == "iteration":
@@ -22,7 +22,7 @@ def medians(path):
 
 
 def groups(times, depth):
-    """the name up to `depth` parts -> contender -> ns"""
+    """Parts 1 to `depth` of the name -> contender -> ns"""
     table = defaultdict(dict)
     for name, ns in times.items():
         parts = name.split("/")
@@ -35,7 +35,7 @@ def geometric_mean(values):
 
 
 def print_table(table, reference, title):
-    """a contender NAME-limit is no column of its own: it divides NAME once more"""
+    """Prints a column for each contender. NAME-limit gets no column: it is a second divisor for NAME."""
     names = {c for row in table.values() for c in row if not c.endswith("-limit")}
     contenders = [reference] + sorted(names - {reference})
     limits = any(f"{c}-limit" in row for row in table.values() for c in row)
@@ -54,7 +54,7 @@ def print_table(table, reference, title):
 
 
 def print_transforms(times, title, ranges):
-    """ranges: name -> which orders or lengths it takes"""
+    """`ranges`: name -> function that says whether an order or length belongs to it"""
     table = groups(times, 3)
     for way in ("forward", "inverse"):
         rows = {k: v for k, v in table.items() if k[0] == way}

@@ -1,9 +1,9 @@
 #!/usr/bin/python3
-"""Makes the page of the demonstration, which needs no server: the renderings with their gains to play with.
+"""Writes the page of the demonstration to OUTDIR/index.html and OUTDIR/page/. The page needs no server.
 
 usage: demo_page.py OUTDIR SCENE...
-A SCENE is a text file of lines "key<TAB>value": title, about, input and parts (files and a folder), classes,
-options (those of the rendering) and summary (what it printed, one line each). Leaves OUTDIR/index.html and OUTDIR/page/.
+A SCENE is a text file of lines "key<TAB>value". The keys: title, about, input (a file), parts (a folder), classes,
+options (of `kalvrin render`), summary (what it printed, a key for each line).
 """
 
 import base64
@@ -29,7 +29,7 @@ def read_scene(path):
 
 
 def audio(path):
-    """A file as FLAC of 16 bits, in base64."""
+    """The file as FLAC with 16 bits, in base64."""
     coded = subprocess.run(["ffmpeg", "-v", "error", "-nostdin", "-i", path, "-c:a", "flac", "-sample_fmt", "s16",
                             "-f", "flac", "-"], check=True, capture_output=True).stdout
     return base64.b64encode(coded).decode()
@@ -42,7 +42,7 @@ def decibels(gain):
 
 
 def gains(options):
-    """Initial sliders, by part, from the options of a rendering."""
+    """Where the sliders stand at first, by part: the gains in the options of `kalvrin render`."""
     result = {}
     words = iter(shlex.split(options))
     for word in words:

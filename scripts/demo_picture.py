@@ -1,8 +1,7 @@
 #!/usr/bin/python3
-"""Draws the spectrograms of a rendering: input, each class, the remainder and the mix, on one scale.
+"""Draws spectrograms of audio files, one above the other, all with the same scale.
 
 usage: demo_picture.py OUT.png TITLE (NAME FILE)...
-One panel for each pair, from top to bottom.
 """
 
 import io
@@ -21,7 +20,7 @@ LOUDEST_DB, FAINTEST_DB = -20.0, -100.0
 
 
 def read(path):
-    """Samples averaged over the channels, and the rate in Hz."""
+    """Returns the mean of the channels, and the sample rate in Hz."""
     rate = subprocess.run(
         ["ffprobe", "-v", "error", "-show_entries", "stream=sample_rate", "-of", "csv=p=0", path],
         check=True, capture_output=True, text=True).stdout

@@ -2,14 +2,15 @@
 #include "adapt/comparison.h"
 #include "adapt/roles.h"
 #include "adapt/source_model.h"
-#include "audio/output_file.h"
-#include "command.h"
-#include "command_line/child_process.h"
+#include "command_line/command.h"
+#include "command_line/values.h"
 #include "diagnosis/refusals.h"
 #include "diagnosis/report.h"
-#include "model/engine.h"
-#include "model/model_file.h"
-#include "stream/assemble_stream.h"
+#include "model/model.h"
+#include "runtime/model_loading.h"
+#include "stream/set_up.h"
+#include "system/files.h"
+#include "system/process.h"
 
 #include <array>
 #include <cstdio>
@@ -42,40 +43,6 @@ std::pair<std::string, std::string> Pair(std::string_view text) {
     throw UsageError("'" + std::string(text) + "' is not IN:OUT");
   return {std::string(text.substr(0, place)), std::string(text.substr(place + 1))};
 }
-
-constexpr Option<AdaptRequest> options[] = {
-    {"--classes", "A,B", "names of the classes, in the model's order",
-     [](AdaptRequest& request, std::string_view value) { request.classes = Commas(value); }},
-    {"--rate", "HZ", "sample rate that the model is made for",
-     [](AdaptRequest& request, std::string_view value) {
-       request.rate = ParseCount(value, 1, mostRate);
-     }},
-    {"--lookahead", "N", "windows by which the model's output is late (default: 0)",
-     [](AdaptRequest& request, std::string_view value) {
-       request.lookahead = ParseCount(value, 0, mostLookahead);
-     }},
-    {"--window", "N", "samples of a window (default: as the bins say)",
-     [](AdaptRequest& request, std::string_view value) {
-       request.window = ParseCount(value, 4, mostWindow);
-       if (request.window % 2 != 0) throw UsageError("a window has an even number of samples");
-     }},
-    {"--hop", "N", "samples from window to window; refused unless half a window",
-     [](AdaptRequest& request, std::string_view value) {
-       request.hop = ParseCount(value, 1, mostWindow);
-     }},
-    {"--name", "TEXT", "the model's name (default: its own, else that of the file)",
-     [](AdaptRequest& request, std::string_view value) { request.name = value; }},
-    {"--state", "IN:OUT", "an input and the output that carries it on; repeatable",
-     [](AdaptRequest& request, std::string_view value) { request.states.push_back(Pair(value)); }},
-    {"--input", "NAME[,NAME]", "the input with audio, or those of real and imaginary part",
-     [](AdaptRequest& request, std::string_view value) { request.inputs = Commas(value); }},
-    {"--output", "NAME[,...]", "the outputs with audio: one, or each class, or each class's parts",
-     [](AdaptRequest& request, std::string_view value) { request.outputs = Commas(value); }},
-    {"--input-layout", "TEXT", "its dimensions: N channels, T windows, F bins, C parts, 1 none",
-     [](AdaptRequest& request, std::string_view value) { request.inputLayout = value; }},
-    {"--output-layout", "TEXT", "likewise, and K classes",
-     [](AdaptRequest& request, std::string_view value) { request.outputLayout = value; }},
-};
 
 struct Adapted {
   std::string bytes;
@@ -146,31 +113,65 @@ void PrintSummary(const std::string& path, const Roles& roles, const Adapted& ad
   PrintField(std::cout, "verified", text.data());
 }
 
-int RunAdapt(Arguments arguments) {
-  AdaptRequest request;
-  const auto operands = ParseArguments<AdaptRequest>(arguments, options, request);
-  ExpectOperands(operands, adaptCommand.operands);
-  const ModelFile file = ReadModelFile(operands[0]);
+struct Settings : AdaptRequest {
+  std::string source, target;
+};
+
+int RunAdapt(const Settings& request) {
+  const ModelFile file = ReadModelFile(request.source);
   const SourceModel source = ReadSourceModel(file);
   const Roles roles = DecideRoles(source, request);
   ContinueInChild();
-  Engine engine;
-  const Adapted adapted = Adapt(engine.Runtime(), file, source, roles, request);
-  AssembleStream(engine.Runtime(), adapted.bytes.data(), adapted.bytes.size(), 2, 2,
-                 static_cast<std::uint64_t>(roles.Window() / 2));
-  OutputFile out(operands[1]);
+  const auto engine = OpenEngine();
+  const Adapted adapted = Adapt(*engine, file, source, roles, request);
+  const auto model = Dnn::LoadLearningModel(*engine, adapted.bytes.data(), adapted.bytes.size());
+  AssembleStream(engine, model, 2, 2, static_cast<std::uint64_t>(roles.Window() / 2));
+  OutputFile out(request.target);
   if (const int error = WriteFully(out.Get(), adapted.bytes.data(), adapted.bytes.size()))
     throw Refusal("cannot write " + out.Name() + ": " + SystemErrorText(error));
   out.Commit();
-  if (operands[1] != "-") PrintSummary(out.Name(), roles, adapted);
+  if (request.target != "-") PrintSummary(out.Name(), roles, adapted);
   return ExitStatus::Ok;
+}
+
+std::function<int()> Declare(CLI::App& line) {
+  const auto s = std::make_shared<Settings>();
+  AddOperand(line, "IN", s->source);
+  AddOperand(line, "OUT", s->target);
+  AddOption(line, "--classes", "A,B", "names of the classes, in the model's order",
+            [s](const std::string& text) { s->classes = Commas(text); });
+  AddCount(line, "--rate", s->rate, 1, mostRate, "sample rate that the model is made for", "HZ");
+  AddCount(line, "--lookahead", s->lookahead, 0, mostLookahead,
+           "windows by which the model's output is late (default: 0)");
+  AddOption(line, "--window", "N", "samples of a window (default: as the bins say)",
+            [s](const std::string& text) {
+              s->window = ParseCount(text, 4, mostWindow);
+              if (s->window % 2 != 0) throw UsageError("a window has an even number of samples");
+            });
+  AddCount(line, "--hop", s->hop, 1, mostWindow,
+           "samples from window to window; refused unless half a window");
+  AddOption(line, "--name", "TEXT", "the model's name (default: its own, else that of the file)",
+            [s](const std::string& text) { s->name = text; });
+  AddOption(line, "--state", "IN:OUT", "an input and the output that carries it on; repeatable",
+            [s](const std::string& text) { s->states.push_back(Pair(text)); });
+  AddOption(line, "--input", "NAME[,NAME]",
+            "the input with audio, or those of real and imaginary part",
+            [s](const std::string& text) { s->inputs = Commas(text); });
+  AddOption(line, "--output", "NAME[,...]",
+            "the outputs with audio: one, or each class, or each class's parts",
+            [s](const std::string& text) { s->outputs = Commas(text); });
+  AddOption(line, "--input-layout", "TEXT",
+            "its dimensions: N channels, T windows, F bins, C parts, 1 none",
+            [s](const std::string& text) { s->inputLayout = text; });
+  AddOption(line, "--output-layout", "TEXT", "likewise, and K classes",
+            [s](const std::string& text) { s->outputLayout = text; });
+  return [s] { return RunAdapt(*s); };
 }
 
 }  // namespace
 
 constinit const Command adaptCommand = {
     "adapt",
-    "IN OUT",
     "make a streaming model of another form one of the library's contract",
     "IN is an ONNX model that is given spectra window by window and keeps recurrent states: one\n"
     "tensor of real and imaginary part, or two; bins before or after time; one window per call or\n"
@@ -178,8 +179,7 @@ constinit const Command adaptCommand = {
     "over windows and channels where it does one at a time. Both are run on the same noise, and "
     "OUT\n"
     "is written only if they agree.\n",
-    [](std::ostream& out) { PrintOptions<AdaptRequest>(out, options); },
-    RunAdapt,
+    Declare,
 };
 
 }  // namespace Orvik::Tesmo::Tool

@@ -1,12 +1,11 @@
 #include "bench/timed_stream.h"
-#include "command.h"
-#include "command_line/child_process.h"
+#include "command_line/command.h"
 #include "diagnosis/refusals.h"
 #include "diagnosis/report.h"
-#include "model/engine.h"
-#include "model/model_file.h"
+#include "model/model.h"
 #include "runtime/model_loading.h"
-#include "stream/assemble_stream.h"
+#include "stream/set_up.h"
+#include "system/process.h"
 
 #include <algorithm>
 #include <cstdio>
@@ -18,62 +17,18 @@ namespace Orvik::Tesmo::Tool {
 namespace {
 
 struct Settings {
+  std::string model;
   StreamRequest stream;
   std::uint64_t seconds = 10, blocks = 1'000'000;
 };
 
-using Value = std::string_view;
-constexpr Option<Settings> options[] = {
-    {"--channels", "N", "channels of the stream (default: as the model fixes them, else 2)",
-     [](Settings& s, Value value) { s.stream.channelCount = ParseCount(value, 1, mostChannels); }},
-    {"--sequence", "N",
-     "windows per evaluation of the single blocks (default: the model's, else 4)",
-     [](Settings& s, Value value) { s.stream.sequenceSize = ParseCount(value, 1, mostWindows); }},
-    {"--block", "N", "frames of the single blocks (default: one hop of the model)",
-     [](Settings& s, Value value) {
-       s.stream.blockFrames = ParseCount(value, 1, mostBlockFrames);
-     }},
-    {"--seconds", "N", "time for the tables, and again for the single blocks (default: 10)",
-     [](Settings& s, Value value) { s.seconds = ParseCount(value, 1, 86400); }},
-    {"--blocks", "N", "single blocks at most (default: 1000000)",
-     [](Settings& s, Value value) { s.blocks = ParseCount(value, 1, 100'000'000); }},
-};
+double RateHz(const LoadedModel& model) {
+  return model.Facts().sampleRateHz > 0 ? model.Facts().sampleRateHz : 48000;
+}
 
-/// A model that the library takes, and the streams over it.
-class Bench {
-public:
-  Bench(const std::string& path, StreamRequest& request) : file(ReadModelFile(path)) {
-    ContinueInChild();
-    engine.emplace();
-    std::optional<ModelDescription> description;
-    try {
-      const auto model =
-          Dnn::LoadLearningModel(engine->Runtime(), file.bytes.data(), file.bytes.size());
-      description = DescribeModel(*model);
-      facts.emplace(*model);
-      request = facts->Settle(request);
-      MakeStream(request);
-    } catch (...) {
-      const auto why = ExplainCurrentException(description ? &*description : nullptr, request);
-      throw Refusal(file.path + " is refused: " + why.reason +
-                    (why.found.empty() ? "" : " (" + why.found + ")") + "; " + why.change);
-    }
-  }
-
-  const ModelFacts& Facts() const { return *facts; }
-  double RateHz() const { return facts->sampleRateHz > 0 ? facts->sampleRateHz : 48000; }
-
-  TimedStream MakeStream(const StreamRequest& settled) {
-    return {AssembleStream(engine->Runtime(), file.bytes.data(), file.bytes.size(),
-                           settled.sequenceSize, settled.channelCount, settled.blockFrames),
-            settled, facts->layout.GetHopLength()};
-  }
-
-private:
-  ModelFile file;
-  std::optional<Engine> engine;
-  std::optional<ModelFacts> facts;
-};
+TimedStream MakeTimedStream(const LoadedModel& model, const StreamRequest& settled) {
+  return {model.MakeStream(settled), settled, model.Facts().layout.GetHopLength()};
+}
 
 std::string Format(const char* format, double value) {
   char text[32];
@@ -101,7 +56,7 @@ struct Table {
 };
 
 /// Latency and cost of the usual sizes and those asked for; "-" for sizes that the model refuses.
-void PrintTables(Bench& bench, const StreamRequest& asked, double seconds) {
+void PrintTables(const LoadedModel& model, const StreamRequest& asked, double seconds) {
   const auto sequences = WithChoice({1, 2, 4, 8}, asked.sequenceSize);
   const auto blocks = WithChoice({64, 128, 256, 480, 512, 1024}, asked.blockFrames);
   const double share = seconds / static_cast<double>(sequences.size() * blocks.size());
@@ -116,22 +71,22 @@ void PrintTables(Bench& bench, const StreamRequest& asked, double seconds) {
       const StreamRequest sizes = {asked.channelCount, sequenceSize, blockFrames};
       std::optional<TimedStream> stream;
       try {
-        stream.emplace(bench.MakeStream(sizes));
-      } catch (...) {  // the sizes asked for are not these: they have made a stream before
+        stream.emplace(MakeTimedStream(model, sizes));
+      } catch (...) {  // The model refuses these sizes; those asked for were tried before.
         for (Table* table : {&latency, &factor, &peak})
           table->rows.back().emplace_back("-");
         continue;
       }
       BlockTimes times = stream->Run(~std::uint64_t{0}, share);
-      const double blockSeconds = static_cast<double>(blockFrames) / bench.RateHz();
+      const double blockSeconds = static_cast<double>(blockFrames) / RateHz(model);
       const double audioSeconds = blockSeconds * static_cast<double>(times.Count());
-      // from medians: what else runs on the machine is not the stream's
+      // Medians leave out the blocks that something else on the machine made slow.
       const double evaluating = Quantile(times.evaluating, 0.5);
       const double streamSeconds =
           evaluating * static_cast<double>(times.evaluating.size()) +
           Quantile(times.others, 0.5) * static_cast<double>(times.others.size());
       const double latencySeconds =
-          static_cast<double>(bench.Facts().Latency(sizes)) / bench.RateHz();
+          static_cast<double>(model.Facts().Latency(sizes)) / RateHz(model);
       latency.rows.back().push_back(Format("%.1f", 1000 * latencySeconds));
       factor.rows.back().push_back(Format("%.4f", streamSeconds / audioSeconds));
       peak.rows.back().push_back(Format("%.1f %%", 100 * evaluating / blockSeconds));
@@ -149,7 +104,7 @@ void PrintTables(Bench& bench, const StreamRequest& asked, double seconds) {
   }
 }
 
-/// A line of the median, rare and worst of `times`, as multiples of `unit` seconds.
+/// A line with quantiles of `times`, from the median to the worst, in units of `unit` seconds.
 void PrintQuantiles(std::string_view label, std::vector<float>& times, double unit,
                     const char* format) {
   std::vector<std::string> cells;
@@ -165,11 +120,11 @@ void PrintKind(const char* kind, std::vector<float>& times, double blockSeconds)
   PrintQuantiles("of its time", times, blockSeconds / 100, "%.1f %%");
 }
 
-void PrintBlocks(Bench& bench, const Settings& settings) {
-  TimedStream stream = bench.MakeStream(settings.stream);
+void PrintBlocks(const LoadedModel& model, const Settings& settings) {
+  TimedStream stream = MakeTimedStream(model, settings.stream);
   BlockTimes times = stream.Run(settings.blocks, static_cast<double>(settings.seconds));
-  const double blockSeconds = static_cast<double>(settings.stream.blockFrames) / bench.RateHz();
-  std::cout << "\nsingle blocks: " << StreamText(settings.stream, bench.Facts()) << "; "
+  const double blockSeconds = static_cast<double>(settings.stream.blockFrames) / RateHz(model);
+  std::cout << "\nsingle blocks: " << StreamText(settings.stream, model.Facts()) << "; "
             << Counted(times.Count(), "block") << " in " << DurationText(times.Sum()) << '\n';
   PrintCells("", {"median", "99 %", "99.9 %", "99.99 %", "worst"});
   if (!times.evaluating.empty()) {
@@ -181,35 +136,54 @@ void PrintBlocks(Bench& bench, const Settings& settings) {
   if (!times.others.empty()) PrintKind("without it: ", times.others, blockSeconds);
 }
 
-int RunBench(Arguments arguments) {
-  Settings settings;
-  const auto operands = ParseArguments<Settings>(arguments, options, settings);
-  ExpectOperands(operands, benchCommand.operands);
-  Bench bench(operands[0], settings.stream);
-  const ModelFacts& facts = bench.Facts();
+int RunBench(Settings& settings) {
+  const ModelFile file = ReadModelFile(settings.model);
+  ContinueInChild();
+  LoadedModel model(settings.model);
+  try {
+    model.Load(file);
+    settings.stream = model.Facts().Settle(settings.stream);
+    MakeTimedStream(model, settings.stream);
+  } catch (...) {
+    throw model.RefusalFor(settings.stream);
+  }
+  const ModelFacts& facts = model.Facts();
   std::cout << PrintableText(facts.info.GetName()) << ": "
             << Counted(settings.stream.channelCount, "channel") << ", "
-            << Counted(facts.layout.GetHopLength(), "frame") << " a hop, " << bench.RateHz()
-            << " Hz" << (facts.sampleRateHz > 0 ? "" : " (the model states no rate)") << '\n';
-  PrintTables(bench, settings.stream, static_cast<double>(settings.seconds));
+            << Counted(facts.layout.GetHopLength(), "frame") << " a hop, " << RateHz(model) << " Hz"
+            << (facts.sampleRateHz > 0 ? "" : " (the model states no rate)") << '\n';
+  PrintTables(model, settings.stream, static_cast<double>(settings.seconds));
   std::cout << std::flush;
-  PrintBlocks(bench, settings);
+  PrintBlocks(model, settings);
   return ExitStatus::Ok;
+}
+
+std::function<int()> Declare(CLI::App& line) {
+  const auto s = std::make_shared<Settings>();
+  AddOperand(line, "MODEL", s->model);
+  AddCount(line, "--channels", s->stream.channelCount, 1, mostChannels,
+           "channels of the stream (default: as the model fixes them, else 2)");
+  AddCount(line, "--sequence", s->stream.sequenceSize, 1, mostWindows,
+           "windows per evaluation of the single blocks (default: the model's, else 4)");
+  AddCount(line, "--block", s->stream.blockFrames, 1, mostBlockFrames,
+           "frames of the single blocks (default: one hop of the model)");
+  AddCount(line, "--seconds", s->seconds, 1, 86400,
+           "time for the tables, and again for the single blocks (default: 10)");
+  AddCount(line, "--blocks", s->blocks, 1, 100'000'000, "single blocks at most (default: 1000000)");
+  return [s] { return RunBench(*s); };
 }
 
 }  // namespace
 
 constinit const Command benchCommand = {
     "bench",
-    "MODEL",
     "time a model on this machine, over windows per evaluation and block lengths",
     "Runs streams over the model on noise and prints tables to choose sizes by: latency, "
     "real-time\n"
     "factor, and the block in which the model runs against the time that it lasts. Then the\n"
     "median, the rare and the worst of many single blocks. All is measured on one core, with\n"
     "whatever else runs on the machine.\n",
-    [](std::ostream& out) { PrintOptions<Settings>(out, options); },
-    RunBench,
+    Declare,
 };
 
 }  // namespace Orvik::Tesmo::Tool

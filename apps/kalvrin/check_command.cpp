@@ -1,11 +1,10 @@
-#include "command.h"
-#include "command_line/child_process.h"
+#include "command_line/command.h"
 #include "diagnosis/refusals.h"
 #include "diagnosis/report.h"
-#include "model/engine.h"
-#include "model/model_file.h"
+#include "model/model.h"
 #include "runtime/model_loading.h"
-#include "stream/assemble_stream.h"
+#include "stream/set_up.h"
+#include "system/process.h"
 
 #include <iostream>
 #include <optional>
@@ -13,48 +12,22 @@
 namespace Orvik::Tesmo::Tool {
 namespace {
 
-constexpr Option<StreamRequest> options[] = {
-    {"--channels", "N", "channels of the stream (default: as the model fixes them, else 2)",
-     [](StreamRequest& request, std::string_view value) {
-       request.channelCount = ParseCount(value, 1, mostChannels);
-     }},
-    {"--sequence", "N", "windows per evaluation (default: the model's own, else 4)",
-     [](StreamRequest& request, std::string_view value) {
-       request.sequenceSize = ParseCount(value, 1, mostWindows);
-     }},
-    {"--block", "N", "frames of a ProcessBlock call (default: one hop of the model)",
-     [](StreamRequest& request, std::string_view value) {
-       request.blockFrames = ParseCount(value, 1, mostBlockFrames);
-     }},
-    {"--isolated", "",
-     "keep the engine in a process of its own; it always is, so this only says so",
-     [](StreamRequest&, std::string_view) {}},
-};
-
-int Check(Arguments arguments) {
-  StreamRequest request;
-  const auto operands = ParseArguments<StreamRequest>(arguments, options, request);
-  ExpectOperands(operands, checkCommand.operands);
-  const ModelFile file = ReadModelFile(operands[0]);
+int Check(const std::string& path, StreamRequest request) {
+  const ModelFile file = ReadModelFile(path);
   ContinueInChild();
-  Engine engine;
-  std::optional<ModelDescription> description;
+  LoadedModel model(path);
   try {
-    const auto model =
-        Dnn::LoadLearningModel(engine.Runtime(), file.bytes.data(), file.bytes.size());
-    description = DescribeModel(*model);
-    const ModelFacts facts(*model);
+    model.Load(file);
+    const ModelFacts& facts = model.Facts();
     request = facts.Settle(request);
-    AssembleStream(engine.Runtime(), file.bytes.data(), file.bytes.size(), request.sequenceSize,
-                   request.channelCount, request.blockFrames);
+    model.MakeStream(request);
     std::cout << "accepted: " << file.path << '\n';
     PrintField(std::cout, "stream", StreamText(request, facts));
     PrintField(std::cout, "latency", LatencyText(facts.Latency(request), facts));
     PrintNotes(std::cout, Notes(facts));
     return ExitStatus::Ok;
   } catch (...) {
-    const auto explanation =
-        ExplainCurrentException(description ? &*description : nullptr, request);
+    const auto explanation = ExplainCurrentException(model.Description(), request);
     std::cout << "refused: " << explanation.reason << '\n';
     PrintField(std::cout, "found", explanation.found);
     PrintField(std::cout, "expected", explanation.expected);
@@ -63,17 +36,34 @@ int Check(Arguments arguments) {
   }
 }
 
+std::function<int()> Declare(CLI::App& line) {
+  struct Settings {
+    std::string model;
+    StreamRequest stream;
+    bool isIsolated = false;
+  };
+  const auto s = std::make_shared<Settings>();
+  AddOperand(line, "MODEL", s->model);
+  AddCount(line, "--channels", s->stream.channelCount, 1, mostChannels,
+           "channels of the stream (default: as the model fixes them, else 2)");
+  AddCount(line, "--sequence", s->stream.sequenceSize, 1, mostWindows,
+           "windows per evaluation (default: the model's own, else 4)");
+  AddCount(line, "--block", s->stream.blockFrames, 1, mostBlockFrames,
+           "frames of a ProcessBlock call (default: one hop of the model)");
+  AddFlag(line, "--isolated", s->isIsolated,
+          "keep the engine in a process of its own; it always is, so this only says so");
+  return [s] { return Check(s->model, s->stream); };
+}
+
 }  // namespace
 
 constinit const Command checkCommand = {
     "check",
-    "MODEL",
     "say whether the library takes a model, and if not, why and what to change",
     "Builds the stream that the library would build, at the sizes asked for. Exit status 0: the\n"
     "model is taken. 1: it is refused; the answer says what was found, what is expected and what\n"
     "to change.\n",
-    [](std::ostream& out) { PrintOptions<StreamRequest>(out, options); },
-    Check,
+    Declare,
 };
 
 }  // namespace Orvik::Tesmo::Tool

@@ -1,8 +1,7 @@
-#include "command.h"
+#include "command_line/command.h"
 #include "diagnosis/refusals.h"
 #include "diagnosis/report.h"
-#include "model/engine.h"
-#include "model/model_file.h"
+#include "model/model.h"
 #include "runtime/metadata.h"
 #include "runtime/metadata_json.h"
 #include "runtime/model_loading.h"
@@ -61,7 +60,7 @@ void PrintFeatures(const char* title, const std::vector<FeatureDescription>& fea
   }
 }
 
-void PrintGeometry(const ModelFacts& facts, const StreamRequest& settled) {
+void PrintGeometry(const ModelFacts& facts) {
   const auto& layout = facts.layout;
   const std::uint64_t window = layout.GetWindowLength();
   PrintField(std::cout, "works on",
@@ -72,7 +71,7 @@ void PrintGeometry(const ModelFacts& facts, const StreamRequest& settled) {
   PrintField(std::cout, "hop", LatencyText(layout.GetHopLength(), facts));
   const bool own = facts.info.GetBaselineSequenceSize() != 0;
   PrintField(std::cout, "sequence",
-             Counted(settled.sequenceSize, "window") + " per evaluation, " +
+             Counted(facts.Settle({}).sequenceSize, "window") + " per evaluation, " +
                  (own ? "the model's own choice" : "the library's default"));
   PrintField(std::cout, "lookahead",
              Counted(static_cast<std::uint64_t>(facts.lookahead), "window"));
@@ -112,7 +111,7 @@ constexpr KnownKey knownKeys[] = {
     {u"ChannelToAudioClassBindings", KnownKey::Kind::List},
 };
 
-/// Whether a present value is of the type that its key asks for; otherwise the default holds.
+/// Whether a value is of its key's type; otherwise the default is used.
 bool Counts(const KnownKey& key, const std::u16string& value) {
   using Type = Dnn::MetadataJson::Type;
   if (key.kind == KnownKey::Kind::Text) return true;
@@ -161,7 +160,7 @@ void PrintMetadata(const ModelDescription& model, const ModelFacts& facts) {
       PrintKey(PrintableText(entry.first), PrintableText(entry.second) + " (not read)");
 }
 
-/// A stream reads two of the keys in a way of its own, and its reading is what one hears.
+/// A stream reads two of the keys by other rules; where the results differ, the stream's count.
 std::vector<std::string> SecondReadings(const ModelFacts& facts) {
   std::vector<std::string> notes;
   const auto add = [&notes](const std::string& key, std::int32_t taken, std::int32_t read) {
@@ -174,7 +173,8 @@ std::vector<std::string> SecondReadings(const ModelFacts& facts) {
   return notes;
 }
 
-void PrintLatencies(const ModelFacts& facts, StreamRequest settled) {
+void PrintLatencies(const ModelFacts& facts) {
+  StreamRequest settled = facts.Settle({});
   std::cout << "latency with " << Counted(settled.sequenceSize, "window") << " per evaluation\n";
   for (const std::uint64_t block : {32, 64, 128, 256, 480, 512, 960, 1024, 2048, 4096}) {
     settled.blockFrames = block;
@@ -183,62 +183,51 @@ void PrintLatencies(const ModelFacts& facts, StreamRequest settled) {
   }
 }
 
-int PrintRefusal(const ModelFile& file, const ModelDescription* model) {
-  const auto explanation = ExplainCurrentException(model, {});
-  std::cerr << "kalvrin: " << file.path << " is refused: " << explanation.reason << "; "
-            << explanation.change << '\n';
-  return ExitStatus::Refused;
+int Info(const std::string& path) {
+  const ModelFile file = ReadModelFile(path);
+  LoadedModel model(path);
+  std::optional<Refusal> refusal;
+  try {
+    model.Load(file);
+  } catch (...) {
+    refusal = model.RefusalFor({});
+    if (!model.Description()) throw *refusal;
+  }
+  const ModelDescription& description = *model.Description();
+  const std::string name = refusal ? file.path : PrintableText(model.Facts().info.GetName());
+  std::cout << name << " (" << file.bytes.size() << " bytes)\n";
+  if (!refusal) PrintGeometry(model.Facts());
+  PrintFeatures("inputs", description.inputs, refusal ? "" : InputText(model.Facts().layout));
+  PrintFeatures("outputs", description.outputs, refusal ? "" : OutputText(model.Facts().layout));
+  if (refusal) throw *refusal;
+  const ModelFacts& facts = model.Facts();
+  PrintClasses(facts);
+  PrintBindings(facts);
+  PrintMetadata(description, facts);
+  PrintLatencies(facts);
+  PrintNotes(std::cout, Notes(facts));
+  PrintNotes(std::cout, SecondReadings(facts));
+  return ExitStatus::Ok;
 }
 
-int Info(Arguments arguments) {
-  struct NoSettings {
-  } none;
-  const auto operands = ParseArguments<NoSettings>(arguments, {}, none);
-  ExpectOperands(operands, infoCommand.operands);
-  const ModelFile file = ReadModelFile(operands[0]);
-  Engine engine;
-  std::optional<ModelDescription> model;
-  std::optional<ModelFacts> facts;
-  int status = ExitStatus::Ok;
-  try {
-    const auto loaded =
-        Dnn::LoadLearningModel(engine.Runtime(), file.bytes.data(), file.bytes.size());
-    model = DescribeModel(*loaded);
-    facts.emplace(*loaded);
-  } catch (...) {
-    status = PrintRefusal(file, model ? &*model : nullptr);
-  }
-  if (!model) return status;
-
-  std::cout << (facts ? PrintableText(facts->info.GetName()) : file.path) << " ("
-            << file.bytes.size() << " bytes)\n";
-  const StreamRequest settled = facts ? facts->Settle({}) : StreamRequest{};
-  if (facts) PrintGeometry(*facts, settled);
-  PrintFeatures("inputs", model->inputs, facts ? InputText(facts->layout) : "");
-  PrintFeatures("outputs", model->outputs, facts ? OutputText(facts->layout) : "");
-  if (!facts) return status;
-  PrintClasses(*facts);
-  PrintBindings(*facts);
-  PrintMetadata(*model, *facts);
-  PrintLatencies(*facts, settled);
-  PrintNotes(std::cout, Notes(*facts));
-  PrintNotes(std::cout, SecondReadings(*facts));
-  return status;
+std::function<int()> Declare(CLI::App& line) {
+  const auto path = std::make_shared<std::string>();
+  AddOperand(line, "MODEL", *path);
+  return [path] { return Info(*path); };
 }
 
 }  // namespace
 
 constinit const Command infoCommand = {
     "info",
-    "MODEL",
     "print what a model declares: tensors, sizes, classes, metadata, latency",
     "Prints the inputs and outputs with the meaning of their dimensions, window, hop, states,\n"
     "classes, channel bindings, metadata with the defaults marked, and the latency for usual "
     "block\n"
-    "lengths. A free dimension is a star. Whether the library takes the model at certain sizes is\n"
-    "the business of 'kalvrin check'.\n",
-    nullptr,
-    Info,
+    "lengths. A free dimension is a star. 'kalvrin check' says whether the library takes the "
+    "model\n"
+    "at certain sizes.\n",
+    Declare,
 };
 
 }  // namespace Orvik::Tesmo::Tool

@@ -1,12 +1,12 @@
 // The command-line host: finds the subcommand, prints help, and turns every way of failing into one
 // line on standard error and an exit status.
 
-#include "command.h"
+#include "command_line/command.h"
 #include "command_line/errors.h"
-#include "command_line/interrupt.h"
 #include "diagnosis/refusals.h"
 #include "failure/exceptions.h"
 #include "failure/result_code.h"
+#include "system/process.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -18,39 +18,29 @@
 namespace Orvik::Tesmo::Tool {
 namespace {
 
+constexpr const Command* commands[] = {&infoCommand,     &checkCommand, &renderCommand,
+                                       &adaptCommand,    &benchCommand, &pluginCommand,
+                                       &pipewireCommand, &planCommand};
+
 void PrintOverview(std::ostream& out) {
+  constexpr std::size_t column = 12;
   out << "kalvrin runs multichannel audio through a neural model.\n\nusage:\n";
-  for (const Command* command : Commands())
-    out << "  kalvrin " << command->name << ' ' << command->operands << " [OPTION...]\n";
+  for (const Command* command : commands)
+    out << "  kalvrin " << command->name << ' ' << UsageOf(*command) << '\n';
   out << "  kalvrin help [COMMAND]\n  kalvrin --version\n\ncommands:\n";
-  for (const Command* command : Commands())
-    PrintOption(out, command->name, "", command->summary);
-  PrintOption(out, "help", "", "this text, or all about one command");
+  for (const Command* command : commands)
+    PrintRow(out, column, std::string(command->name), std::string(command->summary));
+  PrintRow(out, column, "help", "this text, or all about one command");
   out << "\nA file name of - stands for standard input or output.\n"
          "Exit status: 0 all well, 1 the model or the audio is refused or something failed, 2 the\n"
          "command line is wrong.\n";
 }
 
-void PrintHelp(std::ostream& out, const Command& command) {
-  out << "usage: kalvrin " << command.name << ' ' << command.operands
-      << (command.printOptions ? " [OPTION...]\n\n" : "\n\n") << command.details;
-  if (!command.printOptions) return;
-  out << "\noptions:\n";
-  command.printOptions(out);
-}
-
 const Command& FindCommand(std::string_view name) {
-  for (const Command* command : Commands())
-    if (command->name == name) return *command;
-  throw UsageError("there is no command '" + std::string(name) + "'");
-}
-
-bool AsksForHelp(Arguments arguments) {
-  for (const std::string_view argument : arguments) {
-    if (argument == "--") return false;
-    if (argument == "--help" || argument == "-h") return true;
-  }
-  return false;
+  const auto found = std::ranges::find(commands, name, &Command::name);
+  if (found == std::end(commands))
+    throw UsageError("there is no command '" + std::string(name) + "'");
+  return **found;
 }
 
 int Help(Arguments arguments) {
@@ -76,13 +66,10 @@ int Dispatch(Arguments arguments) {
   if (name == "--help" || name == "-h") return Help({});
   if (name == "help") return Help(rest);
   if (name.starts_with('-')) throw UsageError("there is no option " + std::string(name));
-  const Command& command = FindCommand(name);
-  if (!AsksForHelp(rest)) return command.run(rest);
-  PrintHelp(std::cout, command);
-  return ExitStatus::Ok;
+  return RunCommand(FindCommand(name), rest);
 }
 
-/// What was printed has to have arrived, too.
+/// Printed text that cannot be written is a failure, too.
 int FlushResults(int status) {
   errno = 0;
   if (std::cout.flush()) return status;
@@ -95,7 +82,7 @@ void PrintFailure(std::string_view text) {
 }
 
 std::string UsageHint(Arguments arguments) {
-  for (const Command* command : Commands())
+  for (const Command* command : commands)
     if (!arguments.empty() && command->name == arguments.front())
       return "'kalvrin help " + std::string(command->name) + "' explains it";
   return "'kalvrin help' lists what there is";
@@ -119,7 +106,7 @@ int Run(Arguments arguments) {
   try {
     return RunAndExplain(arguments);
   } catch (const std::bad_alloc&) {
-    // Not even the words could be put together.
+    // There was not enough memory for the message either.
     PrintFailure("there is not enough memory");
     return ExitStatus::Refused;
   }

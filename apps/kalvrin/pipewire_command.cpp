@@ -1,12 +1,11 @@
-#include "audio/file_names.h"
-#include "command.h"
-#include "command_line/child_process.h"
-#include "command_line/gains.h"
+#include "command_line/command.h"
+#include "command_line/values.h"
 #include "diagnosis/report.h"
 #include "hosting/description.h"
 #include "plugin/described_model.h"
-#include "plugin/filter_chain.h"
 #include "plugin/folders.h"
+#include "plugin/host_files.h"
+#include "system/process.h"
 
 #include <algorithm>
 #include <cmath>
@@ -16,40 +15,14 @@ namespace Orvik::Tesmo::Tool {
 namespace {
 
 struct Settings {
-  PluginRequest request = {{}, 0, true};  // the graph's thread is everybody's
-  std::vector<ClassGain> gains;
-  float rest = 1, master = 1;
-  unsigned channelCount = 0;
-  std::string file, folder, source;
-};
-using Value = std::string_view;
-
-constexpr Option<Settings> options[] = {
-    {"--class-gain", "NAME=GAIN", "gain of one class, 0.5 or -6dB; again for further classes",
-     [](Settings& s, Value value) { s.gains.push_back(ParseClassGain(value)); }},
-    {"--rest", "GAIN", "gain of Rest, what no class claims (default 1)",
-     [](Settings& s, Value value) { s.rest = ParseGain(value); }},
-    {"--master", "GAIN", "gain of everything (default 1)",
-     [](Settings& s, Value value) { s.master = ParseGain(value); }},
-    {"--name", "TEXT", "what applications call the microphone (default: the model's name)",
-     [](Settings& s, Value value) { s.request.name = CheckedPluginName(value); }},
-    {"--channels", "N", "1 or 2 (default: 1 where the model takes it)",
-     [](Settings& s, Value value) {
-       s.channelCount = static_cast<unsigned>(ParseCount(value, 1, 2));
-     }},
-    {"--source", "NODE", "the microphone to use, as `pw-cli ls Node` has it (default: the default)",
-     [](Settings& s, Value value) { s.source = value; }},
-    {"--sequence", "N", "windows per evaluation (default: the model's own, else 4)",
-     [](Settings& s, Value value) { s.request.sequenceSize = ParseCount(value, 1, mostWindows); }},
-    {"--direct", "", "evaluate inside the audio graph: one evaluation less latency, uneven load",
-     [](Settings& s, Value) { s.request.isAlwaysSpread = false; }},
-    {"--to", "FILE", "the configuration (default: ~/.config/pipewire/kalvrin-NAME.conf)",
-     [](Settings& s, Value value) { s.file = value; }},
-    {"--plugins", "DIR", "where the plugin goes (default: ~/.local/share/kalvrin)",
-     [](Settings& s, Value value) { s.folder = value; }},
+  PluginRequest request;
+  bool isDirect = false;
+  Gains gains;
+  std::uint64_t channelCount = 0;
+  std::string model, file, folder, source;
 };
 
-/// As a plugin's control takes it: what is too quiet for it is mute.
+/// The value for a plugin's control; gains below its range are set to its lowest, which is mute.
 double Decibels(float gain) {
   if (gain <= 0) return Plugin::lowestGainDb;
   const double db = 20 * std::log10(static_cast<double>(gain));
@@ -63,15 +36,15 @@ std::vector<std::pair<std::string, double>> ControlsFor(const Settings& settings
   std::vector<std::pair<std::string, double>> controls;
   for (const std::string& name : d.classes)
     controls.emplace_back(name, 0);
-  for (const ClassGain& wish : settings.gains) {
+  for (const ClassGain& wish : settings.gains.classes) {
     const auto place = std::ranges::find_if(controls, [&](const auto& control) {
       return LowerCase(control.first) == LowerCase(wish.name);
     });
     if (place == controls.end()) throw UsageError("the model has no class '" + wish.name + "'");
     place->second = Decibels(wish.gain);
   }
-  controls.emplace_back("Rest", Decibels(settings.rest));
-  controls.emplace_back("Master", Decibels(settings.master));
+  controls.emplace_back("Rest", Decibels(settings.gains.rest));
+  controls.emplace_back("Master", Decibels(settings.gains.master));
   if (!d.isAlwaysSpread) controls.emplace_back("Mode", 1);
   return controls;
 }
@@ -79,17 +52,17 @@ std::vector<std::pair<std::string, double>> ControlsFor(const Settings& settings
 unsigned ChannelCountFor(const Settings& settings, const DescribedModel& model) {
   const auto& takes = model.description.channelCounts;
   if (settings.channelCount == 0) return takes.front();
-  if (std::ranges::count(takes, settings.channelCount) != 0) return settings.channelCount;
+  const auto place = std::ranges::find(takes, settings.channelCount);
+  if (place != takes.end()) return *place;
   throw Refusal(model.file.path + " does not take " + Counted(settings.channelCount, "channel"));
 }
 
-int WriteMicrophone(Arguments arguments) {
-  Settings settings;
-  const auto operands = ParseArguments<Settings>(arguments, options, settings);
-  ExpectOperands(operands, pipewireCommand.operands);
+int WriteMicrophone(Settings& settings) {
   if (settings.folder.empty()) settings.folder = InHome(".local/share/kalvrin");
   ContinueInChild();
-  const DescribedModel model(operands[0], settings.request);
+  // All nodes of a graph share one thread: unless asked, no evaluation runs on it.
+  settings.request.isAlwaysSpread = !settings.isDirect;
+  const DescribedModel model(settings.model, settings.request);
   const Plugin::Description& d = model.description;
   if (settings.file.empty())
     settings.file = InHome(".config/pipewire/kalvrin-" + d.symbol + ".conf");
@@ -111,17 +84,39 @@ int WriteMicrophone(Arguments arguments) {
   return ExitStatus::Ok;
 }
 
+std::function<int()> Declare(CLI::App& line) {
+  const auto s = std::make_shared<Settings>();
+  AddOperand(line, "MODEL", s->model);
+  AddGains(line, "--class-gain", s->gains);
+  AddOption(line, "--name", "TEXT",
+            "what applications call the microphone (default: the model's name)",
+            [s](const std::string& text) { s->request.name = CheckedPluginName(text); });
+  AddCount(line, "--channels", s->channelCount, 1, 2,
+           "1 or 2 (default: 1 where the model takes it)");
+  AddOption(line, "--source", "NODE",
+            "the microphone to use, as `pw-cli ls Node` has it (default: the default)",
+            [s](const std::string& text) { s->source = text; });
+  AddCount(line, "--sequence", s->request.sequenceSize, 1, mostWindows,
+           "windows per evaluation (default: the model's own, else 4)");
+  AddFlag(line, "--direct", s->isDirect,
+          "evaluate inside the audio graph: one evaluation less latency, uneven load");
+  AddOption(line, "--to", "FILE",
+            "the configuration (default: ~/.config/pipewire/kalvrin-NAME.conf)",
+            [s](const std::string& text) { s->file = text; });
+  AddOption(line, "--plugins", "DIR", "where the plugin goes (default: ~/.local/share/kalvrin)",
+            [s](const std::string& text) { s->folder = text; });
+  return [s] { return WriteMicrophone(*s); };
+}
+
 }  // namespace
 
 constinit const Command pipewireCommand = {
     "pipewire",
-    "MODEL",
     "make a virtual microphone of a model, for PipeWire",
     "Writes a filter-chain configuration and the plugin that it loads, and says how to switch the\n"
     "microphone on and off. Applications then find it among their microphones: the real one,\n"
     "through the model with the gains asked for.\n",
-    [](std::ostream& out) { PrintOptions<Settings>(out, options); },
-    WriteMicrophone,
+    Declare,
 };
 
 }  // namespace Orvik::Tesmo::Tool

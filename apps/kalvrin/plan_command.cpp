@@ -1,7 +1,8 @@
-#include "command.h"
+#include "command_line/command.h"
+#include "command_line/values.h"
 #include "diagnosis/report.h"
 #include "kernels/dft/describe.h"
-#include "stream/kernel_build.h"
+#include "stream/set_up.h"
 
 #include <iostream>
 
@@ -19,15 +20,11 @@ std::string RadicesText(const std::vector<std::vector<int>>& runs) {
   return text;
 }
 
-int Plan(Arguments arguments) {
-  struct NoSettings {
-  } none;
-  const auto operands = ParseArguments<NoSettings>(arguments, {}, none);
-  ExpectOperands(operands, planCommand.operands);
-  const auto length = static_cast<int>(ParseCount(operands[0], 1, 1 << 29));
+int Plan(const std::string& text) {
+  const auto length = static_cast<int>(ParseCount(text, 1, 1 << 29));
   SelectKernelBuild();
   const auto plan = Kernels::DescribeTransform(length);
-  if (!plan) throw Refusal("no transform of " + operands[0] + " samples can be planned");
+  if (!plan) throw Refusal("no transform of " + text + " samples can be planned");
 
   std::cout << "Real transform of " << Counted(static_cast<std::uint64_t>(length), "sample")
             << '\n';
@@ -44,19 +41,23 @@ int Plan(Arguments arguments) {
   return ExitStatus::Ok;
 }
 
+std::function<int()> Declare(CLI::App& line) {
+  const auto length = std::make_shared<std::string>();
+  AddOperand(line, "LENGTH", *length);
+  return [length] { return Plan(*length); };
+}
+
 }  // namespace
 
 constinit const Command planCommand = {
     "plan",
-    "LENGTH",
     "print how a window of LENGTH samples is transformed, to choose one by",
     "The plan is that of the kernels which this processor runs. Radices stand in the order in "
     "which\n"
     "they run, with | between the runs over blocks; of a convolution, those of its inner\n"
     "transforms. Powers of two and multiples of 16 with small factors are fast; lengths with a\n"
     "prime factor above 50 go through a convolution of more than twice their size.\n",
-    nullptr,
-    Plan,
+    Declare,
 };
 
 }  // namespace Orvik::Tesmo::Tool

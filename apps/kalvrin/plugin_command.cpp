@@ -1,9 +1,9 @@
-#include "command.h"
-#include "command_line/child_process.h"
+#include "command_line/command.h"
 #include "diagnosis/report.h"
 #include "lv2/uri.h"
 #include "plugin/described_model.h"
 #include "plugin/folders.h"
+#include "system/process.h"
 
 #include <iostream>
 
@@ -11,24 +11,10 @@ namespace Orvik::Tesmo::Tool {
 namespace {
 
 struct Settings {
+  std::string model;
   PluginRequest request;
   std::string folder;
   bool isLadspa = false;
-};
-using Value = std::string_view;
-
-constexpr Option<Settings> options[] = {
-    {"--name", "TEXT", "what hosts call it (default: the model's name, else that of its file)",
-     [](Settings& s, Value value) { s.request.name = CheckedPluginName(value); }},
-    {"--to", "DIR", "where to write (default: ~/.lv2, or ~/.ladspa)",
-     [](Settings& s, Value value) { s.folder = value.empty() ? "." : value; }},
-    {"--ladspa", "", "for LADSPA hosts: add the model to those that DIR/kalvrin_ladspa.so offers",
-     [](Settings& s, Value) { s.isLadspa = true; }},
-    {"--sequence", "N", "windows per evaluation (default: the model's own, else 4)",
-     [](Settings& s, Value value) { s.request.sequenceSize = ParseCount(value, 1, mostWindows); }},
-    {"--spread", "",
-     "always evaluate on a thread of its own: no choice of the mode, and hard real time",
-     [](Settings& s, Value) { s.request.isAlwaysSpread = true; }},
 };
 
 void PrintLatencies(const Plugin::Description& d) {
@@ -42,13 +28,10 @@ void PrintLatencies(const Plugin::Description& d) {
   PrintField(std::cout, "spread", text(true));
 }
 
-int WritePlugin(Arguments arguments) {
-  Settings settings;
-  const auto operands = ParseArguments<Settings>(arguments, options, settings);
-  ExpectOperands(operands, pluginCommand.operands);
+int WritePlugin(Settings& settings) {
   if (settings.folder.empty()) settings.folder = InHome(settings.isLadspa ? ".ladspa" : ".lv2");
   ContinueInChild();
-  const DescribedModel model(operands[0], settings.request);
+  const DescribedModel model(settings.model, settings.request);
   const Plugin::Description& d = model.description;
   const auto written = settings.isLadspa ? WriteLadspaModel(model, settings.folder)
                                          : WriteLv2Bundle(model, settings.folder);
@@ -61,18 +44,33 @@ int WritePlugin(Arguments arguments) {
   return ExitStatus::Ok;
 }
 
+std::function<int()> Declare(CLI::App& line) {
+  const auto s = std::make_shared<Settings>();
+  AddOperand(line, "MODEL", s->model);
+  AddOption(line, "--name", "TEXT",
+            "what hosts call it (default: the model's name, else that of its file)",
+            [s](const std::string& text) { s->request.name = CheckedPluginName(text); });
+  AddOption(line, "--to", "DIR", "where to write (default: ~/.lv2, or ~/.ladspa)",
+            [s](const std::string& text) { s->folder = text.empty() ? "." : text; });
+  AddFlag(line, "--ladspa", s->isLadspa,
+          "for LADSPA hosts: add the model to those that DIR/kalvrin_ladspa.so offers");
+  AddCount(line, "--sequence", s->request.sequenceSize, 1, mostWindows,
+           "windows per evaluation (default: the model's own, else 4)");
+  AddFlag(line, "--spread", s->request.isAlwaysSpread,
+          "always evaluate on a thread of its own: no choice of the mode, and hard real time");
+  return [s] { return WritePlugin(*s); };
+}
+
 }  // namespace
 
 constinit const Command pluginCommand = {
     "plugin",
-    "MODEL",
     "make an LV2 or LADSPA plugin of a model",
     "Writes a complete plugin: binary, model, libraries and what hosts read to find it. It has a "
     "gain\n"
     "in decibels for each class, for Rest and for everything, a bypass, and reports its latency;\n"
     "the latencies printed are at the model's rate. Hosts may run at any rate from 8 to 192 kHz.\n",
-    [](std::ostream& out) { PrintOptions<Settings>(out, options); },
-    WritePlugin,
+    Declare,
 };
 
 }  // namespace Orvik::Tesmo::Tool

@@ -1,6 +1,7 @@
-#include "audio/audio_format.h"
+#include "audio/formats.h"
 #include "batch/batch.h"
-#include "command.h"
+#include "command_line/command.h"
+#include "command_line/values.h"
 #include "diagnosis/report.h"
 #include "render/renderer.h"
 
@@ -11,7 +12,7 @@
 namespace Orvik::Tesmo::Tool {
 namespace {
 
-/// A render of one file, or with what only many files need.
+/// What the command line asks for, with the options for many files.
 struct Settings : RenderSettings {
   bool isList = false;
   std::optional<std::size_t> jobs;
@@ -21,42 +22,6 @@ struct Settings : RenderSettings {
 };
 
 constexpr std::uint64_t mostJobs = 1024;
-
-using Value = std::string_view;
-constexpr Option<Settings> options[] = {
-    {"--gain", "NAME=GAIN", "gain of one class, 0.5 or -6dB; again for further classes",
-     [](Settings& s, Value value) { s.classGains.push_back(ParseClassGain(value)); }},
-    {"--rest", "GAIN", "gain of Rest, what no class claims (default 1)",
-     [](Settings& s, Value value) { s.rest = ParseGain(value); }},
-    {"--master", "GAIN", "gain of everything (default 1)",
-     [](Settings& s, Value value) { s.master = ParseGain(value); }},
-    {"--stems", "DIR", "also write each class, Rest and Mix to files of their own in DIR",
-     [](Settings& s, Value value) { s.stemFolder = value.empty() ? "." : value; }},
-    {"--sequence", "N", "windows per evaluation (default: the model's own, else 4)",
-     [](Settings& s, Value value) { s.stream.sequenceSize = ParseCount(value, 1, mostWindows); }},
-    {"--block", "N", "frames of a ProcessBlock call (default: one hop of the model)",
-     [](Settings& s, Value value) {
-       s.stream.blockFrames = ParseCount(value, 1, mostBlockFrames);
-     }},
-    {"--raw-latency", "", "leave the latency in: the output starts late and is longer by it",
-     [](Settings& s, Value) { s.rawLatency = true; }},
-    {"--resample", "", "convert audio of another rate to the model's and back",
-     [](Settings& s, Value) { s.resample = true; }},
-    {"--format", "FORMAT", "wav, flac or ogg (default: by the extension of OUT, wav without one)",
-     [](Settings& s, Value value) { s.container = ParseContainer(value); }},
-    {"--encoding", "KIND", "pcm16, pcm24, pcm32 or float (default: like IN, as far as it goes)",
-     [](Settings& s, Value value) { s.encoding = ParseEncoding(value); }},
-    {"--list", "", "IN is a list of files, one a line, and OUT a folder",
-     [](Settings& s, Value) { s.isList = true; }},
-    {"--jobs", "N", "processes for many files (default: one a processor)",
-     [](Settings& s, Value value) { s.jobs = ParseCount(value, 1, mostJobs); }},
-    {"--shard", "I/N", "of many files every N-th, from the I-th on (1 to N)",
-     [](Settings& s, Value value) { s.shard = ParseShard(value); }},
-    {"--log", "FILE", "append a line of JSON for each of many files",
-     [](Settings& s, Value value) { s.log = value; }},
-    {"--again", "", "render also those of many files that are done",
-     [](Settings& s, Value) { s.again = true; }},
-};
 
 int RenderMany(const Settings& settings) {
   if (settings.model == "-") throw UsageError("MODEL cannot be standard input for many files");
@@ -80,10 +45,10 @@ int RenderOne(Settings settings) {
     throw UsageError("MODEL and IN cannot both be standard input");
   if (settings.container == 0) settings.container = ContainerForPath(settings.output);
   const bool toStandardOutput = settings.output == "-";
-  RenderModel model(settings.model);
+  LoadedModel model(settings.model);
   Renderer renderer(std::move(settings), model);
   {
-    ProgressBar progress;
+    ProgressLine progress(ProgressLine::Otherwise::Nothing);
     renderer.Run(progress);
   }
   for (const std::string& warning : renderer.Warnings())
@@ -100,32 +65,64 @@ bool IsFolder(const std::string& path) {
   return type == std::filesystem::file_type::directory;
 }
 
-int Render(Arguments arguments) {
-  Settings settings;
-  const auto operands = ParseArguments<Settings>(arguments, options, settings);
-  ExpectOperands(operands, renderCommand.operands);
-  settings.model = operands[0];
-  settings.input = operands[1];
-  settings.output = operands[2];
+int Render(Settings settings) {
   if (settings.isList || IsFolder(settings.input)) return RenderMany(settings);
   return RenderOne(std::move(settings));
+}
+
+void DeclareForMany(CLI::App& line, const std::shared_ptr<Settings>& s) {
+  AddFlag(line, "--list", s->isList, "IN is a list of files, one a line, and OUT a folder");
+  AddOption(line, "--jobs", "N", "processes for many files (default: one a processor)",
+            [s](const std::string& text) { s->jobs = ParseCount(text, 1, mostJobs); });
+  AddOption(line, "--shard", "I/N", "of many files every N-th, from the I-th on (1 to N)",
+            [s](const std::string& text) { s->shard = ParseShard(text); });
+  AddOption(line, "--log", "FILE", "append a line of JSON for each of many files",
+            [s](const std::string& text) { s->log = text; });
+  AddFlag(line, "--again", s->again, "render also those of many files that are done");
+}
+
+std::function<int()> Declare(CLI::App& line) {
+  const auto s = std::make_shared<Settings>();
+  AddOperand(line, "MODEL", s->model);
+  AddOperand(line, "IN", s->input);
+  AddOperand(line, "OUT", s->output);
+  AddGains(line, "--gain", s->gains);
+  AddOption(line, "--stems", "DIR",
+            "also write each class, Rest and Mix to files of their own in DIR",
+            [s](const std::string& text) { s->stemFolder = text.empty() ? "." : text; });
+  AddCount(line, "--sequence", s->stream.sequenceSize, 1, mostWindows,
+           "windows per evaluation (default: the model's own, else 4)");
+  AddCount(line, "--block", s->stream.blockFrames, 1, mostBlockFrames,
+           "frames of a ProcessBlock call (default: one hop of the model)");
+  AddFlag(line, "--raw-latency", s->rawLatency,
+          "leave the latency in: the output starts late and is longer by it");
+  AddFlag(line, "--resample", s->resample, "convert audio of another rate to the model's and back");
+  AddOption(line, "--format", "FORMAT",
+            "wav, flac or ogg (default: by the extension of OUT, wav without one)",
+            [s](const std::string& text) { s->container = ParseContainer(text); });
+  AddOption(line, "--encoding", "KIND",
+            "pcm16, pcm24, pcm32 or float (default: like IN, as far as it goes)",
+            [s](const std::string& text) { s->encoding = ParseEncoding(text); });
+  DeclareForMany(line, s);
+  return [s] { return Render(*s); };
 }
 
 }  // namespace
 
 constinit const Command renderCommand = {
     "render",
-    "MODEL IN OUT",
     "run audio, a file or a folder, through a model and write the mix",
     "Reads IN (WAV, FLAC, Ogg and whatever else libsndfile reads), runs it through the model with\n"
-    "the gains asked for, and writes OUT. The output stands in step with the input and has its\n"
-    "length. A gain is a factor from 0 or decibels; all are 1 unless given. Values in IN that are\n"
-    "no finite numbers count as silence. OUT appears whole at the end, or not at all.\n"
+    "the gains asked for, and writes OUT. The output is aligned with the input and has its "
+    "length.\n"
+    "A gain is a factor from 0 or decibels; all are 1 unless given. NaN and infinite samples in "
+    "IN\n"
+    "become silence. OUT appears whole at the end, or not at all.\n"
     "\n"
-    "IN may be a folder, or with --list a list of files; OUT is a folder then. What is there and\n"
-    "not older than its input and the model is left alone. Exit status 1: some file failed.\n",
-    [](std::ostream& out) { PrintOptions<Settings>(out, options); },
-    Render,
+    "IN may be a folder, or with --list a list of files; OUT is a folder then. Outputs that are "
+    "not\n"
+    "older than their input and the model are left alone. Exit status 1: some file failed.\n",
+    Declare,
 };
 
 }  // namespace Orvik::Tesmo::Tool

@@ -5,39 +5,12 @@
 #include "kernels/dft/plan.h"
 #include "kernels/planned_transforms.h"
 
-#include <limits>
-
 namespace {
 
 using namespace KernelTest;
 using namespace Orvik::Tesmo::Kernels;
 
 constexpr int mostLength = 1 << 15;  // of transforms that run here
-
-/// What the engine needs of any plan.
-void CheckPlan(int length, DftKind kind) {
-  const DftPlan plan = PlanDft(length, kind);
-  const bool halves = kind == DftKind::Real && length % 2 == 0;
-  Expect(plan.length == length && plan.points == (halves ? length / 2 : length),
-         "length %d has %d points", length, plan.points);
-  Expect(plan.stageCount >= 0 && plan.stageCount <= StageLimit, "length %d has %d stages", length,
-         plan.stageCount);
-  Expect((plan.method == DftMethod::MixedRadix) == (plan.stageCount > 0), "length %d", length);
-  std::int64_t product = 1;
-  for (int i = 0; i < plan.stageCount; ++i) {
-    const DftStage& stage = plan.stages[static_cast<std::size_t>(i)];
-    Expect(stage.radix >= 2 && stage.stride == product && stage.count >= 1, "length %d, stage %d",
-           length, i);
-    product *= stage.radix;
-    Expect(product * stage.remaining == plan.points, "length %d, stage %d: what remains", length,
-           i);
-  }
-  if (plan.stageCount > 0) Expect(product == plan.points, "length %d: radices", length);
-  if (plan.method == DftMethod::Convolution && plan.points <= ConvolutionPointLimit)
-    Expect(plan.convLength >= 2 * static_cast<std::int64_t>(plan.points) - 1, "length %d: wraps",
-           length);
-  Expect(OwnWorkSize(plan, kind) >= 0, "length %d: work size", length);
-}
 
 IppStatus WantedStatus(int length, int flag) {
   if (length < 1) return ippStsSizeErr;
@@ -51,10 +24,6 @@ IppStatus WantedStatus(int length, int flag) {
 
 void CheckAnyLength(const Members& m, int length, int flag, int hint) {
   const IppStatus wanted = WantedStatus(length, flag);
-  if (length >= 1 && length < LengthLimit) {
-    CheckPlan(length, DftKind::Real);
-    CheckPlan(length, DftKind::Complex);
-  }
   Expect(DescribeTransform(length).has_value() == (WantedStatus(length, 8) == ippStsNoErr),
          "the description of length %d", length);
   if (wanted == ippStsNoErr && length > 1 << 18) return;  // a plan of it takes long

@@ -1,10 +1,8 @@
 // The bytes of a model through the real engine, each in a process of its own: the engine may end
 // that process, the library may not.
 
-#include "platform/onnxruntime/runtime.h"
-#include "stream/assemble_stream.h"
-#include "stream/kernel_build.h"
-#include "stream/runtime_modules.h"
+#include "runtime/model_loading.h"
+#include "stream/set_up.h"
 #include "support/input.h"
 
 #include <algorithm>
@@ -92,7 +90,8 @@ void OnFault(int, siginfo_t*, void* context) {
   End(Ending::EngineFault);  // a wild jump: nothing of ours makes one
 }
 
-[[noreturn]] void RunModel(Platform::Runtime& runtime, const std::uint8_t* data, std::size_t size) {
+[[noreturn]] void RunModel(const std::shared_ptr<Platform::Runtime>& runtime,
+                           const std::uint8_t* data, std::size_t size) {
   struct sigaction action {};
   action.sa_sigaction = OnFault;
   action.sa_flags = SA_SIGINFO | SA_ONSTACK;
@@ -104,7 +103,8 @@ void OnFault(int, siginfo_t*, void* context) {
   std::signal(SIGALRM, [](int) { End(Ending::Time); });
   alarm(20);
   try {
-    const auto stream = AssembleStream(runtime, data, size, 2, 1, 64);
+    const auto stream =
+        AssembleStream(runtime, Dnn::LoadLearningModel(*runtime, data, size), 2, 1, 64);
     stream->ResetGains();
     stream->SetAudioClassGain(u"Rest", 0.5F);
     std::vector<float> samples(64);
@@ -122,9 +122,7 @@ void OnFault(int, siginfo_t*, void* context) {
 /// One engine for all, made before there is a child.
 class Rig {
 public:
-  Rig() : modules(KALVRIN_ENGINE_FOLDER) {
-    SelectKernelBuild();
-    CheckResult(Platform::CreateOnnxRuntime(modules.Engine(), runtime));
+  Rig() : runtime(OpenRuntime(KALVRIN_ENGINE_FOLDER)) {
     void* const shared = mmap(nullptr, sizeof(Report) + Coverage().size(), PROT_READ | PROT_WRITE,
                               MAP_SHARED | MAP_ANONYMOUS, -1, 0);
     Fuzz::Expect(shared != MAP_FAILED, "no memory");
@@ -144,7 +142,7 @@ public:
     report->ending = Ending::OurFault;
     const pid_t child = fork();
     Fuzz::Expect(child >= 0, "no process");
-    if (child == 0) RunModel(*runtime, data, size);
+    if (child == 0) RunModel(runtime, data, size);
     int status = 0;
     while (waitpid(child, &status, 0) < 0 && errno == EINTR) {
     }
@@ -154,7 +152,6 @@ public:
   }
 
 private:
-  RuntimeModules modules;
   std::shared_ptr<Platform::Runtime> runtime;
   unsigned long endings[static_cast<std::size_t>(Ending::count)] = {};
 };

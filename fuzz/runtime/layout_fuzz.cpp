@@ -2,7 +2,7 @@
 // and then right to the sample.
 
 #include "core/kalvrin.h"
-#include "runtime/element_count.h"
+#include "runtime/float_array.h"
 #include "support/fake_platform.h"
 #include "support/input.h"
 #include "support/outcome.h"
@@ -19,13 +19,13 @@ using TestSupport::FakeFeature;
 using TestSupport::FakeModel;
 __extension__ typedef unsigned __int128 Size;
 
-constexpr std::int64_t limit = Dnn::MaxElements, turn = std::int64_t{1} << 32;  // of 32 bits
+constexpr std::int64_t limit = MaxFloats, turn = std::int64_t{1} << 32;  // of 32 bits
 constexpr std::int64_t least = std::numeric_limits<std::int64_t>::min(), greatest = ~least;
 constexpr std::int64_t dimensions[] = {-1,  0,  1,     2,         3,        4,     6,       8,
                                        257, -7, limit, limit + 2, turn + 8, least, greatest};
 constexpr std::uint64_t half = std::uint64_t{1} << 63, all = ~std::uint64_t{0};
 constexpr std::uint64_t sizes[] = {1, 2, 3, 4, 5, 0, limit, limit + 1, turn + 1, half, all};
-constexpr std::int32_t lookaheads[] = {0, 1, 2, 5, -1, 1 << 26, 0x7FFFFFFF};
+constexpr std::int32_t lookaheads[] = {0, 1, 2, 5, -1, 0x40000000, 0x7FFFFFFF};
 
 struct Request {
   std::uint64_t sequence, channels;
@@ -86,7 +86,8 @@ Model ReadModel(Fuzz::Input& input) {
 /// The contract, read plainly.
 struct Verdict {
   bool taken = false;
-  Size largest = 0;        ///< elements of the largest tensor
+  Size largest = 0;  ///< elements of the largest tensor
+  Size outputFeatures = 0;
   bool needsMuch = false;  ///< a tensor of more elements than this target takes memory for
   std::uint64_t sequence = 0, windowLength = 0;
 };
@@ -101,7 +102,7 @@ public:
     if (!verdict.taken) return verdict;
     Audio(request);
     States(request);
-    Require(verdict.largest <= Dnn::MaxElements);
+    Require(verdict.largest <= MaxFloats);
     return verdict;
   }
 
@@ -110,7 +111,7 @@ private:
   void Largest(Size elements) {
     constexpr Size small = 1 << 14;
     verdict.largest = std::max(verdict.largest, elements);
-    if (elements > small && elements <= Dnn::MaxElements) verdict.needsMuch = true;
+    if (elements > small && elements <= MaxFloats) verdict.needsMuch = true;
   }
   static bool IsFloats(const FakeFeature& f) {
     return f.kind == Platform::FeatureKind::Tensor && f.tensorKind == Platform::TensorKind::Float;
@@ -134,7 +135,7 @@ private:
     if (spectral) Require(in.shape.back() == 2 && out.shape.back() == 2);
     const std::size_t last = spectral ? 1 : 0;
     const std::int64_t features = in.shape[in.shape.size() - 1 - last];
-    Require(features >= 1 && features <= static_cast<std::int64_t>(Dnn::MaxElements));
+    Require(features >= 1 && features <= static_cast<std::int64_t>(MaxFloats));
     if (!verdict.taken) return;
     verdict.windowLength = static_cast<std::uint64_t>(spectral ? 2 * features - 2 : features);
     Require(verdict.windowLength >= 2 && verdict.windowLength % 2 == 0);
@@ -144,20 +145,25 @@ private:
     verdict.sequence = request.sequence ? request.sequence : own;
     const Size S = verdict.sequence, C = request.channels,
                windows = S + static_cast<Size>(std::max(model.lookahead, 0));
-    Require(C >= 1 && C <= Dnn::MaxElements && S <= Dnn::MaxElements);
+    Require(C >= 1 && C <= MaxFloats && S <= MaxFloats);
     if (!verdict.taken) return;
     const Size window = static_cast<Size>(features) * (spectral ? 2 : 1);
     Largest(C * windows * verdict.windowLength);
     Fits(in.shape, last + 1, windows);
     Fits(in.shape, last + 2, C);
-    Fits(out.shape, last, static_cast<Size>(features));
+    const std::int64_t outFeatures = out.shape[out.shape.size() - 1 - last];
+    Require(outFeatures < 1 || outFeatures >= features);
+    verdict.outputFeatures = static_cast<Size>(outFeatures < 1 ? features : outFeatures);
     Fits(out.shape, last + 1, S);
     Fits(out.shape, last + 2, C);
     // an output without classes has room for one
     Fits(out.shape, last + 3, model.classes);
     if (!verdict.taken) return;
     Largest(C * windows * window);
-    Largest(model.classes * C * S * window);
+    Largest(model.classes * C * S);
+    if (verdict.taken)
+      Largest(std::min(model.classes * C * S, Size{limit} + 1) * verdict.outputFeatures *
+              (spectral ? 2 : 1));
     Require(in.name == u"input" && out.name == u"output");  // found out when they are bound
   }
 
@@ -226,7 +232,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   runtime.SetRecording(false);
   std::unique_ptr<Dnn::Kalvrin> core;
   const std::string outcome = TestSupport::Outcome([&] {
-    core = std::make_unique<Dnn::Kalvrin>(runtime, "model", 5, request.sequence, request.channels);
+    core = std::make_unique<Dnn::Kalvrin>(runtime.Shared(), runtime.Load(), request.sequence,
+                                          request.channels);
   });
   Expect((core != nullptr) == verdict.taken, "%s; the contract %s the model", outcome.c_str(),
          verdict.taken ? "takes" : "refuses");
@@ -240,7 +247,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const auto windows = verdict.sequence + static_cast<std::uint64_t>(model.lookahead);
     const auto window = verdict.windowLength + (core->IsSpectral() ? 2 : 0);
     Expect(inputFloats == request.channels * windows * window, "floats of the input");
-    Expect(outputFloats == model.classes * request.channels * verdict.sequence * window,
+    Expect(outputFloats == model.classes * request.channels * verdict.sequence *
+                               static_cast<std::uint64_t>(verdict.outputFeatures) *
+                               (core->IsSpectral() ? 2 : 1),
            "floats of the output");
     if (input.IsEmpty()) break;
     Request next = request;

@@ -65,6 +65,13 @@ public:
 
 inline StreamProcessor::~StreamProcessor() = default;
 
+/// Frames that a stream hands out ahead of those that it takes in: one block where the blocks
+/// divide the `capacityFrames` of an evaluation evenly and are shorter, else none. Each call then
+/// has to bring a whole block; `blockFrames` from 1.
+constexpr std::uint64_t PrefillFrames(std::uint64_t capacityFrames, std::uint64_t blockFrames) {
+  return blockFrames < capacityFrames && capacityFrames % blockFrames == 0 ? blockFrames : 0;
+}
+
 /// Frames from a sample at `input` to the same sample at `output` of ProcessBlock, in blocks of
 /// `blockFrames` (from 1) and `sequenceSize` windows per evaluation (from 1, as in force).
 /// `windowLength` in samples and `lookaheadBlocks` in windows are the model's: `kalvrin info` says
@@ -74,9 +81,8 @@ constexpr std::uint64_t LatencyFrames(std::uint64_t windowLength, std::uint64_t 
                                       std::uint64_t sequenceSize, std::uint64_t blockFrames) {
   const std::uint64_t hopLength = windowLength / 2;
   const std::uint64_t capacityFrames = hopLength * sequenceSize;
-  const bool prefilled = blockFrames < capacityFrames && capacityFrames % blockFrames == 0;
-  const std::uint64_t prefillFrames = prefilled ? blockFrames : 0;
-  return capacityFrames - prefillFrames + hopLength * (1 + lookaheadBlocks);
+  return capacityFrames - PrefillFrames(capacityFrames, blockFrames) +
+         hopLength * (1 + lookaheadBlocks);
 }
 
 }  // namespace Orvik::Tesmo

@@ -1,7 +1,7 @@
 // The LADSPA library: each model in the folder "kalvrin" beside it, in the forms that its
 // description lists.
 
-#include "stream/library_folder.h"
+#include "stream/set_up.h"
 #include "wrapper/instance.h"
 
 #include <ladspa.h>
@@ -24,7 +24,8 @@ LADSPA_PortRangeHint HintOf(const Port& port) {
     hints = LADSPA_HINT_TOGGLED | LADSPA_HINT_DEFAULT_0;
   else
     hints = LADSPA_HINT_BOUNDED_BELOW | LADSPA_HINT_BOUNDED_ABOVE;
-  if (!port.IsGain() && port.role != Role::Bypass) hints |= LADSPA_HINT_INTEGER;
+  if (!port.IsGain() && port.role != Role::Bypass && port.role != Role::Load)
+    hints |= LADSPA_HINT_INTEGER;
   if (!port.IsWritten()) hints |= LADSPA_HINT_DEFAULT_0;
   return {hints, port.lowest, port.highest};
 }

@@ -2,7 +2,7 @@
 // its description lists. Threads, and what is slow, as LV2's classes of functions have it.
 
 #include "lv2/uri.h"
-#include "stream/library_folder.h"
+#include "stream/set_up.h"
 #include "wrapper/instance.h"
 
 #include <lv2/buf-size/buf-size.h>

@@ -77,11 +77,15 @@ void Instance::ReadControls() {
     case Role::Mode:
       controls.mode = WishFor(Value(i));
       break;
+    case Role::HighBand:
+      controls.highBand = Value(i) > 0.5F ? HighBand::Rest : HighBand::Follow;
+      break;
     case Role::FreeWheel:
       controls.mayWait = Value(i) > 0;
       break;
     case Role::Latency:
     case Role::Late:
+    case Role::Load:
       break;
     }
   }
@@ -93,6 +97,7 @@ void Instance::Report() {
     if (form.ports[i].role == Role::Latency)
       *data[i] = static_cast<float>(stream.GetLatencyFrames(controls.mode));
     if (form.ports[i].role == Role::Late) *data[i] = static_cast<float>(stream.LateResults());
+    if (form.ports[i].role == Role::Load) *data[i] = 100 * stream.Load();
   }
 }
 

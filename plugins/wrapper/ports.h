@@ -17,9 +17,11 @@ enum class Role {
   Rest,
   ClassGain,
   Mode,
+  HighBand,
   FreeWheel,
   Latency,
-  Late
+  Late,
+  Load
 };
 
 /// One port, whatever the plugin interface calls it.

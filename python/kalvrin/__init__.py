@@ -1,4 +1,4 @@
-"""Audio through a neural model that splits it into named classes, and mixes them by gains.
+"""Runs audio through a neural model that splits it into named classes, and mixes these by gains.
 
     >>> import kalvrin
     >>> stems = kalvrin.stems("separator.onnx", audio)      # {"Speech": ..., "Music": ..., "Rest": ...}
@@ -6,12 +6,12 @@
     >>> for finding in kalvrin.check("mine.onnx"): print(finding)
 
 Audio is an array of 32-bit floats `[channels, frames]`, or `[frames]` for one channel; full scale is 1,
-a frame is one sample on every channel. Nothing is resampled: the audio has the model's sample rate.
-A gain is a linear factor from 0. The class "Rest" is what no class of the model claims: classes and
-Rest add up to the input. Models are ONNX files (a path) or their bytes.
+a frame is one sample on every channel. Nothing is resampled: the audio needs the model's sample rate.
+A gain is a linear factor, 0 or more. "Rest" is what no class of the model takes: the classes and Rest
+add up to the input. A model is the path of an ONNX file, or the bytes of one.
 
-Streams are independent of each other and may run on several threads, one call at a time on one
-stream; while the model runs, other Python threads do, too.
+Streams are independent of each other and may run on different threads; on one stream only one call at
+a time. While the model runs, other Python threads run too.
 """
 
 from __future__ import annotations
@@ -40,7 +40,7 @@ REST = "Rest"
 
 
 class Refused(ValueError):
-    """A model that the library does not take, or not at the sizes asked for."""
+    """The library refuses the model, or refuses it at these sizes."""
 
     def __init__(self, reason: str, found: str = "", expected: str = "", change: str = "") -> None:
         details = [f"{label}: {text}" for label, text in
@@ -134,15 +134,15 @@ def _folded(name: str) -> bytes:
 
 
 class Stream:
-    """One model, running on audio that comes block by block.
+    """One model that runs on audio block by block.
 
-    `channels`: of the audio; 0: as the model fixes them, else 2. `windows`: per evaluation; 0: the
-    model's own number, else 4; more are cheaper and later. `block_frames`: frames of one block; 0:
-    one hop of the model. Every gain is 1 at first, so that what goes in comes out `latency_frames`
-    later; with `silent`, every gain is 0.
+    `channels`: number of channels; 0: what the model fixes, or 2. `windows`: windows per evaluation;
+    0: what the model asks for, or 4. More windows cost less and make the stream later.
+    `block_frames`: frames of one block; 0: one hop of the model. At the start every gain is 1, so the
+    input comes out again `latency_frames` later; with `silent` every gain is 0.
 
-    Raises Refused, with the reason, for a model that the library does not take; OSError where its
-    file cannot be read. Use it in a `with` statement, or call `close`.
+    Raises Refused, with the reason, if the library refuses the model, and OSError if its file cannot
+    be read. Use it in a `with` statement, or call `close`.
     """
 
     channels: int
@@ -157,11 +157,11 @@ class Stream:
     latency_frames: int
     """From a frame in to the same frame out."""
     sample_rate_hz: int
-    """The model's; 0 where it does not say."""
+    """The model's; 0 if it does not say."""
     classes: tuple[str, ...]
     """In the order of the model's output, without Rest."""
     notes: tuple[str, ...]
-    """What is legal in the model but will surprise."""
+    """What the model may do but its users will not expect."""
 
     def __init__(self, model: Model, *, channels: int = 0, windows: int = 0,
                  block_frames: int = 0, silent: bool = False) -> None:
@@ -208,8 +208,9 @@ class Stream:
             index += 1
 
     def set_gain(self, name: str, gain: float) -> None:
-        """Linear gain of a class, or of "Rest", from the next evaluation on. Letters A to Z match in
-        either case. KeyError for an unknown name, ValueError for a gain below 0 or not finite."""
+        """Sets the linear gain of a class or of "Rest" from the next evaluation on. The case of the
+        letters A to Z does not count. KeyError for an unknown name; ValueError for a gain below 0 or
+        not finite."""
         status = _library.kalvrin_set_gain(self._handle, name.encode(), gain)
         if status == _NOT_FOUND:
             raise KeyError(f"the model has no class {name!r}, only "
@@ -217,24 +218,24 @@ class Stream:
         _require(status, "a gain is a finite number from 0")
 
     def set_master_gain(self, gain: float) -> None:
-        """Linear factor on everything. ValueError for one below 0 or not finite."""
+        """Sets the linear factor on the whole output. ValueError if it is below 0 or not finite."""
         _require(_library.kalvrin_set_master_gain(self._handle, gain),
                  "a gain is a finite number from 0")
 
     def reset_gains(self) -> None:
-        """Every gain becomes 1."""
+        """Sets every gain to 1."""
         _require(_library.kalvrin_reset_gains(self._handle))
 
     def process(self, audio: npt.ArrayLike) -> Audio:
-        """Takes `[channels, frames]`, frames a multiple of `block_frames`, and gives as many: what
-        went in `latency_frames` ago, silence at the start. ValueError for audio of another shape or
-        with values that are not finite; StreamFailed where the model fails."""
+        """Takes `[channels, frames]`, where frames is a multiple of `block_frames`, and returns the same
+        shape: the mix of what went in `latency_frames` ago, silence at the start. ValueError for audio
+        of another shape or with values that are not finite; StreamFailed if the model fails."""
         array = _as_audio(audio)
         channels, frames = array.shape
         if channels != self.channels or frames % self.block_frames != 0:
             raise ValueError(f"this stream takes [{self.channels}, a multiple of "
                              f"{self.block_frames}], not {list(array.shape)}")
-        woven = np.array(array.T, order="C")  # a copy, frame by frame; it becomes the output
+        woven = np.array(array.T, order="C")  # a copy with interleaved channels; it becomes the output
         block_bytes = self.block_frames * channels * woven.itemsize
         for index in range(frames // self.block_frames):
             block = woven.ctypes.data + index * block_bytes
@@ -243,11 +244,11 @@ class Stream:
         return np.ascontiguousarray(woven.T)
 
     def restart(self) -> None:
-        """From silence again, the model's memory included; the gains stay."""
+        """Starts again from silence, the model's states too. The gains stay."""
         _require(_library.kalvrin_restart(self._handle))
 
     def close(self) -> None:
-        """Ends the stream. Any other call raises ValueError afterwards."""
+        """Ends the stream. Every other call then raises ValueError."""
         handle, self._handle = self._handle, ctypes.c_void_p()
         _library.kalvrin_destroy(handle)
 
@@ -264,7 +265,7 @@ class Stream:
 
 
 def _run_through(stream: Stream, audio: Audio) -> Audio:
-    """The whole audio, in step with the input: the latency is taken out."""
+    """Returns the output for the whole audio, in time with the input: without the latency."""
     frames = audio.shape[1]
     latency = stream.latency_frames
     blocks = -(-(frames + latency) // stream.block_frames) if frames else 0
@@ -280,7 +281,7 @@ def _shaped_like(audio: npt.ArrayLike, result: Audio) -> Audio:
 
 
 def _set_alone(stream: Stream, name: str) -> None:
-    """That class at 1, everything else mute."""
+    """Sets the gain of that class to 1 and all others to 0."""
     for other in (*stream.classes, REST):
         stream.set_gain(other, 0.0)
     stream.set_gain(name, 1.0)
@@ -288,10 +289,10 @@ def _set_alone(stream: Stream, name: str) -> None:
 
 def render(model: Model, audio: npt.ArrayLike, *, gains: Mapping[str, float] | None = None,
            master: float = 1.0, windows: int = 0, block_frames: int = 0) -> Audio:
-    """The mix of a whole recording, of the shape of `audio` and in step with it.
+    """Returns the mix of a whole recording, in the shape of `audio` and in time with it.
 
-    `gains`: by class name, "Rest" among them; those that it does not name are 1. `windows` and
-    `block_frames` are as for Stream and change nothing but the speed. It gives the samples that
+    `gains`: gains by class name; "Rest" is a name too. Classes without an entry have gain 1. `windows`
+    and `block_frames` are as for Stream and change only the speed. The result has the samples that
     `kalvrin render` writes. Raises what Stream raises.
     """
     array = _as_audio(audio)
@@ -304,11 +305,11 @@ def render(model: Model, audio: npt.ArrayLike, *, gains: Mapping[str, float] | N
 
 def stems(model: Model, audio: npt.ArrayLike, *, windows: int = 0,
           block_frames: int = 0) -> dict[str, Audio]:
-    """What the model takes apart: an array of the shape of `audio` for each class, in the model's
-    order, and at the end "Rest", the remainder. Together they are the input, within rounding.
+    """Returns the parts of the audio: an array in the shape of `audio` for each class, in the model's
+    order, and "Rest" at the end. Their sum is the input, within rounding.
 
-    Each comes from a stream of its own over the same audio. A class whose name stood before (letters
-    A to Z in either case) cannot be told from that one and has no entry.
+    Each part comes from a stream of its own over the same audio. If two classes have the same name (the
+    case of A to Z does not count), only the first has an entry: no gain reaches the second.
     """
     array = _as_audio(audio)
     data = _model_bytes(model)
@@ -331,8 +332,8 @@ class Finding:
     """One thing about a model that its author should know."""
 
     kind: str
-    """"refused": the library does not take the model. "wrong": it takes it, and the audio will not be
-    right. "note": legal, but it may surprise."""
+    """"refused": the library refuses the model. "wrong": the model runs, but its audio is not right.
+    "note": allowed, but users may not expect it."""
     text: str
     found: str = ""
     expected: str = ""
@@ -347,12 +348,12 @@ class Finding:
 
 def check(model: Model, *, channels: int = 0, windows: int = 0,
           block_frames: int = 0) -> list[Finding]:
-    """What is wrong with a model, for those who train and export one; an empty list: nothing.
+    """Returns what is wrong with a model, for people who train and export one. Empty: nothing is.
 
-    Builds the stream that a host would build, runs noise and silence through it, and looks whether
-    every class is finite, in step with the input (or the mix would comb-filter), the same for any
-    number of windows per evaluation and again after a restart, silent on silence, and in time. It
-    runs in a process of its own, since a model can end the process that runs it.
+    Builds the stream that a host would build and runs noise and silence through it. Checks that every
+    class is finite, in time with the input (else the mix is comb-filtered), the same for any number of
+    windows per evaluation and after a restart, silent for silence, and faster than real time. Runs in a
+    new process, because a bad model can end the process that runs it.
     """
     data = _model_bytes(model)
     child = subprocess.run([sys.executable, __file__, str(channels), str(windows), str(block_frames)],
@@ -366,7 +367,7 @@ def check(model: Model, *, channels: int = 0, windows: int = 0,
 
 
 _TOLERANCE = 1e-4
-"""Of the peak, between renders that should be the same."""
+"""Largest difference between outputs that should be equal, relative to the peak."""
 
 
 def _findings(data: bytes, channels: int, windows: int, block_frames: int) -> Iterator[Finding]:
@@ -399,13 +400,13 @@ def _stream_findings(stream: Stream, data: bytes) -> Iterator[Finding]:
 def _class_findings(stream: Stream, data: bytes, name: str, audio: Audio) -> Iterator[Finding]:
     _set_alone(stream, name)
     stream.restart()
-    start = time.thread_time()  # not what other programs take
+    start = time.thread_time()  # does not count what other programs use
     alone = _run_through(stream, audio)
     seconds = time.thread_time() - start
     if not np.isfinite(alone).all():
         yield Finding("wrong", f"class {name} holds values that are not finite",
                       f"{np.count_nonzero(~np.isfinite(alone))} of {alone.size} samples, on noise",
-                      "finite values; one that is not stays in a model's states for good")
+                      "finite values; a NaN stays in a model's states forever")
         return
     if stream.sample_rate_hz > 0 and seconds > audio.shape[1] / stream.sample_rate_hz:
         yield Finding("note", "the model is slower than real time on this processor",
@@ -447,7 +448,7 @@ def _difference(kind: str, text: str, one: Audio, other: Audio, expected: str,
 
 
 def _delay_findings(stream: Stream, name: str, audio: Audio, alone: Audio) -> Iterator[Finding]:
-    """Noise is like itself at no other delay: the peak of the correlation tells where it came out."""
+    """Finds the delay of a class as the peak of the correlation of its output with the noise at its input."""
     size = 2 * audio.shape[1]
     spectra = np.fft.rfft(alone, size) * np.conj(np.fft.rfft(audio, size))
     correlation = np.abs(np.fft.irfft(spectra, size).sum(axis=0))
@@ -457,7 +458,7 @@ def _delay_findings(stream: Stream, name: str, audio: Audio, alone: Audio) -> It
     if delay == 0 or strength < 0.2:
         return
     whole = delay > 0 and delay % stream.hop_frames == 0
-    yield Finding("wrong", f"class {name} is not in step with the input: the mix will comb-filter",
+    yield Finding("wrong", f"class {name} is not in time with the input: the mix is comb-filtered",
                   f"it comes {abs(delay)} samples {'late' if delay > 0 else 'early'}",
                   "each window of the output belongs to the same window of the input",
                   f"set LookaheadNumBlocks to {stream.lookahead_windows + delay // stream.hop_frames}"

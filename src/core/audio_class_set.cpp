@@ -8,16 +8,12 @@ namespace Orvik::Tesmo::Dnn {
 
 namespace {
 
-RT_CONST constexpr char IdRefusal[] = "Audio class ID out of range";
-RT_CONST constexpr char GainRefusal[] = "Linear gain out of range";
-
 RT_CODE void CheckId(std::uint32_t id, std::uint32_t count) {
-  if (id >= count) throw ContractException(IdRefusal);
+  if (id >= count) throw ContractException(RefusalReason::ClassIdOutOfRange);
 }
 
-RT_CODE void StoreGain(std::atomic<float>& place, float gain) {
-  if (gain < 0.0F) throw ContractException(GainRefusal);
-  place.store(gain, std::memory_order_relaxed);
+RT_CODE void CheckGain(float gain) {
+  if (gain < 0.0F) throw ContractException(RefusalReason::GainOutOfRange);
 }
 
 }  // namespace
@@ -33,20 +29,21 @@ RT_CODE const char16_t* SingleAudioClass::GetName(std::uint32_t id) const {
 
 RT_CODE float SingleAudioClass::GetGain(std::uint32_t id) const {
   CheckId(id, 1);
-  return gain.load(std::memory_order_relaxed);
+  return LoadGain(gain);
 }
 
 RT_CODE void SingleAudioClass::SetGain(std::uint32_t id, float newGain) {
   CheckId(id, 1);
+  CheckGain(newGain);
   StoreGain(gain, newGain);
 }
 
 AudioClassList::AudioClassList(const ModelInfo& info)
-    : count(info.GetAudioClassCount()), gains(std::make_unique<std::atomic<float>[]>(count)) {
+    : count(info.GetAudioClassCount()), gains(std::make_unique<float[]>(count)) {
   names.reserve(count);
   for (std::uint32_t id = 0; id < count; ++id) {
     names.emplace_back(info.GetAudioClassName(id));
-    gains[id].store(1.0F, std::memory_order_relaxed);
+    gains[id] = 1.0F;
   }
 }
 
@@ -61,11 +58,12 @@ RT_CODE const char16_t* AudioClassList::GetName(std::uint32_t id) const {
 
 RT_CODE float AudioClassList::GetGain(std::uint32_t id) const {
   CheckId(id, count);
-  return gains[id].load(std::memory_order_relaxed);
+  return LoadGain(gains[id]);
 }
 
 RT_CODE void AudioClassList::SetGain(std::uint32_t id, float newGain) {
   CheckId(id, count);
+  CheckGain(newGain);
   StoreGain(gains[id], newGain);
 }
 
@@ -101,7 +99,7 @@ RT_CODE AudioClassRef ConcatenatedAudioClassSet::LocateClass(std::uint32_t id) c
     if (local < memberCount) return {member, local};
     local -= memberCount;
   }
-  throw ContractException(IdRefusal);
+  throw ContractException(RefusalReason::ClassIdOutOfRange);
 }
 
 RT_CODE std::int32_t FindAudioClass(const AudioClassSet& classes, const char16_t* name) {

@@ -16,6 +16,15 @@
 
 namespace Orvik::Tesmo::Dnn {
 
+// A gain is a plain float; these are the accesses that may meet another thread's.
+inline float LoadGain(const float& gain) {
+  // reads only; a reference to a constant cannot be made before C++26
+  return std::atomic_ref(const_cast<float&>(gain)).load(std::memory_order_relaxed);
+}
+inline void StoreGain(float& gain, float value) {
+  std::atomic_ref(gain).store(value, std::memory_order_relaxed);
+}
+
 /// Every operation that takes an id throws ContractException where it is not below the count.
 class AudioClassSet {
 public:
@@ -41,7 +50,7 @@ public:
 
 private:
   std::u16string name;
-  std::atomic<float> gain = 1.0F;
+  float gain = 1.0F;
 };
 
 /// The classes that a model extracts, at gain 1; the id is the index on its output's class axis.
@@ -56,7 +65,7 @@ public:
 private:
   std::uint32_t count;
   std::vector<std::u16string> names;
-  std::unique_ptr<std::atomic<float>[]> gains;
+  std::unique_ptr<float[]> gains;
 };
 
 /// A class inside a set that belongs to someone else.

@@ -1,6 +1,7 @@
 #include "core/kalvrin.h"
 
 #include "core/flushed_denormals.h"
+#include "failure/exceptions.h"
 #include "failure/sections.h"
 #include "primitives/signal_primitives.h"
 #include "runtime/geometry_check.h"
@@ -18,7 +19,6 @@ RT_CONST constexpr char16_t RestName[] = u"Rest";
 RT_CONST constexpr char16_t SampleRateKey[] = u"SampleRate";
 RT_CONST constexpr char16_t LookaheadKey[] = u"LookaheadNumBlocks";
 RT_CONST constexpr char16_t CorrelationId[] = u"RunId";
-constexpr std::uint64_t DefaultSequenceSize = 4;
 
 /// Windows per evaluation: what the host asked for, or the model's own choice where that is 0.
 std::uint64_t SettledSequenceSize(std::uint64_t requested, const ModelInfo& info) {
@@ -42,15 +42,16 @@ ProcessingGeometry RequestedGeometry(const Platform::Model& model, const ModelLa
 
 }  // namespace
 
-RT_CODE Kalvrin::Kalvrin(Platform::Runtime& runtime, const void* modelData, std::uint64_t modelSize,
-                         std::uint64_t sequenceSize, std::uint64_t channelCount)
-    : runtime(runtime), model(LoadLearningModel(runtime, modelData, modelSize)), layout(*model),
-      info(*model), device(CreateCpuDevice(runtime)),
-      session(CreateSession(runtime, model, device)), binding(CreateBinding(runtime, session)),
+RT_CODE Kalvrin::Kalvrin(std::shared_ptr<Platform::Runtime> usedRuntime,
+                         std::shared_ptr<Platform::Model> usedModel, std::uint64_t sequenceSize,
+                         std::uint64_t channelCount)
+    : runtime(std::move(usedRuntime)), model(std::move(usedModel)), layout(*model), info(*model),
+      device(CreateCpuDevice(*runtime)), session(CreateSession(*runtime, model, device)),
+      binding(CreateBinding(*runtime, session)),
       geometry(RequestedGeometry(*model, layout, info, sequenceSize, channelCount)),
       spectralPath(layout), classList(info), restClass(RestName),
       allClasses({&classList, &restClass}) {
-  Reconfigure(geometry.channelCount, geometry.sequenceSize);
+  Reconfigure(geometry.channelCount, geometry.sequenceSize, binding);
   for (std::uint32_t id = 0; id < allClasses.GetCount(); ++id)
     allClasses.SetGain(id, 0.0F);
 }
@@ -76,12 +77,12 @@ RT_CODE std::int32_t Kalvrin::GetSampleRate() const {
 
 RT_CODE bool Kalvrin::SetMasterGain(float gain) {
   if (!(gain >= 0.0F)) return false;
-  masterGain.store(gain, std::memory_order_relaxed);
+  StoreGain(masterGain, gain);
   return true;
 }
 
 RT_CODE void Kalvrin::ResetGains() {
-  masterGain.store(1.0F, std::memory_order_relaxed);
+  StoreGain(masterGain, 1.0F);
   restClass.SetGain(0, 1.0F);
   for (std::uint32_t id = 0; id < classList.GetCount(); ++id)
     SetAudioClassGain(classList.GetName(id), 1.0F);
@@ -105,43 +106,41 @@ RT_CODE bool Kalvrin::SetSequenceSize(std::uint64_t size) {
 RT_CODE bool Kalvrin::TryReconfigure(std::uint64_t newChannelCount,
                                      std::uint64_t newSequenceSize) noexcept {
   try {
-    Reconfigure(newChannelCount, newSequenceSize);
+    Reconfigure(newChannelCount, newSequenceSize, CreateBinding(*runtime, session));
     return true;
   } catch (...) {
     return false;
   }
 }
 
-RT_CODE void Kalvrin::Reconfigure(std::uint64_t newChannelCount, std::uint64_t newSequenceSize) {
-  ProcessingGeometry newGeometry = geometry;
-  newGeometry.channelCount = newChannelCount;
-  newGeometry.sequenceSize = newSequenceSize;
-  ModelBinding newTensors(runtime, *model, layout, classList.GetCount(), newGeometry);
-  std::vector<std::int32_t> newIndex = MapChannelBindings(newChannelCount);
+RT_CODE ProcessingGeometry Kalvrin::GeometryWith(std::uint64_t newChannelCount,
+                                                 std::uint64_t newSequenceSize) const {
+  ProcessingGeometry changed = geometry;
+  changed.channelCount = newChannelCount;
+  changed.sequenceSize = newSequenceSize;
+  return changed;
+}
 
-  const auto exchange = [&]() noexcept {
-    std::swap(geometry, newGeometry);
-    std::swap(channelClassIndex, newIndex);
-    std::swap(tensors, newTensors);
-  };
-  exchange();
+RT_CODE bool Kalvrin::Takes(std::uint64_t channelCount, std::uint64_t sequenceSize) const {
   try {
-    Bind();
-  } catch (...) {
-    exchange();
-    try {
-      if (tensors.inputTensor) Bind();
-    } catch (...) {
-      // nothing is bound now, and EvaluateWindow says so; the first failure is the one to report
-    }
-    throw;
+    ShapesAt(GeometryWith(channelCount, sequenceSize), layout, classList.GetCount());
+    return true;
+  } catch (const ContractException&) {
+    return false;
   }
 }
 
-RT_CODE void Kalvrin::Bind() {
-  isBound = false;
-  BindTensors(*binding, tensors);
-  isBound = true;
+RT_CODE void Kalvrin::Reconfigure(std::uint64_t newChannelCount, std::uint64_t newSequenceSize,
+                                  std::shared_ptr<Platform::Binding> newBinding) {
+  const ProcessingGeometry newGeometry = GeometryWith(newChannelCount, newSequenceSize);
+  ModelBinding newTensors(*runtime, *model, layout, classList.GetCount(), newGeometry);
+  std::vector<std::int32_t> newIndex = MapChannelBindings(newChannelCount);
+  BindTensors(*newBinding, newTensors);
+  // from here on nothing fails
+  geometry = newGeometry;
+  std::swap(channelClassIndex, newIndex);
+  std::swap(tensors, newTensors);
+  std::swap(binding, newBinding);
 }
 
 RT_CODE std::vector<std::int32_t> Kalvrin::MapChannelBindings(std::uint64_t channelCount) const {
@@ -154,14 +153,13 @@ RT_CODE std::vector<std::int32_t> Kalvrin::MapChannelBindings(std::uint64_t chan
 }
 
 RT_CODE void Kalvrin::EvaluateWindow(const float* input, float* output) {
-  if (!isBound) ThrowForResultCode(ResultCodes::IllegalStateChange);
   const auto channelCount = static_cast<std::int32_t>(geometry.channelCount);
   const auto frames = static_cast<std::int32_t>(tensors.workBuffer.channelLength);
 
   SignalPrimitives::Deinterleave(input, channelCount, frames, tensors.newWindows.data());
   WithTensorData(*tensors.inputTensor, [this](float* tensor) { PackInput(tensor); });
   RunModel();
-  const float restGain = masterGain.load(std::memory_order_relaxed) * restClass.GetGain(0);
+  const float restGain = LoadGain(masterGain) * restClass.GetGain(0);
   MixDry(restGain);
   WithTensorData(*tensors.outputTensor,
                  [this, restGain](float* tensor) { UnpackOutput(tensor, restGain); });
@@ -205,9 +203,9 @@ RT_CODE void Kalvrin::MixDry(float restGain) {
   const std::uint64_t length = t.workBuffer.channelLength;
   for (std::uint64_t channel = 0; channel < geometry.channelCount; ++channel) {
     const std::int32_t id = channelClassIndex[channel];
-    const float gain = id < 0 ? restGain
-                              : masterGain.load(std::memory_order_relaxed) *
-                                    activeClasses->GetGain(static_cast<std::uint32_t>(id));
+    const float gain =
+        id < 0 ? restGain
+               : LoadGain(masterGain) * activeClasses->GetGain(static_cast<std::uint32_t>(id));
     float* history = t.historyBuffer.channels[channel];
     // the model's output belongs to the oldest windows of its input, and so does the dry signal
     SignalPrimitives::MulC(history, gain, t.workBuffer.channels[channel], length);
@@ -230,7 +228,7 @@ RT_CODE void Kalvrin::UnpackOutput(float* tensor, float restGain) {
       else
         SignalPrimitives::Copy(source, extracted, length);
       source += geometry.channelCount * channelStride;
-      const float classGain = classList.GetGain(id) * masterGain.load(std::memory_order_relaxed);
+      const float classGain = classList.GetGain(id) * LoadGain(masterGain);
       SignalPrimitives::AddProductC(extracted, classGain - restGain, t.workBuffer.channels[channel],
                                     length);
     }

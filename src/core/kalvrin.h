@@ -8,7 +8,6 @@
 #include "runtime/model_layout.h"
 #include "runtime/processing_geometry.h"
 
-#include <atomic>
 #include <cstdint>
 #include <memory>
 #include <vector>
@@ -25,13 +24,13 @@ namespace Orvik::Tesmo::Dnn {
 /// Threads: one operation at a time, but the gain operations may run during EvaluateWindow.
 class Kalvrin {
 public:
-  /// Does all the slow work. `runtime` outlives the object; `modelData` and `modelSize` as
-  /// LoadLearningModel takes them. `sequenceSize`: windows per evaluation, S; 0 takes the model's
+  /// Does all the slow work but the loading. `model` is one that `runtime` has loaded; both are
+  /// kept, and cores may share them. `sequenceSize`: windows per evaluation, S; 0 takes the model's
   /// own, else 4. `channelCount`: C, from 1.
   /// Throws ContractException and WinML::CException for a model or sizes outside the contract, the
   /// JSON parser's exceptions, std::range_error, DSP::IPPException, std::bad_alloc, and the
   /// platform's failures.
-  Kalvrin(Platform::Runtime& runtime, const void* modelData, std::uint64_t modelSize,
+  Kalvrin(std::shared_ptr<Platform::Runtime> runtime, std::shared_ptr<Platform::Model> model,
           std::uint64_t sequenceSize, std::uint64_t channelCount);
   virtual ~Kalvrin();
   Kalvrin(const Kalvrin&) = delete;
@@ -40,8 +39,7 @@ public:
   /// `input` and `output`: S windows of W interleaved frames of C channels; distinct or the same.
   /// The output windows are later than the input's by the lookahead. Throws the platform's failure
   /// where the model fails: `output` is then not written, the floating-point mode is what it was,
-  /// and the next call works on from the history before the failed one. Throws
-  /// winrt::hresult_illegal_state_change where a refused change of size (below) left nothing bound.
+  /// and the next call works on from the history before the failed one.
   void EvaluateWindow(const float* input, float* output);
 
   std::uint64_t GetSequenceSize() const;
@@ -59,18 +57,22 @@ public:
   /// is null. Throws ContractException where there is one and `gain` is below 0.
   bool SetAudioClassGain(const char16_t* name, float gain);
 
-  /// Rebuild everything that has the size of a geometry; gains stay, history and recurrent states
-  /// start again from zero. False where the size is 0, or the model, the engine or memory refuses
-  /// it: nothing changes then, but where the engine had already been handed the new tensors the
-  /// recurrent states are zero, and if it does not take the old ones back EvaluateWindow throws
-  /// until a change of size succeeds.
+  /// Whether these sizes are within the contract and the model has them. Takes no memory for them:
+  /// a change can still be refused for want of it, or by the engine. Throws std::bad_alloc.
+  bool Takes(std::uint64_t channelCount, std::uint64_t sequenceSize) const;
+  /// Rebuild everything that has the size of a geometry, beside what is in use, and switch to it:
+  /// gains stay, history and recurrent states start again from zero. False, and no change at all,
+  /// where the size is 0, or the model, the engine or memory refuses it.
   bool SetChannelCount(std::uint64_t count);
   bool SetSequenceSize(std::uint64_t size);
 
 private:
-  void Reconfigure(std::uint64_t newChannelCount, std::uint64_t newSequenceSize);
+  /// `newBinding` is one in which nothing is bound yet.
+  void Reconfigure(std::uint64_t newChannelCount, std::uint64_t newSequenceSize,
+                   std::shared_ptr<Platform::Binding> newBinding);
   bool TryReconfigure(std::uint64_t newChannelCount, std::uint64_t newSequenceSize) noexcept;
-  void Bind();
+  ProcessingGeometry GeometryWith(std::uint64_t newChannelCount,
+                                  std::uint64_t newSequenceSize) const;
   /// The id in `allClasses` of the class that each channel is bound to; -1 for none.
   std::vector<std::int32_t> MapChannelBindings(std::uint64_t channelCount) const;
 
@@ -82,7 +84,7 @@ private:
   void MixDry(float restGain);
   void UnpackOutput(float* tensor, float restGain);
 
-  Platform::Runtime& runtime;
+  std::shared_ptr<Platform::Runtime> runtime;
   std::shared_ptr<Platform::Model> model;
   ModelLayout layout;
   ModelInfo info;
@@ -96,9 +98,8 @@ private:
   SingleAudioClass restClass;
   ConcatenatedAudioClassSet allClasses;
   AudioClassSet* activeClasses = &allClasses;  ///< where names are looked up
-  std::atomic<float> masterGain = 0.0F;
+  float masterGain = 0.0F;
   std::vector<std::int32_t> channelClassIndex;
-  bool isBound = false;  ///< `binding` holds `tensors`, so an evaluation is possible
 };
 
 }  // namespace Orvik::Tesmo::Dnn

@@ -2,6 +2,7 @@
 
 #include "runtime/text.h"
 
+#include <algorithm>
 #include <iterator>
 #include <stdexcept>
 
@@ -76,6 +77,29 @@ std::string PrintableText(std::u16string_view text) {
     if (control || isHigh(shown[i]) || isLow(shown[i])) shown[i] = u'?';
   }
   return Dnn::Utf8FromUtf16(shown);
+}
+
+std::string PrintableText(std::string_view bytes) {
+  const auto take = [&bytes]() -> std::u16string {
+    for (std::size_t length = 1; length <= std::min<std::size_t>(bytes.size(), 4); ++length) {
+      try {
+        auto character = Dnn::Utf16FromUtf8(bytes.substr(0, length));
+        bytes.remove_prefix(length);
+        return character;
+      } catch (const std::range_error&) {
+        // no whole character yet
+      }
+    }
+    bytes.remove_prefix(1);
+    return u"?";
+  };
+  std::u16string text;
+  while (!bytes.empty()) {
+    const std::u16string character = take();
+    const bool isSpace = character == u"\n" || character == u"\r" || character == u"\t";
+    text += isSpace ? u" " : character;
+  }
+  return PrintableText(text);
 }
 
 std::string TypeText(const FeatureDescription& feature) {

@@ -25,8 +25,11 @@ struct ModelDescription {
 /// Throws what the engine fails with.
 ModelDescription DescribeModel(const Platform::Model& model);
 
-/// UTF-8 for people. Bytes that are no valid text, and control characters, come as "?".
+/// UTF-8 for people, on one line. What is no valid text, and control characters, come as "?".
 std::string PrintableText(std::u16string_view text);
+/// The same of bytes that ought to be UTF-8, such as the words of the engine, which quotes names as
+/// they stand in a model. White space comes as a space.
+std::string PrintableText(std::string_view bytes);
 
 /// "float32", "int64", "sequence", ...
 std::string TypeText(const FeatureDescription& feature);

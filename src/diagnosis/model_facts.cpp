@@ -29,7 +29,7 @@ StreamRequest ModelFacts::Settle(StreamRequest request) const {
   if (request.channelCount == 0) request.channelCount = UsualChannelCount(layout);
   // a negative one stays 0, for the core to refuse
   if (request.sequenceSize == 0 && own >= 0)
-    request.sequenceSize = own != 0 ? static_cast<std::uint64_t>(own) : 4;
+    request.sequenceSize = own != 0 ? static_cast<std::uint64_t>(own) : Dnn::DefaultSequenceSize;
   if (request.blockFrames == 0) request.blockFrames = layout.GetHopLength();
   return request;
 }

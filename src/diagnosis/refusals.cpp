@@ -45,13 +45,20 @@ std::string Metadata(const Circumstances& c, const char16_t* key) {
   return PrintableText(key) + " is " + PrintableText(entry->second);
 }
 
-std::string Channels(const Circumstances& c) {
-  return "; asked for: " + Counted(c.request.channelCount, "channel");
+/// The side `Side` and the channels that it was to have.
+template <std::string (*Side)(const Circumstances&)>
+std::string AtChannels(const Circumstances& c) {
+  return Side(c) + "; asked for: " + Counted(c.request.channelCount, "channel");
 }
 
-std::string Windows(const Circumstances& c) {
-  return "; asked for: " + Counted(c.request.sequenceSize, "window") + "; " +
+template <std::string (*Side)(const Circumstances&)>
+std::string AtWindows(const Circumstances& c) {
+  return Side(c) + "; asked for: " + Counted(c.request.sequenceSize, "window") + "; " +
          Metadata(c, u"LookaheadNumBlocks");
+}
+
+std::string Classes(const Circumstances& c) {
+  return Output(c) + ", " + Metadata(c, u"AudioClassNames");
 }
 
 std::string States(const Circumstances& c) {
@@ -80,103 +87,88 @@ constexpr const char* sequenceFreedom =
 constexpr const char* bothComponents =
     "[channels, windows, bins, 2] in and [classes, channels, windows, bins, 2] out";
 
-/// The text that is thrown, and what there is to say about it.
+/// What there is to say about a refusal besides its own text.
 struct Row {
-  std::string_view reason;
+  RefusalReason reason;
   std::string (*found)(const Circumstances&);
   const char* expected;
   const char* change;
 };
+using enum RefusalReason;
 const Row rows[] = {
-    {"The first input is not a tensor", Input, "a float32 tensor as first input",
+    {InputIsNoTensor, Input, "a float32 tensor as first input",
      "put the audio input first, and make it a tensor"},
-    {"The first output is not a tensor", Output, "a float32 tensor as first output",
+    {OutputIsNoTensor, Output, "a float32 tensor as first output",
      "put the audio output first, and make it a tensor"},
-    {"The first input is not a tensor of 32-bit floats", Input, "float32 audio",
+    {InputIsNotFloat, Input, "float32 audio",
      "export the model with a float32 input; a Cast node inside can change the type"},
-    {"The first output is not a tensor of 32-bit floats", Output, "float32 audio",
+    {OutputIsNotFloat, Output, "float32 audio",
      "export the model with a float32 output; a Cast node inside can change the type"},
-    {"The first input must have 1 to 4 dimensions", Input,
+    {InputRank, Input,
      "[channels, windows, samples], the first ones left out at will, or "
      "[channels, windows, bins, 2]",
      "reshape the input inside the model (Reshape, Squeeze)"},
-    {"The first output must have 1 to 5 dimensions", Output,
+    {OutputRank, Output,
      "[classes, channels, windows, samples], the first ones left out at will, or "
      "[classes, channels, windows, bins, 2]",
      "reshape the output inside the model (Reshape, Squeeze)"},
-    {"The window length (Features) of the input must be fixed", Input,
-     "a number of samples or bins in the features dimension",
+    {WindowLengthIsFree, Input, "a number of samples or bins in the features dimension",
      "export the model with a fixed window length"},
-    {"Spectra (Components) must be on the input (4 dimensions) and on the output (5 dimensions), "
-     "or on neither",
-     Both, bothComponents, "give both sides the components dimension, or neither"},
-    {"The last dimension of a spectral input must be 2: real and imaginary part", Input,
-     bothComponents, "give the spectrum as pairs of real and imaginary part"},
-    {"The last dimension of a spectral output must be 2: real and imaginary part", Output,
-     bothComponents, "give the spectrum as pairs of real and imaginary part"},
-    {"The window length (Features) must be even", Input, "an even number of samples",
+    {ComponentsOnOneSide, Both, bothComponents,
+     "give both sides the components dimension, or neither"},
+    {InputComponents, Input, bothComponents,
+     "give the spectrum as pairs of real and imaginary part"},
+    {OutputComponents, Output, bothComponents,
+     "give the spectrum as pairs of real and imaginary part"},
+    {WindowLengthIsOdd, Input, "an even number of samples",
      "export the model with an even window length"},
-    {"A spectrum must have 2 bins (Features) or more", Input, "n + 1 bins for 2n samples",
+    {SpectrumIsTooShort, Input, "n + 1 bins for 2n samples",
      "export the model with a longer window"},
-    {"LookaheadNumBlocks of the model is negative",
-     [](const Circumstances& c) { return Metadata(c, u"LookaheadNumBlocks"); }, "a number from 0",
-     "correct LookaheadNumBlocks in the model's metadata"},
-    {"BaselineSequenceSize of the model is negative",
+    {LookaheadIsNegative, [](const Circumstances& c) { return Metadata(c, u"LookaheadNumBlocks"); },
+     "a number from 0", "correct LookaheadNumBlocks in the model's metadata"},
+    {BaselineIsNegative,
      [](const Circumstances& c) { return Metadata(c, u"BaselineSequenceSize"); },
      "a number from 0, 0 for no preference",
      "correct BaselineSequenceSize in the model's metadata"},
-    {"Unexpected feature kind", States, "tensors for all inputs from the second on",
+    {StateIsNoTensor, States, "tensors for all inputs from the second on",
      "make every state of the model a tensor"},
-    {"Input sequence size cannot be changed on this model",
-     [](const Circumstances& c) { return Input(c) + Windows(c); },
+    {InputSequenceIsFixed, AtWindows<Input>,
      "the input's sequence dimension free, or the windows asked for plus the lookahead",
      sequenceFreedom},
-    {"Output sequence size cannot be changed on this model",
-     [](const Circumstances& c) { return Output(c) + Windows(c); },
+    {OutputSequenceIsFixed, AtWindows<Output>,
      "the output's sequence dimension free, or the windows asked for without the lookahead",
      sequenceFreedom},
-    {"Number of input channels cannot be changed on this model",
-     [](const Circumstances& c) { return Input(c) + Channels(c); },
+    {InputChannelsAreFixed, AtChannels<Input>,
      "the input's channel dimension free, or the channels asked for", channelFreedom},
-    {"Number of output channels cannot be changed on this model",
-     [](const Circumstances& c) { return Output(c) + Channels(c); },
+    {OutputChannelsAreFixed, AtChannels<Output>,
      "the output's channel dimension free, or the channels asked for", channelFreedom},
-    {"Incorrect number of extracted audio classes",
-     [](const Circumstances& c) { return Output(c) + ", " + Metadata(c, u"AudioClassNames"); },
+    {ClassCount, Classes,
      "as many names in AudioClassNames as the output has classes (missing names count as one)",
      "correct AudioClassNames in the model's metadata"},
-    {"The input has no channel dimension: only 1 channel is possible",
-     [](const Circumstances& c) { return Input(c) + Channels(c); }, "1 channel",
+    {InputLacksChannels, AtChannels<Input>, "1 channel",
      "use 1 channel, or give the input a channel dimension"},
-    {"The output has no channel dimension: only 1 channel is possible",
-     [](const Circumstances& c) { return Output(c) + Channels(c); }, "1 channel",
+    {OutputLacksChannels, AtChannels<Output>, "1 channel",
      "use 1 channel, or give the output a channel dimension"},
-    {"The input has no sequence dimension: only sequence size 1 without lookahead is possible",
-     [](const Circumstances& c) { return Input(c) + Windows(c); }, "1 window, no lookahead",
+    {InputLacksSequence, AtWindows<Input>, "1 window, no lookahead",
      "set BaselineSequenceSize to 1 and LookaheadNumBlocks to 0, or ask for --sequence 1"},
-    {"The output has no sequence dimension: only sequence size 1 is possible",
-     [](const Circumstances& c) { return Output(c) + Windows(c); }, "1 window",
+    {OutputLacksSequence, AtWindows<Output>, "1 window",
      "set BaselineSequenceSize to 1 in the model's metadata, or ask for --sequence 1"},
-    {"The output has no class dimension: only 1 audio class is possible",
-     [](const Circumstances& c) { return Output(c) + ", " + Metadata(c, u"AudioClassNames"); },
-     "one class", "give the output a class dimension, or AudioClassNames one name"},
-    {"The output's windows (Features) must be as long as the input's", Both,
-     "the same number of samples or bins on both sides",
+    {OutputLacksClasses, Classes, "one class",
+     "give the output a class dimension, or AudioClassNames one name"},
+    {OutputWindowsAreShort, Both, "as many samples or bins on the output as on the input",
      "export the model with equal window lengths in and out"},
-    {"Model is not compatible with automatic buffer binding", States,
+    {StatesDoNotPair, States,
      "as many outputs as inputs, input and output number i (from the second on) one state of one "
      "type and shape",
      "give every state input its output, in the same order"},
-    {"Invalid tensor kind", States, "states of a type that ONNX defines",
+    {StateKindIsInvalid, States, "states of a type that ONNX defines",
      "export the model with another type of state"},
-    {"Kensor kind is not supported yet", States, "states of numbers, booleans or strings",
+    {StateKindIsUnsupported, States, "states of numbers, booleans or strings",
      "export the model with another type of state (complex numbers as pairs)"},
-    {"Stream sizes out of range", Request, "sizes whose buffers stay below 256 MiB",
+    {SizesOutOfRange, Request, "sizes whose buffers stay below 2^31 samples",
      "ask for smaller sizes"},
-    {"The number of channels must be at least 1", Request, "1 channel or more",
-     "use 1 channel or more"},
-    {"The sequence size must be at least 1", Request, "1 window or more",
-     "ask for --sequence 1 or more"},
+    {NoChannel, Request, "1 channel or more", "use 1 channel or more"},
+    {NoWindow, Request, "1 window or more", "ask for --sequence 1 or more"},
 };
 
 /// Keys whose values are read as JSON.
@@ -200,9 +192,14 @@ const char16_t* MalformedKey(const ModelDescription& model) {
   return nullptr;
 }
 
+Explanation ExplainRefusal(RefusalReason reason, const Circumstances& circumstances) {
+  const auto row = std::ranges::find(rows, reason, &Row::reason);
+  if (row == std::end(rows)) return {TextOf(reason), Request(circumstances), {}, {}};
+  return {TextOf(reason), row->found(circumstances), row->expected, row->change};
+}
+
+/// What the parser of the metadata, or a conversion of text, fails with.
 Explanation ExplainText(const std::string& text, const Circumstances& circumstances) {
-  const auto row = std::ranges::find(rows, std::string_view(text), &Row::reason);
-  if (row != std::end(rows)) return {text, row->found(circumstances), row->expected, row->change};
   if (const char16_t* key = MalformedKey(circumstances.model))
     return {"the metadata value of " + PrintableText(key) + " is not JSON",
             Metadata(circumstances, key),
@@ -230,7 +227,8 @@ Explanation ExplainEngine(const std::string& words, const Circumstances& circums
 std::string TextOf(const winrt::hresult_error& error) {
   char code[16];
   std::snprintf(code, sizeof code, "0x%08X", static_cast<unsigned>(error.code()));
-  return *error.message() ? error.message() : std::string("it gives the code ") + code;
+  if (*error.message()) return PrintableText(std::string_view(error.message()));
+  return std::string("it gives the code ") + code;
 }
 
 std::string TextOf(const DSP::IPPException& error) {
@@ -258,6 +256,10 @@ Explanation ExplainCurrentException(const ModelDescription* model, const StreamR
     return {"no transform can be made for the window: " + TextOf(error), Input(circumstances),
             "a window length within the range of the transforms",
             "export the model with a shorter window"};
+  } catch (const ContractException& error) {
+    return ExplainRefusal(error.Reason(), circumstances);
+  } catch (const WinML::CException& error) {
+    return ExplainRefusal(error.Reason(), circumstances);
   } catch (const UnrelatedFailure&) {
     throw;
   } catch (const std::exception& error) {

@@ -54,6 +54,12 @@ std::string StreamText(const StreamRequest& settled, const ModelFacts& facts) {
 std::vector<std::string> Notes(const ModelFacts& facts) {
   std::vector<std::string> notes;
   const auto& info = facts.info;
+  const auto& layout = facts.layout;
+  const std::int64_t outputFeatures = layout.GetDeclaredOutputShape()[static_cast<std::size_t>(
+      layout.GetOutputDimension(Dnn::OutputRole::Features))];
+  if (outputFeatures > static_cast<std::int64_t>(layout.GetFeatureSize()))
+    notes.push_back("the output's windows (Features) are longer than the input's: its samples are "
+                    "read as if they were not, and come out garbled");
   for (std::uint32_t id = 0; id < info.GetAudioClassCount(); ++id) {
     const std::string name = PrintableText(info.GetAudioClassName(id));
     if (FindClass(facts, info.GetAudioClassName(id)) != static_cast<int>(id))

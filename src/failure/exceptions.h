@@ -9,28 +9,79 @@
 
 namespace Orvik::Tesmo {
 
-/// A model or a caller did what the contract does not allow. `text` is a static string.
+/// What a model, or a caller, did that the contract does not allow.
+enum class RefusalReason : std::uint8_t {
+  // the model's tensors
+  InputIsNoTensor,
+  OutputIsNoTensor,
+  InputIsNotFloat,
+  OutputIsNotFloat,
+  InputRank,
+  OutputRank,
+  WindowLengthIsFree,
+  ComponentsOnOneSide,
+  InputComponents,
+  OutputComponents,
+  WindowLengthIsOdd,
+  SpectrumIsTooShort,
+  StateIsNoTensor,
+  StatesDoNotPair,
+  StateKindIsInvalid,
+  StateKindIsUnsupported,
+  // its metadata
+  LookaheadIsNegative,
+  BaselineIsNegative,
+  // the model at the sizes of a stream
+  InputSequenceIsFixed,
+  OutputSequenceIsFixed,
+  InputChannelsAreFixed,
+  OutputChannelsAreFixed,
+  ClassCount,
+  InputLacksChannels,
+  OutputLacksChannels,
+  InputLacksSequence,
+  OutputLacksSequence,
+  OutputLacksClasses,
+  OutputWindowsAreShort,
+  // the sizes alone
+  NoModelBytes,
+  NoChannel,
+  NoWindow,
+  SizesOutOfRange,
+  // calls on a stream
+  ClassIdOutOfRange,
+  ClassIdOfInfoOutOfRange,
+  GainOutOfRange,
+  Count,
+};
+
+/// The static text of a refusal's exception.
+const char* TextOf(RefusalReason reason) noexcept;
+
+/// A model or a caller did what the contract does not allow.
 class ContractException : public std::exception {
 public:
-  explicit ContractException(const char* text) noexcept : text(text) {}
-  const char* what() const noexcept override { return text; }
+  explicit ContractException(RefusalReason reason) noexcept : reason(reason) {}
+  const char* what() const noexcept override { return TextOf(reason); }
+  RefusalReason Reason() const noexcept { return reason; }
 
 private:
-  const char* text;
+  RefusalReason reason;
 };
 
 }  // namespace Orvik::Tesmo
 
 namespace WinML {
 
-/// A model that does not fit the automatic binding of tensors. `text` is a static string.
+/// A model that does not fit the automatic binding of tensors.
 class CException : public std::exception {
 public:
-  explicit CException(const char* text) noexcept : text(text) {}
-  const char* what() const noexcept override { return text; }
+  explicit CException(Orvik::Tesmo::RefusalReason reason) noexcept : reason(reason) {}
+  const char* what() const noexcept override { return TextOf(reason); }
+  Orvik::Tesmo::RefusalReason Reason() const noexcept { return reason; }
 
 private:
-  const char* text;
+  Orvik::Tesmo::RefusalReason reason;
 };
 
 }  // namespace WinML

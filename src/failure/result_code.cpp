@@ -22,6 +22,7 @@ void ThrowForResultCode(ResultCode code) {
   using namespace winrt;
   switch (code) {
   case ResultCodes::OutOfMemory:
+    heldErrorInformation[0] = '\0';  // this exception has no room for it, and no other may take it
     throw std::bad_alloc();
   case ResultCodes::AccessDenied:
     throw hresult_access_denied();

@@ -53,7 +53,8 @@ public:
   explicit hresult_error(ResultCode code) noexcept;
   virtual ~hresult_error() = default;
   ResultCode code() const noexcept { return value; }
-  /// What the platform said of the failure, cut to the room here; empty when it said nothing.
+  /// What the platform said of the failure, cut to the room here; empty when it said nothing. It
+  /// may quote a model, so any bytes can stand in it.
   const char* message() const noexcept { return text; }
 
 private:

@@ -3,6 +3,7 @@
 #include <atomic>
 #include <cpuid.h>
 #include <cstring>
+#include <xmmintrin.h>
 
 namespace Orvik::Tesmo::Kernels {
 namespace {
@@ -88,10 +89,10 @@ CpuFeatures FeaturesOf(const CpuidLeaf& leaf1, std::uint32_t xcr0) {
           .avx = c(27) && c(28) && savesYmm};
 }
 
-std::int32_t BestVariant(const CpuFeatures& f) {
-  if (f.avx) return 5;
-  if (f.sse41 && f.ssse3) return 4;
-  return f.ssse3 ? 2 : 0;
+CpuFeatures FeaturesOfThis() {
+  if (ReadLeaf(0, 0).eax < 1) return {};
+  const CpuidLeaf leaf1 = ReadLeaf(1, 0);
+  return FeaturesOf(leaf1, (leaf1.ecx & osxsave) != 0 ? ReadXcr0() : 0);
 }
 
 IppStatus MaxCacheSize(CpuidReader cpuid, std::int32_t& bytes) {
@@ -104,15 +105,13 @@ IppStatus MaxCacheSize(CpuidReader cpuid, std::int32_t& bytes) {
   return bytes > 0 ? ippStsNoErr : ippStsUnknownCacheSize;
 }
 
+float EstimateReciprocalRoot(float x) {
+  return _mm_cvtss_f32(_mm_rsqrt_ss(_mm_set_ss(x)));
+}
+
 }  // namespace Orvik::Tesmo::Kernels
 
 using namespace Orvik::Tesmo::Kernels;
-
-extern "C" std::int32_t ippBestVariantIndex() {
-  if (ReadLeaf(0, 0).eax < 1) return 0;
-  const CpuidLeaf leaf1 = ReadLeaf(1, 0);
-  return BestVariant(FeaturesOf(leaf1, (leaf1.ecx & osxsave) != 0 ? ReadXcr0() : 0));
-}
 
 extern "C" IppStatus ippGetMaxCacheSizeB(std::int32_t* size) {
   // Racing first callers write the same values, the status last.

@@ -1,74 +1,114 @@
-#include "kernels/dispatch.h"
+#include "kernels/build.h"
 
-#include "kernels/builds/all_members.h"
+#include <array>
 
 using namespace Orvik::Tesmo::Kernels;
 
-// Which build stands at which index, by the letters of who shares what: a build that has nothing of
-// its own to say about an entry takes another's.
-#define AABCDE(f)                                                                                  \
-  { sse3::f, sse3::f, ssse3::f, sse3b::f, sse41::f, avx::f }
-#define AABBCD(f)                                                                                  \
-  { sse3::f, sse3::f, sse3b::f, sse3b::f, sse41::f, avx::f }
-#define AABBAC(f)                                                                                  \
-  { sse3::f, sse3::f, sse3b::f, sse3b::f, sse3::f, avx::f }
-#define AAABAA(f)                                                                                  \
-  { sse3::f, sse3::f, sse3::f, sse3b::f, sse3::f, sse3::f }
-#define AAAAAA(f)                                                                                  \
-  { sse3::f, sse3::f, sse3::f, sse3::f, sse3::f, sse3::f }
+namespace {
 
-// name, parameters, arguments, sharing
-#define VECTOR_ENTRIES(X)                                                                          \
-  X(ippsCopy_32f, (const Ipp32f* s, Ipp32f* d, int n), (s, d, n), AABBCD)                          \
-  X(ippsMulC_32f, (const Ipp32f* s, Ipp32f v, Ipp32f* d, int n), (s, v, d, n), AABBCD)             \
-  X(ippsMul_32f_I, (const Ipp32f* s, Ipp32f* d, int n), (s, d, n), AABBAC)                         \
-  X(ippsAdd_32f, (const Ipp32f* s, const Ipp32f* t, Ipp32f* d, int n), (s, t, d, n), AABBAC)       \
-  X(ippsMul_32f, (const Ipp32f* s, const Ipp32f* t, Ipp32f* d, int n), (s, t, d, n), AABBAC)       \
-  X(ippsSqrt_32f_I, (Ipp32f * d, int n), (d, n), AABBCD)                                           \
-  X(ippsAddProductC_32f, (const Ipp32f* s, Ipp32f v, Ipp32f* d, int n), (s, v, d, n), AABBAC)      \
-  X(ippsInterleave_32f, (const Ipp32f* const* s, int c, int n, Ipp32f* d), (s, c, n, d), AABBCD)   \
-  X(ippsDeinterleave_32f, (const Ipp32f* s, int c, int n, Ipp32f* const* d), (s, c, n, d), AABBCD)
+/// Entries of one group share code in the same way: a build that has nothing of its own to say
+/// takes another's.
+enum Group { Transforms, Moves, Arithmetic, Releases, Sizes, groupCount };
 
-#define FFT_ENTRIES(X)                                                                             \
-  X(ippsFFTGetSize_R_32f, (int o, int f, int h, int* s, int* i, int* w), (o, f, h, s, i, w),       \
-    AABCDE)                                                                                        \
-  X(ippsFFTInitAlloc_R_32f, (IppsFFTSpec_R_32f * *p, int o, int f, int h), (p, o, f, h), AABCDE)   \
-  X(ippsFFTFree_R_32f, (IppsFFTSpec_R_32f * p), (p), AAABAA)                                       \
-  X(ippsFFTFwd_RToCCS_32f, (const Ipp32f* s, Ipp32f* d, const IppsFFTSpec_R_32f* p, Ipp8u* b),     \
-    (s, d, p, b), AABCDE)                                                                          \
-  X(ippsFFTInv_CCSToR_32f, (const Ipp32f* s, Ipp32f* d, const IppsFFTSpec_R_32f* p, Ipp8u* b),     \
-    (s, d, p, b), AABCDE)                                                                          \
-  X(ippsFFTFwd_RToCCS_32f_I, (Ipp32f * d, const IppsFFTSpec_R_32f* p, Ipp8u* b), (d, p, b),        \
-    AABCDE)                                                                                        \
-  X(ippsFFTInv_CCSToR_32f_I, (Ipp32f * d, const IppsFFTSpec_R_32f* p, Ipp8u* b), (d, p, b), AABCDE)
+/// Whose code runs at which index, by group.
+constexpr const Build* rows[variantCount][groupCount] = {
+    {&sse3::build, &sse3::build, &sse3::build, &sse3::build, &sse3::build},
+    {&sse3::build, &sse3::build, &sse3::build, &sse3::build, &sse3::build},
+    {&ssse3::build, &sse3b::build, &sse3b::build, &sse3::build, &sse3::build},
+    {&sse3b::build, &sse3b::build, &sse3b::build, &sse3b::build, &sse3::build},
+    {&sse41::build, &sse41::build, &sse3::build, &sse3::build, &sse3::build},
+    {&avx::build, &avx::build, &avx::build, &sse3::build, &sse3::build},
+};
+/// One group by index: an entry loads the index and the build, and jumps.
+template <Group group>
+constexpr std::array<const Build*, variantCount> variantsOf = [] {
+  std::array<const Build*, variantCount> variants{};
+  for (int i = 0; i < variantCount; ++i)
+    variants[i] = rows[i][group];
+  return variants;
+}();
 
-#define DFT_ENTRIES(X)                                                                             \
-  X(ippsDFTInitAlloc_R_32f, (IppsDFTSpec_R_32f * *p, int n, int f, int h), (p, n, f, h), AABCDE)   \
-  X(ippsDFTFree_R_32f, (IppsDFTSpec_R_32f * p), (p), AAABAA)                                       \
-  X(ippsDFTGetBufSize_R_32f, (const IppsDFTSpec_R_32f* p, int* s), (p, s), AAAAAA)                 \
-  X(ippsDFTFwd_RToCCS_32f, (const Ipp32f* s, Ipp32f* d, const IppsDFTSpec_R_32f* p, Ipp8u* b),     \
-    (s, d, p, b), AABCDE)                                                                          \
-  X(ippsDFTInv_CCSToR_32f, (const Ipp32f* s, Ipp32f* d, const IppsDFTSpec_R_32f* p, Ipp8u* b),     \
-    (s, d, p, b), AABCDE)
-
-#define ALL_ENTRIES(X) VECTOR_ENTRIES(X) FFT_ENTRIES(X) DFT_ENTRIES(X)
+}  // namespace
 
 std::int32_t ippVariantIndex = 0;
 
+// name, parameters, arguments, group
+#define VECTOR_ENTRIES(X)                                                                          \
+  X(ippsCopy_32f, (const Ipp32f* s, Ipp32f* d, int n), (s, d, n), Moves)                           \
+  X(ippsMulC_32f, (const Ipp32f* s, Ipp32f v, Ipp32f* d, int n), (s, v, d, n), Moves)              \
+  X(ippsMul_32f_I, (const Ipp32f* s, Ipp32f* d, int n), (s, d, n), Arithmetic)                     \
+  X(ippsAdd_32f, (const Ipp32f* s, const Ipp32f* t, Ipp32f* d, int n), (s, t, d, n), Arithmetic)   \
+  X(ippsMul_32f, (const Ipp32f* s, const Ipp32f* t, Ipp32f* d, int n), (s, t, d, n), Arithmetic)   \
+  X(ippsSqrt_32f_I, (Ipp32f * d, int n), (d, n), Moves)                                            \
+  X(ippsAddProductC_32f, (const Ipp32f* s, Ipp32f v, Ipp32f* d, int n), (s, v, d, n), Arithmetic)  \
+  X(ippsInterleave_32f, (const Ipp32f* const* s, int c, int n, Ipp32f* d), (s, c, n, d), Moves)    \
+  X(ippsDeinterleave_32f, (const Ipp32f* s, int c, int n, Ipp32f* const* d), (s, c, n, d), Moves)
+
+#define FFT_ENTRIES(X)                                                                             \
+  X(ippsFFTGetSize_R_32f, (int o, int f, int h, int* s, int* i, int* w), (o, f, h, s, i, w),       \
+    Transforms)                                                                                    \
+  X(ippsFFTInitAlloc_R_32f, (IppsFFTSpec_R_32f * *p, int o, int f, int h), (p, o, f, h),           \
+    Transforms)                                                                                    \
+  X(ippsFFTFree_R_32f, (IppsFFTSpec_R_32f * p), (p), Releases)                                     \
+  X(ippsFFTFwd_RToCCS_32f, (const Ipp32f* s, Ipp32f* d, const IppsFFTSpec_R_32f* p, Ipp8u* b),     \
+    (s, d, p, b), Transforms)                                                                      \
+  X(ippsFFTInv_CCSToR_32f, (const Ipp32f* s, Ipp32f* d, const IppsFFTSpec_R_32f* p, Ipp8u* b),     \
+    (s, d, p, b), Transforms)                                                                      \
+  X(ippsFFTFwd_RToCCS_32f_I, (Ipp32f * d, const IppsFFTSpec_R_32f* p, Ipp8u* b), (d, p, b),        \
+    Transforms)                                                                                    \
+  X(ippsFFTInv_CCSToR_32f_I, (Ipp32f * d, const IppsFFTSpec_R_32f* p, Ipp8u* b), (d, p, b),        \
+    Transforms)
+
+#define DFT_ENTRIES(X)                                                                             \
+  X(ippsDFTInitAlloc_R_32f, (IppsDFTSpec_R_32f * *p, int n, int f, int h), (p, n, f, h),           \
+    Transforms)                                                                                    \
+  X(ippsDFTFree_R_32f, (IppsDFTSpec_R_32f * p), (p), Releases)                                     \
+  X(ippsDFTGetBufSize_R_32f, (const IppsDFTSpec_R_32f* p, int* s), (p, s), Sizes)                  \
+  X(ippsDFTFwd_RToCCS_32f, (const Ipp32f* s, Ipp32f* d, const IppsDFTSpec_R_32f* p, Ipp8u* b),     \
+    (s, d, p, b), Transforms)                                                                      \
+  X(ippsDFTInv_CCSToR_32f, (const Ipp32f* s, Ipp32f* d, const IppsDFTSpec_R_32f* p, Ipp8u* b),     \
+    (s, d, p, b), Transforms)
+
+#define ALL_ENTRIES(X) VECTOR_ENTRIES(X) FFT_ENTRIES(X) DFT_ENTRIES(X)
+
 // A parameter list and a list of arguments bring their own parentheses.
 // NOLINTBEGIN(bugprone-macro-parentheses)
-#define TABLE(name, params, args, sharing)                                                         \
-  static IppStatus(*name##_variants[variantCount]) params = sharing(name);                         \
+#define STUB(name, params, args, group)                                                            \
   extern "C" IppStatus name params {                                                               \
-    return name##_variants[ippVariantIndex] args;                                                  \
+    return variantsOf<group>[static_cast<std::size_t>(ippVariantIndex)] -> name args;              \
   }
-ALL_ENTRIES(TABLE)
+ALL_ENTRIES(STUB)
 // NOLINTEND(bugprone-macro-parentheses)
 
-#define ROW(name, params, args, sharing)                                                           \
-  {#name, reinterpret_cast<const void* const*>(name##_variants)},
-const VariantRow* Orvik::Tesmo::Kernels::VariantRows(int& count) {
-  static const VariantRow rows[] = {ALL_ENTRIES(ROW)};
-  count = sizeof rows / sizeof rows[0];
-  return rows;
+#define ROW(name, params, args, group) {#name, variantsOf<group>.data()},
+const Entry* Orvik::Tesmo::Kernels::Entries(int& count) {
+  static const Entry entries[] = {ALL_ENTRIES(ROW)};
+  count = sizeof entries / sizeof entries[0];
+  return entries;
+}
+
+const Build& Orvik::Tesmo::Kernels::CurrentBuild() {
+  return *variantsOf<Transforms>[static_cast<std::size_t>(ippVariantIndex)];
+}
+
+bool Orvik::Tesmo::Kernels::Runs(const Build& build, const CpuFeatures& features) {
+  for (bool CpuFeatures::*const need : build.choice.needs)
+    if (need && !(features.*need)) return false;
+  return true;
+}
+
+bool Orvik::Tesmo::Kernels::RunsHere(const Build& build) {
+  return Runs(build, FeaturesOfThis());
+}
+
+std::int32_t Orvik::Tesmo::Kernels::BestVariant(const CpuFeatures& features) {
+  std::int32_t best = 0;
+  for (const Build* build : builds)
+    if (!build->choice.byHandOnly && build->choice.index > best && Runs(*build, features))
+      best = build->choice.index;
+  return best;
+}
+
+extern "C" std::int32_t ippBestVariantIndex() {
+  return BestVariant(FeaturesOfThis());
 }

@@ -8,8 +8,8 @@ namespace Orvik::Tesmo::Kernels::KERNELS_BUILD {
 
 #define KERNELS_INLINE __attribute__((always_inline)) inline
 
-/// Four floats in a 128-bit register, SSE3. Everything a kernel does goes through these operations;
-/// Vec8 has the same, where "lane" is one of its two 128-bit halves.
+/// Four floats in a 128-bit register, SSE3. All kernels compute with these operations, which Vec8
+/// has too. A "lane" is a 128-bit part of a register: one here, two in Vec8.
 struct Vec4 {
   static constexpr int width = 4;  ///< floats
   static constexpr int lanes = 1;  ///< 128-bit lanes
@@ -116,16 +116,16 @@ KERNELS_INLINE Vec4 ReversePairs(Vec4 a) {
   return Shuffle<2, 3, 0, 1>(a, a);
 }
 
-// Half of a spectrum runs against the other half: these pair value m of one register with value
-// width - m of another, in "mirrored" order.
+// A recombination reads one half of a spectrum forwards and the other half backwards. These put
+// value m of one register beside value width - m of another.
 /// next[0], then cur[width - 1] down to cur[1].
 KERNELS_INLINE Vec4 Mirror(Vec4 cur, Vec4 next) {
   const Vec4 t = {_mm_move_ss(cur.v, next.v)};
   return Shuffle<0, 3, 2, 1>(t, t);
 }
-/// Pairs (even, odd) of registers that run backwards, put together one value late so that the
-/// stores are aligned: the last pair of the call before, then the given ones from the last to the
-/// second.
+/// Interleaves registers that hold values in falling order. Each store starts with the last value
+/// of the call before, so that all stores are aligned; then the given values follow, from the last
+/// to the second.
 template <class V>
 struct BackwardPairs;
 template <>
@@ -141,8 +141,8 @@ struct BackwardPairs<Vec4> {
   }
 };
 
-// Interleaved values taken apart, or put together, inside the lanes alone. That leaves them in
-// "column order": value ColumnOf(i) stands at i.
+// Interleaved values are taken apart, or put together, inside each lane alone: no step across
+// lanes. That leaves them in "column order", in which value ColumnOf(i) stands at place i.
 KERNELS_INLINE void LoadColumns(const float* p, Vec4& even, Vec4& odd) {
   Deinterleave(Vec4::LoadU(p), Vec4::LoadU(p + 4), even, odd);
 }
@@ -183,111 +183,67 @@ KERNELS_INLINE void Transpose(Vec4 (&r)[4]) {
   TransposeLanes(r[0], r[1], r[2], r[3]);
 }
 
-/// Real and imaginary parts apart.
-template <class V>
-struct Complex {
-  V re, im;
-  /// A group of the stage layout: V::width real parts, then as many imaginary parts.
-  static KERNELS_INLINE Complex Load(const float* p) { return {V::Load(p), V::Load(p + V::width)}; }
-  static KERNELS_INLINE Complex LoadU(const float* p) {
-    return {V::LoadU(p), V::LoadU(p + V::width)};
+/// One complex value: the low half of a 128-bit register.
+struct Vec2 {
+  static constexpr int width = 2;
+  __m128 v;
+
+  static KERNELS_INLINE Vec2 LoadU(const float* p) {
+    return {_mm_castsi128_ps(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(p)))};
   }
-  KERNELS_INLINE void Store(float* p) const {
-    re.Store(p);
-    im.Store(p + V::width);
-  }
-  KERNELS_INLINE void StoreU(float* p) const {
-    re.StoreU(p);
-    im.StoreU(p + V::width);
-  }
-  /// As V::width interleaved complex values.
-  KERNELS_INLINE void StoreInterleaved(float* p) const {
-    V lo, hi;
-    Interleave(re, im, lo, hi);
-    lo.StoreU(p);
-    hi.StoreU(p + V::width);
-  }
-  static KERNELS_INLINE Complex LoadInterleaved(const float* p) {
-    Complex z;
-    Deinterleave(V::LoadU(p), V::LoadU(p + V::width), z.re, z.im);
-    return z;
-  }
-  friend KERNELS_INLINE Complex operator+(Complex a, Complex b) {
-    return {a.re + b.re, a.im + b.im};
-  }
-  friend KERNELS_INLINE Complex operator-(Complex a, Complex b) {
-    return {a.re - b.re, a.im - b.im};
-  }
-  friend KERNELS_INLINE Complex operator*(Complex a, V s) { return {a.re * s, a.im * s}; }
-  friend KERNELS_INLINE Complex operator*(Complex a, Complex b) {
-    return {a.re * b.re - a.im * b.im, a.re * b.im + a.im * b.re};
-  }
+  static KERNELS_INLINE Vec2 Load(const float* p) { return LoadU(p); }
+  KERNELS_INLINE void StoreU(float* p) const { _mm_storel_pi(reinterpret_cast<__m64*>(p), v); }
+  static KERNELS_INLINE Vec2 Set1(float x) { return {_mm_set1_ps(x)}; }
+  static KERNELS_INLINE Vec2 LoadQuad(const float* p) { return {_mm_loadu_ps(p)}; }
+  friend KERNELS_INLINE Vec2 operator+(Vec2 a, Vec2 b) { return {_mm_add_ps(a.v, b.v)}; }
+  friend KERNELS_INLINE Vec2 operator-(Vec2 a, Vec2 b) { return {_mm_sub_ps(a.v, b.v)}; }
+  friend KERNELS_INLINE Vec2 operator*(Vec2 a, Vec2 b) { return {_mm_mul_ps(a.v, b.v)}; }
+  friend KERNELS_INLINE Vec2 operator^(Vec2 a, Vec2 b) { return {_mm_xor_ps(a.v, b.v)}; }
 };
-
-enum class Direction { Forward, Inverse };
-
-/// x * w forward, x * conj(w) inverse.
-template <Direction dir, class V>
-KERNELS_INLINE Complex<V> Twist(Complex<V> x, Complex<V> w) {
-  if constexpr (dir == Direction::Forward)
-    return x * w;
-  else
-    return {x.re * w.re + x.im * w.im, x.im * w.re - x.re * w.im};
+KERNELS_INLINE Vec2 AddSub(Vec2 a, Vec2 b) {
+  return {_mm_addsub_ps(a.v, b.v)};
 }
-/// a - i b forward, a + i b inverse: the quarter turns of a butterfly, without a multiplication.
-template <Direction dir, class V>
-KERNELS_INLINE Complex<V> AddTurned(Complex<V> a, Complex<V> b) {
-  if constexpr (dir == Direction::Forward)
-    return {a.re + b.im, a.im - b.re};
-  else
-    return {a.re - b.im, a.im + b.re};
+KERNELS_INLINE Vec2 SwapPairs(Vec2 a) {
+  return {_mm_shuffle_ps(a.v, a.v, 0xB1)};
 }
-template <Direction dir, class V>
-KERNELS_INLINE Complex<V> SubTurned(Complex<V> a, Complex<V> b) {
-  return AddTurned < dir == Direction::Forward ? Direction::Inverse : Direction::Forward > (a, b);
+KERNELS_INLINE Vec2 DupEven(Vec2 a) {
+  return {_mm_moveldup_ps(a.v)};
 }
-/// a exp(-+ 2 pi i / 8).
-template <Direction dir, class V>
-KERNELS_INLINE Complex<V> EighthTurn(Complex<V> a) {
-  return AddTurned<dir>(a, a) * V::Set1(0.70710678f);
+KERNELS_INLINE Vec2 DupOdd(Vec2 a) {
+  return {_mm_movehdup_ps(a.v)};
+}
+KERNELS_INLINE Vec2 ReversePairs(Vec2 a) {
+  return a;
 }
 
-/// Complex values as they stand in memory, V::width / 2 of them.
-template <class V>
-struct Pairs {
-  V v;
-  static KERNELS_INLINE Pairs Load(const float* p) { return {V::Load(p)}; }
-  static KERNELS_INLINE Pairs LoadU(const float* p) { return {V::LoadU(p)}; }
-  KERNELS_INLINE void StoreU(float* p) const { v.StoreU(p); }
-  friend KERNELS_INLINE Pairs operator+(Pairs a, Pairs b) { return {a.v + b.v}; }
-  friend KERNELS_INLINE Pairs operator-(Pairs a, Pairs b) { return {a.v - b.v}; }
-  friend KERNELS_INLINE Pairs operator*(Pairs a, V s) { return {a.v * s}; }
-  friend KERNELS_INLINE Pairs operator*(Pairs a, Pairs b) {
-    return {AddSub(a.v * DupEven(b.v), SwapPairs(a.v) * DupOdd(b.v))};
+/// Keeps a value in its register. Without a third operand the compiler would rather load it again
+/// for each product, and the load ports are what the passes wait for.
+KERNELS_INLINE void Hold(Vec4& a) {
+  asm("" : "+x"(a.v));
+}
+KERNELS_INLINE void Hold(Vec2& a) {
+  asm("" : "+x"(a.v));
+}
+
+/// The exact root of one float.
+KERNELS_INLINE float Sqrt(float x) {
+  return _mm_cvtss_f32(_mm_sqrt_ss(_mm_set_ss(x)));
+}
+
+/// For the time of a kernel: no exception traps, and at the end the thread's control bits are what
+/// they were, with the flags raised meanwhile but for "invalid" and "divided by zero".
+class QuietExceptions {
+public:
+  KERNELS_INLINE QuietExceptions() : control(_mm_getcsr()) {
+    _mm_setcsr((control | masks) & ~flags);
   }
+  KERNELS_INLINE ~QuietExceptions() { _mm_setcsr(control | (_mm_getcsr() & kept)); }
+  QuietExceptions(const QuietExceptions&) = delete;
+  QuietExceptions& operator=(const QuietExceptions&) = delete;
+
+private:
+  static constexpr unsigned masks = 0x1F80, flags = 0x3F, kept = 0x3A;
+  const unsigned control;
 };
-template <Direction dir, class V>
-KERNELS_INLINE Pairs<V> Twist(Pairs<V> x, Pairs<V> w) {
-  if constexpr (dir == Direction::Forward)
-    return x * w;
-  else
-    return {x.v * DupEven(w.v) + ((SwapPairs(x.v) * DupOdd(w.v)) ^ SignOdd<V>())};
-}
-template <Direction dir, class V>
-KERNELS_INLINE Pairs<V> AddTurned(Pairs<V> a, Pairs<V> b) {
-  const V swapped = SwapPairs(b.v);
-  if constexpr (dir == Direction::Forward)
-    return {a.v + (swapped ^ SignOdd<V>())};
-  else
-    return {AddSub(a.v, swapped)};
-}
-template <Direction dir, class V>
-KERNELS_INLINE Pairs<V> SubTurned(Pairs<V> a, Pairs<V> b) {
-  return AddTurned < dir == Direction::Forward ? Direction::Inverse : Direction::Forward > (a, b);
-}
-template <Direction dir, class V>
-KERNELS_INLINE Pairs<V> EighthTurn(Pairs<V> a) {
-  return {AddTurned<dir>(a, a).v * V::Set1(0.70710678f)};
-}
 
 }  // namespace Orvik::Tesmo::Kernels::KERNELS_BUILD

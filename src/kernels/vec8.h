@@ -50,6 +50,10 @@ KERNELS_INLINE bool AnySign(Vec8 a) {
   return _mm256_movemask_ps(a.v) != 0;
 }
 
+KERNELS_INLINE void Hold(Vec8& a) {
+  asm("" : "+x"(a.v));
+}
+
 KERNELS_INLINE Vec8 AddSub(Vec8 a, Vec8 b) {
   return {_mm256_addsub_ps(a.v, b.v)};
 }

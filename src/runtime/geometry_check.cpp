@@ -1,7 +1,7 @@
 #include "runtime/geometry_check.h"
 
 #include "failure/exceptions.h"
-#include "runtime/element_count.h"
+#include "runtime/float_array.h"
 
 #include <type_traits>
 
@@ -10,13 +10,14 @@ namespace Orvik::Tesmo::Dnn {
 namespace {
 
 using Platform::Side;
+using enum RefusalReason;
 
-void Require(bool condition, const char* refusal) {
+void Require(bool condition, RefusalReason refusal) {
   if (!condition) throw ContractException(refusal);
 }
 
-void Require(bool condition, Side side, const char* inputRefusal, const char* outputRefusal) {
-  Require(condition, side == Side::Input ? inputRefusal : outputRefusal);
+void Require(bool condition, Side side, RefusalReason onInput, RefusalReason onOutput) {
+  Require(condition, side == Side::Input ? onInput : onOutput);
 }
 
 }  // namespace
@@ -24,19 +25,15 @@ void Require(bool condition, Side side, const char* inputRefusal, const char* ou
 void CheckAudioFeature(Side side, const Platform::FeatureDescriptor& feature) {
   auto kind = Platform::FeatureKind::Other;
   CheckResult(feature.GetKind(kind));
-  Require(kind == Platform::FeatureKind::Tensor, side, "The first input is not a tensor",
-          "The first output is not a tensor");
+  Require(kind == Platform::FeatureKind::Tensor, side, InputIsNoTensor, OutputIsNoTensor);
   auto tensorKind = Platform::TensorKind::Undefined;
   CheckResult(feature.GetTensorKind(tensorKind));
-  Require(tensorKind == Platform::TensorKind::Float, side,
-          "The first input is not a tensor of 32-bit floats",
-          "The first output is not a tensor of 32-bit floats");
+  Require(tensorKind == Platform::TensorKind::Float, side, InputIsNotFloat, OutputIsNotFloat);
 }
 
 void CheckAudioRank(Side side, std::size_t rank) {
   const auto most = side == Side::Input ? MaxInputDimensions : MaxOutputDimensions;
-  Require(rank >= 1 && rank <= most, side, "The first input must have 1 to 4 dimensions",
-          "The first output must have 1 to 5 dimensions");
+  Require(rank >= 1 && rank <= most, side, InputRank, OutputRank);
 }
 
 void CheckDeclaredShapes(const ModelLayout& layout) {
@@ -45,34 +42,30 @@ void CheckDeclaredShapes(const ModelLayout& layout) {
   const bool spectralOutput = layout.GetDeclaredOutputShape().size() == MaxOutputDimensions;
   const auto features = static_cast<std::size_t>(layout.GetInputDimension(InputRole::Features));
 
-  Require(!IsFree(input[features]), "The window length (Features) of the input must be fixed");
-  ElementCount({static_cast<std::uint64_t>(input[features])});
-  Require(spectralInput == spectralOutput,
-          "Spectra (Components) must be on the input (4 dimensions) and on the output (5 "
-          "dimensions), or on neither");
-  Require(!spectralInput || layout.GetInputComponents() == 2,
-          "The last dimension of a spectral input must be 2: real and imaginary part");
-  Require(!spectralOutput || layout.GetOutputComponents() == 2,
-          "The last dimension of a spectral output must be 2: real and imaginary part");
-  ElementCount({layout.GetWindowLength()});
-  Require(layout.GetWindowLength() % 2 == 0, "The window length (Features) must be even");
-  Require(layout.GetHopLength() >= 1, "A spectrum must have 2 bins (Features) or more");
+  Require(!IsFree(input[features]), WindowLengthIsFree);
+  FloatCount({static_cast<std::uint64_t>(input[features])});
+  Require(spectralInput == spectralOutput, ComponentsOnOneSide);
+  Require(!spectralInput || layout.GetInputComponents() == 2, InputComponents);
+  Require(!spectralOutput || layout.GetOutputComponents() == 2, OutputComponents);
+  Require(layout.GetWindowLength() % 2 == 0, WindowLengthIsOdd);
+  Require(layout.GetHopLength() >= 1, SpectrumIsTooShort);
+  FloatCount({layout.GetWindowLength()});
 }
 
 void CheckLookahead(std::int32_t lookaheadBlocks) {
-  Require(lookaheadBlocks >= 0, "LookaheadNumBlocks of the model is negative");
+  Require(lookaheadBlocks >= 0, LookaheadIsNegative);
 }
 
 void CheckBaselineSequenceSize(std::int32_t sequenceSize) {
-  Require(sequenceSize >= 0, "BaselineSequenceSize of the model is negative");
+  Require(sequenceSize >= 0, BaselineIsNegative);
 }
 
 void CheckGeometry(const ProcessingGeometry& geometry) {
-  Require(geometry.channelCount > 0, "The number of channels must be at least 1");
-  Require(geometry.sequenceSize > 0, "The sequence size must be at least 1");
-  ElementCount({geometry.sequenceSize});  // so that the sum cannot wrap
-  ElementCount({geometry.channelCount, geometry.sequenceSize + geometry.lookaheadBlocks,
-                geometry.windowLength});
+  Require(geometry.channelCount > 0, NoChannel);
+  Require(geometry.sequenceSize > 0, NoWindow);
+  FloatCount({geometry.sequenceSize});  // so that the sum cannot wrap
+  FloatCount({geometry.channelCount, geometry.sequenceSize + geometry.lookaheadBlocks,
+              geometry.windowLength});
 }
 
 void CheckTensorsFit(const ModelLayout& layout, const Platform::Shape& inputShape,
@@ -84,23 +77,19 @@ void CheckTensorsFit(const ModelLayout& layout, const Platform::Shape& inputShap
     else
       return layout.GetOutputDimension(role) < 0;
   };
-  Require(!lacks(InputRole::Channels) || geometry.channelCount == 1,
-          "The input has no channel dimension: only 1 channel is possible");
-  Require(!lacks(OutputRole::Channels) || geometry.channelCount == 1,
-          "The output has no channel dimension: only 1 channel is possible");
-  Require(
-      !lacks(InputRole::Sequence) || geometry.sequenceSize + geometry.lookaheadBlocks == 1,
-      "The input has no sequence dimension: only sequence size 1 without lookahead is possible");
-  Require(!lacks(OutputRole::Sequence) || geometry.sequenceSize == 1,
-          "The output has no sequence dimension: only sequence size 1 is possible");
-  Require(!lacks(OutputRole::Classes) || classCount == 1,
-          "The output has no class dimension: only 1 audio class is possible");
+  Require(!lacks(InputRole::Channels) || geometry.channelCount == 1, InputLacksChannels);
+  Require(!lacks(OutputRole::Channels) || geometry.channelCount == 1, OutputLacksChannels);
+  Require(!lacks(InputRole::Sequence) || geometry.sequenceSize + geometry.lookaheadBlocks == 1,
+          InputLacksSequence);
+  Require(!lacks(OutputRole::Sequence) || geometry.sequenceSize == 1, OutputLacksSequence);
+  Require(!lacks(OutputRole::Classes) || classCount == 1, OutputLacksClasses);
 
-  const auto inputFeatures = layout.GetInputDimension(InputRole::Features);
-  const auto outputFeatures = layout.GetOutputDimension(OutputRole::Features);
-  Require(inputShape[static_cast<std::size_t>(inputFeatures)] ==
-              outputShape[static_cast<std::size_t>(outputFeatures)],
-          "The output's windows (Features) must be as long as the input's");
+  const auto sizeOf = [](const Platform::Shape& shape, int dimension) {
+    return shape[static_cast<std::size_t>(dimension)];
+  };
+  Require(sizeOf(outputShape, layout.GetOutputDimension(OutputRole::Features)) >=
+              sizeOf(inputShape, layout.GetInputDimension(InputRole::Features)),
+          OutputWindowsAreShort);
 }
 
 }  // namespace Orvik::Tesmo::Dnn

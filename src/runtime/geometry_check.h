@@ -27,12 +27,12 @@ void CheckDeclaredShapes(const ModelLayout& layout);
 void CheckLookahead(std::int32_t lookaheadBlocks);
 void CheckBaselineSequenceSize(std::int32_t sequenceSize);
 
-/// There is a channel and a window. Throws std::bad_alloc where a buffer of this geometry would
-/// have more than MaxElements.
+/// There is a channel and a window, and no buffer of this geometry has more than MaxFloats.
 void CheckGeometry(const ProcessingGeometry& geometry);
 
-/// Tensors of these concrete shapes hold exactly what the audio path reads and writes: a dimension
-/// that a tensor lacks has the size 1 in the geometry, and both sides have windows of one length.
+/// Tensors of these concrete shapes hold what the audio path reads and writes: a dimension that a
+/// tensor lacks has the size 1 in the geometry, and the output's windows are not shorter than the
+/// input's. (Longer ones are served, but their samples are read as if the windows were not.)
 void CheckTensorsFit(const ModelLayout& layout, const Platform::Shape& inputShape,
                      const Platform::Shape& outputShape, std::uint32_t classCount,
                      const ProcessingGeometry& geometry);

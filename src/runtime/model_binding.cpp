@@ -1,7 +1,6 @@
 #include "runtime/model_binding.h"
 
 #include "failure/exceptions.h"
-#include "runtime/element_count.h"
 #include "runtime/geometry_check.h"
 #include "runtime/tensor_factory.h"
 
@@ -25,8 +24,7 @@ std::vector<RecurrentBinding> PairStates(Platform::Runtime& runtime, const Platf
   std::uint32_t inputCount = 0, outputCount = 0;
   CheckResult(inputs->GetSize(inputCount));
   CheckResult(outputs->GetSize(outputCount));
-  if (inputCount != outputCount)
-    throw WinML::CException("Model is not compatible with automatic buffer binding");
+  if (inputCount != outputCount) throw WinML::CException(RefusalReason::StatesDoNotPair);
 
   std::vector<RecurrentBinding> recurrent;
   for (std::uint32_t i = 1; i < inputCount; ++i) {
@@ -46,30 +44,35 @@ std::vector<RecurrentBinding> PairStates(Platform::Runtime& runtime, const Platf
 
 PlanarBuffer::PlanarBuffer(std::uint64_t channelCount, std::uint64_t channelLength)
     : channelCount(channelCount), channelLength(channelLength) {
-  const auto size = ElementCount({channelCount, channelLength});
-  if (size == 0) return;
-  data = MakeFloatArray(size);
+  if (channelCount == 0 || channelLength == 0) return;
+  data = MakeFloatArray({channelCount, channelLength});
   channels = std::make_unique<float*[]>(channelCount);
   for (std::uint64_t channel = 0; channel < channelCount; ++channel)
     channels[channel] = data.get() + channel * channelLength;
 }
 
+AudioShapes ShapesAt(const ProcessingGeometry& geometry, const ModelLayout& layout,
+                     std::uint32_t classCount) {
+  CheckGeometry(geometry);
+  const auto S = static_cast<std::uint32_t>(geometry.sequenceSize);
+  const auto C = static_cast<std::uint32_t>(geometry.channelCount);
+  AudioShapes shapes{layout.GetInputShape(S + geometry.lookaheadBlocks, C),
+                     layout.GetOutputShape(S, C, classCount)};
+  CheckTensorsFit(layout, shapes.input, shapes.output, classCount, geometry);
+  for (const Platform::Shape* shape : {&shapes.input, &shapes.output})
+    if (!ProductUpTo(MaxFloats, *shape)) throw ContractException(RefusalReason::SizesOutOfRange);
+  return shapes;
+}
+
 ModelBinding::ModelBinding(Platform::Runtime& runtime, const Platform::Model& model,
                            const ModelLayout& layout, std::uint32_t classCount,
-                           const ProcessingGeometry& geometry) {
-  CheckGeometry(geometry);
+                           const ProcessingGeometry& geometry)
+    : shapes(ShapesAt(geometry, layout, classCount)) {
   const std::uint64_t W = geometry.windowLength, S = geometry.sequenceSize;
   const std::uint64_t C = geometry.channelCount, L = geometry.lookaheadBlocks;
-  const auto channelCount = static_cast<std::uint32_t>(C);
 
-  inputShape = layout.GetInputShape(static_cast<std::uint32_t>(S + L), channelCount);
-  outputShape = layout.GetOutputShape(static_cast<std::uint32_t>(S), channelCount, classCount);
-  CheckTensorsFit(layout, inputShape, outputShape, classCount, geometry);
-  ElementCount(inputShape);
-  ElementCount(outputShape);  // before the input's memory is touched
-
-  inputTensor = CreateFloatTensor(runtime, inputShape);
-  outputTensor = CreateFloatTensor(runtime, outputShape);
+  inputTensor = CreateFloatTensor(runtime, shapes.input);
+  outputTensor = CreateFloatTensor(runtime, shapes.output);
   workBuffer = PlanarBuffer(C, W * S);
   historyBuffer = PlanarBuffer(C, (S + L) * W);
   for (std::uint64_t channel = 0; channel < C; ++channel)

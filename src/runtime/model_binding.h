@@ -18,7 +18,7 @@ namespace Orvik::Tesmo::Dnn {
 /// Floats of several channels in one block, all zero at first. Move-only.
 struct PlanarBuffer {
   PlanarBuffer() = default;
-  /// Throws std::bad_alloc, beyond MaxElements without trying.
+  /// Throws as MakeFloatArray, but no float is no failure.
   PlanarBuffer(std::uint64_t channelCount, std::uint64_t channelLength);
 
   std::uint64_t channelCount = 0;
@@ -34,6 +34,17 @@ struct RecurrentBinding {
   std::u16string outputName;
 };
 
+/// The concrete shapes of the two audio tensors.
+struct AudioShapes {
+  Platform::Shape input, output;
+};
+
+/// The shapes that the model has at a geometry; takes no memory for tensors or buffers. Throws
+/// ContractException where the geometry does not fit the model or is out of range
+/// (geometry_check.h), std::bad_alloc.
+AudioShapes ShapesAt(const ProcessingGeometry& geometry, const ModelLayout& layout,
+                     std::uint32_t classCount);
+
 /// The tensors and buffers of one geometry, all zero at first. Move-only.
 ///
 /// Floats in the tensors, outermost first, no gaps; the parts in brackets are those of a model on
@@ -43,15 +54,13 @@ struct RecurrentBinding {
 struct ModelBinding {
   /// Holds nothing.
   ModelBinding() = default;
-  /// `model` and `layout` are used during the call only. Throws ContractException and
-  /// std::bad_alloc where the geometry does not fit the model or memory (geometry_check.h),
-  /// WinML::CException where inputs and outputs do not pair up as states or a state is of an
-  /// unusable kind, and the platform's failures.
+  /// `model` and `layout` are used during the call only. Throws as ShapesAt, WinML::CException
+  /// where inputs and outputs do not pair up as states or a state is of an unusable kind, and the
+  /// platform's failures.
   ModelBinding(Platform::Runtime& runtime, const Platform::Model& model, const ModelLayout& layout,
                std::uint32_t classCount, const ProcessingGeometry& geometry);
 
-  Platform::Shape inputShape;
-  Platform::Shape outputShape;
+  AudioShapes shapes;
   std::shared_ptr<Platform::Tensor> inputTensor;   ///< of the feature "input"
   std::shared_ptr<Platform::Tensor> outputTensor;  ///< of the feature "output"
   PlanarBuffer workBuffer;                         ///< C x W * S: the mix that goes out

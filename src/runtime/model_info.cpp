@@ -33,7 +33,7 @@ std::uint32_t ModelInfo::GetAudioClassCount() const {
 }
 
 const char16_t* ModelInfo::GetAudioClassName(std::uint32_t id) const {
-  if (id >= audioClassNames.size()) throw ContractException("Audio class ID is out of range");
+  if (id >= audioClassNames.size()) throw ContractException(RefusalReason::ClassIdOfInfoOutOfRange);
   return audioClassNames[id].c_str();
 }
 

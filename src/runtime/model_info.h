@@ -9,6 +9,9 @@
 
 namespace Orvik::Tesmo::Dnn {
 
+/// Windows per evaluation where neither the host nor the model asks for a number.
+inline constexpr std::uint64_t DefaultSequenceSize = 4;
+
 /// What a model declares in its metadata, with the defaults of what it does not. Keeps nothing of
 /// the model and never changes. Pointers and references live as long as the object.
 class ModelInfo final {

@@ -62,7 +62,8 @@ std::vector<StateFeature> ReadStates(const Platform::FeatureList& inputs) {
     CheckResult(inputs.GetAt(index, feature));
     auto kind = Platform::FeatureKind::Other;
     CheckResult(feature->GetKind(kind));
-    if (kind != Platform::FeatureKind::Tensor) throw ContractException("Unexpected feature kind");
+    if (kind != Platform::FeatureKind::Tensor)
+      throw ContractException(RefusalReason::StateIsNoTensor);
     StateFeature state{};
     CheckResult(feature->GetTensorKind(state.kind));
     CheckResult(feature->GetShape(state.shape));
@@ -72,7 +73,7 @@ std::vector<StateFeature> ReadStates(const Platform::FeatureList& inputs) {
 }
 
 /// Settles dimension `position` of `shape` (none where it is -1).
-void Settle(Shape& shape, int position, std::int64_t size, const char* refusal) {
+void Settle(Shape& shape, int position, std::int64_t size, RefusalReason refusal) {
   if (position < 0) return;
   auto& dimension = shape[static_cast<std::size_t>(position)];
   if (IsFree(dimension))
@@ -111,9 +112,9 @@ std::uint32_t ModelLayout::GetHopLength() const {
 Shape ModelLayout::GetInputShape(std::uint32_t sequenceSize, std::uint32_t channelCount) const {
   Shape shape = inputShape;
   Settle(shape, GetInputDimension(InputRole::Sequence), sequenceSize,
-         "Input sequence size cannot be changed on this model");
+         RefusalReason::InputSequenceIsFixed);
   Settle(shape, GetInputDimension(InputRole::Channels), channelCount,
-         "Number of input channels cannot be changed on this model");
+         RefusalReason::InputChannelsAreFixed);
   return shape;
 }
 
@@ -121,11 +122,10 @@ Shape ModelLayout::GetOutputShape(std::uint32_t sequenceSize, std::uint32_t chan
                                   std::uint32_t classCount) const {
   Shape shape = outputShape;
   Settle(shape, GetOutputDimension(OutputRole::Sequence), sequenceSize,
-         "Output sequence size cannot be changed on this model");
+         RefusalReason::OutputSequenceIsFixed);
   Settle(shape, GetOutputDimension(OutputRole::Channels), channelCount,
-         "Number of output channels cannot be changed on this model");
-  Settle(shape, GetOutputDimension(OutputRole::Classes), classCount,
-         "Incorrect number of extracted audio classes");
+         RefusalReason::OutputChannelsAreFixed);
+  Settle(shape, GetOutputDimension(OutputRole::Classes), classCount, RefusalReason::ClassCount);
   auto& features = shape[static_cast<std::size_t>(GetOutputDimension(OutputRole::Features))];
   if (IsFree(features))
     features = inputShape[static_cast<std::size_t>(GetInputDimension(InputRole::Features))];

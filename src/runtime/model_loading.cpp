@@ -7,7 +7,7 @@ namespace Orvik::Tesmo::Dnn {
 std::shared_ptr<Platform::Model> LoadLearningModel(Platform::Runtime& runtime,
                                                    const void* modelData, std::uint64_t modelSize) {
   const auto size = static_cast<std::uint32_t>(modelSize);
-  if (!modelData && size != 0) throw ContractException("There are no model bytes");
+  if (!modelData && size != 0) throw ContractException(RefusalReason::NoModelBytes);
   std::shared_ptr<Platform::Model> model;
   CheckResult(runtime.LoadModel(modelData, size, model));
   return model;

@@ -1,4 +1,4 @@
-#include "stream/library_folder.h"
+#include "stream/set_up.h"
 
 #include <dlfcn.h>
 
@@ -7,9 +7,12 @@
 
 namespace Orvik::Tesmo {
 
-std::string FolderOf(const void* code) {
+namespace {
+
+std::string FolderOfThisCode() {
   Dl_info info = {};
-  if (!dladdr(code, &info) || !info.dli_fname) return {};
+  if (!dladdr(reinterpret_cast<const void*>(&GetLibraryFolder), &info) || !info.dli_fname)
+    return {};
   // The loader noted the folder of a library when it loaded it. The path above may be relative, and
   // the working directory another one by now.
   if (void* const self = dlopen(info.dli_fname, RTLD_LAZY | RTLD_NOLOAD)) {
@@ -23,8 +26,10 @@ std::string FolderOf(const void* code) {
   return failure ? std::string() : path.parent_path().string();
 }
 
+}  // namespace
+
 const std::string& GetLibraryFolder() {
-  static const std::string folder = FolderOf(reinterpret_cast<const void*>(&GetLibraryFolder));
+  static const std::string folder = FolderOfThisCode();
   return folder;
 }
 

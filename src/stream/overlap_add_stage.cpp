@@ -37,14 +37,14 @@ OverlapAddStage::Configuration OverlapAddStage::Prepare(std::uint64_t newSequenc
   Configuration next;
   next.sequenceSize = newSequenceSize;
   next.channelCount = newChannelCount;
-  next.window = MakeBuffer({2, hopLength, newChannelCount});
+  next.window = MakeFloatArray({2, hopLength, newChannelCount});
   next.hopStride = hopLength * newChannelCount;
   next.windowStride = 2 * next.hopStride;
   FillHannWindow(next.window.get(), 2 * hopLength, newChannelCount);
   if (squareRootWindow) SignalPrimitives::Sqrt_I(next.window.get(), next.windowStride);
-  next.windows = MakeBuffer({newSequenceSize, next.windowStride});
-  next.inputTail = MakeBuffer({next.hopStride});
-  next.overlapTail = MakeBuffer({next.hopStride});
+  next.windows = MakeFloatArray({newSequenceSize, next.windowStride});
+  next.inputTail = MakeFloatArray({next.hopStride});
+  next.overlapTail = MakeFloatArray({next.hopStride});
   return next;
 }
 

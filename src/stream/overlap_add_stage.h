@@ -1,6 +1,6 @@
 #pragma once
 
-#include "stream/buffer.h"
+#include "runtime/float_array.h"
 
 #include <cstdint>
 
@@ -22,10 +22,10 @@ public:
     std::uint64_t channelCount = 0;
     std::uint64_t hopStride = 0;     ///< floats per hop
     std::uint64_t windowStride = 0;  ///< floats per window
-    Buffer window;                   ///< a window: each value once per channel
-    Buffer inputTail;                ///< a hop: the last one of the last run's input
-    Buffer overlapTail;              ///< a hop: the second half of the last run's last window
-    Buffer windows;                  ///< sequenceSize windows in a row, to and from the model
+    FloatArray window;               ///< a window: each value once per channel
+    FloatArray inputTail;            ///< a hop: the last one of the last run's input
+    FloatArray overlapTail;          ///< a hop: the second half of the last run's last window
+    FloatArray windows;              ///< sequenceSize windows in a row, to and from the model
   };
 
   /// `squareRootWindow` 1: the square root of a Hann window before and after the model; 0: no
@@ -36,7 +36,7 @@ public:
   virtual ~OverlapAddStage();
 
   /// A fresh configuration for these sizes, with silence for a past. Changes nothing of the stage.
-  /// Throws ContractException on a size of 0 or beyond MaxBufferFloats, std::bad_alloc.
+  /// Throws ContractException on a size of 0 or beyond MaxFloats, std::bad_alloc.
   Configuration Prepare(std::uint64_t newSequenceSize, std::uint64_t newChannelCount) const;
   void Adopt(Configuration&& prepared) noexcept;
 

@@ -4,6 +4,7 @@
 #include "primitives/signal_primitives.h"
 
 #include <algorithm>
+#include <array>
 #include <utility>
 
 namespace Orvik::Tesmo {
@@ -12,13 +13,12 @@ WindowedStreamProcessor::WindowedStreamProcessor(std::unique_ptr<Dnn::Kalvrin> c
                                                  std::unique_ptr<OverlapAddStage> overlapAdd,
                                                  std::uint64_t sequenceSize,
                                                  std::uint64_t channelCount,
-                                                 std::uint64_t blockFrames,
-                                                 std::shared_ptr<const void> keeps)
-    : keeps(std::move(keeps)), sequenceSize(sequenceSize), channelCount(channelCount),
-      blockFrames(blockFrames), core(std::move(core)), overlapAdd(std::move(overlapAdd)),
+                                                 std::uint64_t blockFrames)
+    : sequenceSize(sequenceSize), channelCount(channelCount), blockFrames(blockFrames),
+      core(std::move(core)), overlapAdd(std::move(overlapAdd)),
       sampleRate(this->core->GetSampleRate()), readCursor(0), writeCursor(0),
       arrays(MakeArrays(sequenceSize, channelCount)) {
-  readCursor = PrefillFrames();
+  LineUpCursors();
 }
 
 WindowedStreamProcessor::~WindowedStreamProcessor() = default;
@@ -27,30 +27,22 @@ std::uint64_t WindowedStreamProcessor::CapacityFrames() const {
   return core->GetHopLength() * sequenceSize;
 }
 
-std::uint64_t WindowedStreamProcessor::PrefillFrames() const {
-  const std::uint64_t capacityFrames = CapacityFrames();
-  return capacityFrames > blockFrames && capacityFrames % blockFrames == 0 ? blockFrames : 0;
-}
-
-bool WindowedStreamProcessor::SizesFit(std::uint64_t newSequenceSize,
-                                       std::uint64_t newChannelCount) const {
-  // The longest arrays: the windows of one evaluation in the stage, and a block.
-  return BufferFits({2, core->GetHopLength(), newSequenceSize, newChannelCount}) &&
-         BufferFits({blockFrames, newChannelCount});
+RT_CODE void WindowedStreamProcessor::LineUpCursors() {
+  readCursor = PrefillFrames(CapacityFrames(), blockFrames);
+  writeCursor = 0;
 }
 
 WindowedStreamProcessor::Arrays
 WindowedStreamProcessor::MakeArrays(std::uint64_t newSequenceSize,
                                     std::uint64_t newChannelCount) const {
-  if (!SizesFit(newSequenceSize, newChannelCount))
-    throw ContractException("Stream sizes out of range");
   const std::uint64_t ringFrames = core->GetHopLength() * newSequenceSize;
   const std::uint64_t stagingFrames = std::max(blockFrames, ringFrames);
+  FloatCount({blockFrames});
   Arrays made;
-  made.inputStaging = MakeBuffer({stagingFrames, newChannelCount});
-  made.outputStaging = MakeBuffer({stagingFrames, newChannelCount});
-  made.inputRing = MakeBuffer({ringFrames, newChannelCount});
-  made.outputRing = MakeBuffer({ringFrames, newChannelCount});
+  made.inputStaging = MakeFloatArray({stagingFrames, newChannelCount});
+  made.outputStaging = MakeFloatArray({stagingFrames, newChannelCount});
+  made.inputRing = MakeFloatArray({ringFrames, newChannelCount});
+  made.outputRing = MakeFloatArray({ringFrames, newChannelCount});
   return made;
 }
 
@@ -81,8 +73,9 @@ void WindowedStreamProcessor::SetChannelCount(std::uint64_t count) {
 void WindowedStreamProcessor::Resize(std::uint64_t newSequenceSize, std::uint64_t newChannelCount,
                                      bool (Dnn::Kalvrin::*changeCore)(std::uint64_t),
                                      std::uint64_t changedTo) {
-  if (!SizesFit(newSequenceSize, newChannelCount)) return;
-  // Whatever can fail here comes before the core changes, so that the three always agree.
+  if (!core->Takes(newChannelCount, newSequenceSize)) return;
+  if (!ProductUpTo(MaxFloats, std::array{blockFrames, newChannelCount})) return;
+  // What can fail here comes before the core changes, so that the three always agree.
   OverlapAddStage::Configuration newStage = overlapAdd->Prepare(newSequenceSize, newChannelCount);
   Arrays newArrays = MakeArrays(newSequenceSize, newChannelCount);
   if (!(core.get()->*changeCore)(changedTo)) return;
@@ -96,10 +89,7 @@ RT_CODE void WindowedStreamProcessor::ProcessBlock(const float* const* input, fl
                                                    std::uint64_t frames,
                                                    std::int32_t continuation) {
   const std::uint64_t capacityFrames = CapacityFrames();
-  if (continuation == 0) {
-    readCursor = PrefillFrames();
-    writeCursor = 0;
-  }
+  if (continuation == 0) LineUpCursors();
   // A host may forget `continuation` 0 after the rings have become shorter.
   readCursor = std::min(readCursor, capacityFrames);
   writeCursor = std::min(writeCursor, capacityFrames);

@@ -2,7 +2,7 @@
 
 #include "core/kalvrin.h"
 #include "kalvrin/stream_processor.h"
-#include "stream/buffer.h"
+#include "runtime/float_array.h"
 #include "stream/overlap_add_stage.h"
 
 #include <cstdint>
@@ -19,14 +19,12 @@ namespace Orvik::Tesmo {
 /// whole.
 class WindowedStreamProcessor final : public StreamProcessor {
 public:
-  /// `sequenceSize` and `channelCount` are those that `core` and `overlapAdd` have. `keeps`: what
-  /// `core` needs for its life, if anything; let go after it. Throws
-  /// ContractException on a size of 0 or beyond MaxBufferFloats, std::bad_alloc, and what `core`
+  /// `sequenceSize` and `channelCount` are those that `core` and `overlapAdd` have. Throws
+  /// ContractException on a size of 0 or beyond MaxFloats, std::bad_alloc, and what `core`
   /// throws when asked for its sample rate.
   WindowedStreamProcessor(std::unique_ptr<Dnn::Kalvrin> core,
                           std::unique_ptr<OverlapAddStage> overlapAdd, std::uint64_t sequenceSize,
-                          std::uint64_t channelCount, std::uint64_t blockFrames,
-                          std::shared_ptr<const void> keeps = nullptr);
+                          std::uint64_t channelCount, std::uint64_t blockFrames);
   ~WindowedStreamProcessor() override;
 
   std::int32_t GetSampleRate() override;
@@ -45,19 +43,16 @@ private:
   /// The four arrays that the sizes decide. The staging arrays hold a block or a ring, whichever is
   /// longer.
   struct Arrays {
-    Buffer inputStaging, outputStaging, inputRing, outputRing;
+    FloatArray inputStaging, outputStaging, inputRing, outputRing;
   };
 
   std::uint64_t CapacityFrames() const;
-  std::uint64_t PrefillFrames() const;
-  /// Whether none of the sizes is 0 and no array of the stream gets too long.
-  bool SizesFit(std::uint64_t newSequenceSize, std::uint64_t newChannelCount) const;
+  void LineUpCursors();
   Arrays MakeArrays(std::uint64_t newSequenceSize, std::uint64_t newChannelCount) const;
   /// `changeCore`: the operation of the core that brings it from the present sizes to the new ones.
   void Resize(std::uint64_t newSequenceSize, std::uint64_t newChannelCount,
               bool (Dnn::Kalvrin::*changeCore)(std::uint64_t), std::uint64_t changedTo);
 
-  std::shared_ptr<const void> keeps;
   std::uint64_t sequenceSize;
   std::uint64_t channelCount;
   std::uint64_t blockFrames;

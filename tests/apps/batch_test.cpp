@@ -56,8 +56,12 @@ protected:
   TemporaryFolder folder;
 };
 
-TEST_F(Batch, EachFileIsAsIfRenderedAlone) {
-  Run("model.onnx in out --jobs 3 --rest 0.25 --stems stems");
+TEST_F(Batch, ShardsTakeEveryFileOnceAndRenderItAsAlone) {
+  for (const char* shard : {"1/4", "2/4", "3/4", "4/4"}) {
+    const Outcome outcome =
+        Run(std::string("model.onnx in out --jobs 2 --rest 0.25 --stems stems --shard ") + shard);
+    ExpectPart(outcome.out, " rendered, 0 done before, 0 failed");
+  }
   ASSERT_EQ(Files("out"), Files("in"));
   for (const std::string& name : Files("in")) {
     Run("model.onnx in/" + name + " alone.wav --rest 0.25 --stems alone");
@@ -65,20 +69,6 @@ TEST_F(Batch, EachFileIsAsIfRenderedAlone) {
     const std::string stems = "stems/" + name.substr(0, name.size() - 4);
     EXPECT_EQ(ReadFile(folder / (stems + "/Rest.wav")), ReadFile(folder / "alone/Rest.wav"));
   }
-}
-
-TEST_F(Batch, ShardsTakeEveryFileOnce) {
-  std::set<std::string> all;
-  std::size_t sum = 0;
-  for (const char* shard : {"1/4", "2/4", "3/4", "4/4"}) {
-    const std::string out = "out" + std::string(shard).substr(0, 1);
-    Run("model.onnx in " + out + " --jobs 2 --shard " + shard);
-    const auto files = Files(out);
-    sum += files.size();
-    all.insert(files.begin(), files.end());
-  }
-  EXPECT_EQ(all, Files("in"));
-  EXPECT_EQ(sum, all.size());
 }
 
 TEST_F(Batch, WhatIsDoneIsLeftAlone) {
@@ -148,12 +138,9 @@ TEST_F(Batch, RefusesWhatWouldLoseSomething) {
 TEST_F(Batch, ASignalEndsAllOfIt) {
   for (int i = 0; i < 40; ++i)
     WriteInput("in/long" + std::to_string(i) + ".wav", 2);
-  const std::string shown = "of 49 files";
-  ToolOnTerminal tool({"render", folder / "model.onnx", folder / "in", folder / "out", "--jobs",
-                       "2", "--sequence", "1", "--block", "1"});
-  ASSERT_TRUE(tool.WaitFor(shown));
-  tool.Kill(SIGTERM);
-  EXPECT_EQ(tool.Finish().signal, SIGTERM);
+  const Outcome outcome = folder.RunOnTerminal(
+      "render model.onnx in out --jobs 2 --sequence 1 --block 1", "of 49 files", "kill -TERM $PID");
+  EXPECT_EQ(outcome.exitStatus, 128 + SIGTERM);
   for (const std::string& name : Files("out")) {
     EXPECT_TRUE(name.ends_with(".wav") && !name.starts_with(".")) << name;
     EXPECT_EQ(ReadAudio(folder / ("out/" + name)).Frames(), 3000u) << name;

@@ -19,38 +19,31 @@ TEST(CommandLine, HelpVersionAndWrongUse) {
   } rows[] = {
       {"", 2, "usage:"},
       {"--help", 0, "render MODEL IN OUT"},
-      {"-h", 0, "Exit status:"},
       {"help render", 0, "--gain NAME=GAIN"},
       {"render a b c --help", 0, "usage: kalvrin render MODEL IN OUT"},
-      {"info -h", 0, "usage: kalvrin info MODEL"},
       {"--version", 0, "kalvrin 0."},
       {"plan 480", 0, "radices    16 3 5\n  work       1984 bytes\n"},
-      {"plan 10007", 0, "through    32768 complex values"},
       {"plan 0", 2, "'0' is not a whole number from 1 to 536870912"},
       {"plan 134217729", 1, "no transform of 134217729 samples can be planned"},
       {"help nonsense", 2, "kalvrin: there is no command 'nonsense'"},
       {"help info check", 2, "kalvrin: help takes one command"},
       {"nonsense", 2, "'kalvrin help' lists what there is"},
       {"--nonsense", 2, "kalvrin: there is no option --nonsense"},
-      {"info -t", 2, "there is no option -t"},
-      {"info", 2, "kalvrin: MODEL is missing; 'kalvrin help info' explains it"},
+      {"info", 2, "kalvrin: MODEL is required; 'kalvrin help info' explains it"},
       {"info ''", 2, "MODEL is empty"},
+      {"info -t a b", 2, "there is no option -t"},
       {"info a b", 2, "'b' is one too many"},
       {"info -- --help", 1, "cannot read --help: No such file"},
-      {"check a --channel 1", 2, "there is no option --channel"},
+      {"check a --channel 1", 2, "there is no option --channel;"},
+      {"check --channel=1", 2, "there is no option --channel;"},
       {"check a --channels", 2, "--channels needs a value"},
-      {"check a --channels=", 2, "--channels: '' is not a whole number from 1 to 1024"},
+      {"check --channels= a", 2, "--channels: '' is not a whole number from 1 to 1024"},
       {"check a --channels 3x", 2, "--channels: '3x' is not a whole number from 1 to 1024"},
-      {"check a --channels=99999999999999999999", 2, "'99999999999999999999' is not a whole"},
-      {"check a --channels 1025", 2, "--channels: '1025' is not a whole number from 1 to 1024"},
-      {"render a b", 2, "OUT is missing"},
-      {"bench a --seconds 0", 2, "--seconds: '0' is not a whole number from 1 to 86400"},
+      {"render a b", 2, "OUT is required"},
       {"render a b c.mp3", 2, "no audio format has the extension .mp3"},
       {"render a b c --format mp3", 2, "--format: 'mp3' is not wav, flac or ogg"},
       {"render a b c --raw-latency=1", 2, "--raw-latency takes no value"},
       {"render a b c --gain Speech", 2, "--gain: 'Speech' is not NAME=GAIN"},
-      {"render a b c --gain =1", 2, "--gain: '=1' is not NAME=GAIN"},
-      {"render a b c --gain Speech=", 2, "--gain: '' is no gain"},
       {"render a b c --rest=-1", 2, "--rest: '-1' is no gain"},
       {"render - - c", 2, "MODEL and IN cannot both be standard input"},
       {"info /nowhere/model", 1, "cannot read /nowhere/model: No such file or directory"},
@@ -69,7 +62,6 @@ TEST(CommandLine, HelpVersionAndWrongUse) {
 
 /// What a command says of a model.
 struct Row {
-  const char* name;
   Options model;
   const char* line;
   int status;
@@ -81,40 +73,35 @@ void ExpectAnswers(const std::vector<Row>& rows) {
   for (const Row& row : rows) {
     WriteFile(folder / "model.onnx", MakeAudioModel(row.model));
     const Outcome outcome = folder.Run(std::string("$TOOL ") + row.line);
-    EXPECT_EQ(outcome.exitStatus, row.status) << row.name << ": " << outcome.err;
-    EXPECT_EQ(outcome.err.starts_with("kalvrin: "), row.status != 0) << row.name;
+    EXPECT_EQ(outcome.exitStatus, row.status) << row.line << ": " << outcome.err;
+    EXPECT_EQ(outcome.err.starts_with("kalvrin: "), row.status != 0) << row.line;
     for (const std::string& part : row.parts)
-      ExpectPart(outcome.out + outcome.err, part, row.name);
+      ExpectPart(outcome.out + outcome.err, part, row.line);
   }
 }
 
 TEST(Bench, PrintsTablesAndSingleBlocks) {
   ExpectAnswers({
-      {"free sizes",
-       {.features = 512, .metadata = {{"SampleRate", "16000"}}},
+      {{.features = 512, .metadata = {{"SampleRate", "16000"}}},
        "bench model.onnx --seconds 1 --blocks 20 --block 64 --sequence 3",
        0,
        {"2 channels, 256 frames a hop, 16000 Hz\n", "windows              64        128",
         "  3                  60.0 ", "real-time factor", "; 20 blocks in", "99.99 %",
         "with the model: 1 block\n", "of that on a processor\n", "without it: 19 blocks\n"}},
-      {"fixed sizes",
-       {.features = 512, .inputShape = Dimensions{3, 2, 512}},
+      {{.features = 512, .inputShape = Dimensions{3, 2, 512}},
        "bench model.onnx --seconds 1 --blocks 20 --sequence 2",
        0,
        {"3 channels, 256 frames a hop, 48000 Hz (the model states no rate)",
         "  1                     -          -", "with the model: 10 blocks"}},
-      {"blocks that do not divide a sequence",
-       {.features = 512},
+      {{.features = 512},
        "bench model.onnx --seconds 1 --blocks 20 --block 512 --sequence 3",
        0,
        {"with the model: 14 blocks\n", "without it: 6 blocks\n"}},
-      {"fails when run",
-       {.failsFromEvaluation = 0},
+      {{.failsFromEvaluation = 0},
        "bench model.onnx --seconds 1 --blocks 20",
        1,
        {"the inference engine cannot run"}},
-      {"fails later",
-       {.failsFromEvaluation = 50},
+      {{.failsFromEvaluation = 50},
        "bench model.onnx --seconds 1 --blocks 20",
        1,
        {"kalvrin: the model failed: "}},
@@ -123,8 +110,7 @@ TEST(Bench, PrintsTablesAndSingleBlocks) {
 
 TEST(Info, PrintsWhatAModelDeclares) {
   ExpectAnswers({
-      {"bare",
-       {.features = 512},
+      {{.features = 512},
        "info model.onnx",
        0,
        {"(Model name N/A) (", "works on   samples", "window     512 frames\n", "hop        256",
@@ -136,8 +122,7 @@ TEST(Info, PrintsWhatAModelDeclares) {
         "AudioClassNames              [\"Extracted\"] (default)",
         "note: a stream takes SampleRate as 0,", "block 128  1152 frames\n",
         "block 480  1280 frames\n", "block 512  768 frames\n"}},
-      {"rich",
-       {.features = 257,
+      {{.features = 257,
         .lookahead = 2,
         .classGains = {1, 0.5F},
         .inputRank = 4,
@@ -160,8 +145,7 @@ TEST(Info, PrintsWhatAModelDeclares) {
         "SampleRate                   16000\n",
         "Author                       someone?else (not read)", "block 256  2048 frames (128.0 ms)",
         "note: channel 0 is bound to Noise, which is no class"}},
-      {"odd metadata",
-       {.classGains = {1, 1, 1},
+      {{.classGains = {1, 1, 1},
         .metadata = {{"SampleRate", "44100.0"},
                      {"LookaheadNumBlocks", "null"},
                      {"AudioClassNames", "[\"A\",\"rest\",\"a\"]"}}},
@@ -171,37 +155,35 @@ TEST(Info, PrintsWhatAModelDeclares) {
         "a stream takes SampleRate as 44100", "0 (default; the model's null is of another type)",
         "note: class 3, a, has the name of an earlier class",
         "note: the class rest hides the remainder"}},
-      {"refused",
-       {.features = 7},
+      {{.outputFeatures = 10},
+       "info model.onnx",
+       0,
+       {"note: the output's windows (Features) are longer than the input's"}},
+      {{.features = 7},
        "info model.onnx",
        1,
-       {"input      float32 [*, *, 7]",
-        "is refused: The window length (Features) must be even; export"}},
+       {"input      float32 [*, *, 7]", "is refused: The window length (Features) must be even ("}},
   });
 }
 
 TEST(Check, AcceptsAModelAtTheSizesItTakes) {
   ExpectAnswers({
-      {"free sizes",
-       {.features = 512, .metadata = {{"SampleRate", "48000"}}},
+      {{.features = 512, .metadata = {{"SampleRate", "48000"}}},
        "check model.onnx",
        0,
        {"accepted: ", "2 channels, 4 windows of 512 frames per evaluation, blocks of 256 frames",
         "latency    1024 frames (21.3 ms)"}},
-      {"sizes asked for",
-       {},
+      {{},
        "check model.onnx --channels=3 --sequence=2 --block=5",
        0,
        {"3 channels, 2 windows of 8 frames per evaluation, blocks of 5 frames",
         "latency    12 frames\n"}},
-      {"fixed sizes",
-       {.inputShape = Dimensions{5, 6, 8}, .metadata = {{"BaselineSequenceSize", "6"}}},
+      {{.inputShape = Dimensions{5, 6, 8}, .metadata = {{"BaselineSequenceSize", "6"}}},
        "check model.onnx",
        0,
        {"5 channels, 6 windows"}},
-      {"no channel dimension", {.inputRank = 2}, "check model.onnx", 0, {"1 channel, 4 windows"}},
-      {"spectra",
-       {.features = 9, .inputRank = 4, .outputRank = 5},
+      {{.inputRank = 2}, "check model.onnx", 0, {"1 channel, 4 windows"}},
+      {{.features = 9, .inputRank = 4, .outputRank = 5},
        "check model.onnx",
        0,
        {"windows of 16 frames"}},
@@ -214,8 +196,9 @@ std::string Bridge(ModelBuilder model, const char* operation,
   return model.Node(operation, {"input"}, {"output"}, attributes).Build();
 }
 
-/// What the library says has to be what the tool has an explanation for, word by word.
-TEST(Check, ExplainsEveryRefusal) {
+/// A row for each kind of finding: of a tensor, of both, of sizes asked for, of metadata, of
+/// states.
+TEST(Check, ExplainsRefusals) {
   const Dimensions windows = {"C", "T", 8};
   const auto bridge = [&](Element in, Element out) {
     return Bridge(ModelBuilder().Input("input", in, windows).Output("output", out, windows), "Cast",
@@ -234,74 +217,29 @@ TEST(Check, ExplainsEveryRefusal) {
        "export the model anew"},
       {"float64 in", bridge(Element::Double, Element::Float), "",
        "The first input is not a tensor of 32-bit floats", "'input' is double [*, *, 8]", "Cast"},
-      {"float64 out", bridge(Element::Float, Element::Double), "",
-       "The first output is not a tensor of 32-bit floats", "'output' is double", "Cast"},
-      {"sequence in",
-       Bridge(ModelBuilder()
-                  .Input("input", Element::Float, {}, Declared::Sequence)
-                  .Output("output", Element::Float, windows),
-              "ConcatFromSequence", {{"axis", 0}}),
-       "", "The first input is not a tensor", "'input' is sequence", "audio input first"},
-      {"sequence out",
-       Bridge(ModelBuilder()
-                  .Input("input", Element::Float, windows)
-                  .Output("output", Element::Float, {}, Declared::Sequence),
-              "SequenceConstruct"),
-       "", "The first output is not a tensor", "'output' is sequence", "audio output first"},
-      {"5 dimensions in", MakeAudioModel({.inputShape = Dimensions{1, 1, 1, 8, 2}}), "",
-       "The first input must have 1 to 4 dimensions", "[1, 1, 1, 8, 2]", "reshape"},
-      {"free window", MakeAudioModel({.inputShape = Dimensions{"C", "T", "W"}}), "",
-       "The window length (Features) of the input must be fixed", "[*, *, *]", "fixed window"},
       {"spectra in only", MakeAudioModel({.inputRank = 4}), "", "Spectra (Components) must be",
        "'output'", "neither"},
-      {"three components",
-       MakeAudioModel({.inputRank = 4,
-                       .outputRank = 5,
-                       .inputShape = Dimensions{"C", "T", 8, 3},
-                       .outputShape = Dimensions{"K", "C", "T", 8, 3}}),
-       "", "The last dimension of a spectral input", "[*, *, 8, 3]", "pairs"},
-      {"odd window", MakeAudioModel({.features = 9}), "",
-       "The window length (Features) must be even", "9", "even"},
-      {"one bin", MakeAudioModel({.features = 1, .inputRank = 4, .outputRank = 5}), "",
-       "A spectrum must have 2 bins", "[*, *, 1, 2]", "longer"},
       {"negative lookahead", with("LookaheadNumBlocks", "-1"), "",
        "LookaheadNumBlocks of the model is negative", "LookaheadNumBlocks is -1",
        "correct LookaheadNumBlocks"},
-      {"negative baseline", with("BaselineSequenceSize", "-1"), "",
-       "BaselineSequenceSize of the model is negative", "BaselineSequenceSize is -1",
-       "correct BaselineSequenceSize"},
       {"no JSON", with("SampleRate", "16000 Hz"), "",
        "the metadata value of SampleRate is not JSON", "SampleRate is 16000 Hz",
        "correct SampleRate"},
       {"fixed channels", MakeAudioModel({.inputShape = Dimensions{1, "T", 8}}), "--channels 2",
        "Number of input channels cannot be changed", "[1, *, 8]; asked for: 2 channels",
        "as many channels as"},
-      {"fixed channels out", MakeAudioModel({.outputShape = Dimensions{"K", 1, "T", 8}}),
-       "--channels 2", "Number of output channels cannot be changed",
-       "[1, 1, *, 8]; asked for: 2 channels", "as many channels as"},
       {"fixed windows", MakeAudioModel({.inputShape = Dimensions{"C", 4, 8}}), "--sequence 3",
        "Input sequence size cannot be changed",
        "asked for: 3 windows; LookaheadNumBlocks is missing", "--sequence"},
-      {"fixed windows out", MakeAudioModel({.outputShape = Dimensions{"K", "C", 4, 8}}),
-       "--sequence 3", "Output sequence size cannot be changed", "asked for: 3 windows",
-       "--sequence"},
       {"classes without names",
        MakeAudioModel({.classGains = {1, 1}, .outputShape = Dimensions{2, "C", "T", 8}}), "",
        "Incorrect number of extracted audio classes", "AudioClassNames is missing",
        "correct AudioClassNames"},
-      {"names without classes",
-       MakeAudioModel({.outputRank = 3, .metadata = {{"AudioClassNames", "[\"A\",\"B\"]"}}}), "",
-       "The output has no class dimension", "AudioClassNames is [\"A\",\"B\"]", "class dimension"},
-      {"no channels in", MakeAudioModel({.inputRank = 2, .outputRank = 2}), "--channels 2",
-       "The input has no channel dimension", "2 channels", "use 1 channel"},
-      {"no channels out", MakeAudioModel({.outputRank = 2}), "--channels 2",
-       "The output has no channel dimension", "2 channels", "use 1 channel"},
-      {"no windows in", MakeAudioModel({.inputRank = 1, .outputRank = 1}), "--channels 1",
-       "The input has no sequence dimension", "4 windows", "--sequence 1"},
       {"no windows out", MakeAudioModel({.outputRank = 1}), "--channels 1",
        "The output has no sequence dimension", "4 windows", "--sequence 1"},
       {"other window out", MakeAudioModel({.outputFeatures = 6}), "",
-       "The output's windows (Features) must be as long", "[1, *, *, 6]", "equal window lengths"},
+       "The output's windows (Features) must not be shorter", "[1, *, *, 6]",
+       "equal window lengths"},
       {"state without output",
        Bridge(ModelBuilder()
                   .Input("input", Element::Float, windows)

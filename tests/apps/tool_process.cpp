@@ -3,26 +3,15 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <csignal>
 #include <cstdio>
 #include <cstdlib>
-#include <fcntl.h>
 #include <fstream>
 #include <iterator>
-#include <pty.h>
 #include <stdexcept>
 #include <sys/wait.h>
-#include <unistd.h>
 
 namespace TestSupport {
 namespace {
-
-Outcome OutcomeOf(int status) {
-  Outcome outcome;
-  if (WIFEXITED(status)) outcome.exitStatus = WEXITSTATUS(status);
-  if (WIFSIGNALED(status)) outcome.signal = WTERMSIG(status);
-  return outcome;
-}
 
 std::string Quoted(const std::string& argument) {
   std::string text;
@@ -62,9 +51,20 @@ Outcome TemporaryFolder::Run(const std::string& line) const {
   std::string out;
   for (int c = std::getc(shell); c != EOF; c = std::getc(shell))
     out += static_cast<char>(c);
-  Outcome outcome = OutcomeOf(pclose(shell));
-  outcome.out = out;
-  outcome.err = ReadFile(other / "err");
+  const int status = pclose(shell);
+  return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, out, ReadFile(other / "err")};
+}
+
+Outcome TemporaryFolder::RunOnTerminal(const std::string& arguments, const std::string& text,
+                                       const std::string& action) const {
+  const TemporaryFolder other;
+  const std::string screen = other / "screen", pid = other / "pid";
+  Outcome outcome =
+      Run("true; { for i in $(seq 500); do grep -q '" + text + "' " + screen +
+          " && break; sleep 0.01; done; PID=$(cat " + pid + "); " + action +
+          "; } > /dev/null 2>&1 & script -qefc \"echo \\$\\$ > " + pid + "; exec $TOOL " +
+          arguments + " > /dev/null\" " + screen + " < /dev/null > /dev/null");
+  outcome.err = ReadFile(screen);
   return outcome;
 }
 
@@ -81,59 +81,6 @@ Outcome RunTool(const std::vector<std::string>& arguments) {
 
 void ExpectPart(const std::string& text, std::string_view part, std::string_view where) {
   EXPECT_NE(text.find(part), std::string::npos) << where << ": no '" << part << "' in\n" << text;
-}
-
-ToolOnTerminal::ToolOnTerminal(const std::vector<std::string>& arguments) {
-  std::string tool = KALVRIN_TOOL;
-  std::vector<char*> values = {tool.data()};
-  for (const std::string& argument : arguments)
-    values.push_back(const_cast<char*>(argument.c_str()));
-  values.push_back(nullptr);
-  process = forkpty(&terminal, nullptr, nullptr, nullptr);
-  if (process < 0) throw std::runtime_error("no terminal");
-  if (process > 0) return;
-  const int null = open("/dev/null", O_RDWR | O_CLOEXEC);
-  dup2(null, STDIN_FILENO);
-  dup2(null, STDOUT_FILENO);
-  execv(values[0], values.data());
-  _exit(127);
-}
-
-ToolOnTerminal::~ToolOnTerminal() {
-  if (process > 0) {
-    Kill(SIGKILL);
-    waitpid(process, nullptr, 0);
-  }
-  close(terminal);
-}
-
-bool ToolOnTerminal::ReadSome() {
-  char bytes[512];
-  const ssize_t count = read(terminal, bytes, sizeof bytes);
-  if (count <= 0) return false;  // EIO: the other side is closed
-  seen.append(bytes, static_cast<std::size_t>(count));
-  return true;
-}
-
-bool ToolOnTerminal::WaitFor(std::string_view text) {
-  while (seen.find(text) == std::string::npos)
-    if (!ReadSome()) return false;
-  return true;
-}
-
-void ToolOnTerminal::Kill(int signal) {
-  kill(process, signal);
-}
-
-Outcome ToolOnTerminal::Finish() {
-  while (ReadSome()) {
-  }
-  int status = 0;
-  waitpid(process, &status, 0);
-  process = -1;
-  Outcome outcome = OutcomeOf(status);
-  outcome.err = seen;
-  return outcome;
 }
 
 void WriteFile(const std::string& path, std::string_view bytes) {

@@ -11,8 +11,7 @@
 namespace TestSupport {
 
 struct Outcome {
-  int exitStatus = -1;  // -1: ended by `signal`
-  int signal = 0;
+  int exitStatus = -1;
   std::string out, err;
 };
 
@@ -29,6 +28,11 @@ public:
   std::vector<std::string> Names() const;
   /// Runs a line of shell in it, in which $TOOL is the program.
   Outcome Run(const std::string& line) const;
+  /// Runs the program with its standard error on a terminal. Once `text` has appeared there, a line
+  /// of shell, `action`, runs, in which $PID is the program. `err` is all that the terminal showed;
+  /// the exit status is 128 and the signal's number where a signal ended the program.
+  Outcome RunOnTerminal(const std::string& arguments, const std::string& text,
+                        const std::string& action) const;
 
 private:
   std::filesystem::path path;
@@ -42,28 +46,6 @@ Outcome RunTool(const std::vector<std::string>& arguments);
 
 /// Fails the test where `part` does not occur in `text`.
 void ExpectPart(const std::string& text, std::string_view part, std::string_view where = {});
-
-/// The program with standard error on a terminal.
-class ToolOnTerminal {
-public:
-  explicit ToolOnTerminal(const std::vector<std::string>& arguments);
-  ~ToolOnTerminal();
-  ToolOnTerminal(const ToolOnTerminal&) = delete;
-  ToolOnTerminal& operator=(const ToolOnTerminal&) = delete;
-
-  /// Reads until `text` has appeared; false at the program's end.
-  bool WaitFor(std::string_view text);
-  void Kill(int signal);
-  /// Reads to the program's end; `err` is all that was read.
-  Outcome Finish();
-
-private:
-  bool ReadSome();
-
-  int terminal = -1;
-  int process = -1;
-  std::string seen;
-};
 
 void WriteFile(const std::string& path, std::string_view bytes);
 std::string ReadFile(const std::string& path);

@@ -130,6 +130,15 @@ TEST(CInterfaceTest, SaysInWordsWhyThereIsNoStream) {
   const Row rows[] = {
       {"empty", "", {1, 1, 1}, KALVRIN_INVALID_ARGUMENT, {"no model", ""}},
       {"garbage", "not a model", {1, 1, 1}, KALVRIN_MODEL_REFUSED, {"no model that", "expected: "}},
+      {"a name of bytes that no terminal takes",
+       ModelBuilder()
+           .Input("input", Element::Float, {1, 1, 8})
+           .Output("output", Element::Float, {1, 1, 1, 8})
+           .Node("\x1b[31mCaf\u00e9\xC3\n\xFF", {"input"}, {"output"})
+           .Build(),
+       {1, 1, 1},
+       KALVRIN_MODEL_REFUSED,
+       {"?[31mCaf\u00e9? ?", "expected: "}},
       {"fixed channels",
        MakeAudioModel({.inputShape = Dimensions{2, "S", 8}}),
        {3, 1, 8},

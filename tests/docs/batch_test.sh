@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
-# The array job and the line for GNU parallel that docs/batch.md shows, as they stand there, on a Slurm
-# of one node that runs for the length of this script. As root. usage: batch_test.sh BUILDDIR
+# Runs the commands of docs/batch.md for GNU parallel and for Slurm, unchanged, and compares the files with those that
+# the tool renders one by one. It starts a Slurm cluster of one node for as long as it runs. As root.
+# usage: batch_test.sh BUILDDIR
 set -euo pipefail
 build=$(cd "$1" && pwd)
 page=$(cd "$(dirname "$0")/../../docs" && pwd)/batch.md
@@ -52,7 +53,7 @@ for daemon in slurmctld slurmd; do
   $daemon -D >"$work/$daemon.log" 2>&1 & started="$started $!"
 done
 for _ in $(seq 40); do sinfo -h 2>/dev/null | grep -q idle && break; sleep 0.5; done
-sinfo -h | grep -q idle || { echo "Slurm does not start here:"; tail -5 "$work"/slurm*.log; exit 1; }
+sinfo -h | grep -q idle || { echo "Slurm does not start here:"; tail -n 5 "$work"/slurmctld.log "$work"/slurmd.log; exit 1; }
 
 OUT=$work/slurm
 block '#!/bin/sh' >"$work/job.sh"

@@ -1,4 +1,4 @@
-// The host that the README shows does what the README says of it.
+// Runs the host that the README shows and checks what the README says about it.
 
 #include "models/recipe_audio.h"
 
@@ -12,7 +12,7 @@ std::uint64_t Denoise(const std::vector<char>& model, std::vector<float*> channe
 namespace Orvik::Tesmo {
 namespace {
 
-TEST(ReadmeTest, TheHostLowersTheNoiseAndSaysItsLatency) {
+TEST(ReadmeTest, TheHostLowersTheNoiseAndReturnsItsLatency) {
   const Tesmo::Test::RecipeAudio audio("noise_reducer");
   std::vector<std::vector<float>> channels;
   for (std::size_t c = 0; c < 2; ++c) {
@@ -32,7 +32,7 @@ TEST(ReadmeTest, TheHostLowersTheNoiseAndSaysItsLatency) {
     }
 }
 
-TEST(ReadmeTest, TheHostSaysThatAModelIsRefused) {
+TEST(ReadmeTest, TheHostReturnsZeroForABadModel) {
   std::vector<float> left(256), right(256);
   EXPECT_EQ(Denoise({'n', 'o'}, {left.data(), right.data()}, 256), 0u);
 }

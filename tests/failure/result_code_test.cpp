@@ -88,6 +88,9 @@ TEST(ResultCode, ErrorInformationGoesToTheNextFailureOnlyAndIsCutToFit) {
   EXPECT_EQ(messageOf(ResultCodes::Fail), "");
   HoldErrorInformation(std::string(2000, 'x').c_str());
   EXPECT_EQ(messageOf(ResultCodes::AccessDenied), std::string(ErrorInformationCapacity - 1, 'x'));
+  HoldErrorInformation("no memory");
+  EXPECT_THROW(ThrowForResultCode(ResultCodes::OutOfMemory), std::bad_alloc);
+  EXPECT_EQ(messageOf(ResultCodes::Fail), "") << "kept from a failure that has no room for it";
   HoldErrorInformation(nullptr);
   EXPECT_EQ(messageOf(ResultCodes::Fail), "");
 }

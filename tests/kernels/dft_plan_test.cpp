@@ -37,6 +37,9 @@ TEST(DescribeTransform, ShowsMethodRunsAndSizes) {
       {100, mixed, 50, {{2, 5, 5}}, 0, 464},
       {106, chirp, 53, {{4, 8, 4}}, 128, 2112},
       {142, chirp, 71, {{16, 3, 3}}, 144, 2400},
+      // the largest factor is 50, or 150 where a multiple of 4 is halved
+      {159, chirp, 159, {{16, 4, 5}}, 320, 5216},
+      {212, chirp, 106, {{4, 4, 4, 4}}, 256, 4160},
       {424, mixed, 212, {{4, 53}}, 0, 3456},
       {441, real, 441, {{7, 7, 3, 3}}, 0, 3592},
       {480, mixed, 240, {{16, 3, 5}}, 0, 1984},
@@ -84,7 +87,7 @@ TEST(DescribeTransform, SaysNothingOfLengthsWithoutAPlan) {
 // What the engine relies on, for every plan: factors multiply up, a bottom kernel of an even length
 // is one of the even radices, and every stage but the bottom is odd or 4.
 TEST(DftPlan, EveryFactorListFitsTheKernels) {
-  for (int n = 17; n <= 30000; ++n) {
+  for (int n = 17; n < LengthLimit; n += 1 + n / 30000) {
     const DftPlan plan = PlanDft(n, DftKind::Complex);
     if (plan.method != DftMethod::MixedRadix) continue;
     SCOPED_TRACE(n);

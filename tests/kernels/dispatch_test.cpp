@@ -1,5 +1,3 @@
-#include "kernels/dispatch.h"
-
 #include "kernels/cpu.h"
 #include "kernels/members.h"
 
@@ -32,14 +30,15 @@ TEST(Dispatch, EntriesShareCodeByTheirLetters) {
       {"AABBAC", {"ippsMul_32f_I", "ippsAdd_32f", "ippsMul_32f", "ippsAddProductC_32f"}},
   };
   int count = 0;
-  const VariantRow* rows = VariantRows(count);
+  const Entry* entries = Entries(count);
   std::map<std::string, std::set<std::string>> got;
   for (int i = 0; i < count; ++i) {
     std::string letters;
-    std::map<const void*, char> seen;
+    std::map<const Build*, char> seen;
     for (int v = 0; v < variantCount; ++v)
-      letters += seen.emplace(rows[i].entry[v], static_cast<char>('A' + seen.size())).first->second;
-    got[letters].insert(rows[i].name);
+      letters +=
+          seen.emplace(entries[i].variants[v], static_cast<char>('A' + seen.size())).first->second;
+    got[letters].insert(entries[i].name);
   }
   EXPECT_EQ(expected, got);
 }
@@ -48,7 +47,7 @@ TEST(Dispatch, StartsAtEntryZeroAndCallsTheOneChosen) {
   EXPECT_EQ(0, ippVariantIndex);
   for (const KernelTest::Members& m : KernelTest::AllMembers()) {
     int got[3] = {}, expected[3] = {};  // at this order no two builds want the same
-    ippVariantIndex = m.index;
+    ippVariantIndex = m.choice.index;
     ippsFFTGetSize_R_32f(19, 2, 0, &got[0], &got[1], &got[2]);
     ippVariantIndex = 0;
     m.ippsFFTGetSize_R_32f(19, 2, 0, &expected[0], &expected[1], &expected[2]);

@@ -1,7 +1,5 @@
 #include "kernels/fft/plan.h"
 
-#include "kernels/builds/limits.h"
-
 #include <gtest/gtest.h>
 
 #include <string>
@@ -40,41 +38,41 @@ TEST(FftPlan, ChoosesRadicesByOrder) {
 
 TEST(FftPlan, SizesFollowTheOrder) {
   const struct {
-    BuildIndex build;
+    const Build& build;
     int order, initSize, workSize;
   } rows[] = {
-      {Sse3, 6, 0, 0},
-      {Sse3, 7, 0, 544},
-      {Sse3, 10, 0, 4128},
-      {Sse3, 11, 2112, 8224},
-      {Sse3, 17, 131136, 524320},
-      {Sse3, 18, 262208, 65568},      // 2^13 values of a piece
-      {Sse3, 21, 2097216, 524320},    // 2^16
-      {Sse3, 22, 4194368, 262176},    // 2^15
-      {Sse3, 29, 536870976, 524320},  // pieces of 2^20, then 2^16
-      {Ssse3, 18, 262208, 1048608},
-      {Ssse3, 19, 524352, 131104},  // 2^14
-      {Sse3b, 16, 65600, 262176},
-      {Sse3b, 17, 131136, 32800},  // 2^12
-      {Sse41, 18, 262208, 1048608},
-      {Sse41, 19, 524352, 131104},  // 2^14
-      {Avx, 7, 0, 0},
-      {Avx, 8, 0, 1056},
-      {Avx, 19, 524352, 2097184},
-      {Avx, 20, 1048640, 262176},  // 2^15
+      {sse3::build, 6, 0, 0},
+      {sse3::build, 7, 0, 544},
+      {sse3::build, 10, 0, 4128},
+      {sse3::build, 11, 2112, 8224},
+      {sse3::build, 17, 131136, 524320},
+      {sse3::build, 18, 262208, 65568},      // 2^13 values of a piece
+      {sse3::build, 21, 2097216, 524320},    // 2^16
+      {sse3::build, 22, 4194368, 262176},    // 2^15
+      {sse3::build, 29, 536870976, 524320},  // pieces of 2^20, then 2^16
+      {ssse3::build, 18, 262208, 1048608},
+      {ssse3::build, 19, 524352, 131104},  // 2^14
+      {sse3b::build, 16, 65600, 262176},
+      {sse3b::build, 17, 131136, 32800},  // 2^12
+      {sse41::build, 18, 262208, 1048608},
+      {sse41::build, 19, 524352, 131104},  // 2^14
+      {avx::build, 7, 0, 0},
+      {avx::build, 8, 0, 1056},
+      {avx::build, 19, 524352, 2097184},
+      {avx::build, 20, 1048640, 262176},  // 2^15
   };
   for (const auto& row : rows) {
-    const FftLayout layout = LayoutOf(limitsOf[row.build], row.order, true);
-    EXPECT_EQ(row.initSize, layout.initSize) << limitsOf[row.build].name << ", order " << row.order;
-    EXPECT_EQ(row.workSize, layout.workSize) << limitsOf[row.build].name << ", order " << row.order;
+    const FftLayout layout = LayoutOf(row.build.limits, row.order, true);
+    EXPECT_EQ(row.initSize, layout.initSize) << row.build.name << ", order " << row.order;
+    EXPECT_EQ(row.workSize, layout.workSize) << row.build.name << ", order " << row.order;
   }
 }
 
 TEST(FftPlan, EveryLayoutIsWhole) {
-  for (const Limits& limits : limitsOf)
+  for (const Build* build : builds)
     for (int order = 5; order <= maxOrder; ++order) {
-      SCOPED_TRACE(std::string(limits.name) + ", order " + std::to_string(order));
-      const FftLayout l = LayoutOf(limits, order, true);
+      SCOPED_TRACE(std::string(build->name) + ", order " + std::to_string(order));
+      const FftLayout l = LayoutOf(build->limits, order, true);
       EXPECT_LE(l.pieceOrder, maxFlatOrder);
       EXPECT_EQ(l.method == Method::Large, l.levels > 0);
       for (int level = 0, above = order; level < l.levels; ++level) {

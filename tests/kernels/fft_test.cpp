@@ -1,9 +1,8 @@
 // Transforms of 2^order values of every build that this processor runs.
 
-#include "kernels/fft/planned_fft.h"
-#include "kernels/noise.h"
+#include "kernels/fft/plan.h"
 #include "kernels/planned_transforms.h"
-#include "kernels/random_input.h"
+#include "kernels/random.h"
 
 #include <gtest/gtest.h>
 
@@ -21,16 +20,20 @@ TEST(Fft, IsTheDefinitionAndItsInverse) {
       for (int round = 0; round < (order <= 12 ? 8 : 1); ++round) {
         const int flag = flags[(order + round) % 4];
         Input input = random.Next();
-        TransformCheck real(RealFft(m, input, order, flag), input);
-        real.Run(Signal::Noise);
-        real.Run(Signal::Impulses);
+        EXPECT_NO_THROW({
+          TransformCheck real(RealFft(m, input, order, flag), input);
+          real.Run(Signal::Noise);
+          real.Run(Signal::Impulses);
+        });
         if (order > 20) continue;
-        TransformCheck complex(ComplexFft(m, order, flag), input);
-        complex.Run(order % 2 ? Signal::Noise : Signal::Impulses);
+        EXPECT_NO_THROW({
+          TransformCheck complex(ComplexFft(m, order, flag), input);
+          complex.Run(order % 2 ? Signal::Noise : Signal::Impulses);
+        });
       }
 }
 
-TEST(Fft, TakesWhateverStandsInTheData) {
+TEST(Fft, NonFiniteAndDenormalSamplesReachTheSpectrum) {
   constexpr float inf = std::numeric_limits<float>::infinity(),
                   nan = std::numeric_limits<float>::quiet_NaN();
   for (const int order : {4, 6, 9, 12})
@@ -82,6 +85,7 @@ TEST(Fft, RefusesInTheOrderOfItsTests) {
     m.ippsFFTGetSize_R_32f(12, 2, 0, &a, &b, &c);
     std::vector<Ipp8u> memory(static_cast<std::size_t>(a)), init(static_cast<std::size_t>(b));
     Ipp32fc z[8] = {};
+    std::vector<Ipp8u> flagged(memory.size(), FftSpec::liveReal);
     const struct {
       const char* name;
       IppStatus expected, got;
@@ -101,7 +105,7 @@ TEST(Fft, RefusesInTheOrderOfItsTests) {
         {"init: order", badOrder, m.ippsFFTInit_R_32f(&unset, 30, 3, 0, nullptr, init.data())},
         {"init: null before flag", null,
          m.ippsFFTInit_R_32f(&unset, 12, 3, 0, nullptr, init.data())},
-        {"init: flag", badFlag, m.ippsFFTInit_R_32f(&unset, 12, 3, 0, memory.data(), init.data())},
+        {"init: flag", badFlag, m.ippsFFTInit_R_32f(&unset, 12, 3, 0, flagged.data(), init.data())},
         {"init: no tables", null, m.ippsFFTInit_R_32f(&unset, 12, 2, 0, memory.data(), nullptr)},
         {"init", ippStsNoErr, m.ippsFFTInit_R_32f(&own, 12, 2, 0, memory.data(), init.data())},
         {"free", ippStsNoErr, m.ippsFFTFree_R_32f(own)},
@@ -120,6 +124,8 @@ TEST(Fft, RefusesInTheOrderOfItsTests) {
     for (const auto& row : rows)
       EXPECT_EQ(row.expected, row.got) << row.name << ", " << m.name;
     EXPECT_EQ(nullptr, unset);
+    const auto unaligned = -reinterpret_cast<std::uintptr_t>(flagged.data()) % 32;
+    EXPECT_EQ(0, reinterpret_cast<const FftSpec*>(flagged.data() + unaligned)->id);
     EXPECT_EQ(nullptr, none);
 
     std::vector<float> x(514, 1.0f), y(514, 7.0f);

@@ -1,17 +1,32 @@
 #pragma once
 
-// Memory for kernels: no byte before or behind it can be touched unseen.
+// Memory for kernels: no byte before or behind it can be touched unseen. And how a check reports a
+// fault.
 
 #include "support/input.h"
 
+#include <cstdarg>
+#include <cstdio>
 #include <cstring>
+#include <stdexcept>
 #include <sys/mman.h>
 #include <vector>
 
 namespace KernelTest {
 
-using Fuzz::Expect;
 using Fuzz::Input;
+
+/// Throws the text (printf's) unless `holds`: a test reports it and goes on, a fuzzer's program
+/// ends.
+[[gnu::format(printf, 2, 3)]] inline void Expect(bool holds, const char* format, ...) {
+  if (holds) return;
+  char text[400];
+  std::va_list arguments;
+  va_start(arguments, format);
+  std::vsnprintf(text, sizeof text, format, arguments);
+  va_end(arguments);
+  throw std::runtime_error(text);
+}
 
 /// Room between two pages without access. A block stands against one of them, or up to 63 bytes
 /// away, which gives every alignment; what lies between must stay as it is.

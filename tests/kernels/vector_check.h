@@ -54,8 +54,7 @@ inline bool SameBits(const Floats& a, const Floats& b) {
          (a.empty() || std::memcmp(a.data(), b.data(), a.size() * sizeof(float)) == 0);
 }
 
-inline void CheckElements(const Members& m, Input& input) {
-  const Kernel& kernel = input.Pick(kernels);
+inline void CheckElements(const Members& m, const Kernel& kernel, Input& input) {
   const std::uint8_t magnitude = input.Byte();
   const int len = input.Int(-1, magnitude % 8 == 0 ? mostFloats : magnitude % 2 ? 40 : 200);
   const auto n = static_cast<std::size_t>(std::max(len, 0));
@@ -237,7 +236,7 @@ inline void CheckVector(const Members& m, Input& input) {
     CheckComplex(m, input);
     break;
   default:
-    CheckElements(m, input);
+    CheckElements(m, input.Pick(kernels), input);
   }
 }
 

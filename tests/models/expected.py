@@ -1,9 +1,9 @@
 #!/usr/bin/python3
-"""What a stream with one of the models gives, from the model's definition, all in double.
+"""Computes what a stream with one of the models has to return, from the model's definition, all in double.
 
 usage: expected.py RECIPE SEED CHANNELS FRAMES INPUT.f32 EXPECTED.f32
-Writes planar float files: a test signal [channel, frame], and [class, channel, frame] what each class
-alone gives, in time with the input (no latency), for the frames that the input covers.
+Writes two planar float files: a test signal [channel, frame], and the output of each class alone
+[class, channel, frame], in time with the input (without latency), for as many frames as the input has.
 """
 
 import importlib.util
@@ -24,8 +24,8 @@ def load(recipe):
 
 
 def extract(module, audio):
-    """[channel, frame] to [class, channel, frame]: half-overlapping windows, the definition, a periodic
-    Hann window, overlap-add. A model on spectra has half of that window's effect on either side."""
+    """[channel, frame] to [class, channel, frame]: windows that overlap by half, the definition, a periodic Hann
+    window, overlap-add. For a model on spectra the window's square root stands before and after the definition."""
     length, hop = module.WINDOW, module.WINDOW // 2
     channels, frames = audio.shape
     count = -(-frames // hop) + 1
@@ -46,7 +46,7 @@ def extract(module, audio):
 
 
 def signal(seed, channels, frames, rate):
-    """Something for every model: a glide, a held tone, clicks, steady noise, a burst and true silence."""
+    """Has something for every model: a glide, a held tone, clicks, steady noise, a burst and exact silence."""
     rng = np.random.default_rng(seed)
     t = np.arange(frames) / rate
     audio = 0.02 * rng.standard_normal((channels, frames))

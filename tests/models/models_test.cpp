@@ -1,5 +1,5 @@
-// The models that the recipes make, run through the library on the real engine, block by block,
-// against the recipes' own definitions in double.
+// Runs the models of the recipes through the library and the real engine, block by block, and
+// compares with the recipes' own definitions in double.
 
 #include "models/recipe_audio.h"
 #include "support/rendered.h"
@@ -55,7 +55,7 @@ const RecipeAudio& AudioOf(const std::string& recipe) {
 
 using Planar = std::vector<std::vector<float>>;
 
-/// What a stream of `row` gives when `setGains` has set its gains, without the latency.
+/// The output of a stream of `row` after `setGains` has set its gains, without the latency.
 template <class SetGains>
 Planar Render(const Row& row, const RecipeAudio& audio, SetGains setGains) {
   const Recipe& recipe = recipes.at(row.recipe);
@@ -73,7 +73,7 @@ Planar Render(const Row& row, const RecipeAudio& audio, SetGains setGains) {
   return TestSupport::Rendered(*stream, latency, row.blockFrames, channels);
 }
 
-/// `expected(c, n)` in double for channel c and frame n.
+/// `expected(c, n)` returns the value for channel c and frame n, in double.
 template <class Expected>
 void ExpectNear(const Planar& actual, Expected expected, double tolerance) {
   for (std::size_t c = 0; c < actual.size(); ++c) {
@@ -87,7 +87,7 @@ void ExpectNear(const Planar& actual, Expected expected, double tolerance) {
   }
 }
 
-TEST(ModelsTest, EachClassAndTheRestAreWhatTheRecipeDefines) {
+TEST(ModelsTest, EachClassAndTheRestEqualTheDefinitionOfTheRecipe) {
   constexpr double tolerance = 2e-6;
   for (const Row& row : rows) {
     SCOPED_TRACE(row.name);
@@ -117,7 +117,7 @@ TEST(ModelsTest, EachClassAndTheRestAreWhatTheRecipeDefines) {
   }
 }
 
-TEST(ModelsTest, BandsSumToTheInput) {
+TEST(ModelsTest, TheDefinedBandsSumToTheInput) {
   const RecipeAudio& audio = AudioOf("band_splitter");
   double worst = 0.0;
   for (std::size_t c = 0; c < RecipeAudio::channels; ++c)

@@ -1,7 +1,7 @@
 #pragma once
 
-// A recipe's model, a test signal, and what each class of the model gives for it by definition,
-// which tests/models/expected.py evaluates.
+// A recipe's model, a test signal, and what each class of the model has to return for it. The
+// latter is computed by tests/models/expected.py from the recipe's definition.
 
 #include "support/seed.h"
 

@@ -1,6 +1,6 @@
-// The trained model, through the library, on five seconds of a voice, a language and a piece of
-// music that it was not trained on. The bounds leave some reserve to what it reaches there; a
-// mixture late by a single frame fails them.
+// Runs the trained model through the library on five seconds of a voice, a language and a piece of
+// music that it was not trained on. The limits are a little below what it reaches there; an output
+// that is late by one frame misses them.
 
 #include "models/recipe_audio.h"
 #include "support/rendered.h"
@@ -29,13 +29,13 @@ double Level(const Signal& part, const Signal& whole) {
   return 10.0 * std::log10(Product(part, part) / Product(whole, whole) + 1e-12);
 }
 
-/// Ratio in dB of the part of `estimate` that is `target`, at whatever level, to all else in it.
+/// Ratio in dB between the part of `estimate` that is `target`, at any level, and the rest of it.
 double SignalRatio(const Signal& estimate, const Signal& target) {
   const double signal = std::pow(Product(estimate, target), 2) / Product(target, target);
   return 10.0 * std::log10(signal / (Product(estimate, estimate) - signal));
 }
 
-/// Speech and music at one level.
+/// Speech and music at the same level.
 std::vector<Signal> ReadExcerpt() {
   SF_INFO info = {};
   const std::unique_ptr<SNDFILE, int (*)(SNDFILE*)> file(sf_open(KALVRIN_EXCERPT, SFM_READ, &info),
@@ -49,7 +49,7 @@ std::vector<Signal> ReadExcerpt() {
   return channels;
 }
 
-/// What the class gives for each of `channels`, in time with them.
+/// The output of the class for each of `channels`, in time with them.
 std::vector<Signal> Extract(const char16_t* name, std::vector<Signal> channels,
                             std::uint64_t sequenceSize) {
   constexpr std::uint64_t blockFrames = 256;

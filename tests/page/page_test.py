@@ -1,5 +1,5 @@
 #!/usr/bin/python3
-"""The demonstration's page in a headless Chromium: what is played follows the sliders, by the formula of the library.
+"""Tests the demonstration's page in a headless Chromium: what it plays follows the sliders by the library's formula.
 
 usage: page_test.py build/demo/index.html [SCREENSHOT.png]
 """
@@ -17,7 +17,7 @@ from selenium.webdriver.support.ui import WebDriverWait
 
 PAGE = None
 
-# Plays from `start` s of scene `index` for a moment; the levels of all tracks then, from one stretch of audio.
+# Plays scene `index` for a moment from `start` seconds on. Returns the levels of all tracks at one moment.
 LEVELS = """
   const [index, start, done] = arguments;
   const mixer = players[index].mixer;
@@ -25,7 +25,7 @@ LEVELS = """
   mixer.seek(start);
   mixer.play();
   setTimeout(async () => {
-    await context.suspend();  // so that all meters show one moment
+    await context.suspend();  // so that all meters show the same moment
     const levels = {};
     for (const name of Object.keys(mixer.meters)) levels[name] = mixer.level(name);
     mixer.pause();
@@ -55,6 +55,10 @@ class Page(unittest.TestCase):
     @classmethod
     def tearDownClass(cls):
         cls.driver.quit()
+
+    def tearDown(self):
+        messages = [entry for entry in self.driver.get_log("browser") if entry["level"] in ("SEVERE", "WARNING")]
+        self.assertEqual(messages, [], "in the browser's console")
 
     def scenes(self):
         return self.driver.find_elements(By.CSS_SELECTOR, "section.scene")
@@ -108,9 +112,9 @@ class Page(unittest.TestCase):
             for part in parts:
                 self.reset(scene)
                 before = self.loudest(index, part)
-                if before < -80:  # nothing is left over
+                if before < -80:  # this part is silent
                     continue
-                self.set_slider(tracks[part], -40)  # other moments of music: not to the decibel
+                self.set_slider(tracks[part], -40)  # the moments measured differ, so the tolerance is wide
                 self.assertAlmostEqual(self.loudest(index, part), before - 40, delta=12, msg=part)
                 for other in parts:
                     self.set_slider(tracks[other], 0 if other == part else -60)
@@ -153,10 +157,6 @@ class Page(unittest.TestCase):
         mix.find_element(By.CSS_SELECTOR, ".gain input").send_keys(Keys.ARROW_LEFT)
         self.assertLess(self.driver.execute_script(brightness, mix), 0.7 * before)
         self.reset(scene)
-
-    def test_no_message_in_the_console(self):
-        messages = [entry for entry in self.driver.get_log("browser") if entry["level"] in ("SEVERE", "WARNING")]
-        self.assertEqual(messages, [])
 
 
 if __name__ == "__main__":

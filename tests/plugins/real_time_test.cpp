@@ -25,14 +25,17 @@ void Play(HostedStream& stream, ModeWish mode, std::vector<float>& left,
     std::fill(left.begin(), left.end(), 0.25F);
     std::fill(right.begin(), right.end(), i % 7 ? 0.25F : std::nanf(""));
     gains[0] = static_cast<float>(i % 72) - 60;
-    Controls controls{.classGainsDb = gains, .isBypassed = i / 30 % 2 == 0, .mode = mode};
+    Controls controls{.classGainsDb = gains,
+                      .highBand = i % 9 ? HighBand::Follow : HighBand::Rest,
+                      .isBypassed = i / 30 % 2 == 0,
+                      .mode = mode};
     if (mode == ModeWish::Automatic)
       controls.mode = i / 60 % 2 ? ModeWish::Spread : ModeWish::Direct;
     stream.Process(channels, channels, isShort ? i % 128 : i % 50 ? i % 400 : 8192, controls);
   }
 }
 
-TEST(HeartRealTime, AllocatesNothingAndWaitsForNothing) {
+TEST(HostedStreamRealTime, AllocatesNothingAndWaitsForNothing) {
   const struct {
     const char* name;
     ModeWish mode;

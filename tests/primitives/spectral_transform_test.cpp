@@ -1,7 +1,7 @@
 #include "primitives/spectral_transform.h"
 
 #include "failure/exceptions.h"
-#include "kernels/random_input.h"
+#include "kernels/random.h"
 #include "kernels/transform_check.h"
 
 #include <algorithm>
@@ -73,7 +73,7 @@ TEST(SpectralTransform, IsTheDefinitionAndItsInverseInBothForms) {
       return ippStsNoErr;
     };
     Fuzz::Input input = random.Next();
-    KernelTest::TransformCheck(check, input).Run(KernelTest::Signal::Noise);
+    EXPECT_NO_THROW(KernelTest::TransformCheck(check, input).Run(KernelTest::Signal::Noise));
   }
 }
 

@@ -170,7 +170,7 @@ private:
   /// Those that even blocks have run: a prefilled stream has its next one due with the last frame
   /// of a ring, any other with the first frame of the following.
   std::uint64_t Evaluations() const {
-    const bool isPrefilled = sizes.Capacity() > sizes.block && sizes.Capacity() % sizes.block == 0;
+    const bool isPrefilled = Orvik::Tesmo::PrefillFrames(sizes.Capacity(), sizes.block) != 0;
     return isPrefilled || frames == 0 ? frames / sizes.Capacity() : (frames - 1) / sizes.Capacity();
   }
 

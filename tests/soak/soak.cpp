@@ -8,9 +8,9 @@
 #include "kalvrin/stream_processor.h"
 
 #include "platform/rig.h"
+#include "runtime/model_loading.h"
 #include "soak/shadowed_runtime.h"
-#include "stream/assemble_stream.h"
-#include "stream/kernel_build.h"
+#include "stream/set_up.h"
 #include "support/audio_models.h"
 #include "support/seed.h"
 
@@ -93,7 +93,7 @@ public:
     stream->SetSequenceSize(sequenceSize);
     stream->SetChannelCount(channelCount);
     const std::uint64_t capacity = hop * sequenceSize;
-    isPrefilled = longestBlock < capacity && capacity % longestBlock == 0;
+    isPrefilled = Orvik::Tesmo::PrefillFrames(capacity, longestBlock) != 0;
     // what stands in the ring at first
     undelivered = capacity - (isPrefilled ? longestBlock : 0);
     out.Reset(channelCount);
@@ -153,8 +153,10 @@ class Soak {
 public:
   Soak(const Row& row, std::uint64_t seed)
       : row(row), generator(seed), shadowed(TheRuntime(), OpenEngineModule(), row.model),
-        random(Orvik::Tesmo::AssembleStream(shadowed, row.model.data(), row.model.size(), 1, 1,
-                                            row.longestBlock),
+        random(Orvik::Tesmo::AssembleStream({std::shared_ptr<void>(), &shadowed},
+                                            Orvik::Tesmo::Dnn::LoadLearningModel(
+                                                shadowed, row.model.data(), row.model.size()),
+                                            1, 1, row.longestBlock),
                row.longestBlock, false),
         even(std::unique_ptr<StreamProcessor>(
                  CreateStreamProcessor(row.model.data(), row.model.size(), 1, 1, row.evenBlock)),

@@ -215,6 +215,26 @@ TEST(WholeStream, RefusalsGiveNullAndTheNextStreamWorks) {
   EXPECT_TRUE(lowBitsCount);
 }
 
+TEST(WholeStream, AChangeThatTheEngineRefusesLosesNothing) {
+  const StreamSizes sizes = {.hop = 4, .sequence = 2, .channels = 1, .block = 8};
+  const AudioModelOptions model = {.states = {{.isHeard = true}}, .failsAtOneWindow = true};
+  const Stream changed = Create(model, sizes), left = Create(model, sizes);
+  ASSERT_TRUE(changed && left);
+  for (StreamProcessor* stream : {changed.get(), left.get()}) {
+    stream->ResetGains();
+    stream->SetAudioClassGain(u"Rest", 0);
+  }
+  for (int i = 0; i < 12; ++i) {
+    if (i % 3 == 2) changed->SetSequenceSize(1);
+    const float level = 0.1F * static_cast<float>(i);
+    const auto output = Output(*changed, 1, 8, level);
+    EXPECT_EQ(output, Output(*left, 1, 8, level)) << i;
+    EXPECT_GE(output.back(), static_cast<float>(i - 2)) << "the state is not heard";
+  }
+  changed->SetSequenceSize(3);
+  EXPECT_EQ(Output(*changed, 1, 8, 1, 0).back(), 0) << "a change that the engine takes";
+}
+
 TEST(WholeStream, GainsChangeFromAnotherThreadWhileItRuns) {
   const StreamSizes sizes = {.hop = 16, .sequence = 2, .channels = 2, .block = 16};
   const Stream stream = MakePassThrough(sizes);

@@ -151,6 +151,12 @@ std::string MakeAudioModel(const Options& options) {
     const std::string index = chain.Cast(level, Element::Int64);
     audio = chain.Node("Add", {audio, chain.Node("Gather", {chain.Floats({1}, {0}), index})});
   }
+  if (options.failsAtOneWindow) {
+    const std::string second =
+        chain.Node("Gather", {options.inputName, chain.Int64s({1})}, {{"axis", 1}});
+    const std::string mean = chain.Node("ReduceMean", {second}, {{"keepdims", 0}});
+    audio = chain.Node("Add", {audio, chain.Node("Mul", {mean, chain.Floats({}, {0})})});
+  }
   model.Node("Identity", {audio}, {"output"});
   for (const auto& [key, value] : options.metadata)
     model.Metadata(key, value);

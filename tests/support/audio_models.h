@@ -47,6 +47,7 @@ struct AudioModelOptions {
   std::optional<std::int64_t> failsFromEvaluation = {};
   /// The evaluation fails while the greatest sample of the input is 1 or above (or -2 or below).
   bool failsOnLevel = false;
+  bool failsAtOneWindow = false;
 };
 
 /// The model's bytes. An output rank that has no room for a dimension needs that dimension to be 1

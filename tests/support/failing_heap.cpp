@@ -22,7 +22,7 @@ std::size_t FenceEnd(void* block) {
 }
 
 void* Allocate(std::size_t size, std::size_t alignment = alignof(std::max_align_t)) {
-  if (current && current->Fails()) throw std::bad_alloc();
+  if (current && current->Fails(size)) throw std::bad_alloc();
   const std::size_t room = size + 2 * sizeof size;
   void* const block = std::aligned_alloc(alignment, (room / alignment + 1) * alignment);
   if (!block) throw std::bad_alloc();
@@ -54,12 +54,16 @@ FailingHeap::FailingHeap(long from, Extent extent) : extent(extent), left(from) 
   current = this;
 }
 
+FailingHeap::FailingHeap(std::size_t most) : most(most) {
+  current = this;
+}
+
 FailingHeap::~FailingHeap() {
   current = nullptr;
 }
 
-bool FailingHeap::Fails() {
-  const bool fails = left == 0 || (left < 0 && extent == Extent::All);
+bool FailingHeap::Fails(std::size_t size) {
+  const bool fails = left == 0 || (left < 0 && extent == Extent::All) || size > most;
   --left;
   hasFailed = hasFailed || fails;
   return fails;

@@ -50,6 +50,11 @@ ResultCode Call(
   }
 }
 
+/// Of an ASCII text.
+std::string InBrackets(std::u16string_view text) {
+  return '(' + std::string(text.begin(), text.end()) + ')';
+}
+
 /// An operation that makes an object.
 template <class Object, class Place, class... Arguments>
 ResultCode Make(const ScriptPtr& script, const char* operation, Place& place,
@@ -236,14 +241,17 @@ public:
   ResultCode Bind(Side side, std::u16string_view name,
                   const std::shared_ptr<Platform::Tensor>& tensor) override {
     const bool isInput = side == Side::Input;
-    return Call(*script, "Bind", [&] {
-      const auto& features = isInput ? script->model.inputs : script->model.outputs;
-      const auto feature = std::find_if(features.begin(), features.end(),
-                                        [&](const FakeFeature& f) { return f.name == name; });
-      if (feature == features.end()) throw std::invalid_argument("there is no such feature");
-      (isInput ? inputs : outputs)[static_cast<std::size_t>(feature - features.begin())] =
-          std::dynamic_pointer_cast<FakeTensor>(tensor);
-    });
+    return Call(
+        *script, "Bind",
+        [&] {
+          const auto& features = isInput ? script->model.inputs : script->model.outputs;
+          const auto feature = std::find_if(features.begin(), features.end(),
+                                            [&](const FakeFeature& f) { return f.name == name; });
+          if (feature == features.end()) throw std::invalid_argument("there is no such feature");
+          (isInput ? inputs : outputs)[static_cast<std::size_t>(feature - features.begin())] =
+              std::dynamic_pointer_cast<FakeTensor>(tensor);
+        },
+        [&] { return InBrackets(name); });
   }
 
   ResultCode Prepare() override {
@@ -307,9 +315,10 @@ private:
 class FakeSession final : public Counted<Platform::Session> {
 public:
   using Counted::Counted;
-  ResultCode Evaluate(Platform::Binding& binding, const char16_t*) override {
-    return Call(*script, "Evaluate",
-                [&] { return dynamic_cast<FakeBinding&>(binding).Evaluate(); });
+  ResultCode Evaluate(Platform::Binding& binding, const char16_t* correlationId) override {
+    return Call(
+        *script, "Evaluate", [&] { return dynamic_cast<FakeBinding&>(binding).Evaluate(); },
+        [&] { return InBrackets(correlationId); });
   }
 };
 
@@ -365,9 +374,17 @@ ResultCode FakeRuntime::LoadModel(const void*, std::uint32_t,
   return Make<FakeLoadedModel>(script, "LoadModel", model);
 }
 
-ResultCode FakeRuntime::CreateDevice(Platform::DeviceKind,
+ResultCode FakeRuntime::CreateDevice(Platform::DeviceKind kind,
                                      std::shared_ptr<Platform::Device>& device) {
-  return Make<FakeDevice>(script, "CreateDevice", device);
+  return Call(
+      *script, "CreateDevice", [&] { device = std::make_shared<FakeDevice>(script); },
+      [&] { return '(' + std::to_string(static_cast<int>(kind)) + ')'; });
+}
+
+std::shared_ptr<Platform::Model> FakeRuntime::Load() {
+  std::shared_ptr<Platform::Model> model;
+  CheckResult(LoadModel("model", 5, model));
+  return model;
 }
 
 ResultCode FakeRuntime::CreateSessionOptions(std::shared_ptr<Platform::SessionOptions>& options) {

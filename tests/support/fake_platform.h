@@ -62,8 +62,9 @@ public:
     script->model = std::move(model);
   }
 
-  /// Every call of the boundary since the last ClearCalls, by the name of the operation, with its
-  /// numbers in brackets: "GetInputFeatures", "SetBatchSizeOverride(1)", "CreateTensor(1:2,3)".
+  /// Every call of the boundary since the last ClearCalls, by the name of the operation, with what
+  /// it is given in brackets: "GetInputFeatures", "SetBatchSizeOverride(1)", "CreateTensor(1:2,3)",
+  /// "Bind(input)", "Evaluate(RunId)".
   const std::vector<std::string>& GetCalls() const { return script->calls; }
   void ClearCalls() { script->calls.clear(); }
   /// Recording allocates. On at first.
@@ -76,6 +77,11 @@ public:
                 std::size_t times = 1);
   /// Takes FailCall back. True where the call has failed in the meantime.
   bool StopFailing();
+
+  /// For what keeps its engine: this object, which outlives the pointer.
+  std::shared_ptr<Platform::Runtime> Shared() { return {std::shared_ptr<void>(), this}; }
+  /// The scripted model, loaded. Throws the failure that was asked for.
+  std::shared_ptr<Platform::Model> Load();
 
   /// Objects made and not yet destroyed.
   std::int64_t GetLiveObjects() const { return script->liveObjects; }

@@ -1,8 +1,8 @@
 #include "adapt/model_run.h"
 
 #include "failure/result_code.h"
-#include "runtime/element_count.h"
 #include "runtime/model_loading.h"
+#include "runtime/tensor_factory.h"
 #include "runtime/text.h"
 
 #include <algorithm>

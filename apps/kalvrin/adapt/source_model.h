@@ -2,7 +2,7 @@
 
 // A model of someone else's, as its file declares it.
 
-#include "model/model_file.h"
+#include "model/model.h"
 
 #include <onnx/onnx_pb.h>
 

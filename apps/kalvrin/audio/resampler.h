@@ -9,16 +9,16 @@ struct soxr;
 namespace Orvik::Tesmo::Tool {
 
 /// Converts interleaved audio from one sample rate to another, block by block. The filter's own
-/// delay is taken out: frame 0 out stands where frame 0 in stood.
+/// delay is taken out: frame 0 of the output belongs to frame 0 of the input.
 class Resampler {
 public:
   /// Rates in Hz. Throws Refusal where the pair of rates is impossible, std::bad_alloc.
   Resampler(double inputRateHz, double outputRateHz, unsigned channelCount);
 
-  /// Appends to `out` what `in` (whole frames) makes available.
+  /// Takes `in`, whole frames, and appends to `out` the frames that can be computed now.
   void Process(std::span<const float> in, std::vector<float>& out);
 
-  /// Appends the rest; nothing may follow.
+  /// Appends the rest. Process must not be called after it.
   void Finish(std::vector<float>& out);
 
 private:

@@ -1,14 +1,12 @@
 #include "batch/batch.h"
 
-#include "audio/descriptor.h"
-#include "audio/input_file.h"
-#include "batch/batch_progress.h"
-#include "batch/worker.h"
 #include "command_line/errors.h"
-#include "command_line/interrupt.h"
+#include "command_line/progress.h"
 #include "diagnosis/refusals.h"
 #include "diagnosis/report.h"
 #include "render/renderer.h"
+#include "system/files.h"
+#include "system/process.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -29,7 +27,7 @@ namespace {
 
 using Json = nlohmann::ordered_json;
 
-/// A path need not be UTF-8.
+/// JSON is UTF-8, a path need not be: other bytes become U+FFFD.
 std::string TextOf(const Json& json) {
   return json.dump(-1, ' ', false, Json::error_handler_t::replace);
 }
@@ -41,7 +39,7 @@ void MakeFolderFor(const std::string& path) {
   if (error) throw Refusal("cannot make the folder " + folder.native() + ": " + error.message());
 }
 
-/// In the worker: one file. Its model is loaded with the first.
+/// Runs in a child process: renders one file after the other. The first loads the model.
 class FileRenderer {
 public:
   explicit FileRenderer(const BatchSettings& settings)
@@ -74,7 +72,7 @@ private:
     own.stemFolder = task.stemFolder;
     if (own.container == 0) own.container = ContainerForPath(own.output);
     Renderer renderer(std::move(own), model);
-    ProgressBar hidden = ProgressBar::Hidden();
+    ProgressLine hidden(ProgressLine::Otherwise::Never);
     renderer.Run(hidden);
     return {{"status", "done"},
             {"channels", renderer.ChannelCount()},
@@ -84,10 +82,10 @@ private:
   }
 
   const BatchSettings& settings;
-  RenderModel model;
+  LoadedModel model;
 };
 
-/// In the parent: who does what, and what came of it.
+/// Runs in the parent: hands files out to the child processes and records what they answer.
 class Batch {
 public:
   Batch(const BatchSettings& settings, const std::vector<FileTask>& tasks)
@@ -101,7 +99,7 @@ public:
   void Run() {
     while (HandOut() || Working() != 0) {
       Collect();
-      progress.Update(counts);
+      ShowProgress();
     }
   }
 
@@ -130,14 +128,14 @@ private:
         std::ranges::count_if(seats, [](const Seat& seat) { return seat.task.has_value(); }));
   }
 
-  /// Gives every idle worker something to do; false when there is nothing left.
+  /// Hands a file to every idle worker. Returns false when no file is left.
   bool HandOut() {
     for (; next < tasks.size(); ++next) {
       ThrowIfInterrupted();
       if (!settings.again && IsDone(tasks[next], settings.render.model)) {
         ++counts.skipped;
         Log(next, {{"status", "skipped"}});
-        progress.Update(counts);
+        ShowProgress();
         continue;
       }
       Seat* const seat = IdleSeat();
@@ -157,7 +155,7 @@ private:
     return &seats.back();
   }
 
-  /// Waits for answers, a moment at most.
+  /// Waits for answers, for a quarter of a second at most.
   void Collect() {
     std::vector<pollfd> lines;
     for (const Seat& seat : seats)
@@ -196,6 +194,10 @@ private:
       Say("warning: " + tasks[task].input + ": " + warning);
   }
 
+  void ShowProgress() {
+    progress.Update([this](double seconds) { return BatchProgressText(counts, seconds); });
+  }
+
   void Say(const std::string& text) {
     progress.Wipe();
     std::cerr << "kalvrin: " << text << '\n';
@@ -209,7 +211,7 @@ private:
     std::strftime(now, sizeof now, "%Y-%m-%dT%H:%M:%SZ", gmtime_r(&time, &utc));
     Json line = {{"time", now}, {"input", tasks[task].input}, {"output", tasks[task].output}};
     line.update(answer);
-    // One write, so that the lines of several processes do not mix.
+    // One write for each line, so that the lines of several processes do not mix.
     const std::string text = TextOf(line) + '\n';
     if (const int error = WriteFully(log.Get(), text.data(), text.size()))
       throw Refusal("cannot write " + settings.log + ": " + SystemErrorText(error));
@@ -217,10 +219,10 @@ private:
 
   const BatchSettings& settings;
   const std::vector<FileTask>& tasks;
-  FileRenderer renderer;  // at work in the children only
+  FileRenderer renderer;  // used in the children only
   Descriptor log;
   BatchCounts counts;
-  BatchProgress progress;
+  ProgressLine progress{ProgressLine::Otherwise::LineEveryTenSeconds};
   std::vector<Seat> seats;
   std::size_t next = 0;
 };

@@ -1,11 +1,10 @@
 #include "batch/file_list.h"
 
-#include "audio/audio_format.h"
-#include "audio/descriptor.h"
-#include "audio/file_names.h"
-#include "command_line/arguments.h"
+#include "audio/formats.h"
 #include "command_line/errors.h"
-#include "command_line/interrupt.h"
+#include "command_line/values.h"
+#include "system/files.h"
+#include "system/process.h"
 
 #include <algorithm>
 #include <cerrno>

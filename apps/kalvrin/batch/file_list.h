@@ -13,12 +13,12 @@ struct FileTask {
   std::string stemFolder;  // empty: no stems
 };
 
-/// Every `count`-th file from number `index` (from 0), so that shards need no talk with each other.
+/// Every `count`-th file, beginning with number `index` (from 0).
 struct Shard {
   std::size_t index = 0, count = 1;
 };
 
-/// "2/8", the second of eight. UsageError.
+/// "2/8", the second of eight. Throws UsageError.
 Shard ParseShard(std::string_view text);
 
 /// Where a batch's files come from and go to.
@@ -30,14 +30,14 @@ struct FileTree {
   int container = 0;  // libsndfile's number; 0: each as its input, WAV where that is not written
 };
 
-/// The files in a stable order: by the bytes of their paths below the folder, or as they stand in
-/// the list. The output of a file has its path below the folder, or that of the list, below the
-/// output's folder. A folder is taken with all below it, audio by its extension, without what is
-/// hidden or in the folders of the output. Refusal where there is none, where two files have one
-/// output, and where the output would lie on the input.
+/// The files, in an order that every shard finds again: sorted by the bytes of their paths below
+/// the folder, or as the list has them. A file's path, below the folder or in the list, becomes its
+/// path below the output's folder. A folder is searched to any depth. Files count as audio by their
+/// extension; hidden files and the folders of the output are left out. Throws Refusal where there
+/// is no file, where two files would have one output, and where an output would replace its input.
 std::vector<FileTask> CollectFiles(const FileTree& tree, const Shard& shard);
 
-/// Whether the output is there, whole, and not older than the input and `model`.
+/// Whether the output exists and is not older than the input and `model`.
 bool IsDone(const FileTask& task, const std::string& model);
 
 }  // namespace Orvik::Tesmo::Tool

@@ -1,8 +1,8 @@
 #include "bench/timed_stream.h"
 
 #include "command_line/errors.h"
-#include "command_line/interrupt.h"
 #include "diagnosis/refusals.h"
+#include "system/process.h"
 
 #include <algorithm>
 #include <chrono>
@@ -15,18 +15,19 @@
 namespace Orvik::Tesmo::Tool {
 namespace {
 
-/// Enough that a model with memory does not hear the same block again and again.
+/// Long enough that a model with states does not get the same block again and again.
 constexpr std::uint64_t noiseFrames = 1 << 15;
 
-/// What evaluations an even stream has run after `frames` frames: prefilled, the next is due with
-/// the last frame of a ring, otherwise with the first of the following one.
+/// How many evaluations a stream has run after `frames` frames in blocks of one length. A stream
+/// that starts prefilled runs one with the last frame of each sequence, another with the first
+/// frame of the next.
 std::uint64_t Evaluations(std::uint64_t frames, std::uint64_t blockFrames,
                           std::uint64_t capacityFrames) {
-  const bool isPrefilled = blockFrames < capacityFrames && capacityFrames % blockFrames == 0;
+  const bool isPrefilled = PrefillFrames(capacityFrames, blockFrames) != 0;
   return isPrefilled || frames == 0 ? frames / capacityFrames : (frames - 1) / capacityFrames;
 }
 
-/// How long this thread has had a processor, in seconds.
+/// The processor time of this thread, in seconds.
 double ThreadSeconds() {
   timespec time = {};
   clock_gettime(CLOCK_THREAD_CPUTIME_ID, &time);
@@ -51,12 +52,10 @@ TimedStream::TimedStream(std::unique_ptr<StreamProcessor> made, const StreamRequ
                          std::uint64_t hopLength)
     : stream(std::move(made)), blockFrames(settled.blockFrames),
       capacityFrames(hopLength * settled.sequenceSize), noise(noiseFrames + blockFrames),
-      mixed(settled.channelCount * blockFrames), inputs(settled.channelCount) {
+      inputs(settled.channelCount), outputs(settled.channelCount, blockFrames) {
   std::mt19937 generator(1);
   std::uniform_real_distribution<float> level(-0.25F, 0.25F);
   std::ranges::generate(noise, [&] { return level(generator); });
-  for (std::uint64_t c = 0; c < settled.channelCount; ++c)
-    outputs.push_back(mixed.data() + c * blockFrames);
   stream->ResetGains();
   while (given < 4 * capacityFrames)
     TimeBlock();
@@ -69,12 +68,12 @@ bool TimedStream::NextBlockEvaluates() const {
 
 TimedStream::Times TimedStream::TimeBlock() {
   using Clock = std::chrono::steady_clock;
-  // the channels hear different parts of the noise
+  // Each channel gets another part of the noise.
   for (std::size_t c = 0; c < inputs.size(); ++c)
     inputs[c] = noise.data() + (given + c * 4099) % noiseFrames;
   const double threadStart = ThreadSeconds();
   const auto start = Clock::now();
-  stream->ProcessBlock(inputs.data(), outputs.data(), blockFrames, 1);
+  stream->ProcessBlock(inputs.data(), outputs.Channels(), blockFrames, 1);
   const auto end = Clock::now();
   const double threadEnd = ThreadSeconds();
   given += blockFrames;

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "diagnosis/model_facts.h"
+#include "hosting/frames.h"
 #include "kalvrin/stream_processor.h"
 
 #include <memory>
@@ -12,7 +13,7 @@ namespace Orvik::Tesmo::Tool {
 struct BlockTimes {
   std::vector<float> evaluating;  ///< blocks in which the model ran, once or more
   std::vector<float> others;      ///< blocks that only moved frames
-  /// Of `evaluating`: what of it the thread was on a processor, the clock's own part included.
+  /// The same blocks as `evaluating`, but only the time that the thread was on a processor.
   std::vector<float> onProcessor;
 
   std::uint64_t Count() const { return evaluating.size() + others.size(); }
@@ -20,18 +21,19 @@ struct BlockTimes {
   double Sum() const;
 };
 
-/// The least value that a share `p` (0..1) of the values does not exceed. Sorts them. 0 for none.
+/// The smallest of the values that is at least as large as a share `p` (0..1) of them. Sorts them.
+/// 0 for no values.
 double Quantile(std::vector<float>& values, double p);
 
-/// A stream that is fed noise under a clock.
+/// Feeds noise to a stream and measures how long each block takes.
 class TimedStream {
 public:
-  /// `settled` are the sizes that `stream` was made with. Runs a few evaluations off the clock;
-  /// throws what they fail with.
+  /// `settled` are the sizes that `stream` was made with. Runs a few evaluations that are not
+  /// measured; throws what they fail with.
   TimedStream(std::unique_ptr<StreamProcessor> stream, const Diagnosis::StreamRequest& settled,
               std::uint64_t hopLength);
 
-  /// Runs until both `seconds` of processing and one evaluation are over, `blocks` blocks at most.
+  /// Runs for `seconds` of processing and at least one evaluation, but at most `blocks` blocks.
   /// Throws Interrupted, and Refusal where the model fails.
   BlockTimes Run(std::uint64_t blocks, double seconds);
 
@@ -45,9 +47,9 @@ private:
   std::unique_ptr<StreamProcessor> stream;
   std::uint64_t blockFrames, capacityFrames;
   std::uint64_t given = 0;  ///< frames so far
-  std::vector<float> noise, mixed;
+  std::vector<float> noise;
   std::vector<const float*> inputs;
-  std::vector<float*> outputs;
+  Plugin::Frames outputs;
 };
 
 }  // namespace Orvik::Tesmo::Tool

@@ -1,7 +1,7 @@
 #pragma once
 
-// How a subcommand ends when it does not end well. Every text is one sentence for the user, without
-// the leading "kalvrin: " and without a full stop; main prints it and chooses the exit status.
+// The errors that end a subcommand. Every text is one sentence for the user, without the leading
+// "kalvrin: " and without a full stop; main prints it and chooses the exit status.
 
 #include "diagnosis/refusals.h"
 
@@ -9,7 +9,7 @@ namespace Orvik::Tesmo::Tool {
 
 using namespace Diagnosis;
 
-/// What the help promises.
+/// As the help says.
 namespace ExitStatus {
 inline constexpr int Ok = 0, Refused = 1, Usage = 2;
 }

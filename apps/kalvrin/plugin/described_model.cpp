@@ -7,11 +7,11 @@
 #include "failure/exceptions.h"
 #include "kalvrin/stream_processor.h"
 #include "kernels/ipps.h"
-#include "model/engine.h"
+#include "model/model.h"
 #include "render/mix.h"
 #include "runtime/model_loading.h"
 #include "runtime/text.h"
-#include "stream/assemble_stream.h"
+#include "stream/set_up.h"
 #include "wrapper/ports.h"
 
 #include <algorithm>
@@ -23,7 +23,7 @@
 namespace Orvik::Tesmo::Tool {
 namespace {
 
-/// UTF-8. A name that cannot be written on a line of its own is refused.
+/// The name in UTF-8. Throws Refusal for one with characters that do not fit on a line.
 std::string ClassName(const std::u16string& name) {
   std::string text = PrintableText(name);
   if (Dnn::Utf8FromUtf16(name) != text)
@@ -45,42 +45,32 @@ void TakeFacts(Plugin::Description& d, const ModelFacts& facts, const PluginRequ
 
 DescribedModel::DescribedModel(const std::string& path, const PluginRequest& request)
     : file(ReadModelFile(path)) {
-  Engine engine;
-  std::optional<ModelDescription> found;
-  std::string refusal;
-  description.isAlwaysSpread = request.isAlwaysSpread;
-  const auto refuse = [&] {
-    const auto explanation = ExplainCurrentException(found ? &*found : nullptr, {});
-    refusal = file.path + " is refused: " + explanation.reason + "; " + explanation.change;
-  };
+  LoadedModel model(path);
   try {
-    const auto model =
-        Dnn::LoadLearningModel(engine.Runtime(), file.bytes.data(), file.bytes.size());
-    found = DescribeModel(*model);
-    const ModelFacts facts(*model);
-    TakeFacts(description, facts, request);
-    description.name = request.name.empty() ? PrintableText(facts.info.GetName()) : request.name;
-  } catch (const Refusal&) {
-    throw;
+    model.Load(file);
   } catch (...) {
-    refuse();
-    throw Refusal(refusal);
+    throw model.RefusalFor({});
   }
+  description.isAlwaysSpread = request.isAlwaysSpread;
+  TakeFacts(description, model.Facts(), request);
+  std::optional<Refusal> refusal;
   for (const unsigned count : {1U, 2U}) {
+    const StreamRequest sizes = {count, description.sequenceSize, description.ChunkFrames()};
     try {
-      AssembleStream(engine.Runtime(), file.bytes.data(), file.bytes.size(),
-                     description.sequenceSize, count, description.ChunkFrames());
+      model.MakeStream(sizes);
       description.channelCounts.push_back(count);
     } catch (const std::bad_alloc&) {
-      throw;  // which says nothing of the model
+      throw;  // not the model's fault
     } catch (const DSP::IPPException& error) {
       if (error.status == ippStsMemAllocErr) throw;
-      refuse();
+      refusal = model.RefusalFor(sizes);
     } catch (...) {
-      refuse();
+      refusal = model.RefusalFor(sizes);
     }
   }
-  if (description.channelCounts.empty()) throw Refusal(refusal);
+  if (description.channelCounts.empty()) throw *refusal;
+  description.name =
+      request.name.empty() ? PrintableText(model.Facts().info.GetName()) : request.name;
   if (description.name.empty()) description.name = std::filesystem::path(path).stem();
   description.symbol = Plugin::SymbolFor(description.name);
 }

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "hosting/description.h"
-#include "model/model_file.h"
+#include "model/model.h"
 
 #include <cstdint>
 #include <string>
@@ -16,8 +16,8 @@ struct PluginRequest {
   bool isAlwaysSpread = false;
 };
 
-/// A model and what its plugin has to know. Refusal where the library does not take the model with
-/// one channel or with two, with the reason that it gives for two.
+/// A model and what its plugin has to know. Throws Refusal where the library takes the model
+/// neither with one channel nor with two, with the reason for two.
 struct DescribedModel {
   DescribedModel(const std::string& path, const PluginRequest& request);
 
@@ -25,11 +25,11 @@ struct DescribedModel {
   Plugin::Description description;
 };
 
-/// Text for people, on one line of valid UTF-8. UsageError.
+/// Returns `text` where it is one line of valid UTF-8; throws UsageError otherwise.
 std::string CheckedPluginName(std::string_view text);
 
-/// In frames at `hostRateHz`, without what the conversion of the rate adds where it is another than
-/// the model's.
+/// In frames at `hostRateHz`. Where that is not the model's rate, the conversion of the rate adds
+/// some more, which is not included.
 double PluginLatency(const Plugin::Description& description, bool isSpread, double hostRateHz);
 
 }  // namespace Orvik::Tesmo::Tool

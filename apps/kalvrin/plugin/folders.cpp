@@ -1,10 +1,9 @@
 #include "plugin/folders.h"
 
-#include "audio/input_file.h"
-#include "audio/output_file.h"
 #include "command_line/errors.h"
-#include "model/installed_file.h"
-#include "plugin/turtle.h"
+#include "model/model.h"
+#include "plugin/host_files.h"
+#include "system/files.h"
 
 #include <cstdlib>
 #include <cstring>
@@ -20,13 +19,13 @@ namespace fs = std::filesystem;
 constexpr const char* libraries[] = {"libkalvrin.so.0", "libonnxruntime.so.1",
                                      "libsamplerate.so.0"};
 
-/// A name beside `path` that no other process takes.
+/// A hidden name in the same folder as `path`, which no other process uses.
 fs::path Beside(const fs::path& path, const char* what) {
   return path.parent_path() /
          ("." + path.filename().string() + "." + what + std::to_string(getpid()));
 }
 
-/// A program that has the old file open keeps it.
+/// Copies to a new file, so that a program that has the old one open keeps it.
 void CopyInstalledFile(const char* name, const fs::path& folder) {
   const InputFile from(InstalledFile(name));
   OutputFile to(folder / name);
@@ -57,8 +56,8 @@ void FillBundle(const DescribedModel& model, const fs::path& bundle) {
              ManifestText(model.description, "kalvrin_lv2.so", "plugins.ttl"));
 }
 
-/// Removed at the end of its life, whatever happens. Hosts would find what is left, so that is
-/// told.
+/// A folder that is removed when this object is destroyed. Hosts would find one that is left, so a
+/// failure to remove it is reported.
 struct Scratch {
   fs::path path;
   ~Scratch() {
@@ -68,13 +67,13 @@ struct Scratch {
     } catch (const std::bad_alloc&) {
       error = std::make_error_code(std::errc::not_enough_memory);
     }
-    if (error)  // in words that need no memory
+    if (error)  // without taking memory, which may be short
       std::cerr << "kalvrin: warning: cannot remove " << path.native() << ": "
                 << std::strerror(error.value()) << '\n';  // NOLINT(concurrency-mt-unsafe)
   }
 };
 
-/// File system failures as the tool says them.
+/// Runs `work` and turns failures of the file system into Refusal.
 template <class Work>
 auto Saying(Work work) {
   try {

@@ -1,6 +1,6 @@
 #pragma once
 
-// Plugins on disk, complete: nothing in them points out of their folder.
+// Writes plugins to disk, each complete: no file in its folder refers to one outside.
 
 #include "plugin/described_model.h"
 
@@ -8,20 +8,22 @@
 
 namespace Orvik::Tesmo::Tool {
 
-/// Writes the bundle FOLDER/kalvrin-SYMBOL.lv2 and gives its path. A bundle of that name is
-/// replaced in one step; a folder that is no such bundle is refused. Refusal.
+/// Writes the bundle FOLDER/kalvrin-SYMBOL.lv2 and returns its path. A bundle of that name is
+/// replaced in one step. Throws Refusal where it cannot write, or where a folder of that name is no
+/// such bundle.
 std::filesystem::path WriteLv2Bundle(const DescribedModel& model,
                                      const std::filesystem::path& folder);
 
 /// Adds the model to FOLDER/kalvrin and puts the library that offers it at
-/// FOLDER/kalvrin_ladspa.so; gives that. What other models are there stays. Refusal.
+/// FOLDER/kalvrin_ladspa.so, whose path it returns. Other models in the folder stay. Throws Refusal
+/// where it cannot write.
 std::filesystem::path WriteLadspaModel(const DescribedModel& model,
                                        const std::filesystem::path& folder);
 
-/// "$HOME/.lv2" for ".lv2". Refusal where there is no HOME.
+/// "$HOME/.lv2" for ".lv2". Throws Refusal where HOME is not set.
 std::filesystem::path InHome(const std::filesystem::path& relative);
 
-/// One file, whole or not at all. Refusal.
+/// Writes one file, whole or not at all. Throws Refusal where it cannot write.
 void WriteTextFile(const std::filesystem::path& path, const std::string& text);
 
 }  // namespace Orvik::Tesmo::Tool

@@ -5,14 +5,19 @@
 #include "runtime/text.h"
 
 #include <algorithm>
+#include <filesystem>
+#include <set>
 #include <stdexcept>
+#include <string_view>
+#include <system_error>
+#include <utility>
 
 namespace Orvik::Tesmo::Tool {
 namespace {
 
 constexpr const char16_t* remainder = u"Rest";
 
-/// Empty where `name` is no UTF-8, and so no class.
+/// Empty where `name` is no UTF-8: no class has such a name.
 std::u16string WideName(const std::string& name) {
   try {
     return Dnn::Utf16FromUtf8(name);
@@ -28,13 +33,32 @@ std::string NamesThereAre(const ModelFacts& facts) {
   return names + "Rest";
 }
 
+std::string SafeFileName(std::string_view text) {
+  constexpr std::size_t longest = 100;
+  constexpr std::string_view troublesome = "/\\:*?\"<>|";
+  std::string name;
+  for (const char c : text) {
+    const bool control = static_cast<unsigned char>(c) < 0x20 || c == 0x7F;
+    name += control || troublesome.find(c) != std::string_view::npos ? '_' : c;
+  }
+  if (name.size() > longest) {
+    std::size_t end = longest;
+    while (end > 0 && (static_cast<unsigned char>(name[end]) & 0xC0) == 0x80)
+      --end;  // not in the middle of a character
+    name.resize(end);
+  }
+  // A leading dot hides the file, a leading dash looks like an option.
+  if (name.empty() || name.front() == '.' || name.front() == '-') name.insert(0, 1, '_');
+  return name;
+}
+
 }  // namespace
 
-void SetMix(StreamProcessor& stream, const RenderSettings& settings, const ModelFacts& facts) {
+void SetMix(StreamProcessor& stream, const Gains& gains, const ModelFacts& facts) {
   stream.ResetGains();
-  stream.SetMasterGain(settings.master);
-  stream.SetAudioClassGain(remainder, settings.rest);
-  for (const ClassGain& wish : settings.classGains)
+  stream.SetMasterGain(gains.master);
+  stream.SetAudioClassGain(remainder, gains.rest);
+  for (const ClassGain& wish : gains.classes)
     if (!stream.SetAudioClassGain(WideName(wish.name).c_str(), wish.gain))
       throw UsageError("the model has no class '" + wish.name + "', only " + NamesThereAre(facts));
 }
@@ -58,16 +82,40 @@ void SetStem(StreamProcessor& stream, const Stem& stem) {
   stream.SetAudioClassGain(stem.className.c_str(), 1);
 }
 
-std::string MixText(const RenderSettings& settings, const ModelFacts& facts) {
-  std::string text = "master " + GainText(settings.master);
+std::string MixText(const Gains& gains, const ModelFacts& facts) {
+  std::string text = "master " + GainText(gains.master);
   for (const Stem& stem : StemsOf(facts)) {
-    float gain = Dnn::EqualIgnoringCase(stem.className.c_str(), remainder) ? settings.rest : 1;
-    for (const ClassGain& wish : settings.classGains)
+    float gain = Dnn::EqualIgnoringCase(stem.className.c_str(), remainder) ? gains.rest : 1;
+    for (const ClassGain& wish : gains.classes)
       if (Dnn::EqualIgnoringCase(stem.className.c_str(), WideName(wish.name).c_str()))
         gain = wish.gain;
     text += ", " + stem.title + ' ' + GainText(gain);
   }
   return text;
+}
+
+std::vector<std::string> SafeFileNames(const std::vector<std::string>& texts) {
+  std::set<std::string> used;
+  std::vector<std::string> names;
+  for (const std::string& text : texts) {
+    const std::string plain = SafeFileName(text);
+    std::string name = plain;
+    for (int number = 2; !used.insert(LowerCase(name)).second; ++number)
+      name = plain + "-" + std::to_string(number);
+    names.push_back(name);
+  }
+  return names;
+}
+
+StemFolder::StemFolder(std::string folder) : path(std::move(folder)) {
+  std::error_code error;
+  isOurs = std::filesystem::create_directory(path, error);
+  if (error) throw Refusal("cannot make the folder " + path + ": " + error.message());
+}
+
+StemFolder::~StemFolder() {
+  std::error_code ignored;
+  if (isOurs) std::filesystem::remove(path, ignored);  // fails where the folder is not empty
 }
 
 }  // namespace Orvik::Tesmo::Tool

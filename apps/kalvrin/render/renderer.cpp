@@ -1,11 +1,9 @@
 #include "render/renderer.h"
 
-#include "audio/file_names.h"
 #include "command_line/errors.h"
-#include "command_line/interrupt.h"
 #include "diagnosis/refusals.h"
 #include "diagnosis/report.h"
-#include "render/mix.h"
+#include "system/process.h"
 
 #include <algorithm>
 #include <cmath>
@@ -14,7 +12,7 @@
 
 namespace Orvik::Tesmo::Tool {
 
-Renderer::Renderer(RenderSettings wanted, RenderModel& renderModel)
+Renderer::Renderer(RenderSettings wanted, LoadedModel& renderModel)
     : settings(std::move(wanted)), reader(settings.input), model(renderModel),
       channelCount(static_cast<std::size_t>(reader.ChannelCount())) {
   format = ChooseFormat(settings.container, settings.encoding, reader.Format());
@@ -23,13 +21,10 @@ Renderer::Renderer(RenderSettings wanted, RenderModel& renderModel)
   if (!settings.stemFolder.empty()) BuildStems();
   if (ModelRate() != reader.SampleRate())
     toModelRate.emplace(reader.SampleRate(), ModelRate(), static_cast<unsigned>(channelCount));
-  const std::size_t block = settings.stream.blockFrames;
-  planar.resize(channelCount * block);
-  for (std::size_t c = 0; c < channelCount; ++c)
-    channels.push_back(planar.data() + c * block);
+  block.emplace(channelCount, settings.stream.blockFrames);
 }
 
-/// The rate at which the streams run; the file's own where the model states none.
+/// The rate of the streams: the model's, or the file's where the model states none.
 double Renderer::ModelRate() const {
   return model.Facts().sampleRateHz > 0 ? model.Facts().sampleRateHz : reader.SampleRate();
 }
@@ -41,21 +36,18 @@ void Renderer::BuildMix() {
     settings.stream = model.Facts().Settle(settings.stream);
     mix = model.MakeStream(settings.stream);
   } catch (...) {
-    const auto explanation = ExplainCurrentException(model.Description(), settings.stream);
-    std::string text = model.Path() + " is refused: " + explanation.reason;
-    if (!explanation.found.empty()) text += " (" + explanation.found + ")";
-    throw Refusal(text + "; " + explanation.change);
+    throw model.RefusalFor(settings.stream);
   }
   ExpectRate();
   latency = model.Facts().Latency(settings.stream);
-  SetMix(*mix, settings, model.Facts());
-  AddLane(std::move(mix)).AddWriter(MakeWriter(settings.output));
+  SetMix(*mix, settings.gains, model.Facts());
+  AddStream(std::move(mix)).AddWriter(MakeWriter(settings.output));
 }
 
 void Renderer::BuildStems() {
   stemFolder.emplace(settings.stemFolder);
   const auto stems = StemsOf(model.Facts());
-  // Scripts rely on the names of mix and remainder, so these two come first.
+  // Mix and Rest come first, so that they keep their names: scripts rely on them.
   std::vector<std::string> titles = {"Mix", "Rest"};
   for (const Stem& stem : stems)
     if (!stem.isRemainder) titles.push_back(stem.title);
@@ -63,12 +55,12 @@ void Renderer::BuildStems() {
   const auto pathOf = [&](std::size_t index) {
     return settings.stemFolder + "/" + names[index] + std::string(ExtensionOf(format.container));
   };
-  lanes.front()->AddWriter(MakeWriter(pathOf(0)));
+  streams.front()->AddWriter(MakeWriter(pathOf(0)));
   std::size_t index = 2;
   for (const Stem& stem : stems) {
     auto stream = model.MakeStream(settings.stream);
     SetStem(*stream, stem);
-    AddLane(std::move(stream)).AddWriter(MakeWriter(pathOf(stem.isRemainder ? 1 : index++)));
+    AddStream(std::move(stream)).AddWriter(MakeWriter(pathOf(stem.isRemainder ? 1 : index++)));
   }
 }
 
@@ -79,15 +71,15 @@ void Renderer::ExpectRate() const {
                 " Hz; --resample converts there and back");
 }
 
-Lane& Renderer::AddLane(std::unique_ptr<StreamProcessor> stream) {
-  LaneSizes sizes{};
+RenderStream& Renderer::AddStream(std::unique_ptr<StreamProcessor> stream) {
+  RenderSizes sizes{};
   sizes.channelCount = channelCount;
   sizes.blockFrames = settings.stream.blockFrames;
   sizes.skippedFrames = settings.rawLatency ? 0 : latency;
   sizes.modelRateHz = ModelRate();
   sizes.fileRateHz = reader.SampleRate();
-  lanes.push_back(std::make_unique<Lane>(std::move(stream), sizes));
-  return *lanes.back();
+  streams.push_back(std::make_unique<RenderStream>(std::move(stream), sizes));
+  return *streams.back();
 }
 
 std::unique_ptr<AudioWriter> Renderer::MakeWriter(const std::string& path) const {
@@ -95,16 +87,17 @@ std::unique_ptr<AudioWriter> Renderer::MakeWriter(const std::string& path) const
                                        reader.FrameCount(), reader.Tags());
 }
 
-void Renderer::Run(ProgressBar& progress) {
+void Renderer::Run(ProgressLine& progress) {
   ReadAll(progress);
   Flush();
-  // The stems first: once the output is there, everything is.
-  for (auto lane = lanes.rbegin(); lane != lanes.rend(); ++lane)
-    for (auto writer = (*lane)->Writers().rbegin(); writer != (*lane)->Writers().rend(); ++writer)
+  // The stems appear first: where the output is there, all files are.
+  for (auto stream = streams.rbegin(); stream != streams.rend(); ++stream)
+    for (auto writer = (*stream)->Writers().rbegin(); writer != (*stream)->Writers().rend();
+         ++writer)
       (*writer)->Commit();
 }
 
-void Renderer::ReadAll(ProgressBar& progress) {
+void Renderer::ReadAll(ProgressLine& progress) {
   constexpr std::size_t framesAtOnce = 4096;
   std::vector<float> read(framesAtOnce * channelCount);
   std::vector<float> converted;
@@ -134,36 +127,36 @@ void Renderer::Feed(std::span<const float> audio) {
   pending.insert(pending.end(), audio.begin(), audio.end());
   modelFrames += audio.size() / channelCount;
   std::size_t used = 0;
-  for (; pending.size() - used >= planar.size(); used += planar.size())
+  const std::size_t step = channelCount * block->Length();
+  for (; pending.size() - used >= step; used += step)
     RunBlock(pending.data() + used);
   pending.erase(pending.begin(), pending.begin() + static_cast<std::ptrdiff_t>(used));
 }
 
 void Renderer::RunBlock(const float* interleaved) {
-  const std::size_t block = settings.stream.blockFrames;
   for (std::size_t c = 0; c < channelCount; ++c)
-    for (std::size_t i = 0; i < block; ++i)
-      planar[c * block + i] = interleaved[i * channelCount + c];
-  for (const auto& lane : lanes)
-    lane->Process(channels.data());
-  runFrames += block;
+    for (std::size_t i = 0; i < block->Length(); ++i)
+      (*block)[c][i] = interleaved[i * channelCount + c];
+  for (const auto& stream : streams)
+    stream->Process(block->Channels());
+  runFrames += block->Length();
 }
 
-/// Pushes what is still inside the streams out, by silence, and ends the files.
+/// Feeds silence until the streams have returned all audio, and completes the files.
 void Renderer::Flush() {
   const std::uint64_t delay = settings.rawLatency ? latency : 0;
-  for (const auto& lane : lanes)
-    lane->SetLength(modelFrames + delay);
+  for (const auto& stream : streams)
+    stream->SetLength(modelFrames + delay);
   while (modelFrames > 0 && runFrames < modelFrames + latency) {
     ThrowIfInterrupted();
-    pending.resize(planar.size());
+    pending.resize(channelCount * block->Length());
     RunBlock(pending.data());
     pending.clear();
   }
   const auto fileDelay = static_cast<std::uint64_t>(
       std::llround(static_cast<double>(delay) * reader.SampleRate() / ModelRate()));
-  for (const auto& lane : lanes)
-    lane->Finish(readFrames + fileDelay);
+  for (const auto& stream : streams)
+    stream->Finish(readFrames + fileDelay);
 }
 
 double Renderer::AudioSeconds() const {
@@ -172,14 +165,14 @@ double Renderer::AudioSeconds() const {
 
 void Renderer::PrintSummary(std::ostream& out) const {
   const double audioSeconds = AudioSeconds();
-  const double processing = lanes.front()->ProcessingSeconds();
+  const double processing = streams.front()->ProcessingSeconds();
   PrintField(out, "model",
              PrintableText(model.Facts().info.GetName()) + ": " +
                  StreamText(settings.stream, model.Facts()));
   PrintField(out, "audio",
              Counted(channelCount, "channel") + ", " + std::to_string(reader.SampleRate()) +
                  " Hz, " + DurationText(audioSeconds));
-  PrintField(out, "gains", MixText(settings, model.Facts()));
+  PrintField(out, "gains", MixText(settings.gains, model.Facts()));
   PrintField(out, "latency",
              LatencyText(latency, model.Facts()) +
                  (settings.rawLatency ? ", left in" : ", taken out"));
@@ -188,8 +181,8 @@ void Renderer::PrintSummary(std::ostream& out) const {
                 audioSeconds > 0 ? processing / audioSeconds : 0.0,
                 DurationText(processing).c_str());
   PrintField(out, "speed", speed);
-  for (const auto& lane : lanes)
-    for (const auto& writer : lane->Writers())
+  for (const auto& stream : streams)
+    for (const auto& writer : stream->Writers())
       PrintField(out, "written", writer->Name() + " (" + FormatText(format) + ")");
 }
 
@@ -200,8 +193,8 @@ std::vector<std::string> Renderer::Warnings() const {
     warn(reader.Name() + " holds values that are not finite (" +
          Counted(reader.NonFiniteSamples(), "sample") + ", the first in frame " +
          std::to_string(reader.FirstNonFiniteFrame()) + "); they are taken as silence");
-  for (const auto& lane : lanes)
-    for (const auto& writer : lane->Writers()) {
+  for (const auto& stream : streams)
+    for (const auto& writer : stream->Writers()) {
       if (writer->NonFiniteSamples() != 0)
         warn("the model gave values that are not finite (" +
              Counted(writer->NonFiniteSamples(), "sample") + " of " + writer->Name() +

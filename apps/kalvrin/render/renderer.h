@@ -1,11 +1,11 @@
 #pragma once
 
-#include "audio/audio_reader.h"
-#include "command_line/progress_bar.h"
-#include "render/lane.h"
-#include "render/render_model.h"
-#include "render/render_settings.h"
-#include "render/stem_folder.h"
+#include "audio/sound_file.h"
+#include "command_line/progress.h"
+#include "hosting/frames.h"
+#include "model/model.h"
+#include "render/mix.h"
+#include "render/render_stream.h"
 
 #include <iosfwd>
 #include <memory>
@@ -15,34 +15,46 @@
 
 namespace Orvik::Tesmo::Tool {
 
-/// One render from its files to its files. The streams of the stems run beside that of the mix,
-/// over the same blocks.
+/// What the command line of `render` asks for.
+struct RenderSettings {
+  std::string model, input, output;
+  StreamRequest stream;  // the channels come from the input
+  Gains gains;
+  int container = 0;  // libsndfile's number; 0 until it is settled
+  std::optional<int> encoding;
+  std::string stemFolder;  // empty: no stems
+  bool rawLatency = false;
+  bool resample = false;
+};
+
+/// One render: reads a file and writes the mix and, where asked, the stems. Each has a stream of
+/// its own; all get the same blocks.
 class Renderer {
 public:
-  /// Opens everything and builds the streams. `model` is loaded where it is not yet, and outlives
-  /// this. Refusal, UsageError.
-  Renderer(RenderSettings settings, RenderModel& model);
+  /// Opens the files, loads `model` where that has not been done, and builds the streams. `model`
+  /// must outlive this object. Throws Refusal and UsageError.
+  Renderer(RenderSettings settings, LoadedModel& model);
 
-  /// Runs the audio through; at the end the output files appear. Refusal, Interrupted.
-  void Run(ProgressBar& progress);
+  /// Processes all audio; at the end the output files appear. Throws Refusal and Interrupted.
+  void Run(ProgressLine& progress);
 
-  /// After Run: what was done, as labelled lines.
+  /// After Run: prints what was done, as labelled lines.
   void PrintSummary(std::ostream& out) const;
   /// After Run: what the user should know, a sentence each.
   std::vector<std::string> Warnings() const;
 
   std::size_t ChannelCount() const { return channelCount; }
   int SampleRate() const { return reader.SampleRate(); }
-  /// Of the audio read so far.
+  /// The length of the audio read so far.
   double AudioSeconds() const;
 
 private:
   void BuildMix();
   void BuildStems();
   void ExpectRate() const;
-  Lane& AddLane(std::unique_ptr<StreamProcessor> stream);
+  RenderStream& AddStream(std::unique_ptr<StreamProcessor> stream);
   std::unique_ptr<AudioWriter> MakeWriter(const std::string& path) const;
-  void ReadAll(ProgressBar& progress);
+  void ReadAll(ProgressLine& progress);
   void Feed(std::span<const float> modelFrames);
   void RunBlock(const float* interleaved);
   void Flush();
@@ -51,16 +63,15 @@ private:
 
   RenderSettings settings;
   AudioReader reader;
-  RenderModel& model;
+  LoadedModel& model;
   std::size_t channelCount;
   std::uint64_t latency = 0;  // model frames
   AudioFormat format;
   std::optional<StemFolder> stemFolder;
-  std::vector<std::unique_ptr<Lane>> lanes;  // the first is the mix
+  std::vector<std::unique_ptr<RenderStream>> streams;  // the first is the mix
   std::optional<Resampler> toModelRate;
   std::vector<float> pending;  // model frames that do not fill a block yet, interleaved
-  std::vector<float> planar;
-  std::vector<const float*> channels;
+  std::optional<Plugin::Frames> block;
   std::uint64_t readFrames = 0;   // of the file
   std::uint64_t modelFrames = 0;  // gone into `pending`
   std::uint64_t runFrames = 0;    // gone through the streams

@@ -3,11 +3,12 @@
 
 #include "kernels/vec8.h"
 
-#include "kernels/builds/limits.h"
+#include "kernels/build.h"
 
 namespace Orvik::Tesmo::Kernels::KERNELS_BUILD {
 using Vec = Vec8;
-constexpr const Limits& limits = limitsOf[Avx];
+constexpr Choice choice = {5, {&CpuFeatures::avx}, false};
+constexpr Limits limits = {8, 7, 19, 19, {{19, 4, 10}, {23, 8, 14}, {23, 8, 14}, {23, 8, 14}}};
 }  // namespace Orvik::Tesmo::Kernels::KERNELS_BUILD
 
-#include "kernels/builds/members.inl"
+#include "kernels/builds/build.inl"

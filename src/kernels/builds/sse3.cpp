@@ -3,11 +3,12 @@
 
 #include "kernels/vec4.h"
 
-#include "kernels/builds/limits.h"
+#include "kernels/build.h"
 
 namespace Orvik::Tesmo::Kernels::KERNELS_BUILD {
 using Vec = Vec4;
-constexpr const Limits& limits = limitsOf[Sse3];
+constexpr Choice choice = {0, {}, false};
+constexpr Limits limits = {4, 6, 16, 17, {{17, 4, 9}, {18, 4, 10}, {21, 6, 13}, {22, 8, 15}}};
 }  // namespace Orvik::Tesmo::Kernels::KERNELS_BUILD
 
-#include "kernels/builds/members.inl"
+#include "kernels/builds/build.inl"

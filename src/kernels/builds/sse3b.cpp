@@ -3,11 +3,12 @@
 
 #include "kernels/vec4.h"
 
-#include "kernels/builds/limits.h"
+#include "kernels/build.h"
 
 namespace Orvik::Tesmo::Kernels::KERNELS_BUILD {
 using Vec = Vec4;
-constexpr const Limits& limits = limitsOf[Sse3b];
+constexpr Choice choice = {3, {}, true};
+constexpr Limits limits = {4, 6, 15, 16, {{16, 4, 10}, {19, 6, 14}, {21, 8, 14}, {21, 8, 14}}};
 }  // namespace Orvik::Tesmo::Kernels::KERNELS_BUILD
 
-#include "kernels/builds/members.inl"
+#include "kernels/builds/build.inl"

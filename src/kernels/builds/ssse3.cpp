@@ -3,11 +3,12 @@
 
 #include "kernels/vec4.h"
 
-#include "kernels/builds/limits.h"
+#include "kernels/build.h"
 
 namespace Orvik::Tesmo::Kernels::KERNELS_BUILD {
 using Vec = Vec4;
-constexpr const Limits& limits = limitsOf[Ssse3];
+constexpr Choice choice = {2, {&CpuFeatures::ssse3}, false};
+constexpr Limits limits = {4, 6, 17, 18, {{18, 4, 10}, {20, 8, 14}, {20, 8, 14}, {20, 8, 14}}};
 }  // namespace Orvik::Tesmo::Kernels::KERNELS_BUILD
 
-#include "kernels/builds/members.inl"
+#include "kernels/builds/build.inl"

@@ -1,15 +1,15 @@
 // Included by a build's .cpp, which names its namespace in KERNELS_BUILD.
 #pragma once
 
-// The bottom of a complex plan: short transforms of strided input into contiguous blocks. The lanes
-// of a register hold transforms at neighbouring input offsets, so that rows load whole; the results
-// are turned around lane by lane on their way out.
+// The first kernels of a complex plan: short transforms of strided input, each into a contiguous
+// block. One register holds the same value of several transforms, whose inputs are neighbours in
+// memory, so that loads are whole registers. The results are transposed as they are stored.
 
-#include "kernels/dft/butterfly.h"
+#include "kernels/dft/any_radix.h"
 
 #include <cstddef>
 
-namespace Orvik::Tesmo::Kernels::KERNELS_BUILD::Dft {
+namespace Orvik::Tesmo::Kernels::KERNELS_BUILD {
 
 /// All bottom transforms of one breadth-first run. Offsets count complex values (samples in real
 /// plans).
@@ -21,8 +21,9 @@ struct BottomRun {
   const float* roots;         ///< of the radix, for generic kernels
 };
 
-/// Kernels read neighbours in memory, `count` transforms at least. Where there are fewer, or the
-/// stride keeps them apart, each group's values are brought together first.
+/// Kernels read the inputs of `count` neighbouring transforms as one register. Where a run has
+/// fewer transforms, or their inputs are no neighbours, each group is first copied to where they
+/// are.
 template <int count>
 void RunBottom(void (*kernel)(const float*, float*, const BottomRun&), const float* src, float* dst,
                const BottomRun& run) {
@@ -60,21 +61,6 @@ KERNELS_INLINE void ForBottomGroups(const float* src, float* dst, const BottomRu
   }
 }
 
-/// Row n2 - 1: cosines and negated sines of 2 pi n2 k / m for k from 0 to 3.
-template <int m>
-struct ColumnTwiddles {
-  alignas(16) float data[m / 4][8]{};
-  constexpr ColumnTwiddles() {
-    for (int n2 = 1; n2 < m / 4; ++n2)
-      for (int k = 0; k < 4; ++k) {
-        data[n2 - 1][k] = static_cast<float>(CosTurn(n2 * k, m));
-        data[n2 - 1][4 + k] = static_cast<float>(-SinTurn(n2 * k, m));
-      }
-  }
-};
-template <int m>
-inline constexpr ColumnTwiddles<m> columnTwiddles{};
-
 /// m = 4 B values into groups: radix 4 on interleaved rows, whose transposition takes the parts
 /// apart and puts four outputs side by side, then radix B across.
 template <class V, int B, Direction dir>
@@ -83,8 +69,7 @@ void GroupedBottom(const float* src, float* dst, const BottomRun& run) {
   const std::ptrdiff_t row = 2L * run.total;
   ForBottomGroups<count>(src, dst, run,
                          [&](const float* rows, float* const* blocks) KERNELS_INLINE_LAMBDA {
-                           // in the lanes of half 0: transforms 0 and, with eight floats, 2; of
-                           // half 1: 1 and 3
+                           // z[0] has transform 0, with two lanes also 2; z[1] has 1 and 3
                            Complex<V> z[2][B];
                            Unroll<B>([&](auto n2) KERNELS_INLINE_LAMBDA {
                              Pairs<V> x[4];
@@ -96,10 +81,10 @@ void GroupedBottom(const float* src, float* dst, const BottomRun& run) {
                              z[0][n2] = {x[0].v, x[1].v};
                              z[1][n2] = {x[2].v, x[3].v};
                              if constexpr (n2 > 0) {
-                               const float* w = columnTwiddles<m>.data[n2 - 1];
+                               const float* w = twiddlesOf<4, m>.data[n2 - 1];
                                const Complex<V> twiddle = {V::LoadQuad(w), V::LoadQuad(w + 4)};
-                               z[0][n2] = Twist<dir>(z[0][n2], twiddle);
-                               z[1][n2] = Twist<dir>(z[1][n2], twiddle);
+                               z[0][n2] = TimesTwiddle<dir>(z[0][n2], twiddle);
+                               z[1][n2] = TimesTwiddle<dir>(z[1][n2], twiddle);
                              }
                            });
                            Unroll<2>([&](auto half) KERNELS_INLINE_LAMBDA {
@@ -124,7 +109,7 @@ void GroupedBottom(const float* src, float* dst, const BottomRun& run) {
                          });
 }
 
-/// As many values of each lane's transform as a lane register holds, interleaved.
+/// Stores V::width / 2 values of each of as many transforms, interleaved.
 template <class V>
 KERNELS_INLINE void StoreChunk(const Pairs<V>* x, float* const* lane) {
   const V lo = UnpackLoPairs(x[0].v, x[1].v), hi = UnpackHiPairs(x[0].v, x[1].v);
@@ -232,4 +217,4 @@ void RunPairsBottom(const float* src, float* dst, const BottomRun& run) {
   RunBottom<V::width / 2>(kernel, src, dst, run);
 }
 
-}  // namespace Orvik::Tesmo::Kernels::KERNELS_BUILD::Dft
+}  // namespace Orvik::Tesmo::Kernels::KERNELS_BUILD

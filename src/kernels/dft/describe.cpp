@@ -1,6 +1,6 @@
 #include "kernels/dft/describe.h"
 
-#include "kernels/builds/limits.h"
+#include "kernels/build.h"
 #include "kernels/dft/plan.h"
 #include "kernels/fft/plan.h"
 #include "kernels/ipps.h"
@@ -11,11 +11,6 @@
 namespace Orvik::Tesmo::Kernels {
 
 namespace {
-
-const Limits& CurrentLimits() {
-  constexpr BuildIndex buildOf[] = {Sse3, Sse3, Ssse3, Sse3b, Sse41, Avx};
-  return limitsOf[buildOf[ippVariantIndex]];
-}
 
 int OrderOf(int powerOfTwo) {
   return std::countr_zero(static_cast<unsigned>(powerOfTwo));
@@ -66,16 +61,17 @@ std::vector<std::vector<int>> RunsOf(const DftPlan& plan) {
 std::optional<TransformDescription> DescribeTransform(int length) {
   if (length < 1 || (!IsPowerOfTwo(length) && length >= LengthLimit) || length > 1 << maxOrder)
     return {};
-  const Limits& limits = CurrentLimits();
+  const Build& build = CurrentBuild();
+  const Limits& limits = build.limits;
   if (IsPowerOfTwo(length)) {
     const FftLayout layout = LayoutOf(limits, OrderOf(length), true);
     return TransformDescription{
-        limits.name,     length, FftMethod(layout.method), length > 1 ? length / 2 : 1,
+        build.name,      length, FftMethod(layout.method), length > 1 ? length / 2 : 1,
         FftRuns(layout), 0,      layout.workSize};
   }
   const DftPlan plan = PlanDft(length, DftKind::Real);
   std::int64_t workSize = OwnWorkSize(plan, DftKind::Real);
-  TransformDescription description{limits.name, length, "", plan.points, {}, plan.convLength, 0};
+  TransformDescription description{build.name, length, "", plan.points, {}, plan.convLength, 0};
   switch (plan.method) {
   case DftMethod::DirectKernel:
     description.method =

@@ -10,12 +10,12 @@
 #include <cstring>
 #include <utility>
 
-namespace Orvik::Tesmo::Kernels::KERNELS_BUILD::Dft {
+namespace Orvik::Tesmo::Kernels::KERNELS_BUILD {
 
-// One kernel serves both forms: unscaled results are times 1, which is exact.
+// Unscaled results are multiplied by 1, which is exact: one kernel for both.
 
-/// `turn`: 0 forward, 1 inverse. With real and imaginary parts swapped on both sides, the forward
-/// transform is the inverse.
+/// `turn`: 0 forward, 1 inverse. A forward transform of values whose real and imaginary parts are
+/// swapped, before and after, is the inverse.
 template <int N>
 void ComplexKernel(const float* src, float* dst, float scale, int turn) {
   Complex<float> z[N];
@@ -62,8 +62,8 @@ inline void RunDirectReal(Direction dir, int N, const float* src, float* dst, fl
                                                                                      scale);
 }
 
-inline void ComplexDirectSum(Direction dir, const float* src, float* dst, int n,
-                             const float* roots) {
+inline void ComplexDirectSum(Direction dir, const float* src, float* dst, int n, const float* roots,
+                             float scale) {
   Pairs<Vec2> x[DirectSumLimit];
   for (int j = 0; j < n; ++j)
     x[j] = Pairs<Vec2>::LoadU(src + 2 * j);
@@ -72,7 +72,7 @@ inline void ComplexDirectSum(Direction dir, const float* src, float* dst, int n,
   else
     GenericButterfly<Direction::Inverse>(x, n, roots);
   for (int j = 0; j < n; ++j)
-    x[j].StoreU(dst + 2 * j);
+    Scaled(x[j], scale).StoreU(dst + 2 * j);
 }
 
 inline void CopyFloats(const float* src, float* dst, int n) {
@@ -95,4 +95,4 @@ inline void RealDirectSumInverse(const float* src, float* dst, int n, const floa
   CopyFloats(x, dst, n);
 }
 
-}  // namespace Orvik::Tesmo::Kernels::KERNELS_BUILD::Dft
+}  // namespace Orvik::Tesmo::Kernels::KERNELS_BUILD

@@ -1,20 +1,21 @@
 // Included by a build's .cpp, which names its namespace in KERNELS_BUILD.
 #pragma once
 
-// Runs a spec: the walk over a plan's runs, the chirp convolution and the direct methods, and
-// around them what makes a complex transform of n points a real one of N.
+// Runs a spec: the stages of a plan, the chirp convolution and the direct methods, and around them
+// the steps that make a complex transform of n points a real one of N.
 
 #include "kernels/dft/bottom.h"
 #include "kernels/dft/direct.h"
-#include "kernels/dft/planner.h"
+#include "kernels/dft/planned_dft.h"
 #include "kernels/dft/real_stage.h"
 #include "kernels/dft/recombine.h"
 #include "kernels/dft/stage.h"
-#include "kernels/memory.h"
+#include "kernels/entry.h"
+#include "kernels/fft/plan.h"
 
 #include <cstring>
 
-namespace Orvik::Tesmo::Kernels::KERNELS_BUILD::Dft {
+namespace Orvik::Tesmo::Kernels::KERNELS_BUILD {
 
 inline BottomRun BottomOf(const IppsDFTSpec_R_32f& spec) {
   const DftStageTables& last = spec.stages[spec.lastStage];
@@ -24,12 +25,13 @@ inline BottomRun BottomOf(const IppsDFTSpec_R_32f& spec) {
 }
 
 /// The complex plan. Blocks stand in `target` at the place of their results; the first stage goes
-/// on to `dst`, which may be the target.
+/// on to `dst`, which may be the target, and multiplies by `scale` where the direction is inverse.
 template <Direction dir>
 class ComplexWalk {
 public:
-  ComplexWalk(const IppsDFTSpec_R_32f& spec, int n, float* target, float* dst)
-      : spec(spec), n(n), target(target), dst(dst), bottom(BottomOf(spec)) {}
+  ComplexWalk(const IppsDFTSpec_R_32f& spec, int n, float* target, float* dst, float scale)
+      : spec(spec), n(n), target(target), dst(dst), scale(scale), isGrouped(n % Vec::width == 0),
+        bottom(BottomOf(spec)) {}
 
   void Run(const float* src) { Run(0, src, target); }
 
@@ -43,7 +45,7 @@ private:
       Stage(first, block);
       return;
     }
-    if (Grouped(n))
+    if (isGrouped)
       RunGroupedBottom<Vec, dir>(src, block, bottom);
     else
       RunPairsBottom<Vec, dir>(src, block, bottom);
@@ -54,23 +56,31 @@ private:
   /// All blocks of a stage in its run.
   [[gnu::noinline]] void Stage(int index, float* blocks) {
     const DftStageTables& stage = spec.stages[index];
-    const StageRun run = {stage.radix, stage.count, stage.remaining, stage.twiddles,
-                          stage.directTable};
-    float* out = index == 0 ? dst : blocks;
-    if (!Grouped(n) && LanesOf(n, run.m).width < Vec::width / 2)
-      RunStage<Pairs<Vec4>, dir, false>(blocks, out, run);
-    else if (!Grouped(n))
-      RunStage<Pairs<Vec>, dir, false>(blocks, out, run);
-    else if (index == 0)
-      RunStage<Complex<Vec>, dir, true>(blocks, out, run);
+    const StageRun run = {stage.radix,    stage.count,       stage.remaining,
+                          stage.twiddles, stage.directTable, scale};
+    if (index > 0) return RunStageTo<Output::Stage>(blocks, blocks, run);
+    if constexpr (dir == Direction::Inverse)
+      if (scale != 1.0f) return RunStageTo<Output::Scaled>(blocks, dst, run);
+    RunStageTo<Output::Interleaved>(blocks, dst, run);
+  }
+  template <Output output>
+  KERNELS_INLINE void RunStageTo(const float* blocks, float* out, const StageRun& run) {
+    // pairs are interleaved in every stage
+    constexpr Output ofPairs = output == Output::Interleaved ? Output::Stage : output;
+    if (!isGrouped && GroupsOf(n, run.m, Vec::width).width < Vec::width / 2)
+      RunStage<Pairs<Vec4>, dir, ofPairs>(blocks, out, run);
+    else if (!isGrouped)
+      RunStage<Pairs<Vec>, dir, ofPairs>(blocks, out, run);
     else
-      RunStage<Complex<Vec>, dir, false>(blocks, out, run);
+      RunStage<Complex<Vec>, dir, output>(blocks, out, run);
   }
 
   const IppsDFTSpec_R_32f& spec;
   const std::ptrdiff_t n;
   float* const target;
   float* const dst;
+  const float scale;
+  const bool isGrouped;  ///< real and imaginary parts in registers of their own
   const BottomRun bottom;
 };
 
@@ -140,6 +150,9 @@ private:
   float* half[2];
 };
 
+inline IppStatus RunComplex(Direction dir, const float* src, float* dst,
+                            const IppsDFTSpec_C_32fc& spec, Ipp8u* buffer);
+
 /// The chirp convolution of n complex values: y[k] = value(k) c[k], and X[k] = c[k] times what
 /// comes back. The work buffer holds y and, behind it, the inner transforms' own.
 class ChirpConvolution {
@@ -148,20 +161,17 @@ public:
       : spec(spec), n(n), y(reinterpret_cast<float*>(work)),
         inner(work + static_cast<std::ptrdiff_t>(spec.convLength) * 8) {}
 
-  IppStatus Complex(Direction dir, const float* src, float* dst) {
+  /// Results times `scale`.
+  IppStatus Complex(Direction dir, const float* src, float* dst, float scale) {
     Ipp32fc* out = reinterpret_cast<Ipp32fc*>(dst);
     ippsMul_32fc(reinterpret_cast<const Ipp32fc*>(src), Chirp(), Y(), n);
     const IppStatus status = Convolve();
     if (status != ippStsNoErr) return status;
     ippsMul_32fc(Y(), Chirp(), out, n);
     // the inverse is the forward transform read backwards
-    if (dir == Direction::Inverse)
-      for (int k = 1; 2 * k < n; ++k) {
-        const Ipp32fc value = out[k];
-        out[k] = out[n - k];
-        out[n - k] = value;
-      }
-    return status;
+    if (dir == Direction::Forward) return ippsMulC_32f_I(scale, dst, 2 * n);
+    Reverse(dst, scale);
+    return ippStsNoErr;
   }
 
   /// n real samples to the bins 0 to n / 2, complex.
@@ -192,9 +202,9 @@ public:
     y[1] = src[0] * c[1];
     std::ptrdiff_t k = 1;
     for (; k + countOf<Pairs<Vec>> <= n / 2 + 1; k += countOf<Pairs<Vec>>)
-      Spread<Pairs<Vec>>(src, k);
+      StoreWithMirror<Pairs<Vec>>(src, k);
     for (; k <= n / 2; ++k)
-      Spread<Pairs<Vec2>>(src, k);
+      StoreWithMirror<Pairs<Vec2>>(src, k);
     const IppStatus status = Convolve();
     if (status != ippStsNoErr) return status;
     for (k = 0; k + Vec::width <= n; k += Vec::width) {
@@ -210,9 +220,28 @@ public:
   }
 
 private:
+  /// Value k, times `scale`, goes to n - k; value 0 stays.
+  void Reverse(float* x, float scale) const {
+    constexpr int count = countOf<Pairs<Vec>>;
+    x[0] *= scale;
+    x[1] *= scale;
+    std::ptrdiff_t k = 1;
+    for (; 2 * (k + count) <= n + 1; k += count)
+      Exchange<Pairs<Vec>>(x, k, scale);
+    for (; 2 * k <= n; ++k)
+      Exchange<Pairs<Vec2>>(x, k, scale);
+  }
+  template <class C>
+  KERNELS_INLINE void Exchange(float* x, std::ptrdiff_t k, float scale) const {
+    float *const front = x + 2 * k, *const back = x + 2 * (n - k - countOf<C> + 1);
+    const C a = C::LoadU(front), b = C::LoadU(back);
+    Reversed(Scaled(b, scale)).StoreU(front);
+    Reversed(Scaled(a, scale)).StoreU(back);
+  }
+
   /// The conjugate of X[k] to k and X[k] to n - k, times their chirps.
   template <class C>
-  KERNELS_INLINE void Spread(const float* src, std::ptrdiff_t k) {
+  KERNELS_INLINE void StoreWithMirror(const float* src, std::ptrdiff_t k) {
     const C x = C::LoadU(src + 2 * k), c = C::LoadU(spec.chirp + 2 * k);
     (Conjugate(x) * c).StoreU(y + 2 * k);
     Reversed(C{} - x * c).StoreU(y + 2 * (n - k - countOf<C> + 1));
@@ -221,7 +250,7 @@ private:
   Ipp32fc* Y() const { return reinterpret_cast<Ipp32fc*>(y); }
   const Ipp32fc* Chirp() const { return reinterpret_cast<const Ipp32fc*>(spec.chirp); }
 
-  /// Whether the inner transforms want their work area only as a stage buffer for running in place.
+  /// Whether the inner transforms need no work buffer when source and destination differ.
   bool RunsBetweenVectors() const {
     if (!spec.convSpec->usesFft) return true;
     int order = 0;
@@ -231,7 +260,7 @@ private:
   }
 
   IppStatus Convolve() {
-    // between two vectors the room for a stage buffer holds the second
+    // then the inner work buffer is free, and holds the spectrum
     float* const spectrum = RunsBetweenVectors() ? reinterpret_cast<float*>(inner) : y;
     ippsZero_32fc(Y() + n, spec.convLength - n);
     IppStatus status = RunComplex(Direction::Forward, y, spectrum, *spec.convSpec, inner);
@@ -247,63 +276,41 @@ private:
   Ipp8u* const inner;
 };
 
-/// The complex part of any spec but a power of two: n points, unscaled. `work` is aligned.
+/// The complex part of any spec but a power of two: n points, results times `scale`. `work` is
+/// aligned.
 inline IppStatus RunPoints(Direction dir, const float* src, float* dst,
-                           const IppsDFTSpec_R_32f& spec, int n, Ipp8u* work) {
+                           const IppsDFTSpec_R_32f& spec, int n, Ipp8u* work, float scale) {
   if (n <= DirectKernelLimit) {
-    RunDirectComplex(dir, n, src, dst, 1.0f);
+    RunDirectComplex(dir, n, src, dst, scale);
     return ippStsNoErr;
   }
   if (spec.hasPlan) {
     float* target = src == dst ? reinterpret_cast<float*>(work) : dst;
-    if (dir == Direction::Forward)
-      ComplexWalk<Direction::Forward>(spec, n, target, dst).Run(src);
-    else
-      ComplexWalk<Direction::Inverse>(spec, n, target, dst).Run(src);
+    if (dir == Direction::Inverse) {
+      ComplexWalk<Direction::Inverse>(spec, n, target, dst, scale).Run(src);
+      return ippStsNoErr;
+    }
+    ComplexWalk<Direction::Forward>(spec, n, target, dst, 1.0f).Run(src);
+    return ippsMulC_32f_I(scale, dst, 2 * n);
+  }
+  if (n <= DirectSumLimit) {
+    ComplexDirectSum(dir, src, dst, n, spec.directTable, scale);
     return ippStsNoErr;
   }
-  if (n > DirectSumLimit) return ChirpConvolution(spec, n, work).Complex(dir, src, dst);
-  ComplexDirectSum(dir, src, dst, n, spec.directTable);
-  return ippStsNoErr;
+  return ChirpConvolution(spec, n, work).Complex(dir, src, dst, scale);
 }
-
-/// The caller's work buffer, aligned, or one for the duration of a call.
-class WorkArea {
-public:
-  WorkArea(Ipp8u* buffer, std::int32_t size) {
-    if (size > 0 && !buffer)
-      area = own = ippsMalloc(size);
-    else if (size > 0)
-      area = AlignUp(buffer);
-    missing = size > 0 && !area;
-  }
-  WorkArea(const WorkArea&) = delete;
-  WorkArea& operator=(const WorkArea&) = delete;
-  ~WorkArea() { ippsFree(own); }
-  Ipp8u* area = nullptr;
-  bool missing;
-
-private:
-  Ipp8u* own = nullptr;
-};
 
 inline IppStatus RunComplex(Direction dir, const float* src, float* dst,
                             const IppsDFTSpec_C_32fc& spec, Ipp8u* buffer) {
   const bool scaled = (dir == Direction::Forward ? spec.fwdScaled : spec.invScaled) != 0;
-  if (spec.length <= DirectKernelLimit) {
-    RunDirectComplex(dir, spec.length, src, dst, scaled ? spec.scale : 1.0f);
-    return ippStsNoErr;
-  }
-  const WorkArea work(buffer, spec.workSize);
+  const WorkBuffer work(spec.workSize, buffer);
   if (work.missing) return ippStsMemAllocErr;
   if (spec.usesFft) {
     const auto run = dir == Direction::Forward ? ippsFFTFwd_CToC_32fc : ippsFFTInv_CToC_32fc;
     return run(reinterpret_cast<const Ipp32fc*>(src), reinterpret_cast<Ipp32fc*>(dst),
-               spec.complexFftSpec, work.area);
+               spec.complexFftSpec, work.bytes);
   }
-  const IppStatus status = RunPoints(dir, src, dst, spec, spec.length, work.area);
-  if (status == ippStsNoErr && scaled) ippsMulC_32f_I(spec.scale, dst, 2 * spec.length);
-  return status;
+  return RunPoints(dir, src, dst, spec, spec.length, work.bytes, scaled ? spec.scale : 1.0f);
 }
 
 /// From packed order, in place: even N moves X[N/2] behind, odd N moves the pairs up.
@@ -335,20 +342,20 @@ inline IppStatus RunRealForward(const float* src, float* dst, const IppsDFTSpec_
     PackedToCcs(dst, N);
     return ippStsNoErr;
   }
-  const WorkArea work(buffer, spec.workSize);
+  const WorkBuffer work(spec.workSize, buffer);
   if (work.missing) return ippStsMemAllocErr;
   IppStatus status = ippStsNoErr;
   if (spec.usesFft) {
-    status = KERNELS_BUILD::ippsFFTFwd_RToPack_32f(src, dst, spec.fftSpec, work.area);
+    status = KERNELS_BUILD::ippsFFTFwd_RToPack_32f(src, dst, spec.fftSpec, work.bytes);
     if (status == ippStsNoErr) PackedToCcs(dst, N);
     return status;
   }
   if (N % 2 == 1) {
     // the spectrum comes out in CCS order but for the imaginary part of X[0]
     if (spec.realPlan)
-      RealWalk(spec, work.area).Forward(src, {dst, dst});
+      RealWalk(spec, work.bytes).Forward(src, {dst, dst});
     else if (N > DirectSumLimit)
-      status = ChirpConvolution(spec, N, work.area).RealForward(src, dst);
+      status = ChirpConvolution(spec, N, work.bytes).RealForward(src, dst);
     else
       RealDirectSumForward(src, dst, N, spec.directTable);
     if (status != ippStsNoErr) return status;
@@ -357,7 +364,7 @@ inline IppStatus RunRealForward(const float* src, float* dst, const IppsDFTSpec_
     return status;
   }
   const int n = N / 2;
-  status = RunPoints(Direction::Forward, src, dst, spec, n, work.area);
+  status = RunPoints(Direction::Forward, src, dst, spec, n, work.bytes, 1.0f);
   if (status != ippStsNoErr) return status;
   const float scale = spec.fwdScaled ? spec.scale : 1.0f;
   Recombine<Direction::Forward>(dst, dst, n, spec.recombFwd, scale);
@@ -376,27 +383,27 @@ inline IppStatus RunRealInverse(const float* src, float* dst, const IppsDFTSpec_
     RunDirectReal(Direction::Inverse, N, dst, dst, spec.invScaled ? spec.scale : 1.0f);
     return ippStsNoErr;
   }
-  const WorkArea work(buffer, spec.workSize);
+  const WorkBuffer work(spec.workSize, buffer);
   if (work.missing) return ippStsMemAllocErr;
-  if (spec.usesFft) return KERNELS_BUILD::ippsFFTInv_CCSToR_32f(src, dst, spec.fftSpec, work.area);
+  if (spec.usesFft) return KERNELS_BUILD::ippsFFTInv_CCSToR_32f(src, dst, spec.fftSpec, work.bytes);
   IppStatus status = ippStsNoErr;
   if (N % 2 == 1) {
     if (spec.realPlan)
-      RealWalk(spec, work.area).Inverse({src, src}, dst);
+      RealWalk(spec, work.bytes).Inverse({src, src}, dst);
     else if (N > DirectSumLimit)
-      status = ChirpConvolution(spec, N, work.area).RealInverse(src, dst);
+      status = ChirpConvolution(spec, N, work.bytes).RealInverse(src, dst);
     else
       RealDirectSumInverse(src, dst, N, spec.directTable);
     if (status == ippStsNoErr && spec.invScaled) ippsMulC_32f_I(spec.scale, dst, N);
     return status;
   }
   const int n = N / 2;
-  const float scale = spec.invScaled ? spec.scale : 1.0f;
   const float first = src[0], nyquist = src[N];
-  Recombine<Direction::Inverse>(src, dst, n, spec.recombInv, scale);
-  dst[0] = (first + nyquist) * scale;
-  dst[1] = (first - nyquist) * scale;
-  return RunPoints(Direction::Inverse, dst, dst, spec, n, work.area);
+  Recombine<Direction::Inverse>(src, dst, n, spec.recombInv, 1.0f);
+  dst[0] = first + nyquist;
+  dst[1] = first - nyquist;
+  return RunPoints(Direction::Inverse, dst, dst, spec, n, work.bytes,
+                   spec.invScaled ? spec.scale : 1.0f);
 }
 
-}  // namespace Orvik::Tesmo::Kernels::KERNELS_BUILD::Dft
+}  // namespace Orvik::Tesmo::Kernels::KERNELS_BUILD

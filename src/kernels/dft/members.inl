@@ -11,75 +11,51 @@
 
 namespace Orvik::Tesmo::Kernels::KERNELS_BUILD {
 
-IppStatus ippsDFTInitAlloc_R_32f(IppsDFTSpec_R_32f** ppSpec, int length, int flag, int hint) {
-  if (!ppSpec) return ippStsNullPtrErr;
-  if (length < 1) return ippStsSizeErr;
-  return Dft::MakeSpec(ppSpec, length, flag, hint, DftKind::Real);
+static IppStatus ippsDFTInitAlloc_R_32f(IppsDFTSpec_R_32f** ppSpec, int length, int flag,
+                                        int hint) {
+  return PlanDftSpec(build, ppSpec, length, flag, hint, DftKind::Real);
 }
 
-IppStatus ippsDFTFree_R_32f(IppsDFTSpec_R_32f* pSpec) {
-  if (!pSpec) return ippStsNullPtrErr;
-  if (pSpec->id != RealDftId) return ippStsContextMatchErr;
-  Dft::ReleaseSpec(pSpec);
-  return ippStsNoErr;
+static IppStatus ippsDFTFree_R_32f(IppsDFTSpec_R_32f* pSpec) {
+  return FreeDft(pSpec, RealDftId);
 }
 
-IppStatus ippsDFTGetBufSize_R_32f(const IppsDFTSpec_R_32f* pSpec, int* pSize) {
+static IppStatus ippsDFTGetBufSize_R_32f(const IppsDFTSpec_R_32f* pSpec, int* pSize) {
   if (!pSpec || !pSize) return ippStsNullPtrErr;
   if (pSpec->id != RealDftId) return ippStsContextMatchErr;
   *pSize = pSpec->workSize;
   return ippStsNoErr;
 }
 
-static IppStatus CheckTransform(const void* src, const void* dst, const IppsDFTSpec_R_32f* spec,
-                                std::int32_t id) {
-  if (!spec) return ippStsNullPtrErr;
-  if (spec->id != id) return ippStsContextMatchErr;
-  return src && dst ? ippStsNoErr : ippStsNullPtrErr;
+static IppStatus ippsDFTFwd_RToCCS_32f(const Ipp32f* pSrc, Ipp32f* pDst,
+                                       const IppsDFTSpec_R_32f* pSpec, Ipp8u* pBuffer) {
+  const IppStatus status = CheckTransform(pSpec, RealDftId, pSrc, pDst);
+  return status != ippStsNoErr ? status : RunRealForward(pSrc, pDst, *pSpec, pBuffer);
 }
 
-IppStatus ippsDFTFwd_RToCCS_32f(const Ipp32f* pSrc, Ipp32f* pDst, const IppsDFTSpec_R_32f* pSpec,
-                                Ipp8u* pBuffer) {
-  const IppStatus status = CheckTransform(pSrc, pDst, pSpec, RealDftId);
-  return status != ippStsNoErr ? status : Dft::RunRealForward(pSrc, pDst, *pSpec, pBuffer);
+static IppStatus ippsDFTInv_CCSToR_32f(const Ipp32f* pSrc, Ipp32f* pDst,
+                                       const IppsDFTSpec_R_32f* pSpec, Ipp8u* pBuffer) {
+  const IppStatus status = CheckTransform(pSpec, RealDftId, pSrc, pDst);
+  return status != ippStsNoErr ? status : RunRealInverse(pSrc, pDst, *pSpec, pBuffer);
 }
 
-IppStatus ippsDFTInv_CCSToR_32f(const Ipp32f* pSrc, Ipp32f* pDst, const IppsDFTSpec_R_32f* pSpec,
-                                Ipp8u* pBuffer) {
-  const IppStatus status = CheckTransform(pSrc, pDst, pSpec, RealDftId);
-  return status != ippStsNoErr ? status : Dft::RunRealInverse(pSrc, pDst, *pSpec, pBuffer);
+static IppStatus ippsDFTInitAlloc_C_32fc(IppsDFTSpec_C_32fc** ppSpec, int length, int flag,
+                                         int hint) {
+  return PlanDftSpec(build, ppSpec, length, flag, hint, DftKind::Complex);
 }
 
-IppStatus ippsDFTInitAlloc_C_32fc(IppsDFTSpec_C_32fc** ppSpec, int length, int flag, int hint) {
-  if (!ppSpec) return ippStsNullPtrErr;
-  if (length < 1) return ippStsSizeErr;
-  return Dft::MakeSpec(ppSpec, length, flag, hint, DftKind::Complex);
+static IppStatus ippsDFTFree_C_32fc(IppsDFTSpec_C_32fc* pSpec) {
+  return FreeDft(pSpec, ComplexDftId);
 }
 
-IppStatus ippsDFTFree_C_32fc(IppsDFTSpec_C_32fc* pSpec) {
-  if (!pSpec) return ippStsNullPtrErr;
-  if (pSpec->id != ComplexDftId) return ippStsContextMatchErr;
-  Dft::ReleaseSpec(pSpec);
-  return ippStsNoErr;
+template <Direction dir>
+static IppStatus ComplexDft(const Ipp32fc* pSrc, Ipp32fc* pDst, const IppsDFTSpec_C_32fc* pSpec,
+                            Ipp8u* pBuffer) {
+  const IppStatus status = CheckTransform(pSpec, ComplexDftId, pSrc, pDst);
+  return status != ippStsNoErr ? status : RunComplex(dir, &pSrc->re, &pDst->re, *pSpec, pBuffer);
 }
-
-IppStatus ippsDFTFwd_CToC_32fc(const Ipp32fc* pSrc, Ipp32fc* pDst, const IppsDFTSpec_C_32fc* pSpec,
-                               Ipp8u* pBuffer) {
-  const IppStatus status = CheckTransform(pSrc, pDst, pSpec, ComplexDftId);
-  return status != ippStsNoErr
-             ? status
-             : Dft::RunComplex(Direction::Forward, reinterpret_cast<const float*>(pSrc),
-                               reinterpret_cast<float*>(pDst), *pSpec, pBuffer);
-}
-
-IppStatus ippsDFTInv_CToC_32fc(const Ipp32fc* pSrc, Ipp32fc* pDst, const IppsDFTSpec_C_32fc* pSpec,
-                               Ipp8u* pBuffer) {
-  const IppStatus status = CheckTransform(pSrc, pDst, pSpec, ComplexDftId);
-  return status != ippStsNoErr
-             ? status
-             : Dft::RunComplex(Direction::Inverse, reinterpret_cast<const float*>(pSrc),
-                               reinterpret_cast<float*>(pDst), *pSpec, pBuffer);
-}
+constexpr auto ippsDFTFwd_CToC_32fc = ComplexDft<Direction::Forward>;
+constexpr auto ippsDFTInv_CToC_32fc = ComplexDft<Direction::Inverse>;
 
 }  // namespace Orvik::Tesmo::Kernels::KERNELS_BUILD
 

@@ -3,12 +3,11 @@
 // A planned transform, as the engine reads it. The same for every build but for the order of values
 // inside the tables, so a spec is only valid with the build that made it.
 
+#include "kernels/build.h"
 #include "kernels/dft/plan.h"
-#include "kernels/ipps.h"
 
+#include <cstddef>
 #include <cstdint>
-
-struct IppsFFTSpec_C_32fc;
 
 namespace Orvik::Tesmo::Kernels {
 
@@ -55,3 +54,44 @@ struct IppsDFTSpec_R_32f {
 
 /// A complex spec has the same layout and another id.
 using IppsDFTSpec_C_32fc = IppsDFTSpec_R_32f;
+
+namespace Orvik::Tesmo::Kernels {
+
+// How tables and stages of a build with registers of `vecWidth` floats group their values.
+
+/// A stage of a complex plan over n points.
+struct StageGroups {
+  int width;   ///< complex values in a group
+  bool apart;  ///< real and imaginary parts in registers of their own
+};
+constexpr StageGroups GroupsOf(std::ptrdiff_t n, std::ptrdiff_t m, int vecWidth) {
+  if (n % vecWidth == 0) return {vecWidth, true};
+  return {m >= vecWidth / 2 ? vecWidth / 2 : 2, false};
+}
+/// Complex values to a group of a real stage: as many as fit the pairs of a block.
+constexpr int RealStageWidth(std::ptrdiff_t m, int vecWidth) {
+  const std::ptrdiff_t pairs = (m - 1) / 2;
+  return pairs >= vecWidth / 2 ? vecWidth / 2 : pairs >= 2 ? 2 : 1;
+}
+
+/// Values of k in a group of the recombination: short transforms have no room for a wide one.
+constexpr int RecombineWidth(std::ptrdiff_t n, int vecWidth) {
+  return n >= 2 * vecWidth ? vecWidth : 4;
+}
+/// Groups over k = 1 to n / 2, the last one perhaps overlapping.
+constexpr std::ptrdiff_t RecombineGroups(std::ptrdiff_t n, int vecWidth) {
+  return (n / 2 + RecombineWidth(n, vecWidth) - 1) / RecombineWidth(n, vecWidth);
+}
+/// First k of a group.
+constexpr std::ptrdiff_t RecombineStart(std::ptrdiff_t n, int vecWidth, std::ptrdiff_t group) {
+  const std::ptrdiff_t width = RecombineWidth(n, vecWidth);
+  return (group + 1) * width <= n / 2 ? 1 + group * width : n / 2 - width + 1;
+}
+
+/// The planning entries, for the tables of this build. *made is written on success only.
+IppStatus PlanDftSpec(const Build& build, IppsDFTSpec_R_32f** made, int length, int flag, int hint,
+                      DftKind kind);
+/// `id` is RealDftId or ComplexDftId.
+IppStatus FreeDft(IppsDFTSpec_R_32f* spec, std::int32_t id);
+
+}  // namespace Orvik::Tesmo::Kernels

@@ -9,8 +9,9 @@
 // float before it in packed order.
 
 #include "kernels/dft/bottom.h"
+#include "kernels/dft/planned_dft.h"
 
-namespace Orvik::Tesmo::Kernels::KERNELS_BUILD::Dft {
+namespace Orvik::Tesmo::Kernels::KERNELS_BUILD {
 
 template <class Float>
 struct Spectrum {
@@ -30,62 +31,6 @@ struct RealStageRun {
   const float* twiddles;  ///< groups of q = 1 to (m-1)/2, the last one perhaps overlapping
   const float* roots;
 };
-
-/// Lanes that fit the pairs of a block: complex values to a group.
-constexpr int RealStageWidth(std::ptrdiff_t m) {
-  const std::ptrdiff_t pairs = (m - 1) / 2;
-  return pairs >= Vec::width / 2 ? Vec::width / 2 : pairs >= 2 ? 2 : 1;
-}
-
-/// Generic real transforms: as RealForward and RealInverse, in place in packed order.
-template <class V>
-void GenericRealForward(V* x, int r, const float* roots) {
-  const int half = r / 2;
-  V y[genericLimit];
-  y[0] = x[0];
-  for (int j = 1; j <= half; ++j) {
-    const V a = x[j], b = x[r - j];
-    x[j] = a + b;
-    x[r - j] = a - b;
-    y[0] = y[0] + x[j];
-  }
-  for (int k = 1; k <= half; ++k) {
-    V re = x[0], im = Splat<V>(0.0f);
-    for (int j = 1, turn = k; j <= half; ++j) {
-      re = re + x[j] * Splat<V>(roots[2 * turn]);
-      im = im + x[r - j] * Splat<V>(roots[2 * turn + 1]);
-      turn += k;
-      if (turn >= r) turn -= r;
-    }
-    y[2 * k - 1] = re;
-    y[2 * k] = im;
-  }
-  for (int k = 0; k < r; ++k)
-    x[k] = y[k];
-}
-template <class V>
-void GenericRealInverse(V* x, int r, const float* roots) {
-  const int half = r / 2;
-  V y[genericLimit];
-  y[0] = x[0];
-  for (int k = 1; k < r; ++k)
-    x[k] = x[k] + x[k];
-  for (int k = 1; k <= half; ++k)
-    y[0] = y[0] + x[2 * k - 1];
-  for (int j = 1; j <= half; ++j) {
-    V even = x[0], odd = Splat<V>(0.0f);
-    for (int k = 1, turn = j; k <= half; ++k) {
-      even = even + x[2 * k - 1] * Splat<V>(roots[2 * turn]);
-      odd = odd + x[2 * k] * Splat<V>(roots[2 * turn + 1]);  // -sin
-      turn += j;
-      if (turn >= r) turn -= r;
-    }
-    y[j] = even + odd;
-    y[r - j] = even - odd;
-  }
-  for (int k = 0; k < r; ++k)
-    x[k] = y[k];
-}
 
 /// The blocks' q = 0: a real transform across them.
 template <int R>
@@ -142,7 +87,8 @@ void JoinBlocks(const float* blocks, Spectrum<float> out, const RealStageRun& ru
     const float* w = run.twiddles + group * (radix - 1) * 2 * count;
     const auto load = [&](int p) KERNELS_INLINE_LAMBDA {
       const C block = C::LoadU(blocks + p * run.m - 1 + 2 * q);
-      x[p] = p == 0 ? block : Twist<Direction::Forward>(block, C::Load(w + (p - 1) * 2 * count));
+      x[p] = p == 0 ? block
+                    : TimesTwiddle<Direction::Forward>(block, C::Load(w + (p - 1) * 2 * count));
     };
     const auto store = [&](int k) KERNELS_INLINE_LAMBDA {
       if (k <= radix / 2)
@@ -180,7 +126,7 @@ void SplitBlocks(Spectrum<const float> in, float* blocks, const RealStageRun& ru
     };
     const auto store = [&](int p) KERNELS_INLINE_LAMBDA {
       const C block =
-          p == 0 ? x[p] : Twist<Direction::Inverse>(x[p], C::Load(w + (p - 1) * 2 * count));
+          p == 0 ? x[p] : TimesTwiddle<Direction::Inverse>(x[p], C::Load(w + (p - 1) * 2 * count));
       block.StoreU(blocks + p * run.m - 1 + 2 * q);
     };
     if constexpr (R > 0) {
@@ -197,7 +143,8 @@ void SplitBlocks(Spectrum<const float> in, float* blocks, const RealStageRun& ru
   });
 }
 
-/// kernel.operator()<C, R>() with the lanes for blocks of m and the radix, 0 for a generic one.
+/// Calls kernel.operator()<C, R>() with the form of values that suits blocks of m, and the radix; 0
+/// stands for a radix without code of its own.
 template <class C, class Kernel>
 KERNELS_INLINE void WithRadix(int radix, Kernel&& kernel) {
   switch (radix) {
@@ -216,8 +163,8 @@ KERNELS_INLINE void WithRadix(int radix, Kernel&& kernel) {
   }
 }
 template <class Kernel>
-KERNELS_INLINE void WithLanes(const RealStageRun& run, Kernel&& kernel) {
-  switch (RealStageWidth(run.m)) {
+KERNELS_INLINE void WithWidth(const RealStageRun& run, Kernel&& kernel) {
+  switch (RealStageWidth(run.m, Vec::width)) {
   case 1:
     return WithRadix<Pairs<Vec2>>(run.radix, kernel);
   case 2:
@@ -227,10 +174,12 @@ KERNELS_INLINE void WithLanes(const RealStageRun& run, Kernel&& kernel) {
   }
 }
 
-// The bottom: real transforms of strided samples, lanes over neighbouring offsets.
+// The first kernels: real transforms of strided samples. A register holds the same value of several
+// transforms, at neighbouring offsets.
 
-/// Lane by lane, `radix` floats of a block to or from row registers. Whole quads of floats, the
-/// last one over values already moved; three floats have no quad.
+/// `radix` floats of each of V::width blocks to or from registers that hold one float of each
+/// block. Four floats at a time, the last four over values already moved; radix 3 moves single
+/// floats.
 template <class V, int R>
 KERNELS_INLINE void RowsToBlocks(const V* x, float* const* block, int r) {
   if constexpr (R == 3) {
@@ -281,8 +230,9 @@ KERNELS_INLINE void BlocksToRows(const float* const* block, V* x, int r) {
   }
 }
 
-/// Lane groups over the offsets of a run, the last one starting early or, in a short run, repeating
-/// the last transform: body(offset of each lane, all of them neighbours in memory).
+/// Calls body(offsets, whether they are neighbours in memory) for groups of V::width offsets of a
+/// run. The last group starts early, over transforms already done; in a run shorter than a group
+/// the last transform is repeated.
 template <class V, class Body>
 KERNELS_INLINE void ForOffsets(const BottomRun& run, Body&& body) {
   constexpr int width = V::width;
@@ -353,11 +303,11 @@ void RealBottomInverse(const float* src, float* dst, const BottomRun& run) {
 
 [[gnu::noinline]] inline void JoinRealStage(const float* blocks, Spectrum<float> out,
                                             const RealStageRun& run) {
-  WithLanes(run, [&]<class C, int R>() { JoinBlocks<C, R>(blocks, out, run); });
+  WithWidth(run, [&]<class C, int R>() { JoinBlocks<C, R>(blocks, out, run); });
 }
 [[gnu::noinline]] inline void SplitRealStage(Spectrum<const float> in, float* blocks,
                                              const RealStageRun& run) {
-  WithLanes(run, [&]<class C, int R>() { SplitBlocks<C, R>(in, blocks, run); });
+  WithWidth(run, [&]<class C, int R>() { SplitBlocks<C, R>(in, blocks, run); });
 }
 [[gnu::noinline]] inline void RunRealBottom(Direction dir, const float* src, float* dst,
                                             const BottomRun& run) {
@@ -369,4 +319,4 @@ void RealBottomInverse(const float* src, float* dst, const BottomRun& run) {
   });
 }
 
-}  // namespace Orvik::Tesmo::Kernels::KERNELS_BUILD::Dft
+}  // namespace Orvik::Tesmo::Kernels::KERNELS_BUILD

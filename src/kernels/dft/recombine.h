@@ -2,28 +2,15 @@
 #pragma once
 
 // Between the spectrum of N real samples and the complex spectrum z of the n = N / 2 values
-// x[2j] + i x[2j+1]. Values k and n - k are worked together, in groups from both ends; the middle
-// group, which may overlap its neighbours, is read first and written last.
+// x[2j] + i x[2j+1]. Values k and n - k are computed together, in groups from both ends. The
+// middle group may overlap its neighbours: it is read first and written last.
 
-#include "kernels/dft/lanes.h"
+#include "kernels/complex.h"
+#include "kernels/dft/planned_dft.h"
 
 #include <cstddef>
 
-namespace Orvik::Tesmo::Kernels::KERNELS_BUILD::Dft {
-
-/// Values of k in a group: short transforms have no room for a wide one.
-constexpr int RecombineWidth(std::ptrdiff_t n) {
-  return n >= 2 * Vec::width ? Vec::width : 4;
-}
-/// Groups over k = 1 to n / 2, the last one perhaps overlapping.
-constexpr std::ptrdiff_t RecombineGroups(std::ptrdiff_t n) {
-  return (n / 2 + RecombineWidth(n) - 1) / RecombineWidth(n);
-}
-/// First k of a group.
-constexpr std::ptrdiff_t RecombineStart(std::ptrdiff_t n, std::ptrdiff_t group) {
-  const std::ptrdiff_t width = RecombineWidth(n);
-  return (group + 1) * width <= n / 2 ? 1 + group * width : n / 2 - width + 1;
-}
+namespace Orvik::Tesmo::Kernels::KERNELS_BUILD {
 
 template <class V>
 struct RecombinePair {
@@ -70,9 +57,9 @@ void RecombineGroupwise(const float* src, float* z, std::ptrdiff_t n, const floa
       pair.back = pair.back * factor;
     }
   };
-  const std::ptrdiff_t last = RecombineGroups(n) - 1;
+  const std::ptrdiff_t last = RecombineGroups(n, Vec::width) - 1;
   RecombinePair<V> middle;
-  middle.Load(src, n, RecombineStart(n, last));
+  middle.Load(src, n, RecombineStart(n, Vec::width, last));
   turn(middle, table + last * 2 * V::width);
   for (std::ptrdiff_t group = 0; group < last; ++group) {
     RecombinePair<V> pair;
@@ -80,24 +67,24 @@ void RecombineGroupwise(const float* src, float* z, std::ptrdiff_t n, const floa
     turn(pair, table + group * 2 * V::width);
     pair.Store(z, n, 1 + group * V::width);
   }
-  middle.Store(z, n, RecombineStart(n, last));
+  middle.Store(z, n, RecombineStart(n, Vec::width, last));
 }
 
 template <Direction dir, bool scaled>
 void RecombineAtWidth(const float* src, float* z, std::ptrdiff_t n, const float* table,
                       float scale) {
-  if (RecombineWidth(n) == Vec::width)
+  if (RecombineWidth(n, Vec::width) == Vec::width)
     RecombineGroupwise<Vec, dir, scaled>(src, z, n, table, scale);
   else
     RecombineGroupwise<Vec4, dir, scaled>(src, z, n, table, scale);
 }
 
+/// Forward multiplies the results by `scale`; inverse leaves that to the last pass.
 template <Direction dir>
 void Recombine(const float* src, float* z, std::ptrdiff_t n, const float* table, float scale) {
-  if (scale == 1.0f)
-    RecombineAtWidth<dir, false>(src, z, n, table, scale);
-  else
-    RecombineAtWidth<dir, true>(src, z, n, table, scale);
+  if constexpr (dir == Direction::Forward)
+    if (scale != 1.0f) return RecombineAtWidth<dir, true>(src, z, n, table, scale);
+  RecombineAtWidth<dir, false>(src, z, n, table, scale);
 }
 
-}  // namespace Orvik::Tesmo::Kernels::KERNELS_BUILD::Dft
+}  // namespace Orvik::Tesmo::Kernels::KERNELS_BUILD

@@ -7,65 +7,51 @@
 // left in bit-reversed order.
 #pragma once
 
-#include "kernels/fft/butterfly.h"
-#include "kernels/vec4.h"
+#include "kernels/butterfly.h"
+#include "kernels/complex.h"
 
 namespace Orvik::Tesmo::Kernels::KERNELS_BUILD {
 
 /// Where the second pass finds what the first left: in the stage layout, or in groups of four real
 /// and four imaginary parts in the order of the blocks.
 enum class Input { Stage, Fours };
-/// Where a pass leaves its results.
-enum class Output { Stage, Interleaved };
-
 template <Output output, class V>
-KERNELS_INLINE void Put(Complex<V> x, float* p) {
+KERNELS_INLINE void Put(Complex<V> x, float* p, V scale) {
   if constexpr (output == Output::Stage)
     x.StoreU(p);
-  else
+  else if constexpr (output == Output::Interleaved)
     x.StoreInterleaved(p);
+  else
+    (x * scale).StoreInterleaved(p);
 }
 
 /// One butterfly of a later pass: reads rows of groups, `in` apart, writes them `out` apart.
-/// `factor` gives the power p.
+/// `factor` returns the twiddle of power p.
 template <Direction dir, class V, int radix, class Load, class Factor, class Store>
-KERNELS_INLINE void Butterfly(Load load, Factor factor, Store store) {
-  using C = Complex<V>;
-  if constexpr (radix == 4) {
-    C y0 = load(0), y2 = Twist<dir>(load(1), factor(2));
-    C y1 = Twist<dir>(load(2), factor(1)), y3 = Twist<dir>(load(3), factor(3));
-    Butterfly4<dir>(y0, y1, y2, y3);
-    store(0, y0);
-    store(1, y1);
-    store(2, y2);
-    store(3, y3);
-  } else {
-    C y[8];
-    y[0] = load(0);
-    y[4] = Twist<dir>(load(1), factor(4));
-    y[2] = Twist<dir>(load(2), factor(2));
-    y[6] = Twist<dir>(load(3), factor(6));
-    y[1] = Twist<dir>(load(4), factor(1));
-    y[5] = Twist<dir>(load(5), factor(5));
-    y[3] = Twist<dir>(load(6), factor(3));
-    y[7] = Twist<dir>(load(7), factor(7));
+KERNELS_INLINE void PassButterfly(Load load, Factor factor, Store store) {
+  constexpr int reversed[] = {0, 4, 2, 6, 1, 5, 3, 7};
+  Complex<V> y[radix];
+  y[0] = load(0);
+  Unroll<radix - 1>([&](auto i) KERNELS_INLINE_LAMBDA {
+    constexpr int m = i + 1, power = reversed[m] * radix / 8;
+    y[power] = TimesTwiddle<dir>(load(m), factor(power));
+  });
+  if constexpr (radix == 4)
+    Butterfly<4, dir>(y);
+  else
     Butterfly8<dir>(y);
-    store(0, y[0]);
-    store(1, y[1]);
-    store(2, y[2]);
-    store(3, y[3]);
-    store(4, y[4]);
-    store(5, y[5]);
-    store(6, y[6]);
-    store(7, y[7]);
-  }
+  Unroll<radix>([&](auto q) KERNELS_INLINE_LAMBDA { store(q, y[q]); });
 }
 
-// With two lanes, the first pass has columns c and c + 2 in one register: blocks i and i + M/16,
-// which lie in neighbouring quarters of the vector. The pair (i in the even quarter, its partner in
-// the odd one) is kept, for even i, in the even quarter where blocks i and i + 1 belong, for odd i
-// in the odd quarter where the partners of i - 1 and i belong. So the second pass finds what it
-// needs where it writes, and takes the lanes apart. With one lane, block i stands at its place.
+// With two lanes, the first pass computes columns c and c + 2 in one register. They belong to block
+// i and to its partner i + M/16, in the next quarter of the vector. It stores the register whole.
+// The second pass reads and writes the same places, and separates the lanes there:
+//
+//   places             of blocks i and i + 1      of their partners         (i even)
+//   after the first    i, partner of i            i + 1, partner of i + 1
+//   after the second   i, i + 1                   partners of i and of i + 1
+//
+// With one lane, block i is stored at its place.
 
 /// Where the first pass leaves the group of block i, in floats; `twice` is 2 i, as in bitRev.
 template <class V>
@@ -76,17 +62,17 @@ KERNELS_INLINE std::ptrdiff_t PairedBlock(std::ptrdiff_t twice, std::ptrdiff_t M
     return 4 * (twice & ~std::ptrdiff_t{2}) + ((twice & 2) >> 1) * (M >> 1);
 }
 
-/// The butterflies of V::width / 2 neighbouring columns, from four rows: groups of the even
-/// columns, then of the odd ones.
+/// The radix-4 butterflies of V::width / 2 neighbouring columns, from four rows. The results are
+/// two groups, of the even columns and of the odd ones.
 template <Direction dir, class V>
 struct FirstButterflies {
   Complex<V> even, odd;
   KERNELS_INLINE FirstButterflies(V r0, V r1, V r2, V r3) {
-    Pairs<V> x0{r0}, x1{r1}, x2{r2}, x3{r3};
-    Butterfly4<dir>(x0, x1, x2, x3);
-    TransposeLanes(x0.v, x1.v, x2.v, x3.v);
-    even = {x0.v, x1.v};
-    odd = {x2.v, x3.v};
+    Pairs<V> x[] = {{r0}, {r1}, {r2}, {r3}};
+    Butterfly<4, dir>(x);
+    TransposeLanes(x[0].v, x[1].v, x[2].v, x[3].v);
+    even = {x[0].v, x[1].v};
+    odd = {x[2].v, x[3].v};
   }
   /// From rows `stride` floats apart.
   static KERNELS_INLINE FirstButterflies Load(const float* p, std::ptrdiff_t stride) {
@@ -99,8 +85,8 @@ constexpr int groupsOfLine = 64 / sizeof(Complex<V>);
 
 /// The first pass, radix 4, from interleaved values in natural order: rows M/4 apart, neighbouring
 /// columns, each to the block that the bit reversal gives. Where a group is half a cache line,
-/// columns M/8 apart go together: their blocks are neighbours and fill a line while it is in the
-/// cache.
+/// columns M/8 apart are computed together: their blocks are neighbours, and fill the line while it
+/// is in the cache.
 template <Direction dir, class V>
 void FirstPass(const float* src, float* stage, const std::int32_t* bitRev, std::ptrdiff_t M) {
   constexpr int columns = V::width / 2, together = groupsOfLine<V>;
@@ -124,22 +110,21 @@ void FirstPassColumns(const float* src, float* stage, const std::int32_t* bitRev
     for (int i = 0; i < together; ++i) {
       const std::ptrdiff_t c = left + i * (M / 8);
       const float* s = src + 2 * c;
-      C x0 = C::LoadU(s), x1 = C::LoadU(s + M / 2), x2 = C::LoadU(s + M),
-        x3 = C::LoadU(s + 3 * M / 2);
-      Butterfly4<dir>(x0, x1, x2, x3);
-      TransposeLanes(x0.re, x1.re, x2.re, x3.re);
-      TransposeLanes(x0.im, x1.im, x2.im, x3.im);
+      C x[] = {C::LoadU(s), C::LoadU(s + M / 2), C::LoadU(s + M), C::LoadU(s + 3 * M / 2)};
+      Butterfly<4, dir>(x);
+      TransposeLanes(x[0].re, x[1].re, x[2].re, x[3].re);
+      TransposeLanes(x[0].im, x[1].im, x[2].im, x[3].im);
       float* even = stage + PairedBlock<V>(bitRev[c], M);
-      x0.Store(even);
-      x1.Store(even + M);
+      x[0].Store(even);
+      x[1].Store(even + M);
       even = stage + PairedBlock<V>(bitRev[c + V::width / 2], M);
-      x2.Store(even);
-      x3.Store(even + M);
+      x[2].Store(even);
+      x[3].Store(even + M);
     }
 }
 
-/// The second pass, span 4, in place on `count` values at `data`, and with two lanes on as many
-/// `partner` floats behind. Its factors are the same for every block.
+/// The second pass, span 4, in place on `count` values at `data`; with two lanes also on as many
+/// values `partner` floats behind them. All blocks have the same factors.
 template <Direction dir, class V, int radix, Input input>
 void SecondPass(float* data, std::ptrdiff_t partner, const float* twiddles, std::ptrdiff_t count) {
   using C = Complex<V>;
@@ -149,8 +134,8 @@ void SecondPass(float* data, std::ptrdiff_t partner, const float* twiddles, std:
   const auto factor = [&](int p) { return w[p]; };
   for (float* block = data; block < data + 2 * count; block += 8 * radix) {
     if constexpr (V::lanes == 1) {
-      Butterfly<dir, V, radix>([&](int m) { return C::Load(block + 8 * m); }, factor,
-                               [&](int q, C x) { x.Store(block + 8 * q); });
+      PassButterfly<dir, V, radix>([&](int m) { return C::Load(block + 8 * m); }, factor,
+                                   [&](int q, C x) { x.Store(block + 8 * q); });
     } else {
       const auto load = [&](int m) -> C {
         const float* p = block + 8 * m;
@@ -160,7 +145,7 @@ void SecondPass(float* data, std::ptrdiff_t partner, const float* twiddles, std:
           return C::Load(m & 1 ? p - 8 + partner : p);
       };
       C y[radix];
-      Butterfly<dir, V, radix>(load, factor, [&](int q, C x) { y[q] = x; });
+      PassButterfly<dir, V, radix>(load, factor, [&](int q, C x) { y[q] = x; });
       for (int q = 0; q < radix; q += 2) {
         float* out = block + 8 * q;
         C{LowLanes(y[q].re, y[q + 1].re), LowLanes(y[q].im, y[q + 1].im)}.Store(out);
@@ -170,18 +155,21 @@ void SecondPass(float* data, std::ptrdiff_t partner, const float* twiddles, std:
   }
 }
 
-/// A later pass on `count` values from `data` to `out`, which may be the same.
+/// A later pass on `count` values from `data` to `out`, which may be the same. Only Output::Scaled
+/// reads `scale`.
 template <Direction dir, class V, int radix, Output output>
 void LaterPass(const float* data, float* out, const float* twiddles, std::ptrdiff_t span,
-               std::ptrdiff_t count) {
+               std::ptrdiff_t count, float scale) {
   using C = Complex<V>;
+  const V factor = V::Set1(scale);
   constexpr int group = 2 * V::width;
   for (std::ptrdiff_t block = 0; block < 2 * count; block += 2 * span * radix) {
     const float* w = twiddles;
     for (std::ptrdiff_t j = block; j < block + 2 * span; j += group, w += group * (radix - 1))
-      Butterfly<dir, V, radix>([&](int m) { return C::Load(data + j + 2 * span * m); },
-                               [&](int p) { return C::Load(w + group * (p - 1)); },
-                               [&](int q, C x) { Put<output>(x, out + j + 2 * span * q); });
+      PassButterfly<dir, V, radix>(
+          [&](int m) { return C::Load(data + j + 2 * span * m); },
+          [&](int p) { return C::Load(w + group * (p - 1)); },
+          [&](int q, C x) { Put<output>(x, out + j + 2 * span * q, factor); });
   }
 }
 
@@ -195,27 +183,29 @@ void GatheringPass(const float* data, std::ptrdiff_t rowStride, float* work, con
   for (std::ptrdiff_t r = 0; r < rows; r += radix, data += radix * rowStride) {
     const float* w = twiddles;
     for (std::ptrdiff_t j = 0; j < 2 * columns; j += group, w += group * (radix - 1))
-      Butterfly<dir, V, radix>([&](int m) { return C::LoadU(data + j + rowStride * m); },
-                               [&](int p) { return C::Load(w + group * (p - 1)); },
-                               [&](int q, C x) { x.Store(work + j + 2 * columns * q); });
+      PassButterfly<dir, V, radix>([&](int m) { return C::LoadU(data + j + rowStride * m); },
+                                   [&](int p) { return C::Load(w + group * (p - 1)); },
+                                   [&](int q, C x) { x.Store(work + j + 2 * columns * q); });
     work += radix * 2 * columns;
   }
 }
 
-/// The last of them, radix 4, back to `data`: the powers follow from the first.
+/// The last of the column-wise levels, radix 4, back to `data`. The table has the first power of
+/// each twiddle only; the others are its products.
 template <Direction dir, class V, Output output>
 void ScatteringPass(const float* work, float* data, std::ptrdiff_t rowStride, const float* twiddles,
-                    std::ptrdiff_t columns, std::ptrdiff_t rows) {
+                    std::ptrdiff_t columns, std::ptrdiff_t rows, float scale) {
   using C = Complex<V>;
   constexpr int group = 2 * V::width;
+  const V factor = V::Set1(scale);
   const std::ptrdiff_t quarter = rows / 4, workQuarter = quarter * 2 * columns;
   for (std::ptrdiff_t r = 0; r < quarter; ++r, data += rowStride)
     for (std::ptrdiff_t j = 0; j < 2 * columns; j += group, work += group, twiddles += group) {
       const C w1 = C::Load(twiddles), w2 = w1 * w1, w3 = w1 * w2;
       const C w[] = {w1, w1, w2, w3};
-      Butterfly<dir, V, 4>([&](int m) { return C::Load(work + workQuarter * m); },
-                           [&](int p) { return w[p]; },
-                           [&](int q, C x) { Put<output>(x, data + j + quarter * rowStride * q); });
+      PassButterfly<dir, V, 4>(
+          [&](int m) { return C::Load(work + workQuarter * m); }, [&](int p) { return w[p]; },
+          [&](int q, C x) { Put<output>(x, data + j + quarter * rowStride * q, factor); });
     }
 }
 

@@ -1,23 +1,12 @@
 #include "kernels/fft/plan.h"
 
-#include "kernels/fft/roots.h"
+#include "kernels/cpu.h"
 #include "kernels/memory.h"
 
 #include <algorithm>
-#include <array>
-#include <cmath>
-#include <xmmintrin.h>
 
 namespace Orvik::Tesmo::Kernels {
 namespace {
-
-constexpr int sharedT = 1024;
-constexpr std::array<float, sharedT / 4 + 1> sharedSines = [] {
-  std::array<float, sharedT / 4 + 1> s{};
-  for (int j = 0; j <= sharedT / 4; ++j)
-    s[j] = static_cast<float>(QuarterSine(j, sharedT));
-  return s;
-}();
 
 std::int32_t Reverse(std::int32_t value, int bits) {
   std::int32_t r = 0;
@@ -26,17 +15,23 @@ std::int32_t Reverse(std::int32_t value, int bits) {
   return r;
 }
 
-/// Factors of one pass into `out`, which moves on: local j of a run of `width` columns out of
-/// `step`.
+/// A factor at its place in a group of `group` real parts and as many imaginary parts.
+void SetRoot(Ipp32fc root, float* at, std::ptrdiff_t group) {
+  at[0] = root.re;
+  at[group] = root.im;
+}
+
+/// The factors of one pass, from `out` on; returns the end. Value `at` of the run stands for
+/// j = at / width * step + first + at % width.
 float* FillPass(std::int64_t span, int radix, int powers, std::int64_t count, std::int64_t width,
-                std::int64_t step, std::int64_t first, int lanes, const SineTable& sines,
+                std::int64_t step, std::int64_t first, int vecWidth, const RootTable& roots,
                 float* out) {
-  const int group = static_cast<int>(std::min<std::int64_t>(lanes, count));
+  const int group = static_cast<int>(std::min<std::int64_t>(vecWidth, count));
   for (std::int64_t local = 0; local < count; local += group)
     for (int p = 1; p <= powers; ++p, out += 2 * group)
       for (int lane = 0; lane < group; ++lane) {
         const std::int64_t at = local + lane, j = at / width * step + first + at % width;
-        sines.Factor(j * p, span * radix, out[lane], out[group + lane]);
+        SetRoot(roots.At(j * p, span * radix), out + lane, group);
       }
   return out;
 }
@@ -86,36 +81,6 @@ FftLayout LayoutOf(const Limits& limits, int order, bool real) {
   return l;
 }
 
-SineTable::SineTable() : table(sharedSines.data()), T(sharedT) {}
-
-SineTable::SineTable(float* memory, int N) : table(memory), T(N) {
-  const double step = twoPi / N;
-  const int quarter = N / 4, eighth = N / 8;
-  for (int j = 0; j <= eighth; ++j)
-    memory[j] = static_cast<float>(std::sin(j * step));
-  for (int j = eighth + 1; j <= quarter; ++j)
-    memory[j] = static_cast<float>(std::cos((quarter - j) * step));
-}
-
-void SineTable::Factor(std::int64_t t, std::int64_t n, float& cosine, float& minusSine) const {
-  const std::int64_t quarter = T / 4, at = t * (T / n) & (T - 1), j = at & (quarter - 1);
-  const float s = table[j], c = table[quarter - j];
-  switch (at / quarter) {
-  case 0:
-    cosine = c, minusSine = -s;
-    break;
-  case 1:
-    cosine = -s, minusSine = -c;
-    break;
-  case 2:
-    cosine = -c, minusSine = s;
-    break;
-  default:
-    cosine = s, minusSine = c;
-    break;
-  }
-}
-
 void FillBitRev(int L, std::int32_t* table) {
   const std::int32_t M = 1 << L;
   if (L < tiledFrom) {
@@ -146,14 +111,15 @@ void FillBitRev(int L, std::int32_t* table) {
   }
 }
 
-void FillTwiddles(int L, int lanes, const SineTable& sines, float* table) {
+void FillTwiddles(int L, int vecWidth, const RootTable& roots, float* table) {
   const RadixList list = StageRadices(L);
   std::int64_t span = list.radix[0];
   for (int s = 1; s < list.count; span *= list.radix[s++])
-    table = FillPass(span, list.radix[s], list.radix[s] - 1, span, span, 0, 0, lanes, sines, table);
+    table =
+        FillPass(span, list.radix[s], list.radix[s] - 1, span, span, 0, 0, vecWidth, roots, table);
 }
 
-void FillLevelTwiddles(int L, const LargeRow& row, int lanes, const SineTable& sines,
+void FillLevelTwiddles(int L, const LargeRow& row, int vecWidth, const RootTable& roots,
                        float* table) {
   const RadixList list = LevelRadices(row.split);
   const std::int64_t piece = std::int64_t{1} << (L - row.split);
@@ -162,14 +128,15 @@ void FillLevelTwiddles(int L, const LargeRow& row, int lanes, const SineTable& s
     std::int64_t span = piece, count = columns;
     for (int s = 0; s < list.count; ++s) {
       const int r = list.radix[s], powers = s + 1 == list.count ? 1 : r - 1;
-      table = FillPass(span, r, powers, count, columns, piece, first, lanes, sines, table);
+      table = FillPass(span, r, powers, count, columns, piece, first, vecWidth, roots, table);
       span *= r;
       count *= r;
     }
   }
 }
 
-void FillRecombination(int L, int lanes, const SineTable& sines, float* forward, float* inverse) {
+void FillRecombination(int L, int vecWidth, const RootTable& roots, float* forward,
+                       float* inverse) {
   const std::int64_t N = std::int64_t{2} << L;
   const bool twoLevel = L >= twoLevelFrom;
   const auto halve = [&](float* pair, int imaginary) {
@@ -179,27 +146,30 @@ void FillRecombination(int L, int lanes, const SineTable& sines, float* forward,
     }
   };
   const std::int64_t fine = twoLevel ? fineCount : N / 4;
-  for (std::int64_t last = lanes; last <= fine; last += lanes) {
-    for (int lane = 0; lane < lanes; ++lane) {
+  for (std::int64_t last = vecWidth; last <= fine; last += vecWidth) {
+    for (int lane = 0; lane < vecWidth; ++lane) {
       float *f = forward + lane, *i = inverse + lane;
-      sines.Factor(last - lane, N, f[0], f[lanes]);
-      halve(f, lanes);
-      sines.Factor(last - ColumnOf(lane, lanes), N, i[0], i[lanes]);
+      SetRoot(roots.At(last - lane, N), f, vecWidth);
+      halve(f, vecWidth);
+      SetRoot(roots.At(last - ColumnOf(lane, vecWidth), N), i, vecWidth);
     }
-    forward += 2 * lanes;
-    inverse += 2 * lanes;
+    forward += 2 * vecWidth;
+    inverse += 2 * vecWidth;
   }
   if (twoLevel)
     for (std::int64_t k = 0; k < N / 4; k += fineCount, forward += 2, inverse += 2) {
-      sines.Factor(k, N, forward[0], forward[1]);
-      sines.Factor(k, N, inverse[0], inverse[1]);
+      SetRoot(roots.At(k, N), forward, 1);
+      SetRoot(roots.At(k, N), inverse, 1);
     }
 }
 
-bool BuildSpec(const FftLayout& layout, const Limits& limits, bool real, int flag, int hint,
-               FftSpec* spec, Ipp8u* initMem) {
+namespace {
+
+/// Header and tables into `spec`, a 32-byte aligned block of layout.specSize bytes; `initMem` has
+/// layout.initSize bytes. `flag` is one of the four.
+void FillSpec(const FftLayout& layout, const Limits& limits, bool real, int flag, int hint,
+              FftSpec* spec, Ipp8u* initMem) {
   *spec = {};
-  if (!IsFlag(flag)) return false;
   const int size = layout.order - (real ? 0 : 1);
   spec->order = size;
   spec->hint = hint;
@@ -209,40 +179,113 @@ bool BuildSpec(const FftLayout& layout, const Limits& limits, bool real, int fla
   const auto count = static_cast<float>(1 << size);
   spec->scale = 1.0f;
   if (flag == IPP_FFT_DIV_BY_SQRTN) {
-    const float y = _mm_cvtss_f32(_mm_rsqrt_ss(_mm_set_ss(count)));
+    const float y = EstimateReciprocalRoot(count);
     spec->scale = y * (count * y * y - 3.0f) * -0.5f;
   } else if (flag != IPP_FFT_NODIV_BY_ANY) {
     spec->scale = 1.0f / count;
   }
   spec->id = real ? FftSpec::liveReal : FftSpec::liveComplex;
-  if (layout.bitRev.bytes == 0 && layout.recombFwd.bytes == 0) return true;
+  if (layout.bitRev.bytes == 0 && layout.recombFwd.bytes == 0) return;
 
   auto* memory = reinterpret_cast<Ipp8u*>(spec);
   const auto table = [&](const FftLayout::Table& t) {
     return reinterpret_cast<float*>(memory + t.offset);
   };
-  const SineTable sines =
-      layout.order > 10 ? SineTable(reinterpret_cast<float*>(AlignUp(initMem)), 1 << layout.order)
-                        : SineTable();
+  const RootTable roots = layout.order > 10 ? RootTable(reinterpret_cast<float*>(AlignUp(initMem)),
+                                                        std::int64_t{1} << layout.order)
+                                            : RootTable();
   if (layout.bitRev.bytes != 0) {
     auto* bitRev = reinterpret_cast<std::int32_t*>(memory + layout.bitRev.offset);
     FillBitRev(layout.L, bitRev);
     spec->bitRev = bitRev;
-    FillTwiddles(layout.pieceOrder, limits.lanes, sines, table(layout.twiddles));
+    FillTwiddles(layout.pieceOrder, limits.vecWidth, roots, table(layout.twiddles));
     spec->twiddles = table(layout.twiddles);
   }
   for (int i = 0; i < layout.levels; ++i) {
     const int L = layout.levelOrder[i];
-    FillLevelTwiddles(L, LargeRowOf(limits, L), limits.lanes, sines, table(layout.level[i]));
+    FillLevelTwiddles(L, LargeRowOf(limits, L), limits.vecWidth, roots, table(layout.level[i]));
     spec->levelTwiddles[i] = table(layout.level[i]);
   }
   if (layout.recombFwd.bytes != 0) {
-    FillRecombination(layout.L, limits.lanes, sines, table(layout.recombFwd),
+    FillRecombination(layout.L, limits.vecWidth, roots, table(layout.recombFwd),
                       table(layout.recombInv));
     spec->recombFwd = table(layout.recombFwd);
     spec->recombInv = table(layout.recombInv);
   }
-  return true;
+}
+
+/// A spec of either kind in memory of its own.
+template <class Spec>
+IppStatus Plan(const Limits& limits, Spec** made, const FftLayout& layout, bool real, int flag,
+               int hint) {
+  if (!IsFlag(flag)) return ippStsFftFlagErr;
+  Ipp8u* memory = ippsMalloc(layout.specSize);
+  Ipp8u* initMem = memory && layout.initSize > 0 ? ippsMalloc(layout.initSize) : nullptr;
+  if (!memory || (layout.initSize > 0 && !initMem)) {
+    ippsFree(memory);
+    return ippStsMemAllocErr;
+  }
+  auto* spec = reinterpret_cast<Spec*>(memory);
+  FillSpec(layout, limits, real, flag, hint, spec, initMem);
+  ippsFree(initMem);
+  spec->owned = 1;
+  *made = spec;
+  return ippStsNoErr;
+}
+
+}  // namespace
+
+IppStatus GetFftSizes(const Limits& limits, int order, int flag, int* specSize, int* initSize,
+                      int* workSize) {
+  if (order < 0 || order > maxOrder + 1) return ippStsFftOrderErr;
+  if (!specSize || !initSize || !workSize) return ippStsNullPtrErr;
+  if (!IsFlag(flag)) return ippStsFftFlagErr;
+  if (order > maxOrder) return ippStsFftOrderErr;
+  const FftLayout layout = LayoutOf(limits, order, true);
+  // Room to align a block of the caller's.
+  *specSize = layout.specSize + static_cast<int>(tableAlignment);
+  *initSize = layout.initSize;
+  *workSize = layout.workSize;
+  return ippStsNoErr;
+}
+
+IppStatus PlanRealFft(const Limits& limits, IppsFFTSpec_R_32f** made, int order, int flag,
+                      int hint) {
+  int specSize = 0, initSize = 0, workSize = 0;
+  if (!made) return ippStsNullPtrErr;
+  const IppStatus status = GetFftSizes(limits, order, flag, &specSize, &initSize, &workSize);
+  if (status != ippStsNoErr) return status;
+  return Plan(limits, made, LayoutOf(limits, order, true), true, flag, hint);
+}
+
+IppStatus PlanComplexFft(const Limits& limits, IppsFFTSpec_C_32fc** made, int order, int flag,
+                         int hint) {
+  if (!made) return ippStsNullPtrErr;
+  if (order < 0 || order >= maxOrder) return ippStsFftOrderErr;
+  return Plan(limits, made, LayoutOf(limits, order + 1, false), false, flag, hint);
+}
+
+IppStatus PlanRealFftIn(Ipp8u* specMem, Ipp8u* initMem, const Limits& limits,
+                        IppsFFTSpec_R_32f** made, int order, int flag, int hint) {
+  if (!made) return ippStsNullPtrErr;
+  if (order < 0 || order > maxOrder) return ippStsFftOrderErr;
+  if (!specMem) return ippStsNullPtrErr;
+  auto* spec = reinterpret_cast<IppsFFTSpec_R_32f*>(AlignUp(specMem));
+  spec->id = 0;
+  if (!IsFlag(flag)) return ippStsFftFlagErr;
+  const FftLayout layout = LayoutOf(limits, order, true);
+  if (layout.initSize > 0 && !initMem) return ippStsNullPtrErr;
+  FillSpec(layout, limits, true, flag, hint, spec, initMem);
+  *made = spec;
+  return ippStsNoErr;
+}
+
+IppStatus FreeFft(FftSpec* spec, std::int32_t id) {
+  if (!spec) return ippStsNullPtrErr;
+  if (spec->id != id) return ippStsContextMatchErr;
+  spec->id = 0;
+  if (spec->owned) ippsFree(spec);
+  return ippStsNoErr;
 }
 
 }  // namespace Orvik::Tesmo::Kernels

@@ -7,13 +7,33 @@
 // recombination. All tables but the last two hold floats in the order in which the passes read
 // them.
 
-#include "kernels/builds/limits.h"
-#include "kernels/fft/planned_fft.h"
+#include "kernels/build.h"
+#include "kernels/roots.h"
 
 #include <array>
 #include <cstdint>
 
 namespace Orvik::Tesmo::Kernels {
+
+constexpr int maxLevels = 2;
+
+/// A plan: this header and, behind it at 32-byte boundaries in the same block, its tables. Written
+/// by the planner alone. `L` is the complex order, M = 2^L.
+struct FftSpec {
+  std::int32_t id;  ///< liveReal or liveComplex; 0 once freed, or when its set-up failed
+  std::int32_t order;
+  std::int32_t fwdScaled, invScaled;  ///< which directions multiply by `scale`
+  float scale;
+  std::int32_t hint;
+  std::int32_t workSize;  ///< bytes
+  std::int32_t owned;     ///< the block goes back to ippsFree with the spec
+  const std::int32_t* bitRev;
+  const float* twiddles;  ///< of the flat plan; the sub-transforms' in a large plan
+  const float *recombFwd, *recombInv;
+  const float* levelTwiddles[maxLevels];  ///< of the large plan, outermost first
+
+  static constexpr std::int32_t liveReal = 6, liveComplex = 4;
+};
 
 constexpr int maxOrder = 29;  ///< of a real transform; a complex one ends one lower
 
@@ -92,8 +112,8 @@ constexpr int MaxPieceOrder(const Limits& limits) {
   return limits.reversedMax - 1;
 }
 
-/// From this complex order on a vector is copied and then reversed in place: two of them have more
-/// pages than the processor keeps track of.
+/// From this complex order on a vector is copied and then reversed in place: two vectors have more
+/// pages than the processor's table of addresses holds.
 constexpr int copiedFrom = 19;
 /// From this complex order on the bit reversal is tiled: 64 rows of 64 values at a time.
 constexpr int tiledFrom = 20;
@@ -121,50 +141,48 @@ struct FftLayout {
 /// `order` of the real transform; for a complex one of order L pass L + 1 and false.
 FftLayout LayoutOf(const Limits& limits, int order, bool real);
 
-/// sin(2 pi j / T) for j from 0 to T/4: of a fixed T = 1024, or of `table`'s own length.
-class SineTable {
-public:
-  /// The shared table of T = 1024, for transforms of N <= 1024 values.
-  SineTable();
-  /// Fills `table` with N/4 + 1 values for T = N.
-  SineTable(float* table, int N);
-  /// exp(-2 pi i t / n), n a power of two that divides T.
-  void Factor(std::int64_t t, std::int64_t n, float& cosine, float& minusSine) const;
-
-private:
-  const float* table;
-  std::int64_t T;
-};
-
-// Tables. `lanes` values of j form a group: lanes cosines, then lanes negated sines.
+// Tables. `vecWidth` values of j form a group: first their cosines, then their negated sines.
 
 /// L up to 19: entry i, 1 <= i < M/4, is twice the reversal of i in L - 2 bits; 0 and M/4 hold 0.
 /// Above: M/4096 block indices, the reversal of L - 12 bits times 64, then for one tile the pairs
 /// i < j of the 10-bit reversal times 4, then its fixed points from the far end.
 void FillBitRev(int L, std::int32_t* table);
 /// Pass after pass from the second, for a span S and a radix r: exp(-2 pi i j p / (S r)), groups
-/// over j below S (of S when lanes is more), in each the powers p from 1 to r - 1.
-void FillTwiddles(int L, int lanes, const SineTable& sines, float* table);
+/// over j below S (one group of S where S is less than vecWidth), in each the powers p from 1 to
+/// r - 1.
+void FillTwiddles(int L, int vecWidth, const RootTable& roots, float* table);
 /// Run after run of columns, level after level, as the passes above; the last level has p = 1 only.
-void FillLevelTwiddles(int L, const LargeRow& row, int lanes, const SineTable& sines, float* table);
-/// With t = 2 pi k / N for k from 1 to M/2, group after group of `lanes` k, each from its last k
+void FillLevelTwiddles(int L, const LargeRow& row, int vecWidth, const RootTable& roots,
+                       float* table);
+/// With t = 2 pi k / N for k from 1 to M/2, group after group of `vecWidth` k, each from its last k
 /// down: cos t / 2 and (1 - sin t) / 2 forward, cos t and -sin t inverse; there in column order.
 /// From twoLevelFrom on, both hold the groups (cos, -sin) of the first 1,024 k, then the pair of 2
 /// pi 1024 c / N for every run c.
-void FillRecombination(int L, int lanes, const SineTable& sines, float* forward, float* inverse);
-/// Which value of a group stands at place `lane` where interleaved values have been taken apart
-/// inside the 128-bit lanes of a register.
-constexpr int ColumnOf(int lane, int lanes) {
-  return lanes == 4 ? lane : (lane & 1) | (lane & 2) << 1 | (lane & 4) >> 1;
+void FillRecombination(int L, int vecWidth, const RootTable& roots, float* forward, float* inverse);
+/// The index, inside its group, of the value at place `lane` in column order: the order in which
+/// interleaved values stand when they have been taken apart inside each 128-bit lane alone.
+constexpr int ColumnOf(int lane, int vecWidth) {
+  return vecWidth == 4 ? lane : (lane & 1) | (lane & 2) << 1 | (lane & 4) >> 1;
 }
-
-/// The set-up behind the checks: header and tables into `spec`, a 32-byte aligned block of
-/// layout.specSize bytes; `initMem` of layout.initSize bytes. False: the flag is none of the four.
-bool BuildSpec(const FftLayout& layout, const Limits& limits, bool real, int flag, int hint,
-               FftSpec* spec, Ipp8u* initMem);
 
 constexpr bool IsFlag(int flag) {
   return flag == 1 || flag == 2 || flag == 4 || flag == 8;
 }
 
+// The planning entries of a build with these limits. Statuses and arguments in ipps.h and build.h.
+
+IppStatus GetFftSizes(const Limits& limits, int order, int flag, int* specSize, int* initSize,
+                      int* workSize);
+IppStatus PlanRealFft(const Limits& limits, IppsFFTSpec_R_32f** made, int order, int flag,
+                      int hint);
+IppStatus PlanComplexFft(const Limits& limits, IppsFFTSpec_C_32fc** made, int order, int flag,
+                         int hint);
+IppStatus PlanRealFftIn(Ipp8u* specMem, Ipp8u* initMem, const Limits& limits,
+                        IppsFFTSpec_R_32f** made, int order, int flag, int hint);
+/// `id` is that of a live spec of its kind.
+IppStatus FreeFft(FftSpec* spec, std::int32_t id);
+
 }  // namespace Orvik::Tesmo::Kernels
+
+struct IppsFFTSpec_R_32f : Orvik::Tesmo::Kernels::FftSpec {};
+struct IppsFFTSpec_C_32fc : Orvik::Tesmo::Kernels::FftSpec {};

@@ -11,9 +11,9 @@
 // comes out of both sides.
 #pragma once
 
+#include "kernels/complex.h"
 #include "kernels/fft/passes.h"
 #include "kernels/fft/plan.h"
-#include "kernels/vec4.h"
 
 namespace Orvik::Tesmo::Kernels::KERNELS_BUILD {
 
@@ -83,8 +83,8 @@ void RecombineForward(float* data, const float* table, std::ptrdiff_t M, float s
     ForwardGroups<true, V>(data, FlatFactors<V>{table}, M, scale);
 }
 
-template <Output output, bool scaled, class V, class Factors>
-void InverseGroups(const float* src, float* dst, Factors factors, std::ptrdiff_t M, V scale,
+template <Output output, class V, class Factors>
+void InverseGroups(const float* src, float* dst, Factors factors, std::ptrdiff_t M,
                    Complex<V> first) {
   using C = Complex<V>;
   constexpr int width = 2 * V::width;
@@ -97,11 +97,7 @@ void InverseGroups(const float* src, float* dst, Factors factors, std::ptrdiff_t
     const C t = factors.At(g);
     const V D = a.re - b.re, S = a.im + b.im, T = a.re + b.re, U = a.im - b.im;
     const V P = t.im * D - t.re * S, Q = t.re * D + t.im * S;
-    C z = {T + P, U + Q}, mirrored = {T - P, Q - U};
-    if constexpr (scaled) {
-      z = z * scale;
-      mirrored = mirrored * scale;
-    }
+    const C z = {T + P, U + Q}, mirrored = {T - P, Q - U};
     if constexpr (output == Output::Stage) {
       C{MirrorColumns(z.re, before.re), MirrorColumns(z.im, before.im)}.StoreU(dst + low);
       mirrored.StoreU(dst + high);
@@ -113,18 +109,15 @@ void InverseGroups(const float* src, float* dst, Factors factors, std::ptrdiff_t
   }
 }
 
-/// CCS to z, times `scale`; src may be dst. Output::Stage leaves groups in column order.
+/// CCS to z; src may be dst. Output::Stage leaves groups in column order.
 template <Output output, class V>
-void RecombineInverse(const float* src, float* dst, const float* table, std::ptrdiff_t M,
-                      float scale) {
-  const float re = (src[0] + src[2 * M]) * scale, im = (src[0] - src[2 * M]) * scale;
+void RecombineInverse(const float* src, float* dst, const float* table, std::ptrdiff_t M) {
+  const float re = src[0] + src[2 * M], im = src[0] - src[2 * M];
   const Complex<V> first = {V::Set1(re), V::Set1(im)};
   if (M >= 1 << twoLevelFrom)
-    InverseGroups<output, true>(src, dst, TwoLevelFactors<V>{table}, M, V::Set1(scale), first);
-  else if (scale == 1.0f)
-    InverseGroups<output, false>(src, dst, FlatFactors<V>{table}, M, V::Set1(scale), first);
+    InverseGroups<output>(src, dst, TwoLevelFactors<V>{table}, M, first);
   else
-    InverseGroups<output, true>(src, dst, FlatFactors<V>{table}, M, V::Set1(scale), first);
+    InverseGroups<output>(src, dst, FlatFactors<V>{table}, M, first);
   if constexpr (output == Output::Interleaved) {
     dst[0] = re;
     dst[1] = im;

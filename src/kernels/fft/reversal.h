@@ -5,9 +5,9 @@
 // and four imaginary parts, whatever the width of the later passes.
 #pragma once
 
+#include "kernels/complex.h"
 #include "kernels/fft/passes.h"
 #include "kernels/fft/plan.h"
-#include "kernels/vec4.h"
 
 #include <cstring>
 

@@ -1,19 +1,20 @@
 // Included by a build's .cpp, which names its namespace in KERNELS_BUILD.
 #pragma once
 
+#include "kernels/complex.h"
 #include "kernels/memory.h"
-#include "kernels/vec4.h"
 
 #include <cstring>
 
 namespace Orvik::Tesmo::Kernels::KERNELS_BUILD {
 
-// Blocks of frames between planar channels and interleaved frames. Each takes the frames from i on
-// as far as whole blocks go and gives the first frame that is left.
+// Between planar channels and interleaved frames, in blocks of frames. Each function moves as many
+// whole blocks as there are and returns the number of frames that it has moved.
 
-/// block(i) for every whole block of `width` frames, two a turn.
+/// Calls block(i) for every whole block of `width` frames, two in each turn of the loop.
 template <int width, class Block>
-KERNELS_INLINE int TwoATurn(int i, int len, Block block) {
+KERNELS_INLINE std::ptrdiff_t ForEachBlock(std::ptrdiff_t len, Block block) {
+  std::ptrdiff_t i = 0;
   for (; i <= len - 2 * width; i += 2 * width) {
     block(i);
     block(i + width);
@@ -25,24 +26,27 @@ KERNELS_INLINE int TwoATurn(int i, int len, Block block) {
   return i;
 }
 template <class V>
-KERNELS_INLINE int InterleavePair(const float* a, const float* b, int i, int len, float* pDst) {
-  return TwoATurn<V::width>(i, len, [=](int at) {
+KERNELS_INLINE std::ptrdiff_t InterleavePair(const float* a, const float* b, std::ptrdiff_t len,
+                                             float* pDst) {
+  return ForEachBlock<V::width>(len, [=](std::ptrdiff_t at) {
     Complex<V>{V::LoadU(a + at), V::LoadU(b + at)}.StoreInterleaved(pDst + 2 * at);
   });
 }
 template <class V>
-KERNELS_INLINE int DeinterleavePair(const float* pSrc, int i, int len, float* a, float* b) {
-  return TwoATurn<V::width>(i, len, [=](int at) {
+KERNELS_INLINE std::ptrdiff_t DeinterleavePair(const float* pSrc, std::ptrdiff_t len, float* a,
+                                               float* b) {
+  return ForEachBlock<V::width>(len, [=](std::ptrdiff_t at) {
     const auto z = Complex<V>::LoadInterleaved(pSrc + 2 * at);
     z.re.StoreU(a + at);
     z.im.StoreU(b + at);
   });
 }
 
-/// Four channels that stand side by side in frames of `stride` floats.
+/// Four neighbouring channels of frames of `stride` floats.
 template <class V>
-KERNELS_INLINE int InterleaveQuad(const float* const* c, int i, int len, float* pDst,
-                                  std::ptrdiff_t stride) {
+KERNELS_INLINE std::ptrdiff_t InterleaveQuad(const float* const* c, std::ptrdiff_t len, float* pDst,
+                                             std::ptrdiff_t stride) {
+  std::ptrdiff_t i = 0;
   for (; i <= len - V::width; i += V::width) {
     V r0 = V::LoadU(c[0] + i), r1 = V::LoadU(c[1] + i);
     V r2 = V::LoadU(c[2] + i), r3 = V::LoadU(c[3] + i);
@@ -56,8 +60,9 @@ KERNELS_INLINE int InterleaveQuad(const float* const* c, int i, int len, float* 
   return i;
 }
 template <class V>
-KERNELS_INLINE int DeinterleaveQuad(const float* pSrc, std::ptrdiff_t stride, int i, int len,
-                                    float* const* c) {
+KERNELS_INLINE std::ptrdiff_t DeinterleaveQuad(const float* pSrc, std::ptrdiff_t stride,
+                                               std::ptrdiff_t len, float* const* c) {
+  std::ptrdiff_t i = 0;
   for (; i <= len - V::width; i += V::width) {
     const float* s = pSrc + i * stride;
     V r0 = V::LoadLanes(s, 4 * stride), r1 = V::LoadLanes(s + stride, 4 * stride);
@@ -71,16 +76,18 @@ KERNELS_INLINE int DeinterleaveQuad(const float* pSrc, std::ptrdiff_t stride, in
   return i;
 }
 
-/// Six channels, as of 5.1 sound: two frames are three half registers without a gap. Lanes hold
-/// every other four frames.
+/// Six channels, as of 5.1 sound: two frames fill three lanes. With two lanes, the first has frames
+/// i to i + 3 and the second i + 4 to i + 7.
 template <class V>
-KERNELS_INLINE int InterleaveSix(const float* const* c, int i, int len, float* pDst) {
+KERNELS_INLINE std::ptrdiff_t InterleaveSix(const float* const* c, std::ptrdiff_t len,
+                                            float* pDst) {
+  std::ptrdiff_t i = 0;
   for (; i <= len - V::width; i += V::width) {
     const auto load = [&](int channel) { return V::LoadU(c[channel] + i); };
     const V a = load(0), b = load(1), c2 = load(2), d = load(3), e = load(4), f = load(5);
     const V ab[] = {UnpackLo(a, b), UnpackHi(a, b)}, cd[] = {UnpackLo(c2, d), UnpackHi(c2, d)};
     const V ef[] = {UnpackLo(e, f), UnpackHi(e, f)};
-    float* out = pDst + 6 * static_cast<std::ptrdiff_t>(i);
+    float* out = pDst + 6 * i;
     for (int k = 0; k < 2; ++k, out += 12) {
       UnpackLoPairs(ab[k], cd[k]).StoreLanes(out, 24);
       Shuffle<0, 1, 2, 3>(ef[k], ab[k]).StoreLanes(out + 4, 24);
@@ -90,10 +97,12 @@ KERNELS_INLINE int InterleaveSix(const float* const* c, int i, int len, float* p
   return i;
 }
 template <class V>
-KERNELS_INLINE int DeinterleaveSix(const float* pSrc, int i, int len, float* const* c) {
+KERNELS_INLINE std::ptrdiff_t DeinterleaveSix(const float* pSrc, std::ptrdiff_t len,
+                                              float* const* c) {
+  std::ptrdiff_t i = 0;
   for (; i <= len - V::width; i += V::width) {
     V ab[2], cd[2], ef[2];
-    const float* s = pSrc + 6 * static_cast<std::ptrdiff_t>(i);
+    const float* s = pSrc + 6 * i;
     for (int k = 0; k < 2; ++k, s += 12) {
       const V p = V::LoadLanes(s, 24), q = V::LoadLanes(s + 4, 24), r = V::LoadLanes(s + 8, 24);
       ab[k] = Shuffle<0, 1, 2, 3>(p, q);
@@ -111,45 +120,49 @@ KERNELS_INLINE int DeinterleaveSix(const float* pSrc, int i, int len, float* con
   return i;
 }
 
-/// All channels, from frame i on, as far as the widths of the blocks go together; the frames that
-/// are left and the channels beyond the last four go one by one.
+/// Any number of channels: blocks of two, six or four channels, then one by one the frames that
+/// fill no block and the channels that fill no four.
 template <class V>
-inline void InterleaveChannels(const float* const* pSrc, int channels, int len, float* pDst) {
+inline void InterleaveChannels(const float* const* pSrc, std::ptrdiff_t channels,
+                               std::ptrdiff_t len, float* pDst) {
   if (channels == 1) {
     std::memmove(pDst, pSrc[0], sizeof(float) * static_cast<std::size_t>(len));
     return;
   }
-  int quads = channels / 4 * 4, i = 0;
+  const std::ptrdiff_t quads = channels / 4 * 4;
+  std::ptrdiff_t i = 0;
   if (channels == 2)
-    i = InterleavePair<V>(pSrc[0], pSrc[1], 0, len, pDst);
+    i = InterleavePair<V>(pSrc[0], pSrc[1], len, pDst);
   else if (channels == 6)
-    i = InterleaveSix<V>(pSrc, 0, len, pDst);
+    i = InterleaveSix<V>(pSrc, len, pDst);
   else
-    for (int c = 0; c < quads; c += 4)
-      i = InterleaveQuad<V>(pSrc + c, 0, len, pDst + c, channels);
-  const int blocks = i, whole = channels == 2 || channels == 6 ? channels : quads;
+    for (std::ptrdiff_t c = 0; c < quads; c += 4)
+      i = InterleaveQuad<V>(pSrc + c, len, pDst + c, channels);
+  const std::ptrdiff_t blocks = i, whole = channels == 2 || channels == 6 ? channels : quads;
   for (i = whole == channels ? blocks : 0; i < len; ++i)
-    for (int c = i < blocks ? whole : 0; c < channels; ++c)
-      pDst[static_cast<std::ptrdiff_t>(i) * channels + c] = pSrc[c][i];
+    for (std::ptrdiff_t c = i < blocks ? whole : 0; c < channels; ++c)
+      pDst[i * channels + c] = pSrc[c][i];
 }
 template <class V>
-inline void DeinterleaveChannels(const float* pSrc, int channels, int len, float* const* pDst) {
+inline void DeinterleaveChannels(const float* pSrc, std::ptrdiff_t channels, std::ptrdiff_t len,
+                                 float* const* pDst) {
   if (channels == 1) {
     std::memmove(pDst[0], pSrc, sizeof(float) * static_cast<std::size_t>(len));
     return;
   }
-  int quads = channels / 4 * 4, i = 0;
+  const std::ptrdiff_t quads = channels / 4 * 4;
+  std::ptrdiff_t i = 0;
   if (channels == 2)
-    i = DeinterleavePair<V>(pSrc, 0, len, pDst[0], pDst[1]);
+    i = DeinterleavePair<V>(pSrc, len, pDst[0], pDst[1]);
   else if (channels == 6)
-    i = DeinterleaveSix<V>(pSrc, 0, len, pDst);
+    i = DeinterleaveSix<V>(pSrc, len, pDst);
   else
-    for (int c = 0; c < quads; c += 4)
-      i = DeinterleaveQuad<V>(pSrc + c, channels, 0, len, pDst + c);
-  const int blocks = i, whole = channels == 2 || channels == 6 ? channels : quads;
-  for (int c = 0; c < channels; ++c)
+    for (std::ptrdiff_t c = 0; c < quads; c += 4)
+      i = DeinterleaveQuad<V>(pSrc + c, channels, len, pDst + c);
+  const std::ptrdiff_t blocks = i, whole = channels == 2 || channels == 6 ? channels : quads;
+  for (std::ptrdiff_t c = 0; c < channels; ++c)
     for (i = c < whole ? blocks : 0; i < len; ++i)
-      pDst[c][i] = pSrc[static_cast<std::ptrdiff_t>(i) * channels + c];
+      pDst[c][i] = pSrc[i * channels + c];
 }
 
 }  // namespace Orvik::Tesmo::Kernels::KERNELS_BUILD

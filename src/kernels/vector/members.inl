@@ -1,34 +1,66 @@
-// The vector kernels of one build: the frame of checks around the blocks.
+// The vector kernels of one build: checks, then blocks.
 
-#include "kernels/vector/elementwise.h"
+#include "kernels/memory.h"
 #include "kernels/vector/interleave.h"
 
 #include <cstring>
 
 namespace Orvik::Tesmo::Kernels::KERNELS_BUILD {
 
-IppStatus ippsCopy_32f(const Ipp32f* pSrc, Ipp32f* pDst, int len) {
+/// pDst[i] = op(p[i]...) for i in [0, len); op takes registers and floats. Single elements up to
+/// the first register boundary of the destination, then blocks of two registers, then single
+/// elements. A destination that is no multiple of 4 bytes never reaches a boundary: its stores are
+/// unaligned.
+template <class V, class Op, class... Source>
+KERNELS_INLINE void ForEachElement(float* pDst, std::ptrdiff_t len, Op op, Source... p) {
+  constexpr int block = 2 * V::width;
+  std::ptrdiff_t i = 0;
+  const auto store = [&]<int count>() {
+    V result[count];
+    for (int r = 0; r < count; ++r)
+      result[r] = op(V::LoadU(p + i + r * V::width)...);
+    for (int r = 0; r < count; ++r)
+      result[r].StoreU(pDst + i + r * V::width);
+  };
+  if (len > block) {
+    const auto address = reinterpret_cast<std::uintptr_t>(pDst);
+    const bool canAlign = address % sizeof(float) == 0;
+    const std::ptrdiff_t peel = canAlign ? -(address / sizeof(float)) % V::width : 0;
+    for (; i < peel; ++i)
+      pDst[i] = op(p[i]...);
+    for (; i <= len - 2 * block; i += 2 * block)
+      store.template operator()<4>();
+    if (i <= len - block) {
+      store.template operator()<2>();
+      i += block;
+    }
+  }
+  for (; i < len; ++i)
+    pDst[i] = op(p[i]...);
+}
+
+static IppStatus ippsCopy_32f(const Ipp32f* pSrc, Ipp32f* pDst, int len) {
   if (!pSrc || !pDst) return ippStsNullPtrErr;
   if (len < 1) return ippStsSizeErr;
   std::memmove(pDst, pSrc, sizeof(Ipp32f) * static_cast<std::size_t>(len));
   return ippStsNoErr;
 }
 
-IppStatus ippsZero_32f(Ipp32f* pDst, int len) {
+static IppStatus ippsZero_32f(Ipp32f* pDst, int len) {
   if (!pDst) return ippStsNullPtrErr;
   if (len < 1) return ippStsSizeErr;
   std::memset(pDst, 0, sizeof(Ipp32f) * static_cast<std::size_t>(len));
   return ippStsNoErr;
 }
 
-IppStatus ippsZero_32fc(Ipp32fc* pDst, int len) {
+static IppStatus ippsZero_32fc(Ipp32fc* pDst, int len) {
   if (!pDst) return ippStsNullPtrErr;
   if (len < 1) return ippStsSizeErr;
   std::memset(static_cast<void*>(pDst), 0, sizeof(Ipp32fc) * static_cast<std::size_t>(len));
   return ippStsNoErr;
 }
 
-IppStatus ippsAdd_32f(const Ipp32f* pSrc1, const Ipp32f* pSrc2, Ipp32f* pDst, int len) {
+static IppStatus ippsAdd_32f(const Ipp32f* pSrc1, const Ipp32f* pSrc2, Ipp32f* pDst, int len) {
   if (!pSrc1 || !pSrc2 || !pDst) return ippStsNullPtrErr;
   if (len < 1) return ippStsSizeErr;
   ForEachElement<Vec>(
@@ -36,7 +68,7 @@ IppStatus ippsAdd_32f(const Ipp32f* pSrc1, const Ipp32f* pSrc2, Ipp32f* pDst, in
   return ippStsNoErr;
 }
 
-IppStatus ippsMul_32f(const Ipp32f* pSrc1, const Ipp32f* pSrc2, Ipp32f* pDst, int len) {
+static IppStatus ippsMul_32f(const Ipp32f* pSrc1, const Ipp32f* pSrc2, Ipp32f* pDst, int len) {
   if (!pSrc1 || !pSrc2 || !pDst) return ippStsNullPtrErr;
   if (len < 1) return ippStsSizeErr;
   ForEachElement<Vec>(
@@ -44,7 +76,7 @@ IppStatus ippsMul_32f(const Ipp32f* pSrc1, const Ipp32f* pSrc2, Ipp32f* pDst, in
   return ippStsNoErr;
 }
 
-IppStatus ippsMul_32f_I(const Ipp32f* pSrc, Ipp32f* pSrcDst, int len) {
+static IppStatus ippsMul_32f_I(const Ipp32f* pSrc, Ipp32f* pSrcDst, int len) {
   if (!pSrc || !pSrcDst) return ippStsNullPtrErr;
   if (len < 1) return ippStsSizeErr;
   ForEachElement<Vec>(
@@ -52,46 +84,47 @@ IppStatus ippsMul_32f_I(const Ipp32f* pSrc, Ipp32f* pSrcDst, int len) {
   return ippStsNoErr;
 }
 
-IppStatus ippsMulC_32f(const Ipp32f* pSrc, Ipp32f val, Ipp32f* pDst, int len) {
+static IppStatus ippsMulC_32f(const Ipp32f* pSrc, Ipp32f val, Ipp32f* pDst, int len) {
   if (!pSrc || !pDst) return ippStsNullPtrErr;
   if (len < 1) return ippStsSizeErr;
   if (val == 1.0f) return ippsCopy_32f(pSrc, pDst, len);
   if (val == 0.0f) return ippsZero_32f(pDst, len);
   ForEachElement<Vec>(
-      pDst, len, [val](auto a) { return a * SpreadAs(a, val); }, pSrc);
+      pDst, len, [val](auto a) { return a * Broadcast<decltype(a)>(val); }, pSrc);
   return ippStsNoErr;
 }
 
-IppStatus ippsMulC_32f_I(Ipp32f val, Ipp32f* pSrcDst, int len) {
+static IppStatus ippsMulC_32f_I(Ipp32f val, Ipp32f* pSrcDst, int len) {
   if (!pSrcDst) return ippStsNullPtrErr;
   if (len < 1) return ippStsSizeErr;
   return val == 1.0f ? ippStsNoErr : ippsMulC_32f(pSrcDst, val, pSrcDst, len);
 }
 
-IppStatus ippsAddProductC_32f(const Ipp32f* pSrc, Ipp32f val, Ipp32f* pSrcDst, int len) {
+static IppStatus ippsAddProductC_32f(const Ipp32f* pSrc, Ipp32f val, Ipp32f* pSrcDst, int len) {
   if (!pSrc || !pSrcDst) return ippStsNullPtrErr;
   if (len < 1) return ippStsSizeErr;
-  const auto add = [val](auto sum, auto a) { return sum + a * SpreadAs(a, val); };
+  const auto add = [val](auto sum, auto a) { return sum + a * Broadcast<decltype(a)>(val); };
   ForEachElement<Vec>(pSrcDst, len, add, pSrcDst, pSrc);
   return ippStsNoErr;
 }
 
-IppStatus ippsConj_32fc(const Ipp32fc* pSrc, Ipp32fc* pDst, int len) {
+static IppStatus ippsConj_32fc(const Ipp32fc* pSrc, Ipp32fc* pDst, int len) {
   if (!pSrc || !pDst) return ippStsNullPtrErr;
   if (len < 1) return ippStsSizeErr;
   const float* s = &pSrc->re;
   float* d = &pDst->re;
-  int i = 0;
-  for (; i <= 2 * len - Vec::width; i += Vec::width)
+  std::ptrdiff_t i = 0;
+  const std::ptrdiff_t floats = 2 * static_cast<std::ptrdiff_t>(len);
+  for (; i <= floats - Vec::width; i += Vec::width)
     (Vec::LoadU(s + i) ^ SignOdd<Vec>()).StoreU(d + i);
-  for (; i < 2 * len; i += 2) {
+  for (; i < floats; i += 2) {
     d[i] = s[i];
     d[i + 1] = -s[i + 1];
   }
   return ippStsNoErr;
 }
 
-IppStatus ippsMul_32fc(const Ipp32fc* pSrc1, const Ipp32fc* pSrc2, Ipp32fc* pDst, int len) {
+static IppStatus ippsMul_32fc(const Ipp32fc* pSrc1, const Ipp32fc* pSrc2, Ipp32fc* pDst, int len) {
   if (!pSrc1 || !pSrc2 || !pDst) return ippStsNullPtrErr;
   if (len < 1) return ippStsSizeErr;
   const float *a = &pSrc1->re, *b = &pSrc2->re;
@@ -108,31 +141,26 @@ IppStatus ippsMul_32fc(const Ipp32fc* pSrc1, const Ipp32fc* pSrc2, Ipp32fc* pDst
   return ippStsNoErr;
 }
 
-IppStatus ippsMul_32fc_I(const Ipp32fc* pSrc, Ipp32fc* pSrcDst, int len) {
+static IppStatus ippsMul_32fc_I(const Ipp32fc* pSrc, Ipp32fc* pSrcDst, int len) {
   return ippsMul_32fc(pSrcDst, pSrc, pSrcDst, len);
 }
 
-IppStatus ippsSqrt_32f_I(Ipp32f* pSrcDst, int len) {
+static IppStatus ippsSqrt_32f_I(Ipp32f* pSrcDst, int len) {
   if (!pSrcDst) return ippStsNullPtrErr;
   if (len < 1) return ippStsSizeErr;
-  // The caller's traps stay silent, and the invalid flag that a negative element raises goes.
-  constexpr unsigned masks = 0x1F80, flags = 0x3F, kept = 0x3A;
-  const unsigned control = _mm_getcsr();
-  _mm_setcsr((control | masks) & ~flags);
-  bool negative = false;
-  int i = 0;
+  const QuietExceptions quiet;  // a negative element is reported instead
+  std::ptrdiff_t i = 0;
   Vec below = Vec::Zero();
   for (; i <= len - Vec::width; i += Vec::width) {
     const Vec x = Vec::LoadU(pSrcDst + i);
     below = below | Below(x, Vec::Zero());
     Sqrt(x).StoreU(pSrcDst + i);
   }
-  negative = AnySign(below);
+  bool negative = AnySign(below);
   for (; i < len; ++i) {
     negative |= pSrcDst[i] < 0.0f;
-    _mm_store_ss(pSrcDst + i, _mm_sqrt_ss(_mm_load_ss(pSrcDst + i)));
+    pSrcDst[i] = Sqrt(pSrcDst[i]);
   }
-  _mm_setcsr(control | (_mm_getcsr() & kept));
   return negative ? ippStsSqrtNegArg : ippStsNoErr;
 }
 
@@ -151,13 +179,14 @@ static IppStatus CheckChannels(const Ipp32f* flat, T* const* channel, int ch_num
   return aligned ? ippStsNoErr : ippStsMisalignedBuf;
 }
 
-IppStatus ippsInterleave_32f(const Ipp32f* const* pSrc, int ch_num, int len, Ipp32f* pDst) {
+static IppStatus ippsInterleave_32f(const Ipp32f* const* pSrc, int ch_num, int len, Ipp32f* pDst) {
   const IppStatus status = CheckChannels(pDst, pSrc, ch_num, len);
   if (status >= ippStsNoErr) InterleaveChannels<Vec>(pSrc, ch_num, len, pDst);
   return status;
 }
 
-IppStatus ippsDeinterleave_32f(const Ipp32f* pSrc, int ch_num, int len, Ipp32f* const* pDst) {
+static IppStatus ippsDeinterleave_32f(const Ipp32f* pSrc, int ch_num, int len,
+                                      Ipp32f* const* pDst) {
   const IppStatus status = CheckChannels(pSrc, pDst, ch_num, len);
   if (status >= ippStsNoErr) DeinterleaveChannels<Vec>(pSrc, ch_num, len, pDst);
   return status;

@@ -1,5 +1,8 @@
 #include "platform/onnxruntime/tensor_buffer.h"
 
+#include "platform/checked_product.h"
+
+#include <algorithm>
 #include <cstring>
 #include <iterator>
 #include <new>
@@ -21,21 +24,11 @@ std::size_t ElementBytes(std::uint32_t kind) {
 }
 
 std::size_t ElementCount(const Shape& shape, std::size_t elementSize) {
-  bool isEmpty = false;
-  for (const std::int64_t dimension : shape) {
-    if (dimension < 0)
-      Refuse(ResultCodes::InvalidArgument, "a dimension of the tensor is negative");
-    isEmpty |= dimension == 0;
-  }
-  if (isEmpty) return 0;
-  const std::uint64_t greatest = TensorBuffer::greatestBytes / elementSize;
-  std::uint64_t count = 1;
-  for (const std::int64_t dimension : shape) {
-    if (static_cast<std::uint64_t>(dimension) > greatest / count)
-      Refuse(ResultCodes::OutOfMemory, "the tensor is too large");
-    count *= static_cast<std::uint64_t>(dimension);
-  }
-  return count;
+  if (std::ranges::any_of(shape, [](std::int64_t dimension) { return dimension < 0; }))
+    Refuse(ResultCodes::InvalidArgument, "a dimension of the tensor is negative");
+  const auto count = ProductUpTo((PTRDIFF_MAX - alignment) / elementSize, shape);
+  if (!count) Refuse(ResultCodes::OutOfMemory, "the tensor is too large");
+  return *count;
 }
 
 }  // namespace

@@ -14,7 +14,7 @@ namespace Orvik::Tesmo::Platform::OnnxRuntime {
 class TensorBuffer {
 public:
   /// All elements zero, strings empty. Fails with InvalidArgument for a kind that has no elements
-  /// here or a negative dimension, with OutOfMemory above `greatestBytes`.
+  /// here or a negative dimension, with OutOfMemory where there is no memory for the shape.
   TensorBuffer(std::shared_ptr<const Engine> engine, std::uint32_t kind, const Shape& shape);
   TensorBuffer(const TensorBuffer&) = delete;
   TensorBuffer& operator=(const TensorBuffer&) = delete;
@@ -28,10 +28,6 @@ public:
   /// `source` has the same kind and shape. Numbers are copied without any allocation; strings make
   /// the engine allocate where one becomes longer than it ever was.
   void CopyFrom(const TensorBuffer& source);
-
-  /// Far above the tensors of an audio stream and low enough that a wrong shape fails at once, not
-  /// after it has filled the memory. A string counts as `stringBytes`.
-  static constexpr std::uint64_t greatestBytes = std::uint64_t{1} << 31;
 
 private:
   struct Free {

@@ -26,6 +26,7 @@ fi
 "$work/client/client" "$work/model.onnx" || { echo "client of the CMake package: exit status $?"; exit 1; }
 
 export PKG_CONFIG_PATH="${library%/*}/pkgconfig"
+flags=()  # eval, since pkg-config quotes the blanks in the prefix
 eval "flags=($(pkg-config --cflags --libs kalvrin))"
 "$cxx" "$client/main.cpp" -o "$work/by-pkg-config" "${flags[@]}" -Wl,-rpath,"${library%/*}"
 "$work/by-pkg-config" "$work/model.onnx" || { echo "client by pkg-config: exit status $?"; exit 1; }

@@ -1,0 +1,169 @@
+#include "plugin/host_files.h"
+
+#include "lv2/uri.h"
+#include "wrapper/ports.h"
+
+#include <iomanip>
+#include <sstream>
+
+namespace Orvik::Tesmo::Tool {
+namespace {
+
+using Plugin::Description;
+using Plugin::Port;
+using Plugin::Role;
+
+constexpr const char* prefixes = R"(@prefix bufsz: <http://lv2plug.in/ns/ext/buf-size#> .
+@prefix doap: <http://usefulinc.com/ns/doap#> .
+@prefix lv2: <http://lv2plug.in/ns/lv2core#> .
+@prefix opts: <http://lv2plug.in/ns/ext/options#> .
+@prefix pprops: <http://lv2plug.in/ns/ext/port-props#> .
+@prefix rdfs: <http://www.w3.org/2000/01/rdf-schema#> .
+@prefix units: <http://lv2plug.in/ns/extensions/units#> .
+@prefix urid: <http://lv2plug.in/ns/ext/urid#> .
+)";
+
+/// What is special to ports of this role.
+const char* Particulars(Role role) {
+  switch (role) {
+  case Role::Enabled:
+    return " ;\n    lv2:portProperty lv2:toggled ;\n    lv2:designation lv2:enabled";
+  case Role::FreeWheel:
+    return " ;\n    lv2:portProperty lv2:toggled, pprops:notOnGUI ;\n"
+           "    lv2:designation lv2:freeWheeling";
+  case Role::Master:
+  case Role::Rest:
+  case Role::ClassGain:
+    return " ;\n    units:unit units:db ;\n"
+           "    lv2:scalePoint [ rdfs:label \"Mute\" ; rdf:value -60.0 ]";
+  case Role::Mode:
+    return " ;\n    lv2:portProperty lv2:integer, lv2:enumeration, pprops:notAutomatic ;\n"
+           "    lv2:scalePoint [ rdfs:label \"Automatic\" ; rdf:value 0 ] ,\n"
+           "      [ rdfs:label \"Direct\" ; rdf:value 1 ] ,\n"
+           "      [ rdfs:label \"Spread\" ; rdf:value 2 ]";
+  case Role::Latency:
+    return " ;\n    lv2:portProperty lv2:integer, lv2:reportsLatency ;\n"
+           "    lv2:designation lv2:latency ;\n    units:unit units:frame";
+  case Role::HighBand:
+    return " ;\n    lv2:portProperty lv2:integer, lv2:enumeration ;\n"
+           "    lv2:scalePoint [ rdfs:label \"Follow\" ; rdf:value 0 ] ,\n"
+           "      [ rdfs:label \"Rest\" ; rdf:value 1 ]";
+  case Role::Load:
+    return " ;\n    lv2:portProperty pprops:notOnGUI ;\n    units:unit units:pc";
+  case Role::Late:
+    return " ;\n    lv2:portProperty lv2:integer, pprops:notOnGUI";
+  default:
+    return "";
+  }
+}
+
+void WritePort(std::ostream& out, const Port& port, std::size_t number) {
+  out << "    a " << (port.IsWritten() ? "lv2:OutputPort" : "lv2:InputPort") << ", "
+      << (port.IsAudio() ? "lv2:AudioPort" : "lv2:ControlPort") << " ;\n    lv2:index " << number
+      << " ;\n    lv2:symbol \"" << port.symbol << "\" ;\n    lv2:name " << std::quoted(port.name);
+  if (!port.IsAudio()) {
+    out << " ;\n    lv2:minimum " << port.lowest << " ;\n    lv2:maximum " << port.highest;
+    if (!port.IsWritten()) out << " ;\n    lv2:default " << port.initial;
+  }
+  out << Particulars(port.role) << '\n';
+}
+
+void WritePlugin(std::ostream& out, const Description& d, unsigned channelCount) {
+  out << "\n<" << Plugin::Lv2Uri(d, channelCount) << ">\n  a lv2:Plugin, lv2:FilterPlugin ;\n"
+      << "  doap:name " << std::quoted(d.name + " (" + Plugin::FormName(channelCount) + ")")
+      << " ;\n"
+      << "  doap:license <http://opensource.org/licenses/Apache-2.0> ;\n"
+         "  lv2:minorVersion 0 ;\n  lv2:microVersion 1 ;\n"
+         "  lv2:optionalFeature opts:options, urid:map"
+      << (d.isAlwaysSpread ? ", lv2:hardRTCapable" : "")
+      << " ;\n  opts:supportedOption bufsz:nominalBlockLength, bufsz:maxBlockLength ;\n"
+         "  lv2:port [\n";
+  const auto ports = Plugin::PortsOf(d, channelCount, Plugin::Interface::Lv2);
+  for (std::size_t i = 0; i < ports.size(); ++i) {
+    if (i != 0) out << "  ] , [\n";
+    WritePort(out, ports[i], i);
+  }
+  out << "  ] .\n";
+}
+
+}  // namespace
+
+std::string ManifestText(const Description& d, const std::string& binary,
+                         const std::string& plugins) {
+  std::ostringstream out;
+  out.exceptions(std::ios::badbit);  // otherwise it ignores a lack of memory
+  out << "@prefix lv2: <http://lv2plug.in/ns/lv2core#> .\n"
+         "@prefix rdfs: <http://www.w3.org/2000/01/rdf-schema#> .\n";
+  for (const unsigned count : d.channelCounts)
+    out << "\n<" << Plugin::Lv2Uri(d, count) << ">\n  a lv2:Plugin ;\n  lv2:binary <" << binary
+        << "> ;\n  rdfs:seeAlso <" << plugins << "> .\n";
+  return out.str();
+}
+
+std::string PluginsText(const Description& d) {
+  std::ostringstream out;
+  out.exceptions(std::ios::badbit);  // otherwise it ignores a lack of memory
+  out << std::fixed << std::setprecision(1)
+      << "@prefix rdf: <http://www.w3.org/1999/02/22-rdf-syntax-ns#> .\n"
+      << prefixes;
+  for (const unsigned count : d.channelCounts)
+    WritePlugin(out, d, count);
+  return out.str();
+}
+
+std::string MicrophoneName(const Plugin::Description& description) {
+  return "kalvrin." + description.symbol;
+}
+
+std::string FilterChainText(const FilterChain& chain) {
+  const std::string name = MicrophoneName(chain.description);
+  const std::string channels = chain.channelCount == 1
+                                   ? "audio.channels = 1 audio.position = [ MONO ]"
+                                   : "audio.channels = 2 audio.position = [ FL FR ]";
+  std::ostringstream out;
+  out.exceptions(std::ios::badbit);  // otherwise it ignores a lack of memory
+  out << R"(context.spa-libs = {
+  audio.convert.* = audioconvert/libspa-audioconvert
+  support.*       = support/libspa-support
+}
+context.modules = [
+  { name = libpipewire-module-rt args = { nice.level = -11 } flags = [ ifexists nofail ] }
+  { name = libpipewire-module-protocol-native }
+  { name = libpipewire-module-client-node }
+  { name = libpipewire-module-adapter }
+  { name = libpipewire-module-filter-chain
+    args = {
+      node.description = )"
+      << std::quoted(chain.description.name)
+      << "\n      media.name = " << std::quoted(chain.description.name) << R"(
+      filter.graph = {
+        nodes = [
+          { type = ladspa
+            name = model
+            plugin = )"
+      << std::quoted(chain.library.string()) << "\n            label = " << chain.description.symbol
+      << '_' << Plugin::FormName(chain.channelCount) << "\n            control = {\n";
+  for (const auto& [port, value] : chain.controls)
+    out << "              " << std::quoted(port) << " = " << value << '\n';
+  out << R"(            }
+          }
+        ]
+      }
+      capture.props = {
+        node.name = )"
+      << std::quoted("capture." + name) << "\n        node.passive = true\n        " << channels
+      << '\n';
+  if (!chain.target.empty()) out << "        target.object = " << std::quoted(chain.target) << '\n';
+  out << R"(      }
+      playback.props = {
+        node.name = )"
+      << std::quoted(name) << "\n        media.class = Audio/Source\n        " << channels << R"(
+      }
+    }
+  }
+]
+)";
+  return out.str();
+}
+
+}  // namespace Orvik::Tesmo::Tool

@@ -1,0 +1,100 @@
+#include "stream/set_up.h"
+
+#include "core/kalvrin.h"
+#include "kernels/ipps.h"
+#include "platform/onnxruntime/runtime.h"
+#include "stream/overlap_add_stage.h"
+#include "stream/windowed_stream_processor.h"
+
+#include <dlfcn.h>
+
+#include <utility>
+
+namespace Orvik::Tesmo {
+
+namespace {
+
+// The leak check at the end of an instrumented process counts blocks of a module that is gone as
+// lost, so such a process keeps it.
+#if defined(__SANITIZE_ADDRESS__)
+constexpr int KeepForLeakCheck = RTLD_NODELETE;
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer)
+constexpr int KeepForLeakCheck = RTLD_NODELETE;
+#else
+constexpr int KeepForLeakCheck = 0;
+#endif
+#else
+constexpr int KeepForLeakCheck = 0;
+#endif
+
+struct CloseModule {
+  void operator()(void* module) const { dlclose(module); }
+};
+using Module = std::unique_ptr<void, CloseModule>;
+
+/// Null where the module does not load. Only FOLDER/FILE and FOLDER/kalvrin/FILE are tried:
+/// whatever else of that name a search would find is not the engine that was delivered with the
+/// library. Packages of a system use the second, where all libraries share one folder and the
+/// engine is no business of the others.
+Module LoadRuntimeModule(const std::string& folder, const char* fileName) {
+  for (const char* below : {"/", "/kalvrin/"}) {
+    const std::string path = folder + below + fileName;
+    if (Module module{dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL | KeepForLeakCheck)})
+      return module;
+  }
+  return nullptr;
+}
+
+/// An engine and the library that its code is in. The runtime goes first.
+struct OpenEngine {
+  explicit OpenEngine(const std::string& folder)
+      : module(LoadRuntimeModule(folder, "libonnxruntime.so.1")),
+        code(Platform::CreateOnnxRuntime(module.get(), runtime)) {
+    SelectKernelBuild();
+    if (code == ResultCodes::OutOfMemory) ThrowForResultCode(code);
+  }
+
+  Module module;
+  std::shared_ptr<Platform::Runtime> runtime;
+  ResultCode code;
+};
+
+std::shared_ptr<Platform::Runtime> RuntimeOf(const std::shared_ptr<const OpenEngine>& engine) {
+  CheckResult(engine->code);
+  return {engine, engine->runtime.get()};
+}
+
+}  // namespace
+
+void SelectKernelBuild() {
+  static const std::int32_t selected = ippVariantIndex = ippBestVariantIndex();
+  static_cast<void>(selected);
+}
+
+std::shared_ptr<Platform::Runtime> OpenRuntime(const std::string& folder) {
+  return RuntimeOf(std::make_shared<const OpenEngine>(folder));
+}
+
+std::shared_ptr<Platform::Runtime> ProcessRuntime() {
+  static const auto engine = std::make_shared<const OpenEngine>(GetLibraryFolder());
+  return RuntimeOf(engine);
+}
+
+std::unique_ptr<StreamProcessor> AssembleStream(const std::shared_ptr<Platform::Runtime>& runtime,
+                                                const std::shared_ptr<Platform::Model>& model,
+                                                std::uint64_t sequenceSize,
+                                                std::uint64_t channelCount,
+                                                std::uint64_t blockFrames) {
+  // refused here, where it costs nothing, rather than after the core has been built
+  FloatCount({channelCount, blockFrames});
+  auto core = std::make_unique<Dnn::Kalvrin>(runtime, model, sequenceSize, channelCount);
+  // from here on the size that the core settled on: a 0 from the host stands for the model's own
+  const std::uint64_t effectiveSize = core->GetSequenceSize();
+  auto stage = std::make_unique<OverlapAddStage>(core->GetHopLength(), effectiveSize, channelCount,
+                                                 core->IsSpectral());
+  return std::make_unique<WindowedStreamProcessor>(std::move(core), std::move(stage), effectiveSize,
+                                                   channelCount, blockFrames);
+}
+
+}  // namespace Orvik::Tesmo
