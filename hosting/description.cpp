@@ -38,7 +38,7 @@ void TakeLine(Description& d, std::string_view key, std::string_view value) {
   else if (key == "spread")
     d.isAlwaysSpread = Number(value, 0, 1) != 0;
   else if (key == "channels")
-    d.channelCounts.push_back(static_cast<unsigned>(Number(value, 1, 2)));
+    d.channelCounts.push_back(static_cast<unsigned>(Number(value, 1, mostChannels)));
   else if (key == "class")
     d.classes.emplace_back(value);
   else

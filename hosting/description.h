@@ -7,22 +7,23 @@
 
 namespace Orvik::Tesmo::Plugin {
 
+/// Channels of a form of a plugin at most.
+inline constexpr unsigned mostChannels = 64;
 /// The gains that a plugin offers, in dB; at the lowest and below it is silence.
 inline constexpr float lowestGainDb = -60, highestGainDb = 12;
 
-/// What a plugin has to know about its model before the model is loaded, so that a host that only
-/// looks around loads nothing. It stands in a text file beside the model: a line "key value" for
-/// each member, `channels` and `class` once for each element, `spread 1` where it is always spread.
-/// The tool writes it.
+/// What a plugin knows about its model before it loads the model, so that a host can list plugins
+/// without loading one. The tool writes it into a text file beside the model: one line "key value"
+/// for each member, for `channels` and `class` one line for each element.
 struct Description {
-  std::string name;                   // for people, UTF-8
-  std::string symbol;                 // letters, digits and _, not beginning with a digit
-  std::uint32_t sampleRateHz = 0;     // 0: the model works at any
-  std::uint64_t windowLength = 0;     // samples, even
-  std::uint64_t lookaheadBlocks = 0;  // windows
-  std::uint64_t sequenceSize = 0;     // windows per evaluation, from 1
-  bool isAlwaysSpread = false;        // no choice of the mode: never an evaluation in a host's call
-  std::vector<unsigned> channelCounts;  // the forms that the model takes, of 1 and 2
+  std::string name;                     // for people, UTF-8
+  std::string symbol;                   // letters, digits and _, not beginning with a digit
+  std::uint32_t sampleRateHz = 0;       // 0: the model works at any
+  std::uint64_t windowLength = 0;       // samples, even
+  std::uint64_t lookaheadBlocks = 0;    // windows
+  std::uint64_t sequenceSize = 0;       // windows per evaluation, from 1
+  bool isAlwaysSpread = false;          // there is no choice of the mode: always Spread
+  std::vector<unsigned> channelCounts;  // a form of the plugin for each, from 1 to mostChannels
   std::vector<std::string> classes;     // UTF-8, those that a gain can reach, without Rest
 
   std::uint64_t HopLength() const { return windowLength / 2; }

@@ -13,8 +13,8 @@
 
 namespace Orvik::Tesmo::Plugin {
 
-/// A stream of the library, driven one evaluation at a time: a chunk of frames in, as many out,
-/// with no frame waiting inside but those that the windows' overlap and the lookahead need.
+/// A stream of the library that runs one evaluation per call: a chunk of frames in, as many out.
+/// The delay between them is only what the overlap of the windows and the lookahead need.
 class Evaluation {
 public:
   /// Slow. Throws std::runtime_error where the library refuses the model, std::bad_alloc.

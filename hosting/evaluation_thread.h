@@ -26,8 +26,8 @@ public:
 
   // On the audio thread:
 
-  /// Hands chunk number `number` over. False, and nothing done, where the worker is so far behind
-  /// that no slot is free.
+  /// Gives chunk number `number` to the worker. Returns false, and does nothing, where the worker
+  /// is so late that no slot is free.
   bool Submit(const Frames& chunk, std::uint64_t number);
   /// Copies the result of chunk `number` to `result`; `isValid` is false where the evaluation
   /// failed. Returns false where it is not there yet. Results of earlier chunks, which came too

@@ -43,15 +43,15 @@ public:
   std::size_t Count() const { return count; }
   void Clear() { count = 0; }
 
-  /// The caller sees to the room.
+  /// The caller makes sure that there is room.
   void Push(const float* const* frames, std::size_t n);
   void PushSilence(std::size_t n);
-  /// What is missing comes as silence, at the end.
+  /// Where fewer frames are there, silence follows them.
   void Pop(float* const* frames, std::size_t n);
 
 private:
-  /// Calls `move(place in the ring, offset, length)` for the one or two pieces of `n` frames that
-  /// begin `begin` frames behind the oldest.
+  /// `n` frames that begin `begin` frames after the oldest are one piece of the ring or, around its
+  /// end, two. Calls `move(place in the ring, offset from the first frame, length)` for each.
   template <class Move>
   void ForPieces(std::size_t begin, std::size_t n, Move move) {
     const std::size_t place = (first + begin) % ring.Length();

@@ -1,7 +1,4 @@
-#include "adapt/adapted_model.h"
-#include "adapt/comparison.h"
-#include "adapt/roles.h"
-#include "adapt/source_model.h"
+#include "adapt/adapt.h"
 #include "command_line/command.h"
 #include "command_line/values.h"
 #include "diagnosis/refusals.h"
@@ -12,6 +9,8 @@
 #include "system/files.h"
 #include "system/process.h"
 
+#include <CLI/CLI.hpp>
+#include <algorithm>
 #include <array>
 #include <cstdio>
 #include <iostream>
@@ -23,16 +22,15 @@ namespace {
 constexpr std::uint64_t mostWindow = 1 << 20, mostRate = 1 << 20, mostLookahead = 1000;
 
 std::vector<std::string> Commas(std::string_view text) {
-  std::vector<std::string> parts(1);
-  for (const char c : text) {
-    if (c == ',')
-      parts.emplace_back();
-    else
-      parts.back() += c;
-  }
-  for (const std::string& part : parts)
-    if (part.empty()) throw UsageError("'" + std::string(text) + "' has an empty part");
-  return parts;
+  return SplitAt(text, ',');
+}
+
+/// NAME=VALUE
+std::pair<std::string, std::string> Assignment(std::string_view text) {
+  const std::size_t place = text.find('=');
+  if (place == std::string_view::npos || place == 0 || place + 1 == text.size())
+    throw UsageError("'" + std::string(text) + "' is not NAME=VALUE");
+  return {std::string(text.substr(0, place)), std::string(text.substr(place + 1))};
 }
 
 /// IN:OUT; names may have colons of their own ("state:0"), for which IN=OUT does, too.
@@ -44,20 +42,105 @@ std::pair<std::string, std::string> Pair(std::string_view text) {
   return {std::string(text.substr(0, place)), std::string(text.substr(place + 1))};
 }
 
+/// An option of the command line, and without its dashes a word of a family's file.
+struct Option {
+  const char *name, *value, *help;  ///< an empty value makes a flag
+  void (*set)(AdaptRequest&, std::string_view value);
+};
+
+constexpr Option options[] = {
+    {"--classes", "A,B", "names of the classes, in the model's order",
+     [](AdaptRequest& request, std::string_view value) { request.classes = Commas(value); }},
+    {"--rate", "HZ", "sample rate that the model is made for",
+     [](AdaptRequest& request, std::string_view value) {
+       request.rate = ParseCount(value, 1, mostRate);
+     }},
+    {"--lookahead", "N", "windows by which the model's output is late (default: 0)",
+     [](AdaptRequest& request, std::string_view value) {
+       request.lookahead = ParseCount(value, 0, mostLookahead);
+     }},
+    {"--window", "[NAME][:N]",
+     "root-hann (assumed), hann, vorbis, rectangular, sine, hamming; samples",
+     [](AdaptRequest& request, std::string_view value) { ParseWindow(value, request); }},
+    {"--hop", "N", "samples from window to window (assumed: half a window)",
+     [](AdaptRequest& request, std::string_view value) {
+       request.hop = ParseCount(value, 1, mostWindow);
+     }},
+    {"--name", "TEXT", "the model's name (default: its own, else that of the file)",
+     [](AdaptRequest& request, std::string_view value) { request.name = value; }},
+    {"--state", "IN:OUT", "an input and the output that carries it on; repeatable",
+     [](AdaptRequest& request, std::string_view value) { request.states.push_back(Pair(value)); }},
+    {"--input", "NAME[,NAME]", "the input with audio, or those of real and imaginary part",
+     [](AdaptRequest& request, std::string_view value) { request.inputs = Commas(value); }},
+    {"--output", "NAME[,...]", "the outputs with audio: one, or each class, or each class's parts",
+     [](AdaptRequest& request, std::string_view value) { request.outputs = Commas(value); }},
+    {"--input-layout", "TEXT", "its dimensions: N channels, T windows, F bins, C parts, 1 none",
+     [](AdaptRequest& request, std::string_view value) { request.inputLayouts = Commas(value); }},
+    {"--output-layout", "TEXT", "likewise, and K classes",
+     [](AdaptRequest& request, std::string_view value) { request.outputLayouts = Commas(value); }},
+    {"--in", "WORD[,WORD]",
+     "what the model takes, of each file: spectrum, magnitude, power, samples, rows",
+     [](AdaptRequest& request, std::string_view value) {
+       request.features.clear();
+       for (const std::string& word : Commas(value))
+         request.features.push_back(ParseFeature(word));
+     }},
+    {"--out", "WORD[,WORD]", "what it returns: spectrum, mask, complex-mask, samples, gate",
+     [](AdaptRequest& request, std::string_view value) {
+       request.results.clear();
+       for (const std::string& word : Commas(value))
+         request.results.push_back(ParseResult(word));
+     }},
+    {"--join", "WORD", "windows that come out: windowed, added, finished",
+     [](AdaptRequest& request, std::string_view value) { request.joining = ParseJoining(value); }},
+    {"--transform", "N", "samples of the transform, where the window is shorter",
+     [](AdaptRequest& request, std::string_view value) {
+       request.transform = ParseCount(value, 2, mostWindow);
+       if (request.transform % 2 != 0)
+         throw UsageError("a transform has an even number of samples");
+     }},
+    {"--context", "N", "samples before the window that the model takes as well",
+     [](AdaptRequest& request, std::string_view value) {
+       request.context = ParseCount(value, 0, mostWindow);
+     }},
+    {"--delay", "N", "samples by which the model's output is late",
+     [](AdaptRequest& request, std::string_view value) {
+       request.delay = ParseCount(value, 0, mostWindow);
+     }},
+    {"--scale", "X", "factor of the transform that the model knows (default: 1)",
+     [](AdaptRequest& request, std::string_view value) {
+       request.scale = ParseNumber(value);
+       if (request.scale == 0) throw UsageError("a scale of 0 leaves nothing");
+     }},
+    {"--normalise", "RULE", "fixed:MEAN:DEVIATION, running-mean:KEEP[:START], running-level:...",
+     [](AdaptRequest& request, std::string_view value) {
+       request.normalisation = ParseNormalisation(value);
+     }},
+    {"--set", "NAME=NUMBER", "the value of an input that is neither audio nor state; repeatable",
+     [](AdaptRequest& request, std::string_view value) {
+       request.constants.push_back(Assignment(value));
+     }},
+    {"--initial", "NAME=VALUE", "first value of a state: a number, or a file of floats; repeatable",
+     [](AdaptRequest& request, std::string_view value) {
+       request.initial.push_back(Assignment(value));
+     }},
+    {"--carry-hidden", "", "carries on the states that the graph's GRU, LSTM and RNN hide",
+     [](AdaptRequest& request, std::string_view) { request.carriesHiddenStates = true; }},
+};
+
 struct Adapted {
   std::string bytes;
   Loops loops;
   Comparison comparison;
 };
 
-/// The fastest way of holding the model that gives what the model gives.
-Adapted Adapt(Platform::Runtime& runtime, const ModelFile& file, const SourceModel& source,
-              const Roles& roles, const AdaptRequest& request) {
-  const TrialSignal signal(roles.bins);
-  std::vector<float> original;
+/// The fastest way of holding the step whose output is that of the step.
+Adapted Adapt(Platform::Runtime& runtime, const Plan& step, const AdaptRequest& request) {
+  const Roles& roles = step.parts[0];
+  const TrialSignal signal(roles.inputSize * (IsSpectral(roles.feature) ? 2 : 1));
+  std::vector<float> expected;
   try {
-    original =
-        RunOriginal(runtime, std::string(file.bytes.begin(), file.bytes.end()), roles, signal);
+    expected = RunStep(runtime, step.sources[0].proto.SerializeAsString(), roles, signal);
   } catch (...) {
     throw Refusal(
         "the engine does not run the model window by window as its shapes are understood: " +
@@ -65,11 +148,10 @@ Adapted Adapt(Platform::Runtime& runtime, const ModelFile& file, const SourceMod
   }
   std::string reason;
   for (const Loops& loops : PossibleLoops(roles)) {
-    Adapted adapted{BuildAdaptedModel(source, roles, request, loops), loops, {}};
+    Adapted adapted{BuildAdaptedModel(step, request, loops), loops, {}};
     try {
       adapted.comparison =
-          Compare(original, RunAdapted(runtime, adapted.bytes, roles, loops,
-                                       static_cast<std::int64_t>(request.lookahead), signal));
+          Compare(expected, RunAdapted(runtime, adapted.bytes, step, loops, signal));
     } catch (const Refusal&) {
       throw;
     } catch (...) {
@@ -82,90 +164,160 @@ Adapted Adapt(Platform::Runtime& runtime, const ModelFile& file, const SourceMod
                         adapted.comparison.difference, adapted.comparison.peak);
     reason = text.data();
   }
-  throw Refusal("the adapted model does not give what the model gives: " + reason);
+  throw Refusal("the adapted model does not return what the model returns: " + reason);
 }
 
 void PrintTensors(const char* label, const std::vector<SourceTensor>& tensors,
-                  const Layout& layout) {
+                  const std::string& meaning) {
   for (const SourceTensor& tensor : tensors)
-    PrintField(std::cout, label, SourceTensorText(tensor) + " as " + LayoutText(layout));
+    PrintField(std::cout, label, SourceTensorText(tensor) + " as " + meaning);
 }
 
-void PrintSummary(const std::string& path, const Roles& roles, const Adapted& adapted) {
-  std::cout << "adapted: " << path << '\n';
-  PrintTensors("input", roles.inputs, roles.inputLayout);
-  PrintTensors("output", roles.outputs, roles.outputLayout);
+void PrintPart(const Roles& roles) {
+  PrintTensors("input", roles.inputs,
+               FeatureText(roles.feature) + " " +
+                   LayoutText(roles.inputLayout, IsSpectral(roles.feature)));
+  PrintTensors("output", roles.outputs,
+               ResultText(roles.result) + " " +
+                   LayoutText(roles.outputLayout, IsSpectral(roles.result)));
   for (const StatePair& pair : roles.states)
     PrintField(std::cout, "state",
                SourceTensorText(pair.input) + " becomes '" + pair.output.name + "'");
-  PrintField(std::cout, "window", std::to_string(roles.Window()) + " samples");
+}
+
+void PrintSummary(const std::string& path, const Plan& plan, const Adapted& adapted) {
+  std::cout << "adapted: " << path << '\n';
+  for (const Roles& roles : plan.parts)
+    PrintPart(roles);
+  const Framing& framing = plan.framing;
+  std::string window = framing.windowName + ", " + std::to_string(framing.window) + " samples";
+  if (framing.window != framing.transform) window += " in " + std::to_string(framing.transform);
+  if (framing.isWindowAssumed) window += " (assumed: no file says it; --window NAME[:N])";
+  PrintField(std::cout, "window", window);
+  PrintField(std::cout, "hop",
+             std::to_string(framing.hop) + " samples" +
+                 (framing.isHopAssumed ? " (assumed: no file says it; --hop N)" : ""));
+  PrintField(std::cout, "takes",
+             framing.isOnSpectra ? "spectra: the library cuts the windows"
+                                 : "samples: windows and overlap are in the graph");
   PrintField(std::cout, "loops",
              adapted.loops.overChannels
                  ? adapted.loops.overWindows ? "over channels and windows" : "over channels"
              : adapted.loops.overWindows ? "over windows"
                                          : "none");
-  std::array<char, 120> text{};
+  std::array<char, 160> text{};
   (void)std::snprintf(text.data(), text.size(),
-                      "%d windows of %d channels; largest difference %.2g at a peak of %.2g",
+                      "%s against %s, %d windows of %d channels of noise; largest difference %.2g "
+                      "at a peak of %.2g",
+                      "all at once", plan.needsStep ? "window by window" : "the original",
                       static_cast<int>(TrialSignal::windows),
                       static_cast<int>(TrialSignal::channels), adapted.comparison.difference,
                       adapted.comparison.peak);
   PrintField(std::cout, "verified", text.data());
+  PrintField(std::cout, "not",
+             "window, hop and what the tensors mean: compare with the loop of the model's authors");
 }
 
-struct Settings : AdaptRequest {
-  std::string source, target;
+/// The parts of the model, of one opset, with all sizes that a run can tell.
+std::vector<SourceModel> ReadSources(Platform::Runtime& runtime, std::vector<SourceModel> sources,
+                                     AdaptRequest& request) {
+  int opset = 0;
+  for (const SourceModel& source : sources)
+    opset = std::max(opset, source.opset);
+  for (SourceModel& source : sources) {
+    ConvertOpset(source, opset);
+    LearnShapes(runtime, source, request);
+    if (!request.carriesHiddenStates) continue;
+    const NamePairs pairs = BringOutHiddenStates(runtime, source, request);
+    request.states.insert(request.states.end(), pairs.begin(), pairs.end());
+  }
+  return sources;
+}
+
+int PrintFamilies() {
+  for (const Family& family : InstalledFamilies())
+    PrintRow(std::cout, 26, family.name, family.about);
+  return ExitStatus::Ok;
+}
+
+struct Settings {
+  std::vector<std::string> files;  ///< the last is OUT
+  std::string family;
+  std::vector<std::pair<const Option*, std::string>> given;
 };
 
-int RunAdapt(const Settings& request) {
-  const ModelFile file = ReadModelFile(request.source);
-  const SourceModel source = ReadSourceModel(file);
-  const Roles roles = DecideRoles(source, request);
+void Set(AdaptRequest& request, const Option& option, const std::string& value) {
+  try {
+    option.set(request, value);
+  } catch (const UsageError& error) {
+    throw UsageError(std::string(option.name) + ": " + error.what());
+  }
+}
+
+/// What the family says, then what the command line says, which wins.
+AdaptRequest RequestOf(const Settings& settings) {
+  AdaptRequest request;
+  if (!settings.family.empty()) {
+    const Family family = ReadFamily(settings.family);
+    for (const auto& [word, value] : family.options) {
+      const auto option =
+          std::ranges::find_if(options, [&](const Option& row) { return row.name == "--" + word; });
+      if (option == std::end(options))
+        throw UsageError(family.name + " has a line '" + word + "', and there is no option --" +
+                         word);
+      Set(request, *option, value);
+    }
+  }
+  for (const auto& [option, value] : settings.given)
+    Set(request, *option, value);
+  return request;
+}
+
+int RunAdapt(Settings settings) {
+  AdaptRequest request = RequestOf(settings);
+  const std::string path = settings.files.back();
+  settings.files.pop_back();
+  std::vector<SourceModel> sources;
+  for (const std::string& part : settings.files)
+    sources.push_back(ReadSourceModel(ReadModelFile(part)));
   ContinueInChild();
   const auto engine = OpenEngine();
-  const Adapted adapted = Adapt(*engine, file, source, roles, request);
+  const Plan plan = MakePlan(ReadSources(*engine, std::move(sources), request), request);
+  const Plan step = plan.needsStep ? BuildStep(plan, request) : plan;
+  const Adapted adapted = Adapt(*engine, step, request);
   const auto model = Dnn::LoadLearningModel(*engine, adapted.bytes.data(), adapted.bytes.size());
-  AssembleStream(engine, model, 2, 2, static_cast<std::uint64_t>(roles.Window() / 2));
-  OutputFile out(request.target);
+  AssembleStream(engine, model, 2, 2, static_cast<std::uint64_t>(plan.framing.hop));
+  OutputFile out(path);
   if (const int error = WriteFully(out.Get(), adapted.bytes.data(), adapted.bytes.size()))
     throw Refusal("cannot write " + out.Name() + ": " + SystemErrorText(error));
   out.Commit();
-  if (request.target != "-") PrintSummary(out.Name(), roles, adapted);
+  if (path != "-") PrintSummary(out.Name(), plan, adapted);
   return ExitStatus::Ok;
 }
 
 std::function<int()> Declare(CLI::App& line) {
   const auto s = std::make_shared<Settings>();
-  AddOperand(line, "IN", s->source);
-  AddOperand(line, "OUT", s->target);
-  AddOption(line, "--classes", "A,B", "names of the classes, in the model's order",
-            [s](const std::string& text) { s->classes = Commas(text); });
-  AddCount(line, "--rate", s->rate, 1, mostRate, "sample rate that the model is made for", "HZ");
-  AddCount(line, "--lookahead", s->lookahead, 0, mostLookahead,
-           "windows by which the model's output is late (default: 0)");
-  AddOption(line, "--window", "N", "samples of a window (default: as the bins say)",
-            [s](const std::string& text) {
-              s->window = ParseCount(text, 4, mostWindow);
-              if (s->window % 2 != 0) throw UsageError("a window has an even number of samples");
-            });
-  AddCount(line, "--hop", s->hop, 1, mostWindow,
-           "samples from window to window; refused unless half a window");
-  AddOption(line, "--name", "TEXT", "the model's name (default: its own, else that of the file)",
-            [s](const std::string& text) { s->name = text; });
-  AddOption(line, "--state", "IN:OUT", "an input and the output that carries it on; repeatable",
-            [s](const std::string& text) { s->states.push_back(Pair(text)); });
-  AddOption(line, "--input", "NAME[,NAME]",
-            "the input with audio, or those of real and imaginary part",
-            [s](const std::string& text) { s->inputs = Commas(text); });
-  AddOption(line, "--output", "NAME[,...]",
-            "the outputs with audio: one, or each class, or each class's parts",
-            [s](const std::string& text) { s->outputs = Commas(text); });
-  AddOption(line, "--input-layout", "TEXT",
-            "its dimensions: N channels, T windows, F bins, C parts, 1 none",
-            [s](const std::string& text) { s->inputLayout = text; });
-  AddOption(line, "--output-layout", "TEXT", "likewise, and K classes",
-            [s](const std::string& text) { s->outputLayout = text; });
-  return [s] { return RunAdapt(*s); };
+  const auto listed = std::make_shared<bool>(false);
+  line.add_option("IN... OUT", s->files);
+  for (const Option& option : options) {
+    const auto take = [s, &option](const std::string& text) {
+      s->given.emplace_back(&option, text);
+    };
+    if (*option.value != 0)
+      AddOption(line, option.name, option.value, option.help, take);
+    else
+      line.add_flag_callback(
+          option.name, [take] { take({}); }, option.help);
+  }
+  AddOption(line, "--like", "FAMILY", "options of a known family, or of a file of such",
+            [s](const std::string& text) { s->family = text; });
+  AddFlag(line, "--families", *listed, "lists the known families");
+  return [s, listed] {
+    if (*listed) return PrintFamilies();
+    if (s->files.size() < 2)
+      throw UsageError(s->files.empty() ? "IN is required" : "OUT is required");
+    return RunAdapt(*s);
+  };
 }
 
 }  // namespace
@@ -173,12 +325,15 @@ std::function<int()> Declare(CLI::App& line) {
 constinit const Command adaptCommand = {
     "adapt",
     "make a streaming model of another form one of the library's contract",
-    "IN is an ONNX model that is given spectra window by window and keeps recurrent states: one\n"
-    "tensor of real and imaginary part, or two; bins before or after time; one window per call or\n"
-    "many. OUT holds the same model in the form that the library takes, with its metadata, looped\n"
-    "over windows and channels where it does one at a time. Both are run on the same noise, and "
-    "OUT\n"
-    "is written only if they agree.\n",
+    "IN is an ONNX model that is given one window at a time and keeps recurrent states; several "
+    "are\n"
+    "parts in a row, each given what the one before it returns. OUT, the last file, holds the same "
+    "in\n"
+    "the form that the library takes, with its metadata: windows, transforms and overlap written "
+    "into\n"
+    "the graph where the library does not have them, looped over windows and channels where the "
+    "model\n"
+    "does one at a time. No file says all that has to be known: what is assumed is printed.\n",
     Declare,
 };
 

@@ -9,7 +9,6 @@
 #include <algorithm>
 #include <iomanip>
 #include <iostream>
-#include <iterator>
 #include <optional>
 
 namespace Orvik::Tesmo::Tool {
@@ -67,7 +66,7 @@ void PrintGeometry(const ModelFacts& facts) {
              layout.GetInputComponents() > 1
                  ? "spectra of " + Counted(layout.GetFeatureSize(), "bin")
                  : std::string("samples"));
-  PrintField(std::cout, "window", LatencyText(window, facts));
+  PrintField(std::cout, "window", LatencyText(window, facts) + ", " + WindowText(facts));
   PrintField(std::cout, "hop", LatencyText(layout.GetHopLength(), facts));
   const bool own = facts.info.GetBaselineSequenceSize() != 0;
   PrintField(std::cout, "sequence",
@@ -97,67 +96,52 @@ void PrintBindings(const ModelFacts& facts) {
                    " alone: it is scaled by that gain and gets nothing from the model");
 }
 
-struct KnownKey {
-  std::u16string_view name;
-  enum class Kind { Text, Number, List } kind;
-};
-constexpr KnownKey knownKeys[] = {
-    {u"Name", KnownKey::Kind::Text},
-    {u"SampleRate", KnownKey::Kind::Number},
-    {u"LookaheadNumBlocks", KnownKey::Kind::Number},
-    {u"OverlapInSamples", KnownKey::Kind::Number},
-    {u"BaselineSequenceSize", KnownKey::Kind::Number},
-    {u"AudioClassNames", KnownKey::Kind::List},
-    {u"ChannelToAudioClassBindings", KnownKey::Kind::List},
-};
+enum class ValueKind { Text, Number, List, Window };
 
 /// Whether a value is of its key's type; otherwise the default is used.
-bool Counts(const KnownKey& key, const std::u16string& value) {
+bool Counts(ValueKind kind, const std::u16string& value) {
   using Type = Dnn::MetadataJson::Type;
-  if (key.kind == KnownKey::Kind::Text) return true;
+  if (kind == ValueKind::Text || kind == ValueKind::Window) return true;
   const Type type = Dnn::ParseMetadataJson(value).type;
-  if (key.kind == KnownKey::Kind::List) return type == Type::Array;
+  if (kind == ValueKind::List) return type == Type::Array;
   return type == Type::Unsigned || type == Type::Integer;
 }
 
-std::string DefaultText(const ModelFacts& facts, std::u16string_view key) {
-  const struct {
-    std::u16string_view key;
-    std::string value;
-  } defaults[] = {
-      {u"Name", PrintableText(facts.info.GetName())},
-      {u"SampleRate", std::to_string(facts.info.GetSampleRate())},
-      {u"LookaheadNumBlocks", std::to_string(facts.info.GetLookaheadNumBlocks())},
-      {u"OverlapInSamples", std::to_string(facts.info.GetOverlapInSamples())},
-      {u"BaselineSequenceSize", std::to_string(facts.info.GetBaselineSequenceSize())},
-      {u"AudioClassNames", "[\"" + facts.ClassNames().front() + "\"]"},
-      {u"ChannelToAudioClassBindings", "[]"},
-  };
-  return std::ranges::find(defaults, key, [](const auto& row) { return row.key; })->value;
-}
-
-void PrintKey(std::string_view key, std::string_view text) {
-  std::cout << "  " << std::left << std::setw(28) << key << ' ' << text << '\n';
+void PrintKey(std::u16string_view key, std::string_view text) {
+  std::cout << "  " << std::left << std::setw(28) << PrintableText(key) << ' ' << text << '\n';
 }
 
 void PrintMetadata(const ModelDescription& model, const ModelFacts& facts) {
+  const struct {
+    std::u16string name;
+    ValueKind kind;
+    std::string byDefault;  // where the model has no value that counts
+  } keys[] = {
+      {u"Name", ValueKind::Text, PrintableText(facts.info.GetName())},
+      {u"SampleRate", ValueKind::Number, std::to_string(facts.info.GetSampleRate())},
+      {u"LookaheadNumBlocks", ValueKind::Number,
+       std::to_string(facts.info.GetLookaheadNumBlocks())},
+      {u"OverlapInSamples", ValueKind::Number, std::to_string(facts.info.GetOverlapInSamples())},
+      {u"BaselineSequenceSize", ValueKind::Number,
+       std::to_string(facts.info.GetBaselineSequenceSize())},
+      {u"AudioClassNames", ValueKind::List, "[\"" + facts.ClassNames().front() + "\"]"},
+      {u"ChannelToAudioClassBindings", ValueKind::List, "[]"},
+      {u"WindowShape", ValueKind::Window, WindowText(facts)},
+  };
   std::cout << "metadata\n";
-  for (const KnownKey& key : knownKeys) {
-    const auto entry = model.metadata.find(std::u16string(key.name));
-    const bool present = entry != model.metadata.end();
-    std::string text;
-    if (present && Counts(key, entry->second))
-      text = PrintableText(entry->second);
-    else if (present)
-      text = DefaultText(facts, key.name) + " (default; the model's " +
-             PrintableText(entry->second) + " is of another type)";
+  auto others = model.metadata;
+  for (const auto& key : keys) {
+    const auto entry = others.extract(key.name);
+    if (!entry)
+      PrintKey(key.name, key.byDefault + " (default)");
+    else if (Counts(key.kind, entry.mapped()))
+      PrintKey(key.name, ShortText(entry.mapped()));
     else
-      text = DefaultText(facts, key.name) + " (default)";
-    PrintKey(PrintableText(key.name), text);
+      PrintKey(key.name, key.byDefault + " (default; the model's " + PrintableText(entry.mapped()) +
+                             " is of another type)");
   }
-  for (const auto& entry : model.metadata)
-    if (std::ranges::find(knownKeys, entry.first, &KnownKey::name) == std::end(knownKeys))
-      PrintKey(PrintableText(entry.first), PrintableText(entry.second) + " (not read)");
+  for (const auto& [name, value] : others)
+    PrintKey(name, PrintableText(value) + " (not read)");
 }
 
 /// A stream reads two of the keys by other rules; where the results differ, the stream's count.

@@ -56,6 +56,8 @@ std::function<int()> Declare(CLI::App& line) {
           "for LADSPA hosts: add the model to those that DIR/kalvrin_ladspa.so offers");
   AddCount(line, "--sequence", s->request.sequenceSize, 1, mostWindows,
            "windows per evaluation (default: the model's own, else 4)");
+  AddCount(line, "--channels", s->request.channelCount, 1, Plugin::mostChannels,
+           "a form of that many channels too, beside mono and stereo");
   AddFlag(line, "--spread", s->request.isAlwaysSpread,
           "always evaluate on a thread of its own: no choice of the mode, and hard real time");
   return [s] { return WritePlugin(*s); };

@@ -103,7 +103,7 @@ KALVRIN_API kalvrin_status kalvrin_get_note(const kalvrin_stream* stream, size_t
                                             const char** note);
 
 /* Linear gain of the class called name (letters A to Z in either case) or of "Rest": finite, from
- * 0. It counts from the next evaluation on, without a ramp. KALVRIN_NOT_FOUND,
+ * 0. It counts from the next evaluation on and fades in over one hop. KALVRIN_NOT_FOUND,
  * KALVRIN_INVALID_ARGUMENT. */
 KALVRIN_API kalvrin_status kalvrin_set_gain(kalvrin_stream* stream, const char* name, float gain);
 

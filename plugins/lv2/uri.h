@@ -4,7 +4,8 @@
 
 namespace Orvik::Tesmo::Plugin {
 
-/// What hosts know a form of a model by, in their sessions too: it follows from the symbol alone.
+/// Returns the identity of a plugin form, which hosts store in their sessions. It depends on the
+/// symbol and the channels alone.
 inline std::string Lv2Uri(const Description& description, unsigned channelCount) {
   return "urn:kalvrin:" + description.symbol + ":" + FormName(channelCount);
 }

@@ -17,20 +17,20 @@ struct Form {
   std::filesystem::path model;
   std::vector<Port> ports;
 
-  /// The ports follow from the rest.
+  /// Fills `ports` from the other members.
   Form(Description description, unsigned channelCount, std::filesystem::path model, Interface of);
 };
 
-/// A hosted stream behind the ports that a host connects, for interfaces that give a pointer to
+/// A hosted stream behind the ports that a host connects, for interfaces that pass a pointer to
 /// floats for each port. Threads as HostedStream.
 class Instance {
 public:
   /// Slow. `form` outlives the object. Throws what loading the model and HostedStream throw.
   Instance(const Form& form, double hostRateHz, std::uint32_t usualBlockFrames);
 
-  /// Numbers that no port has are left alone.
+  /// Ignores numbers that no port has.
   void Connect(std::size_t port, float* data) noexcept;
-  /// Says on standard error where memory has run out.
+  /// Writes to standard error where memory runs out.
   void Activate() noexcept;
   /// Does nothing while an audio port is not connected. A control that is not connected has its
   /// initial value.

@@ -14,6 +14,9 @@ Port Audio(Role role, unsigned channel, unsigned channelCount) {
   if (channelCount == 2) {
     port.symbol += channel == 0 ? "_left" : "_right";
     port.name += channel == 0 ? " left" : " right";
+  } else if (channelCount > 2) {
+    port.symbol += "_" + std::to_string(channel + 1);
+    port.name += " " + std::to_string(channel + 1);
   }
   return port;
 }
@@ -66,7 +69,8 @@ std::vector<Port> PortsOf(const Description& description, unsigned channelCount,
 }
 
 std::string FormName(unsigned channelCount) {
-  return channelCount == 1 ? "mono" : "stereo";
+  if (channelCount <= 2) return channelCount == 1 ? "mono" : "stereo";
+  return std::to_string(channelCount) + "_channels";
 }
 
 std::string SymbolFor(const std::string& text) {

@@ -24,7 +24,7 @@ enum class Role {
   Load
 };
 
-/// One port, whatever the plugin interface calls it.
+/// One port, in terms that all plugin interfaces share.
 struct Port {
   Role role = Role::Input;
   unsigned index = 0;  // of the channel or the class
@@ -43,10 +43,11 @@ enum class Interface { Lv2, Ladspa };
 /// Bypass in their place.
 std::vector<Port> PortsOf(const Description& description, unsigned channelCount, Interface of);
 
-/// "mono" or "stereo".
+/// "mono", "stereo", "3_channels" and so on.
 std::string FormName(unsigned channelCount);
 
-/// Small letters, digits and _ of `text`, not beginning with a digit, never empty.
+/// Returns `text` in small letters, with _ for what is no letter or digit and before a leading
+/// digit; never empty.
 std::string SymbolFor(const std::string& text);
 
 }  // namespace Orvik::Tesmo::Plugin

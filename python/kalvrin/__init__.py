@@ -208,8 +208,8 @@ class Stream:
             index += 1
 
     def set_gain(self, name: str, gain: float) -> None:
-        """Sets the linear gain of a class or of "Rest" from the next evaluation on. The case of the
-        letters A to Z does not count. KeyError for an unknown name; ValueError for a gain below 0 or
+        """Sets the linear gain of a class or of "Rest" from the next evaluation on; it fades in
+        over one hop. The case of the letters A to Z does not count. KeyError for an unknown name; ValueError for a gain below 0 or
         not finite."""
         status = _library.kalvrin_set_gain(self._handle, name.encode(), gain)
         if status == _NOT_FOUND:

@@ -49,8 +49,8 @@ RT_CODE Kalvrin::Kalvrin(std::shared_ptr<Platform::Runtime> usedRuntime,
       device(CreateCpuDevice(*runtime)), session(CreateSession(*runtime, model, device)),
       binding(CreateBinding(*runtime, session)),
       geometry(RequestedGeometry(*model, layout, info, sequenceSize, channelCount)),
-      spectralPath(layout), classList(info), restClass(RestName),
-      allClasses({&classList, &restClass}) {
+      windows(MakeWindowPair(info.GetWindowShape(), geometry.windowLength)), spectralPath(layout),
+      classList(info), restClass(RestName), allClasses({&classList, &restClass}) {
   Reconfigure(geometry.channelCount, geometry.sequenceSize, binding);
   for (std::uint32_t id = 0; id < allClasses.GetCount(); ++id)
     allClasses.SetGain(id, 0.0F);
@@ -69,6 +69,9 @@ RT_CODE std::int32_t Kalvrin::IsSpectral() const {
 }
 RT_CODE const ProcessingGeometry& Kalvrin::GetGeometry() const {
   return geometry;
+}
+RT_CODE const WindowPair& Kalvrin::GetWindows() const {
+  return windows;
 }
 
 RT_CODE std::int32_t Kalvrin::GetSampleRate() const {

@@ -48,6 +48,8 @@ public:
   /// In Hz, 0 where the model does not say. Throws where the metadata cannot be read.
   std::int32_t GetSampleRate() const;
   const ProcessingGeometry& GetGeometry() const;
+  /// The windows that the model declares; empty where it declares none.
+  const WindowPair& GetWindows() const;
 
   /// False, and no change, where `gain` is negative or NaN.
   bool SetMasterGain(float gain);
@@ -92,6 +94,7 @@ private:
   std::shared_ptr<Platform::Session> session;
   std::shared_ptr<Platform::Binding> binding;
   ProcessingGeometry geometry;
+  WindowPair windows;
   SpectralFeaturePath spectralPath;
   ModelBinding tensors;
   AudioClassList classList;

@@ -79,6 +79,11 @@ std::string PrintableText(std::u16string_view text) {
   return Dnn::Utf8FromUtf16(shown);
 }
 
+std::string ShortText(std::u16string_view text) {
+  constexpr std::size_t most = 200;
+  return PrintableText(text.substr(0, most)) + (text.size() > most ? "..." : "");
+}
+
 std::string PrintableText(std::string_view bytes) {
   const auto take = [&bytes]() -> std::u16string {
     for (std::size_t length = 1; length <= std::min<std::size_t>(bytes.size(), 4); ++length) {

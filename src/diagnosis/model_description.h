@@ -31,6 +31,9 @@ std::string PrintableText(std::u16string_view text);
 /// they stand in a model. White space comes as a space.
 std::string PrintableText(std::string_view bytes);
 
+/// Likewise of a metadata value, which may be long: its first 200 characters.
+std::string ShortText(std::u16string_view text);
+
 /// "float32", "int64", "sequence", ...
 std::string TypeText(const FeatureDescription& feature);
 

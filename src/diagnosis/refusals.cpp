@@ -19,6 +19,7 @@ namespace {
 struct Circumstances {
   const ModelDescription& model;
   const StreamRequest& request;
+  double error = 0;  ///< that the refusal states
 };
 
 std::string Feature(const char* side, const std::vector<FeatureDescription>& features) {
@@ -42,8 +43,16 @@ std::string Both(const Circumstances& c) {
 std::string Metadata(const Circumstances& c, const char16_t* key) {
   const auto entry = c.model.metadata.find(key);
   if (entry == c.model.metadata.end()) return PrintableText(key) + " is missing";
-  return PrintableText(key) + " is " + PrintableText(entry->second);
+  return PrintableText(key) + " is " + ShortText(entry->second);
 }
+
+template <const char16_t* Key>
+std::string OfKey(const Circumstances& c) {
+  return Metadata(c, Key);
+}
+constexpr char16_t lookaheadKey[] = u"LookaheadNumBlocks";
+constexpr char16_t baselineKey[] = u"BaselineSequenceSize";
+constexpr char16_t windowKey[] = u"WindowShape";
 
 /// The side `Side` and the channels that it was to have.
 template <std::string (*Side)(const Circumstances&)>
@@ -77,6 +86,12 @@ std::string Request(const Circumstances& c) {
   return "asked for: " + Counted(c.request.channelCount, "channel") + ", " +
          Counted(c.request.sequenceSize, "window") + " per evaluation, blocks of " +
          Counted(c.request.blockFrames, "frame");
+}
+
+std::string SumError(const Circumstances& c) {
+  char error[32];
+  std::snprintf(error, sizeof error, "%.2g", c.error);
+  return Metadata(c, windowKey) + "; the sum is off by up to " + error;
 }
 
 constexpr const char* channelFreedom =
@@ -124,12 +139,23 @@ const Row rows[] = {
      "export the model with an even window length"},
     {SpectrumIsTooShort, Input, "n + 1 bins for 2n samples",
      "export the model with a longer window"},
-    {LookaheadIsNegative, [](const Circumstances& c) { return Metadata(c, u"LookaheadNumBlocks"); },
-     "a number from 0", "correct LookaheadNumBlocks in the model's metadata"},
-    {BaselineIsNegative,
-     [](const Circumstances& c) { return Metadata(c, u"BaselineSequenceSize"); },
-     "a number from 0, 0 for no preference",
+    {LookaheadIsNegative, OfKey<lookaheadKey>, "a number from 0",
+     "correct LookaheadNumBlocks in the model's metadata"},
+    {BaselineIsNegative, OfKey<baselineKey>, "a number from 0, 0 for no preference",
      "correct BaselineSequenceSize in the model's metadata"},
+    {WindowShapeForm, OfKey<windowKey>,
+     R"("root-hann", "hann", "vorbis" or "rectangular"; {"shape": "hann", "length": 400}; )"
+     R"({"analysis": [...], "synthesis": [...]} with as many numbers in both, or analysis alone)",
+     "correct WindowShape in the model's metadata"},
+    {WindowIsTooLong,
+     [](const Circumstances& c) { return Metadata(c, windowKey) + ", " + Input(c); },
+     "a window as long as the model's windows (2n - 2 samples for n bins), or shorter",
+     "correct WindowShape in the model's metadata"},
+    {WindowsDoNotAddUp, SumError,
+     "analysis(n) synthesis(n) + analysis(n + hop) synthesis(n + hop) within 0.00001 of 1 for "
+     "every n, and no gap between one analysis window and the next",
+     "scale the synthesis window, or leave it out and the library makes it; take a window that is "
+     "longer than the hop"},
     {StateIsNoTensor, States, "tensors for all inputs from the second on",
      "make every state of the model a tensor"},
     {InputSequenceIsFixed, AtWindows<Input>,
@@ -172,9 +198,13 @@ const Row rows[] = {
 };
 
 /// Keys whose values are read as JSON.
-constexpr const char16_t* jsonKeys[] = {u"SampleRate",       u"LookaheadNumBlocks",
-                                        u"OverlapInSamples", u"BaselineSequenceSize",
-                                        u"AudioClassNames",  u"ChannelToAudioClassBindings"};
+constexpr const char16_t* jsonKeys[] = {u"SampleRate",
+                                        u"LookaheadNumBlocks",
+                                        u"OverlapInSamples",
+                                        u"BaselineSequenceSize",
+                                        u"AudioClassNames",
+                                        u"ChannelToAudioClassBindings",
+                                        windowKey};
 
 /// The first metadata value that is no JSON; null where all are.
 const char16_t* MalformedKey(const ModelDescription& model) {
@@ -204,7 +234,7 @@ Explanation ExplainText(const std::string& text, const Circumstances& circumstan
     return {"the metadata value of " + PrintableText(key) + " is not JSON",
             Metadata(circumstances, key),
             "a whole JSON text: 16000 for a number, [\"Speech\",\"Music\"] for names, "
-            "[[0,\"Speech\"]] for bindings",
+            "[[0,\"Speech\"]] for bindings, \"hann\" for a window (the quotes belong to it)",
             "correct " + PrintableText(key) + " in the model's metadata"};
   return {text, Both(circumstances), {}, "correct the model, or ask for other sizes"};
 }
@@ -240,7 +270,7 @@ std::string TextOf(const DSP::IPPException& error) {
 
 Explanation ExplainCurrentException(const ModelDescription* model, const StreamRequest& request) {
   static const ModelDescription unknown;
-  const Circumstances circumstances{model ? *model : unknown, request};
+  Circumstances circumstances{model ? *model : unknown, request};
   try {
     throw;
   } catch (const winrt::hresult_error& error) {
@@ -257,6 +287,7 @@ Explanation ExplainCurrentException(const ModelDescription* model, const StreamR
             "a window length within the range of the transforms",
             "export the model with a shorter window"};
   } catch (const ContractException& error) {
+    circumstances.error = error.Error();
     return ExplainRefusal(error.Reason(), circumstances);
   } catch (const WinML::CException& error) {
     return ExplainRefusal(error.Reason(), circumstances);

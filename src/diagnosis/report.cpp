@@ -51,6 +51,17 @@ std::string StreamText(const StreamRequest& settled, const ModelFacts& facts) {
          Counted(settled.blockFrames, "frame");
 }
 
+std::string WindowText(const ModelFacts& facts) {
+  const auto& shape = facts.info.GetWindowShape();
+  if (!shape)
+    return facts.layout.GetInputComponents() > 1 ? "root-hann"
+                                                 : "none before the model, hann behind";
+  std::string text = shape->name.empty() ? "numbers" : shape->name;
+  if (shape->length != 0) text += " of " + Counted(shape->length, "frame");
+  if (!shape->synthesis.empty()) text += ", others behind the model";
+  return text;
+}
+
 std::vector<std::string> Notes(const ModelFacts& facts) {
   std::vector<std::string> notes;
   const auto& info = facts.info;

@@ -28,6 +28,9 @@ std::string DurationText(double seconds);
 /// "1152 frames (24.0 ms)"; without the time where the model states no sample rate.
 std::string LatencyText(std::uint64_t frames, const ModelFacts& facts);
 
+/// What the stage multiplies by before and behind the model: "hann of 400 frames".
+std::string WindowText(const ModelFacts& facts);
+
 /// "2 channels, 4 windows of 512 frames per evaluation, blocks of 256 frames".
 std::string StreamText(const StreamRequest& settled, const ModelFacts& facts);
 

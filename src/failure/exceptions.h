@@ -31,6 +31,9 @@ enum class RefusalReason : std::uint8_t {
   // its metadata
   LookaheadIsNegative,
   BaselineIsNegative,
+  WindowShapeForm,
+  WindowIsTooLong,
+  WindowsDoNotAddUp,
   // the model at the sizes of a stream
   InputSequenceIsFixed,
   OutputSequenceIsFixed,
@@ -61,12 +64,16 @@ const char* TextOf(RefusalReason reason) noexcept;
 /// A model or a caller did what the contract does not allow.
 class ContractException : public std::exception {
 public:
-  explicit ContractException(RefusalReason reason) noexcept : reason(reason) {}
+  explicit ContractException(RefusalReason reason, double error = 0) noexcept
+      : reason(reason), error(error) {}
   const char* what() const noexcept override { return TextOf(reason); }
   RefusalReason Reason() const noexcept { return reason; }
+  /// Of WindowsDoNotAddUp: how far their sum is from 1.
+  double Error() const noexcept { return error; }
 
 private:
   RefusalReason reason;
+  double error;
 };
 
 }  // namespace Orvik::Tesmo

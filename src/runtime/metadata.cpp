@@ -1,6 +1,5 @@
 #include "runtime/metadata.h"
 
-#include "runtime/metadata_json.h"
 #include "runtime/text.h"
 
 namespace Orvik::Tesmo::Dnn {
@@ -13,17 +12,11 @@ std::shared_ptr<Platform::MetadataMap> MetadataOf(const Platform::Model& model) 
   return map;
 }
 
-std::optional<MetadataJson> ReadMetadataJson(const Platform::Model& model,
-                                             std::u16string_view key) {
-  const auto text = TryLookupMetadata(*MetadataOf(model), key);
-  if (!text) return std::nullopt;
-  return ParseMetadataJson(*text);
-}
-
 /// The elements of the array at `key`; none where it is missing or no array.
 std::vector<MetadataJson> ReadMetadataArray(const Platform::Model& model, std::u16string_view key) {
   auto json = ReadMetadataJson(model, key);
-  return json ? std::move(json->items) : std::vector<MetadataJson>();
+  if (!json || json->type != MetadataJson::Type::Array) return {};
+  return std::move(json->items);
 }
 
 }  // namespace
@@ -38,6 +31,13 @@ std::optional<std::u16string> TryLookupMetadata(const Platform::MetadataMap& map
     return std::nullopt;
   CheckResult(code);
   return value;
+}
+
+std::optional<MetadataJson> ReadMetadataJson(const Platform::Model& model,
+                                             std::u16string_view key) {
+  const auto text = TryLookupMetadata(*MetadataOf(model), key);
+  if (!text) return std::nullopt;
+  return ParseMetadataJson(*text);
 }
 
 std::u16string ReadMetadataString(const Platform::Model& model, std::u16string_view key,
@@ -67,7 +67,8 @@ std::vector<std::u16string> ReadAudioClassNames(const Platform::Model& model) {
 std::vector<ChannelBinding> ReadChannelBindings(const Platform::Model& model) {
   std::vector<ChannelBinding> bindings;
   for (const MetadataJson& item : ReadMetadataArray(model, u"ChannelToAudioClassBindings")) {
-    if (item.items.size() >= 2 && item.items[0].type == MetadataJson::Type::Unsigned &&
+    if (item.type == MetadataJson::Type::Array && item.items.size() >= 2 &&
+        item.items[0].type == MetadataJson::Type::Unsigned &&
         item.items[1].type == MetadataJson::Type::Text)
       bindings.push_back(
           {static_cast<std::uint32_t>(item.items[0].number), Utf16FromUtf8(item.items[1].text)});

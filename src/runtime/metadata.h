@@ -4,6 +4,7 @@
 // entries, which gives the raw text.
 
 #include "platform/platform.h"
+#include "runtime/metadata_json.h"
 
 #include <cstdint>
 #include <optional>
@@ -25,6 +26,9 @@ struct ChannelBinding {
 /// The value of `key`; empty where the map does not have it. An empty value is a present one.
 std::optional<std::u16string> TryLookupMetadata(const Platform::MetadataMap& map,
                                                 std::u16string_view key);
+
+/// The value of `key` as JSON; empty where the key is missing.
+std::optional<MetadataJson> ReadMetadataJson(const Platform::Model& model, std::u16string_view key);
 
 /// The raw text, `fallback` where the key is missing.
 std::u16string ReadMetadataString(const Platform::Model& model, std::u16string_view key,

@@ -23,13 +23,14 @@ public:
   bool null() { return Add(MetadataJson::Type::Other); }
   bool boolean(bool) { return Add(MetadataJson::Type::Other); }
   bool number_integer(Json::number_integer_t value) {
-    return Add(MetadataJson::Type::Integer, static_cast<std::uint64_t>(value));
+    return Add(MetadataJson::Type::Integer, static_cast<std::uint64_t>(value),
+               static_cast<double>(value));
   }
   bool number_unsigned(Json::number_unsigned_t value) {
-    return Add(MetadataJson::Type::Unsigned, value);
+    return Add(MetadataJson::Type::Unsigned, value, static_cast<double>(value));
   }
-  bool number_float(Json::number_float_t, const Json::string_t&) {
-    return Add(MetadataJson::Type::Other);
+  bool number_float(Json::number_float_t value, const Json::string_t&) {
+    return Add(MetadataJson::Type::Real, 0, value);
   }
   bool string(Json::string_t& value) {
     if (MetadataJson* place = Place()) {
@@ -39,8 +40,11 @@ public:
     return true;
   }
   bool binary(Json::binary_t&) { return Add(MetadataJson::Type::Other); }
-  bool start_object(std::size_t) { return Open(MetadataJson::Type::Other); }
-  bool key(Json::string_t&) { return true; }
+  bool start_object(std::size_t) { return Open(MetadataJson::Type::Object); }
+  bool key(Json::string_t& value) {
+    name = std::move(value);
+    return true;
+  }
   bool end_object() { return Close(); }
   bool start_array(std::size_t) { return Open(MetadataJson::Type::Array); }
   bool end_array() { return Close(); }
@@ -53,15 +57,17 @@ private:
   /// Where the next value goes; null where it is not kept.
   MetadataJson* Place() {
     if (depth == 0) return open[0];
-    if (depth > MaxDepth || !open[depth - 1] || open[depth - 1]->type != MetadataJson::Type::Array)
-      return nullptr;
-    return &open[depth - 1]->items.emplace_back();
+    if (depth > MaxDepth || !open[depth - 1]) return nullptr;
+    MetadataJson& place = open[depth - 1]->items.emplace_back();
+    if (open[depth - 1]->type == MetadataJson::Type::Object) place.name = std::move(name);
+    return &place;
   }
 
-  bool Add(MetadataJson::Type type, std::uint64_t number = 0) {
+  bool Add(MetadataJson::Type type, std::uint64_t number = 0, double real = 0) {
     if (MetadataJson* place = Place()) {
       place->type = type;
       place->number = number;
+      place->real = real;
     }
     return true;
   }
@@ -83,6 +89,7 @@ private:
   std::array<MetadataJson*, MaxDepth>
       open;               ///< the containers that the walk is in, outermost first
   std::size_t depth = 0;  ///< how many, also beyond MaxDepth
+  std::string name;       ///< of the member that comes next
 };
 
 }  // namespace

@@ -10,7 +10,8 @@ ModelInfo::ModelInfo(const Platform::Model& model)
       lookaheadNumBlocks(ReadMetadataInt(model, u"LookaheadNumBlocks", 0)),
       overlapInSamples(ReadMetadataInt(model, u"OverlapInSamples", 0)),
       baselineSequenceSize(ReadMetadataInt(model, u"BaselineSequenceSize", 0)),
-      audioClassNames(ReadAudioClassNames(model)), channelBindings(ReadChannelBindings(model)) {}
+      audioClassNames(ReadAudioClassNames(model)), channelBindings(ReadChannelBindings(model)),
+      windowShape(ReadWindowShape(model)) {}
 
 const char16_t* ModelInfo::GetName() const {
   return name.c_str();

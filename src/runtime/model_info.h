@@ -2,8 +2,10 @@
 
 #include "platform/platform.h"
 #include "runtime/metadata.h"
+#include "runtime/window_shape.h"
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -16,7 +18,7 @@ inline constexpr std::uint64_t DefaultSequenceSize = 4;
 /// the model and never changes. Pointers and references live as long as the object.
 class ModelInfo final {
 public:
-  /// Throws what the readers of metadata.h throw.
+  /// Throws what the readers of metadata.h and window_shape.h throw.
   explicit ModelInfo(const Platform::Model& model);
 
   virtual const char16_t* GetName() const;
@@ -33,6 +35,8 @@ public:
   /// Zero-terminated. Throws ContractException where `id` is not below the count.
   virtual const char16_t* GetAudioClassName(std::uint32_t id) const;
   virtual const std::vector<ChannelBinding>& GetChannelBindings() const;
+  /// nullopt: the model does not say, and the library's own windows hold.
+  const std::optional<WindowShape>& GetWindowShape() const { return windowShape; }
 
 private:
   std::u16string name;
@@ -42,6 +46,7 @@ private:
   std::int32_t baselineSequenceSize;
   std::vector<std::u16string> audioClassNames;
   std::vector<ChannelBinding> channelBindings;
+  std::optional<WindowShape> windowShape;
 };
 
 }  // namespace Orvik::Tesmo::Dnn

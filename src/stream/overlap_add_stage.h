@@ -1,6 +1,7 @@
 #pragma once
 
 #include "runtime/float_array.h"
+#include "runtime/window_shape.h"
 
 #include <cstdint>
 
@@ -22,17 +23,19 @@ public:
     std::uint64_t channelCount = 0;
     std::uint64_t hopStride = 0;     ///< floats per hop
     std::uint64_t windowStride = 0;  ///< floats per window
-    FloatArray window;               ///< a window: each value once per channel
+    FloatArray analysis;             ///< a window: each value once per channel; null: none
+    FloatArray synthesis;            ///< a window: each value once per channel
     FloatArray inputTail;            ///< a hop: the last one of the last run's input
     FloatArray overlapTail;          ///< a hop: the second half of the last run's last window
     FloatArray windows;              ///< sequenceSize windows in a row, to and from the model
   };
 
-  /// `squareRootWindow` 1: the square root of a Hann window before and after the model; 0: no
-  /// window before it and the Hann window after. Either way a model that passes its input through
-  /// gives the input back. Throws as Prepare.
+  /// `declared`: the windows of the model, 2 * hopLength numbers each. Where it is empty,
+  /// `squareRootWindow` 1 stands for the square root of a Hann window before and after the model,
+  /// 0 for no window before it and the Hann window after. Whichever it is, a model that passes its
+  /// input through returns the input. Throws as Prepare.
   OverlapAddStage(std::uint32_t hopLength, std::uint64_t sequenceSize, std::uint64_t channelCount,
-                  std::int32_t squareRootWindow);
+                  std::int32_t squareRootWindow, const Dnn::WindowPair& declared = {});
   virtual ~OverlapAddStage();
 
   /// A fresh configuration for these sizes, with silence for a past. Changes nothing of the stage.
@@ -53,7 +56,7 @@ public:
 
 private:
   std::uint64_t hopLength;
-  std::int32_t squareRootWindow;
+  Dnn::WindowPair windows;  ///< no analysis window: the model's windows are as they were cut
   Configuration current;
 };
 

@@ -92,7 +92,7 @@ std::unique_ptr<StreamProcessor> AssembleStream(const std::shared_ptr<Platform::
   // from here on the size that the core settled on: a 0 from the host stands for the model's own
   const std::uint64_t effectiveSize = core->GetSequenceSize();
   auto stage = std::make_unique<OverlapAddStage>(core->GetHopLength(), effectiveSize, channelCount,
-                                                 core->IsSpectral());
+                                                 core->IsSpectral(), core->GetWindows());
   return std::make_unique<WindowedStreamProcessor>(std::move(core), std::move(stage), effectiveSize,
                                                    channelCount, blockFrames);
 }

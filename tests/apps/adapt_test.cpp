@@ -10,6 +10,11 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <array>
+#include <cmath>
+#include <complex>
+#include <functional>
+#include <numbers>
 
 namespace TestSupport {
 namespace {
@@ -248,6 +253,211 @@ TEST(Adapt, GivesWhatTheModelGives) {
     CheckAdapted(row.name, row.options, row.arguments, row.loops);
 }
 
+// ---- Front and back ends: each model against the plain loop over its audio, in double ----
+
+using Signal = std::vector<double>;
+
+double HannAt(std::size_t n, std::size_t length) {
+  return 0.5 - 0.5 * std::cos(2 * std::numbers::pi * static_cast<double>(n) /
+                              static_cast<double>(length));
+}
+
+/// Windows that end at multiples of `step`, in each of which `rule` changes the bins of the
+/// transform of 16; windowed again, divided by the sum of the squares, and added.
+Signal
+OverBins(const Signal& x, const Signal& window, std::size_t step,
+         const std::function<std::complex<double>(std::size_t, std::complex<double>)>& rule) {
+  constexpr std::size_t size = 16;
+  Signal sums(x.size() + size), squares(x.size() + size);
+  for (std::size_t end = step; end <= x.size() + size; end += step) {
+    std::array<std::complex<double>, size> bins{};
+    const auto at = [&](std::size_t n) {
+      return end + n < size || end + n - size >= x.size() ? 0.0 : x[end + n - size];
+    };
+    const auto root = [](std::size_t k, std::size_t n) {
+      return std::polar(1.0, 2 * std::numbers::pi * static_cast<double>(k * n) / double{size});
+    };
+    for (std::size_t k = 0; k <= size / 2; ++k)
+      for (std::size_t n = 0; n < size; ++n)
+        bins[k] += at(n) * window[n] * std::conj(root(k, n));
+    for (std::size_t k = 0; k <= size / 2; ++k)
+      bins[k] = rule(k, bins[k]);
+    for (std::size_t n = 0; n < size; ++n) {
+      if (end + n < size || end + n - size >= sums.size()) continue;
+      double value = 0;
+      for (std::size_t k = 0; k <= size / 2; ++k)
+        value += (k % (size / 2) == 0 ? 1 : 2) * (bins[k] * root(k, n)).real() / double{size};
+      sums[end + n - size] += value * window[n];
+      squares[end + n - size] += window[n] * window[n];
+    }
+  }
+  Signal y(x.size());
+  for (std::size_t n = 0; n < y.size(); ++n)
+    y[n] = sums[n] / squares[n];
+  return y;
+}
+
+Signal HannWindow(std::size_t length) {
+  Signal window(16);
+  for (std::size_t n = 0; n < length; ++n)
+    window[(16 - length) / 2 + n] = HannAt(n, length);
+  return window;
+}
+
+/// m / (1 + m) of the magnitude m, or of what `feature` makes of it.
+ModelBuilder MaskModel(bool hasHistory = false) {
+  ModelBuilder model;
+  const std::int64_t windows = hasHistory ? 3 : 1;
+  model.Input("x", Element::Float, {1, windows, 9}).Output("y", Element::Float, {1, windows, 9});
+  model.Floats("one", {}, {1});
+  if (hasHistory)
+    model.Node("ReduceMean", {"x"}, {"mean"}, {{"axes", std::vector<std::int64_t>{1}}})
+        .Node("Add", {"mean", "one"}, {"sum"})
+        .Node("Div", {"mean", "sum"}, {"ratio"})
+        .Int64s("sizes", {3}, {1, 3, 9})
+        .Node("Expand", {"ratio", "sizes"}, {"y"});
+  else
+    model.Node("Add", {"x", "one"}, {"sum"}).Node("Div", {"x", "sum"}, {"y"});
+  return model;
+}
+
+Signal Masked(const Signal& x, std::size_t step, const Signal& window) {
+  return OverBins(x, window, step, [](std::size_t, std::complex<double> bin) {
+    return bin * (std::abs(bin) / (1 + std::abs(bin)));
+  });
+}
+
+TEST(Adapt, WritesFrontAndBackEndIntoTheGraph) {
+  const struct {
+    const char* name;
+    std::vector<ModelBuilder> parts;
+    const char* arguments;
+    std::function<Signal(const Signal&)> expected;
+  } rows[] = {
+      {"a mask of magnitudes, hop of a quarter",
+       {MaskModel()},
+       "--in magnitude --out mask --window hann --hop 4",
+       [](const Signal& x) { return Masked(x, 4, HannWindow(16)); }},
+      {"a short window at a hop that does not divide it",
+       {MaskModel()},
+       "--in magnitude --out mask --window hann:12 --hop 5",
+       [](const Signal& x) { return Masked(x, 5, HannWindow(12)); }},
+      {"three windows a call, of the logarithm of the power",
+       {MaskModel(true)},
+       "--in log-power:2 --out mask --window hann --transform 16 --hop 4",
+       [](const Signal& x) {
+         std::vector<Signal> past(9, Signal(2));  // the graph's states start at zero
+         return OverBins(x, HannWindow(16), 4, [&](std::size_t k, std::complex<double> bin) {
+           const double now = std::log(std::max(std::norm(bin), 2.0));
+           const double mean = (past[k][0] + past[k][1] + now) / 3;
+           past[k] = {past[k][1], now};
+           return bin * (mean / (1 + mean));
+         });
+       }},
+      {"two parts, the second on samples that are added up",
+       {MaskModel(), ModelBuilder()
+                         .Input("f", Element::Float, {1, 16})
+                         .Output("g", Element::Float, {1, 16})
+                         .Floats("factor", {}, {0.25F})
+                         .Node("Mul", {"f", "factor"}, {"g"})},
+       "--in magnitude,samples --out mask,samples --window none:16 --hop 4 --join added",
+       [](const Signal& x) { return Masked(x, 4, Signal(16, 1)); }},
+      {"finished samples of a state that starts at 3",
+       {ModelBuilder()
+            .Input("x", Element::Float, {1, 8})
+            .Input("h_in", Element::Float, {1, 8})
+            .Output("y", Element::Float, {1, 8})
+            .Output("h_out", Element::Float, {1, 8})
+            .Node("Identity", {"x"}, {"h_out"})
+            .Node("Add", {"x", "h_in"}, {"y"})},
+       "--in samples --out samples --initial h_in=3",
+       [](const Signal& x) {
+         Signal y = x;
+         for (std::size_t n = 0; n < y.size(); ++n)
+           y[n] += n < 8 ? 3 : x[n - 8];
+         return y;
+       }},
+      {"a gate with context and a constant",
+       {ModelBuilder()
+            .Input("x", Element::Float, {1, "samples"})
+            .Input("rate", Element::Int64, {})
+            .Output("p", Element::Float, {1, 1})
+            .Node("Cast", {"rate"}, {"factor"}, {{"to", std::int64_t{1}}})
+            .Node("ReduceMean", {"x"}, {"mean"}, {{"axes", std::vector<std::int64_t>{1}}})
+            .Node("Mul", {"mean", "factor"}, {"p"})},
+       "--in samples --out gate --window none:8 --context 4 --set rate=2",
+       [](const Signal& x) {
+         Signal y(x.size());
+         for (std::size_t n = 0; n < y.size(); ++n) {
+           double sum = 0;
+           for (std::size_t i = n / 8 * 8; i < n / 8 * 8 + 12; ++i)
+             sum += i < 4 || i - 4 >= x.size() ? 0 : x[i - 4];
+           y[n] = x[n] * 2 * sum / 12;
+         }
+         return y;
+       }},
+      {"a row of samples for each sample",
+       {ModelBuilder()
+            .Input("x", Element::Float, {"batch", 1, 3})
+            .Output("y", Element::Float, {"batch", 1})
+            .Node("ReduceMean", {"x"}, {"y"},
+                  {{"axes", std::vector<std::int64_t>{2}}, {"keepdims", std::int64_t{0}}})},
+       "--in rows --out samples --context 2 --hop 8",
+       [](const Signal& x) {
+         Signal y(x.size());
+         for (std::size_t n = 0; n < y.size(); ++n)
+           y[n] = (x[n] + (n > 0 ? x[n - 1] : 0) + (n > 1 ? x[n - 2] : 0)) / 3;
+         return y;
+       }},
+      {"a hidden state, output without sizes",
+       {ModelBuilder()
+            .Input("x", Element::Float, {8, 1, 1})
+            .Output("y", Element::Float, {}, Declared::TensorWithoutShape)
+            .Floats("w", {1, 1, 1}, {0.5F})
+            .Floats("r", {1, 1, 1}, {0.75F})
+            .Node("RNN", {"x", "w", "r"}, {"all"}, {{"hidden_size", std::int64_t{1}}})
+            .Int64s("sizes", {3}, {8, 1, 1})
+            .Node("Reshape", {"all", "sizes"}, {"y"})},
+       "--in samples --out samples --carry-hidden",
+       [](const Signal& x) {
+         Signal y(x.size());
+         for (std::size_t n = 0; n < y.size(); ++n)
+           y[n] = std::tanh(0.5 * x[n] + (n > 0 ? 0.75 * y[n - 1] : 0));
+         return y;
+       }},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.name);
+    const TemporaryFolder folder;
+    std::string files;
+    for (std::size_t i = 0; i < row.parts.size(); ++i) {
+      const std::string file = "part" + std::to_string(i) + ".onnx ";
+      WriteFile(folder / file.substr(0, file.size() - 1), row.parts[i].Build());
+      files += file;
+    }
+    const Outcome adapted = folder.Run("$TOOL adapt " + files + "out.onnx " + row.arguments);
+    EXPECT_EQ(adapted.exitStatus, 0) << adapted.err;
+    if (adapted.exitStatus != 0) continue;
+    Audio noise = MakeNoise(240, 2, TestSeed());
+    WriteAudio(folder / "in.wav", noise);
+    const Outcome rendered =
+        folder.Run("$TOOL render out.onnx in.wav out.wav --rest 0 --sequence 3");
+    EXPECT_EQ(rendered.exitStatus, 0) << rendered.err;
+    if (rendered.exitStatus != 0) continue;
+    const std::vector<float> result = ReadAudio(folder / "out.wav").samples;
+    double difference = 0;
+    for (std::size_t c = 0; c < 2; ++c) {
+      Signal x(240);
+      for (std::size_t n = 0; n < x.size(); ++n)
+        x[n] = noise.samples[2 * n + c];
+      const Signal y = row.expected(x);
+      for (std::size_t n = 0; n < x.size(); ++n)
+        difference = std::max(difference, std::abs(y[n] - double{result[2 * n + c]}));
+    }
+    EXPECT_LT(difference, 5e-6);
+  }
+}
+
 TEST(Adapt, RefusesWhatItCannotAdaptAndWritesNothing) {
   const struct {
     const char* name;
@@ -256,15 +466,16 @@ TEST(Adapt, RefusesWhatItCannotAdaptAndWritesNothing) {
     int status;
     const char* text;
   } rows[] = {
-      {"another hop", {}, "--hop 4", 1, "always moves on by half a window"},
-      {"another window",
+      {"a hop beyond the window", {}, "--hop 20", 1, "a hop of 20 samples is longer than"},
+      {"a window longer than the bins say",
        {},
-       "--window 20",
+       "--window hann:20",
        1,
-       "no input carries one window of a spectrum of 11 bins"},
+       "'mix' float32 [1, 9, 1, 2] takes windows of 16 samples; --window says 20"},
+      {"an unknown window", {}, "--window hat", 2, "'hat' is none of root-hann, hann, vorbis"},
       {"odd window", {}, "--window 17", 2, "a window has an even number of samples"},
-      {"old opset", {.opset = 10}, "", 1, "opset 10; 11 to 21"},
-      {"future opset", {.opset = 22}, "", 1, "opset 22; 11 to 21"},
+      {"old opset", {.opset = 6}, "", 1, "opset 6; 7 to 21"},
+      {"future opset", {.opset = 22}, "", 1, "opset 22; 7 to 21"},
       {"states that no name pairs",
        {.in = "nFt", .out = "nFt", .stateIn = "foo", .stateOut = "bar", .stateShape = {3, 3}},
        "",
@@ -277,7 +488,7 @@ TEST(Adapt, RefusesWhatItCannotAdaptAndWritesNothing) {
        {.in = "nFt", .out = "nFt"},
        "--input mix_re --output enh_re",
        1,
-       "Models on samples or magnitudes"},
+       "say so: --in magnitude"},
       {"a layout of other sizes", {}, "--input-layout FNTC", 2, "N cannot have the size 9"},
       {"a layout without bins", {}, "--input-layout NTTC", 2, "each but 1 once"},
       {"a fault in the engine",

@@ -96,7 +96,7 @@ Audio Play(HostedStream& stream, Audio audio, const BlockLength& next, const Con
   return audio;
 }
 
-/// The library alone at the model's rate, its latency taken out: what a plugin gives, in time with
+/// The library alone at the model's rate, its latency taken out: what a plugin plays, in time with
 /// its input.
 Audio Offline(const PluginModel& model, const Knobs& knobs, const Audio& input) {
   const Description& d = model.description;
@@ -157,7 +157,7 @@ BlockLength Ragged() {
   };
 }
 
-TEST(HostedStream, GivesTheLibrarysOutputAtTheReportedLatency) {
+TEST(HostedStream, PlaysTheLibrarysOutputAtTheReportedLatency) {
   const struct {
     const char* name;
     PluginModel model;
@@ -228,7 +228,7 @@ TEST(HostedStream, ConvertsEveryRateAtTheReportedLatency) {
             << model->description.name;
       }
 
-    // the classes by gains of their own: what the library does at the model's rate
+    // with a gain for each class: what the library does at the model's rate
     const Audio input = Chord(1, frames, hostHz);
     const auto settled = static_cast<std::size_t>(hostHz / 10);
     HostedStream stream(bands.description, bands.bytes, hostHz, 1);
@@ -340,7 +340,7 @@ TEST(HostedStream, BypassIsTheInputAtTheLatencyAndTogglesWithoutAClick) {
   }
 }
 
-TEST(HostedStream, WhatIsNoNumberIsSilenceAndDoesNotStick) {
+TEST(HostedStream, InputThatIsNoFiniteNumberIsSilenceAndLeavesNoTrace) {
   const PluginModel model = Recipe("noise_reducer", 512, 0, 1, {"Speech"});
   for (const float bad :
        {std::numeric_limits<float>::quiet_NaN(), std::numeric_limits<float>::infinity(), 3e38F}) {
@@ -378,7 +378,7 @@ TEST(HostedStream, AutomaticModeGoesByTheFirstBlock) {
   }
 }
 
-TEST(HostedStream, ModesChangeInSilenceAndInStep) {
+TEST(HostedStream, AChangeOfModeMutesAndThenPlaysAtTheNewLatency) {
   const PluginModel model = Recipe("band_splitter", 512, 0, 1, {"Low", "Voice", "High"});
   for (const double hostHz : {16000.0, 48000.0}) {
     HostedStream stream(model.description, model.bytes, hostHz, 1);
@@ -470,7 +470,7 @@ TEST(Description, ComesBackAsWrittenAndRefusesTheRest) {
   for (const char* bad : {"", "kalvrin-plugin 2\n", "kalvrin-plugin 1\nsymbol a\n"})
     EXPECT_THROW(read(bad), std::runtime_error) << bad;
   for (const char* line :
-       {"window 0", "window -2", "sequence 99999999", "channels 3", "colour red"})
+       {"window 0", "window -2", "sequence 99999999", "channels 65", "colour red"})
     EXPECT_THROW(read(text + line + "\n"), std::runtime_error) << line;
 }
 

@@ -100,8 +100,10 @@ TEST(Wrappers, TheLadspaLibraryOffersEachModel) {
   const TemporaryFolder folder;
   const std::string model = WriteModel(folder, "model.onnx");
   for (const char* name : {"First", "Second"})
-    ASSERT_EQ(
-        RunTool({"plugin", model, "--ladspa", "--name", name, "--to", folder / "l"}).exitStatus, 0);
+    ASSERT_EQ(RunTool({"plugin", model, "--ladspa", "--name", name, "--channels", "5", "--to",
+                       folder / "l"})
+                  .exitStatus,
+              0);
   auto* const entry =
       Open<LADSPA_Descriptor_Function>(folder / "l/kalvrin_ladspa.so", "ladspa_descriptor");
   ASSERT_TRUE(entry);
@@ -117,8 +119,9 @@ TEST(Wrappers, TheLadspaLibraryOffersEachModel) {
                {{"off", 2}, {"class", 3}, {"rest", 4}, {"mode", 6}, {"latency", 8}}, d->Label);
     d->cleanup(handle);
   }
-  EXPECT_EQ(labels, (std::vector<std::string>{"first_mono", "first_stereo", "second_mono",
-                                              "second_stereo"}));
+  EXPECT_EQ(labels,
+            (std::vector<std::string>{"first_mono", "first_stereo", "first_5_channels",
+                                      "second_mono", "second_stereo", "second_5_channels"}));
 }
 
 TEST(Wrappers, WhatCannotBeMadeIsRefusedAndLeavesNothing) {

@@ -1,3 +1,4 @@
+#include "failure/exceptions.h"
 #include "runtime/metadata.h"
 #include "runtime/model_info.h"
 #include "runtime/text.h"
@@ -86,7 +87,7 @@ TEST(ModelInfo, ReadsEachKey) {
       {bindings, u"[[0,\"Speech\"],[1,\"Music\"],[0,\"Rest\"]]", "0=Speech;1=Music;0=Rest;"},
       {bindings,
        u"[[0,\"Speech\",\"x\"],[1],[-1,\"S\"],[2.0,\"S\"],[\"3\",\"S\"],[4,5],7,[],"
-       u"{\"0\":\"S\"},[[6],\"S\"],[8,[\"S\"]]]",
+       u"{\"0\":6,\"1\":\"S\"},[[6],\"S\"],[8,[\"S\"]]]",
        "0=Speech;"},
       {bindings, u"[[4294967301,\"Speech\"]]", "5=Speech;"},
   };
@@ -130,13 +131,75 @@ TEST(ModelInfo, RefusesTextThatIsNoJson) {
   };
   for (const std::u16string key :
        {u"SampleRate", u"LookaheadNumBlocks", u"OverlapInSamples", u"BaselineSequenceSize",
-        u"AudioClassNames", u"ChannelToAudioClassBindings"}) {
+        u"AudioClassNames", u"ChannelToAudioClassBindings", u"WindowShape"}) {
     for (const auto& row : rows) {
       const Loaded loaded({{key, row.text}});
       const std::string outcome = Outcome([&] { ModelInfo info(*loaded.model); });
       EXPECT_EQ(outcome.substr(0, std::strlen(row.outcome)), row.outcome)
           << Utf8FromUtf16(key) << ": " << row.text.size();
     }
+  }
+}
+
+TEST(WindowShape, IsReadOrRefused) {
+  const std::string form = "WindowShape of the model has none of the forms that it may have",
+                    length = "The window of WindowShape is longer than the model's windows",
+                    sum = "The windows of WindowShape do not add up to 1 at half overlap";
+  const struct {
+    const char* text;
+    std::uint32_t windowLength;
+    std::string outcome;
+    double error = 0;
+  } rows[] = {
+      {R"("hann")", 2, "ok"},
+      {R"({"shape": "vorbis"})", 512, "ok"},
+      {R"({"length": 400, "shape": "hann"})", 512, "ok"},
+      {R"({"shape": "rectangular", "length": 256})", 512, "ok"},
+      {R"({"shape": "rectangular", "length": 255})", 512, sum, 1},
+      {R"({"shape": "hann", "length": 257})", 512, sum, 1},
+      {R"({"shape": "hann", "length": 513})", 512, length},
+      {R"({"analysis": [2, -1]})", 2, "ok"},
+      {R"({"analysis": [2, -1]})", 8, sum, 1},
+      {R"({"analysis": [0, 0]})", 2, sum, 1},
+      {R"({"analysis": [1, 1, 1]})", 2, length},
+      {R"({"analysis": [1, 1], "synthesis": [0.5, 0.500004]})", 2, "ok"},
+      {R"({"synthesis": [0.5, 0.4], "analysis": [1, 1]})", 2, sum, 0.1},
+      {R"({"analysis": [1, 1], "synthesis": [1, 2]})", 2, sum, 2},
+      {R"("Hann")", 8, form},
+      {R"("")", 8, form},
+      {"null", 8, form},
+      {"[]", 8, form},
+      {"[[1, 1], [1, 1]]", 2, form},
+      {"{}", 8, form},
+      {R"({"length": 4})", 8, form},
+      {R"({"shape": "hann", "length": 0})", 8, form},
+      {R"({"shape": "hann", "length": 4.0})", 8, form},
+      {R"({"shape": "hann", "len": 4})", 8, form},
+      {R"({"shape": ["hann"]})", 8, form},
+      {R"({"shape": "hann", "analysis": [1, 1]})", 2, form},
+      {R"({"analysis": [1, 1], "length": 2})", 2, form},
+      {R"({"analysis": []})", 2, form},
+      {R"({"analysis": [1, "1"]})", 2, form},
+      {R"({"analysis": [[1, 1]]})", 2, form},
+      {R"({"analysis": {"0": 1, "1": 1}})", 2, form},
+      {R"({"analysis": [1e39, 1]})", 2, form},
+      {R"({"analysis": [1, 1], "analysis": [1, 1]})", 2, form},
+      {R"({"analysis": [1, 1], "synthesis": [1]})", 2, form},
+      {R"({"synthesis": [1, 1]})", 2, form},
+  };
+  for (const auto& row : rows) {
+    const Loaded loaded({{u"WindowShape", Utf16FromUtf8(row.text)}});
+    double error = 0;
+    const std::string outcome = Outcome([&] {
+      try {
+        MakeWindowPair(ModelInfo(*loaded.model).GetWindowShape(), row.windowLength);
+      } catch (const ContractException& refusal) {
+        error = refusal.Error();
+        throw;
+      }
+    });
+    EXPECT_EQ(outcome, row.outcome) << row.text;
+    EXPECT_NEAR(error, row.error, 1e-7) << row.text;
   }
 }
 

@@ -9,12 +9,75 @@
 #include <functional>
 #include <limits>
 #include <numbers>
+#include <optional>
+#include <sstream>
 #include <stdexcept>
 #include <string>
 #include <utility>
 #include <vector>
 
 namespace TestSupport {
+
+/// What a model declares of its windows (WindowShape), and what that means.
+struct DeclaredWindow {
+  const char* name;  ///< null: its numbers are listed
+  double (*analysis)(double i, double N);
+  std::uint64_t length = 0;                           ///< N, in the middle; 0: the whole window
+  double (*synthesis)(double i, double N) = nullptr;  ///< listed too; null: the library's
+
+  /// Sample n of a window of W, by the definition.
+  double Before(std::uint64_t n, std::uint64_t W) const { return At(analysis, n, W); }
+  double After(std::uint64_t n, std::uint64_t W) const {
+    if (synthesis) return At(synthesis, n, W);
+    const double here = Before(n, W), there = Before((n + W / 2) % W, W);
+    return here / (here * here + there * there);
+  }
+  std::string Json(std::uint64_t W) const {
+    if (name) {
+      std::string quoted = '"' + std::string(name) + '"';
+      if (length == 0) return quoted;
+      return "{\"length\": " + std::to_string(length) + ", \"shape\": " + quoted + "}";
+    }
+    return "{\"analysis\": " + List(analysis, W) +
+           (synthesis ? ", \"synthesis\": " + List(synthesis, W) + "}" : "}");
+  }
+
+private:
+  double At(double (*window)(double, double), std::uint64_t n, std::uint64_t W) const {
+    const std::uint64_t N = length ? length : W, from = (W - N) / 2;
+    return n < from || n >= from + N
+               ? 0.0
+               : window(static_cast<double>(n - from), static_cast<double>(N));
+  }
+  std::string List(double (*window)(double, double), std::uint64_t W) const {
+    std::ostringstream text;
+    text.precision(17);
+    const std::uint64_t N = length ? length : W;
+    for (std::uint64_t i = 0; i < N; ++i)
+      text << (i ? ", " : "[") << window(static_cast<double>(i), static_cast<double>(N));
+    return text.str() + "]";
+  }
+};
+
+inline double Hann(double i, double N) {
+  return 0.5 - 0.5 * std::cos(2 * std::numbers::pi * i / N);
+}
+inline double Hamming(double i, double N) {
+  return 0.08 + 0.92 * Hann(i, N);
+}
+inline double Rectangular(double, double) {
+  return 1;
+}
+inline double RootHann(double i, double N) {
+  return std::sqrt(Hann(i, N));
+}
+inline double Vorbis(double i, double N) {
+  return std::sin(std::numbers::pi / 2 * Hann(i + 0.5, N));
+}
+
+inline double HannByHamming(double i, double N) {
+  return Hann(i, N) / Hamming(i, N);
+}
 
 struct StreamSizes {
   std::uint64_t hop = 4;
@@ -23,12 +86,14 @@ struct StreamSizes {
   std::uint64_t lookahead = 0;
   std::uint64_t block = 4;
   bool isSpectral = false;
+  std::optional<DeclaredWindow> window = {};
 
   std::uint64_t Capacity() const { return hop * sequence; }
   std::string Text() const {
     return "hop " + std::to_string(hop) + ", sequence " + std::to_string(sequence) + ", channels " +
            std::to_string(channels) + ", lookahead " + std::to_string(lookahead) + ", block " +
-           std::to_string(block) + (isSpectral ? ", spectra" : ", samples");
+           std::to_string(block) + (isSpectral ? ", spectra" : ", samples") +
+           (window ? std::string(", ") + (window->name ? window->name : "listed window") : "");
   }
 };
 
@@ -96,11 +161,17 @@ private:
     channels.assign(sizes.channels, {ring, ring, hop, hop, Planar(sizes.lookahead, window)});
   }
 
-  /// The Hann window, or its root on either side of a model on spectra.
-  double Taper(std::size_t i) const {
-    const double hann = 0.5 - 0.5 * std::cos(std::numbers::pi * static_cast<double>(i) /
-                                             static_cast<double>(sizes.hop));
-    return sizes.isSpectral ? std::sqrt(hann) : hann;
+  /// Where the model declares no window: the root of the Hann window on either side of a model on
+  /// spectra, the Hann window behind one on samples.
+  double Before(std::uint64_t n) const {
+    const std::uint64_t W = 2 * sizes.hop;
+    if (sizes.window) return sizes.window->Before(n, W);
+    return sizes.isSpectral ? RootHann(static_cast<double>(n), static_cast<double>(W)) : 1.0;
+  }
+  double After(std::uint64_t n) const {
+    const std::uint64_t W = 2 * sizes.hop;
+    if (sizes.window) return sizes.window->After(n, W);
+    return (sizes.isSpectral ? RootHann : Hann)(static_cast<double>(n), static_cast<double>(W));
   }
 
   void Evaluate() {
@@ -120,7 +191,7 @@ private:
       for (std::uint64_t s = 0; s < sizes.sequence; ++s) {
         Samples& window = all.emplace_back(2 * sizes.hop);
         for (std::uint64_t i = 0; i < window.size(); ++i)
-          window[i] = given[c][s * sizes.hop + i] * (sizes.isSpectral ? Taper(i) : 1.0);
+          window[i] = given[c][s * sizes.hop + i] * Before(i);
       }
       channels[c].held.assign(all.end() - static_cast<std::ptrdiff_t>(sizes.lookahead), all.end());
     }
@@ -130,7 +201,7 @@ private:
       sum.resize(sizes.Capacity() + sizes.hop);
       for (std::uint64_t s = 0; s < sizes.sequence; ++s)
         for (std::uint64_t i = 0; i < 2 * sizes.hop; ++i)
-          sum[s * sizes.hop + i] += Taper(i) * made[s][i];
+          sum[s * sizes.hop + i] += After(i) * made[s][i];
       channels[c].outputRing.assign(sum.begin(), sum.end() - hop);
       channels[c].overlap.assign(sum.end() - hop, sum.end());
     }

@@ -47,7 +47,7 @@ struct Case {
 };
 
 /// Windows of every kind of transform: a power of two, products of small factors, and two whose
-/// half is or holds a large prime.
+/// half is or holds a large prime. Then windows of other shapes.
 const Case cases[] = {
     {{256, 4, 2, 0, 256, true}, 2, false, 0.0f},
     {{256, 3, 1, 1, 768, true}, 1, true, NaN},
@@ -63,6 +63,14 @@ const Case cases[] = {
     {{2048, 2, 1, 1, 2048, true}, 2, true, NaN},
     {{1, 3, 2, 0, 3, true}, 2, true, NaN},
     {{2, 3, 2, 1, 7, true}, 1, true, Infinity},
+    {{256, 2, 2, 0, 256, true, DeclaredWindow{"hann", Hann}}, 2, true, NaN},
+    {{256, 1, 1, 1, 256, true, DeclaredWindow{"hann", Hann, 400}}, 1, true, 0.0f},
+    {{256, 2, 1, 0, 256, true, DeclaredWindow{"vorbis", Vorbis, 401}}, 1, false, 0.0f},
+    {{480, 1, 2, 2, 480, true, DeclaredWindow{"vorbis", Vorbis}}, 1, false, 0.0f},
+    {{53, 2, 3, 0, 53, true, DeclaredWindow{"rectangular", Rectangular}}, 2, true, 0.0f},
+    {{53, 1, 1, 0, 53, true, DeclaredWindow{"root-hann", RootHann, 99}}, 1, false, 0.0f},
+    {{240, 1, 1, 1, 120, true, DeclaredWindow{nullptr, Hamming, 0, HannByHamming}}, 2, true, 0.0f},
+    {{240, 2, 1, 0, 240, true, DeclaredWindow{nullptr, Hamming, 400}}, 1, false, 0.0f},
 };
 
 /// The rule of a model: out of bin b of window s the class k makes
@@ -134,6 +142,7 @@ std::string MakeModel(const Case& row, const ModelRule& rule) {
   std::string names;
   for (std::uint64_t k = 0; k < row.classes; ++k)
     names += (k ? ",\"" : "\"") + ClassName(k) + '"';
+  if (row.sizes.window) model.Metadata("WindowShape", row.sizes.window->Json(row.Window()));
   return model.Node("Add", {"result", "rubbish"}, {"output"})
       .Metadata("LookaheadNumBlocks", std::to_string(L))
       .Metadata("AudioClassNames", "[" + names + "]")

@@ -8,9 +8,11 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cstring>
 #include <memory>
+#include <numeric>
 #include <random>
 #include <thread>
 #include <utility>
@@ -142,6 +144,64 @@ TEST(WholeStream, BlocksOfAnyRhythmGiveTheDelayedInput) {
     for (const Step& step : pattern.steps)
       for (std::uint64_t i = 0; i < step.times; ++i)
         ASSERT_NO_FATAL_FAILURE(compared.Process(step.frames, step.continuation, inPlace));
+  }
+}
+
+/// The model reverses its windows in time, so that each of the two windows is heard by itself.
+TEST(WholeStream, WindowsOfAModelOnSamplesAreAsDeclared) {
+  const std::optional<DeclaredWindow> rows[] = {{},
+                                                DeclaredWindow{"hann", Hann},
+                                                DeclaredWindow{"vorbis", Vorbis, 50},
+                                                DeclaredWindow{"rectangular", Rectangular, 32},
+                                                DeclaredWindow{nullptr, Hamming, 0, HannByHamming}};
+  for (const auto& window : rows) {
+    const StreamSizes sizes = {32, 2, 2, 0, 32, false, window};
+    std::vector<std::int64_t> backwards(2 * sizes.hop);
+    std::iota(backwards.rbegin(), backwards.rend(), 0);
+    const auto W = static_cast<std::int64_t>(backwards.size());
+    ModelBuilder model;
+    model.Input("input", Element::Float, {"C", "T", W})
+        .Output("output", Element::Float, {"C", "T", W})
+        .Int64s("backwards", {W}, backwards)
+        .Node("Gather", {"input", "backwards"}, {"output"}, {{"axis", 2}});
+    if (window) model.Metadata("WindowShape", window->Json(backwards.size()));
+    const auto make = [&](const StreamSizes&) {
+      return Create(model.Build(), sizes.sequence, sizes.channels, sizes.block);
+    };
+    ComparedStream compared(make, sizes, TestSeed(), true);
+    compared.SetScale(2);
+    compared.Reference().SetRule([](std::size_t, Planar windows) {
+      for (Samples& samples : windows)
+        std::ranges::reverse(samples);
+      return windows;
+    });
+    for (int i = 0; i < 20; ++i)
+      ASSERT_NO_FATAL_FAILURE(compared.Process(sizes.block, 1));
+  }
+}
+
+/// From the value a to b, over the first hop of an evaluation: a + (b - a) sin^2(pi n / W).
+TEST(WholeStream, GainsFadeOverOneHopAlongTheWindow) {
+  for (const bool isSpectral : {false, true}) {
+    const StreamSizes sizes = {.hop = 64, .sequence = 2, .block = 128, .isSpectral = isSpectral};
+    const Stream stream = MakePassThrough(sizes);
+    stream->ResetGains();
+    for (int i = 0; i < 4; ++i)
+      Output(*stream, 1, 128, 1.0f);
+    const struct {
+      const char16_t* name;
+      float gain;
+      double from, to;
+    } steps[] = {{u"Rest", 0.5f, 1, 1}, {u"Extracted", 0.25f, 1, 0.25}, {nullptr, 2, 0.25, 0.5}};
+    for (const auto& step : steps) {
+      step.name ? stream->SetAudioClassGain(step.name, step.gain)
+                : stream->SetMasterGain(step.gain);
+      const auto output = Output(*stream, 1, 128, 1.0f);
+      for (std::uint64_t n = 0; n < 128; ++n)
+        ASSERT_NEAR(output[n], step.from + (step.to - step.from) * (n < 64 ? Hann(n, 128) : 1),
+                    2 * Tolerance)
+            << sizes.Text() << ", to " << step.to << " at " << n;
+    }
   }
 }
 

@@ -1,4 +1,4 @@
-#include "adapt/adapted_model.h"
+// The step, looped over channels and windows, as a model of the contract.
 
 #include "adapt/graph_writer.h"
 #include "command_line/errors.h"
@@ -14,123 +14,44 @@ namespace {
 
 constexpr int leastIrVersion = 8;
 
-/// Every value of the model inside gets this in front, so that no name is there twice.
 constexpr const char* prefix = "model/";
 
-struct Values {
-  std::string audio;  ///< in: axes of Axes(); out: the same after a first one, the classes
-  std::vector<std::string> states;
-};
-
-/// The axes of what the model inside is given at once.
-std::string Axes(const Loops& loops) {
-  return std::string(loops.overChannels ? "" : "N") + (loops.overWindows ? "" : "T") + "FC";
-}
-
-std::string Without(std::string axes, char letter) {
-  std::erase(axes, letter);
-  return axes;
-}
-
-std::string Permute(GraphWriter& graph, const std::string& x, const std::string& from,
-                    const std::string& to) {
-  if (from == to) return x;
-  std::vector<std::int64_t> order;
-  for (const char letter : to)
-    order.push_back(static_cast<std::int64_t>(from.find(letter)));
-  return graph.Transpose(x, order);
-}
-
-/// The letters of `layout` that `axes` has too, and the places of the others.
-struct Split {
-  std::string kept;
-  std::vector<std::int64_t> others;
-};
-Split SplitLayout(const Layout& layout, const std::string& axes) {
-  Split split;
-  for (std::size_t i = 0; i < layout.size(); ++i) {
-    if (Has(axes, layout[i]))
-      split.kept += layout[i];
-    else
-      split.others.push_back(static_cast<std::int64_t>(i));
-  }
-  return split;
-}
-
-std::string IntoLayout(GraphWriter& graph, const std::string& x, const std::string& axes,
-                       const Layout& layout) {
-  const Split split = SplitLayout(layout, axes);
-  return graph.Unsqueeze(Permute(graph, x, axes, split.kept), split.others);
-}
-
-/// To "K" + axes.
-std::string OutOfLayout(GraphWriter& graph, const std::string& y, const Layout& layout,
-                        const std::string& axes) {
-  const Split split = SplitLayout(layout, "K" + axes);
-  const std::string squeezed = graph.Squeeze(y, split.others);
-  if (Has(layout, 'K')) return Permute(graph, squeezed, split.kept, "K" + axes);
-  return graph.Unsqueeze(Permute(graph, squeezed, split.kept, axes), {0});
-}
-
-void AddPrefix(std::string& name) {
-  if (!name.empty()) name.insert(0, prefix);
-}
-
-void AddPrefixes(onnx::GraphProto& graph) {
-  for (auto& node : *graph.mutable_node()) {
-    for (std::string& name : *node.mutable_input())
-      AddPrefix(name);
-    for (std::string& name : *node.mutable_output())
-      AddPrefix(name);
-    for (auto& attribute : *node.mutable_attribute()) {
-      if (attribute.has_g()) AddPrefixes(*attribute.mutable_g());
-      for (auto& inner : *attribute.mutable_graphs())
-        AddPrefixes(inner);
-    }
-  }
-  for (auto* features : {graph.mutable_input(), graph.mutable_output()})
-    for (auto& feature : *features)
-      AddPrefix(*feature.mutable_name());
-  for (auto& weights : *graph.mutable_initializer())
-    AddPrefix(*weights.mutable_name());
-  for (auto& weights : *graph.mutable_sparse_initializer())
-    AddPrefix(*weights.mutable_values()->mutable_name());
-  // They name values and sizes that no longer hold.
-  graph.clear_value_info();
-  graph.clear_quantization_annotation();
+/// The axes of what the step is given at once.
+std::string Axes(const Roles& roles, const Loops& loops) {
+  return std::string(loops.overChannels ? "" : "N") + (loops.overWindows ? "" : "T") +
+         (IsSpectral(roles.feature) ? "FC" : "F");
 }
 
 class Builder {
 public:
-  Builder(const SourceModel& source, const Roles& roles, const Loops& loops)
-      : roles(roles), loops(loops), axes(Axes(loops)), inside(source.proto.graph()) {
-    AddPrefixes(inside);
-  }
+  Builder(const Plan& step, const Loops& loops)
+      : roles(step.parts[0]), loops(loops), axes(Axes(roles, loops)),
+        inside(Prefixed(step.sources[0], prefix)) {}
 
-  Values Build(GraphWriter& graph, const Values& in) const {
+  PartValues Build(GraphWriter& graph, const PartValues& in) const {
     if (!loops.overChannels) return OverWindows(graph, in);
-    const auto channel = [&](GraphWriter& body, const Values& one) {
+    const auto channel = [&](GraphWriter& body, const PartValues& one) {
       return OverWindows(body, one);
     };
     return Scan(graph, in, channel, 0, 1, true);
   }
 
 private:
-  Values OverWindows(GraphWriter& graph, const Values& in) const {
+  PartValues OverWindows(GraphWriter& graph, const PartValues& in) const {
     if (!loops.overWindows) return Inside(graph, in);
-    const auto window = [&](GraphWriter& body, const Values& one) { return Inside(body, one); };
+    const auto window = [&](GraphWriter& body, const PartValues& one) { return Inside(body, one); };
     const std::int64_t axis = loops.overChannels ? 0 : 1;
     return Scan(graph, in, window, axis, axis + 1, false);
   }
 
-  /// The loop of `body` along `axis` of the audio, which is `outAxis` of what it gives. States go
+  /// The loop of `body` along `axis` of the audio, which is `outAxis` of what it returns. States go
   /// through it, or with `slicesStates` each turn has its own.
-  Values Scan(GraphWriter& graph, const Values& in, const auto& body, std::int64_t axis,
-              std::int64_t outAxis, bool slicesStates) const {
+  PartValues Scan(GraphWriter& graph, const PartValues& in, const auto& body, std::int64_t axis,
+                  std::int64_t outAxis, bool slicesStates) const {
     onnx::GraphProto bodyGraph;
     bodyGraph.set_name(slicesStates ? "channel" : "window");
     GraphWriter writer(bodyGraph, graph);
-    Values one{writer.FreshName(), {}};
+    PartValues one{writer.FreshName(), {}};
     std::vector<std::string> inputs = in.states;
     inputs.push_back(in.audio);
     for (const StatePair& pair : roles.states) {
@@ -138,10 +59,23 @@ private:
       GraphWriter::Declare(*bodyGraph.add_input(), one.states.back(), pair.input.kind);
     }
     GraphWriter::Declare(*bodyGraph.add_input(), one.audio, Platform::TensorKind::Float);
-    const Values result = body(writer, one);
-    for (std::size_t i = 0; i < result.states.size(); ++i)
-      GraphWriter::Declare(*bodyGraph.add_output(), result.states[i], roles.states[i].input.kind);
+    const PartValues result = body(writer, one);
+    // The engine wants the shapes of a loop's results, and does not always find them itself.
+    for (std::size_t i = 0; i < result.states.size(); ++i) {
+      onnx::ValueInfoProto& feature = *bodyGraph.add_output();
+      GraphWriter::Declare(feature, result.states[i], roles.states[i].input.kind);
+      std::vector<std::int64_t> shape = AdaptedStateShape(roles.states[i], loops);
+      if (loops.overChannels) shape.erase(shape.begin());
+      DeclareShape(feature, shape, {"channels"});
+    }
     GraphWriter::Declare(*bodyGraph.add_output(), result.audio, Platform::TensorKind::Float);
+    std::vector<std::int64_t> shape = {roles.classCount};
+    if (!loops.overChannels) shape.push_back(0);
+    if (slicesStates) shape.push_back(0);  // all windows of one channel
+    shape.push_back(roles.outputSize);
+    if (IsSpectral(roles.feature)) shape.push_back(2);
+    DeclareShape(*bodyGraph.mutable_output(bodyGraph.output_size() - 1), shape,
+                 {slicesStates ? "windows" : "channels"});
 
     onnx::NodeProto& node = graph.Node("Scan", inputs);
     std::vector<std::int64_t> inAxes = {axis}, outAxes = {outAxis};
@@ -156,58 +90,15 @@ private:
     attribute.set_name("body");
     attribute.set_type(onnx::AttributeProto::GRAPH);
     attribute.mutable_g()->Swap(&bodyGraph);
-    Values out;
+    PartValues out;
     for (std::size_t i = 0; i < in.states.size(); ++i)
       out.states.push_back(*node.mutable_output()->Add() = graph.FreshName());
     out.audio = *node.mutable_output()->Add() = graph.FreshName();
     return out;
   }
 
-  /// The model itself.
-  Values Inside(GraphWriter& graph, const Values& in) const {
-    FeedAudio(graph, in.audio);
-    for (std::size_t i = 0; i < roles.states.size(); ++i)
-      graph.Alias(in.states[i], prefix + roles.states[i].input.name);
-    graph.Graph().mutable_node()->MergeFrom(inside.node());
-    graph.Graph().mutable_initializer()->MergeFrom(inside.initializer());
-    graph.Graph().mutable_sparse_initializer()->MergeFrom(inside.sparse_initializer());
-    Values out;
-    out.audio = CollectAudio(graph);
-    for (const StatePair& pair : roles.states)
-      out.states.push_back(graph.Identity(prefix + pair.output.name));
-    return out;
-  }
-
-  void FeedAudio(GraphWriter& graph, const std::string& audio) const {
-    if (Has(roles.inputLayout, 'C')) {
-      graph.Alias(IntoLayout(graph, audio, axes, roles.inputLayout), prefix + roles.inputs[0].name);
-      return;
-    }
-    for (std::size_t part = 0; part < 2; ++part) {
-      const std::string one = graph.Take(audio, static_cast<std::int64_t>(axes.size()) - 1,
-                                         static_cast<std::int64_t>(part));
-      graph.Alias(IntoLayout(graph, one, Without(axes, 'C'), roles.inputLayout),
-                  prefix + roles.inputs[part].name);
-    }
-  }
-
-  std::string CollectAudio(GraphWriter& graph) const {
-    std::vector<std::string> classes, parts;
-    const bool areTogether = Has(roles.outputLayout, 'C');
-    for (const SourceTensor& output : roles.outputs) {
-      const std::string one = OutOfLayout(graph, prefix + output.name, roles.outputLayout,
-                                          areTogether ? axes : Without(axes, 'C'));
-      if (areTogether) {
-        classes.push_back(one);
-        continue;
-      }
-      const auto last = static_cast<std::int64_t>(axes.size());
-      parts.push_back(graph.Unsqueeze(one, {last}));
-      if (parts.size() < 2) continue;
-      classes.push_back(graph.Concat(parts, last));
-      parts.clear();
-    }
-    return classes.size() == 1 ? classes[0] : graph.Concat(classes, 0);
+  PartValues Inside(GraphWriter& graph, const PartValues& in) const {
+    return WritePart(graph, inside, prefix, roles, in, axes, axes);
   }
 
   const Roles& roles;
@@ -215,19 +106,6 @@ private:
   std::string axes;
   onnx::GraphProto inside;
 };
-
-/// 0: `free`
-void DeclareShape(onnx::ValueInfoProto& feature, const std::vector<std::int64_t>& shape,
-                  const std::vector<const char*>& symbols) {
-  auto& declared = *feature.mutable_type()->mutable_tensor_type()->mutable_shape();
-  std::size_t symbol = 0;
-  for (const std::int64_t size : shape) {
-    if (size > 0)
-      declared.add_dim()->set_dim_value(size);
-    else
-      declared.add_dim()->set_dim_param(symbols[std::min(symbol++, symbols.size() - 1)]);
-  }
-}
 
 void SetMetadata(onnx::ModelProto& model, const std::string& key, const std::string& value) {
   for (auto& entry : *model.mutable_metadata_props()) {
@@ -245,20 +123,35 @@ bool HasMetadata(const onnx::ModelProto& model, std::string_view key) {
                              [&](const auto& entry) { return entry.key() == key; });
 }
 
-void WriteMetadata(onnx::ModelProto& model, const SourceModel& source, const Roles& roles,
-                   const AdaptRequest& request) {
+/// The window as the metadata say it; nothing for what the library takes without, root-Hann.
+std::optional<nlohmann::json> WindowShape(const Framing& framing) {
+  const bool isWhole = framing.window == framing.transform;
+  if (isWhole && framing.windowName == "root-hann") return {};
+  for (const char* known : {"root-hann", "hann", "vorbis", "rectangular"}) {
+    if (framing.windowName != known) continue;
+    if (isWhole) return known;
+    return nlohmann::json{{"shape", known}, {"length", framing.window}};
+  }
+  const auto length = static_cast<std::size_t>(framing.window);
+  return nlohmann::json{{"analysis", MakeWindow(framing.windowName, length, length)}};
+}
+
+void WriteMetadata(onnx::ModelProto& model, const Plan& step, const AdaptRequest& request) {
   if (!request.name.empty() || !HasMetadata(model, "Name"))
     SetMetadata(model, "Name",
-                request.name.empty() ? std::filesystem::path(source.path).stem().string()
+                request.name.empty() ? std::filesystem::path(step.sources[0].path).stem().string()
                                      : request.name);
   if (request.rate > 0) SetMetadata(model, "SampleRate", std::to_string(request.rate));
-  SetMetadata(model, "LookaheadNumBlocks", std::to_string(request.lookahead));
-  SetMetadata(model, "OverlapInSamples", std::to_string(roles.Window() / 2));
+  SetMetadata(model, "LookaheadNumBlocks", std::to_string(step.lookahead));
+  SetMetadata(model, "OverlapInSamples", std::to_string(step.framing.hop));
   if (!HasMetadata(model, "BaselineSequenceSize")) SetMetadata(model, "BaselineSequenceSize", "1");
+  if (step.framing.isOnSpectra)
+    if (const auto shape = WindowShape(step.framing))
+      SetMetadata(model, "WindowShape", shape->dump());
   if (!request.classes.empty()) {
     SetMetadata(model, "AudioClassNames", nlohmann::json(request.classes).dump());
-  } else if (roles.classCount > 1 && !HasMetadata(model, "AudioClassNames")) {
-    throw Refusal("the model gives " + std::to_string(roles.classCount) +
+  } else if (step.ClassCount() > 1 && !HasMetadata(model, "AudioClassNames")) {
+    throw Refusal("the model gives " + std::to_string(step.ClassCount()) +
                   " classes; name them with --classes A,B,...");
   }
 }
@@ -296,34 +189,37 @@ std::vector<std::int64_t> AdaptedStateShape(const StatePair& pair, const Loops& 
   return shape;
 }
 
-std::string BuildAdaptedModel(const SourceModel& source, const Roles& roles,
-                              const AdaptRequest& request, const Loops& loops) {
+std::string BuildAdaptedModel(const Plan& step, const AdaptRequest& request, const Loops& loops) {
+  const SourceModel& source = step.sources[0];
+  const Roles& roles = step.parts[0];
+  const bool isSpectral = IsSpectral(roles.feature);
   onnx::ModelProto model = source.proto;
   model.set_ir_version(std::max<std::int64_t>(model.ir_version(), leastIrVersion));
-  WriteMetadata(model, source, roles, request);
+  WriteMetadata(model, step, request);
   onnx::GraphProto& graph = *model.mutable_graph();
   graph.Clear();
   graph.set_name("adapted");
   GraphWriter writer(graph, source.opset);
 
   GraphWriter::Declare(*graph.add_input(), "input", Platform::TensorKind::Float);
-  DeclareShape(*graph.mutable_input(0), {0, 0, roles.bins, 2},
-               {"channels", request.lookahead > 0 ? "windows_in" : "windows"});
-  Values in{"input", {}};
-  if (request.lookahead > 0)
-    in.audio = writer.DropFirst("input", 1, static_cast<std::int64_t>(request.lookahead));
+  std::vector<std::int64_t> shape = {0, 0, roles.inputSize};
+  if (isSpectral) shape.push_back(2);
+  DeclareShape(*graph.mutable_input(0), shape,
+               {"channels", step.lookahead > 0 ? "windows_in" : "windows"});
+  PartValues in{"input", {}};
+  if (step.lookahead > 0) in.audio = writer.DropFirst("input", 1, step.lookahead);
   for (const StatePair& pair : roles.states) {
     onnx::ValueInfoProto& feature = *graph.add_input();
     GraphWriter::Declare(feature, "state/" + pair.input.name, pair.input.kind);
     DeclareShape(feature, AdaptedStateShape(pair, loops), {"channels"});
     in.states.push_back(feature.name());
   }
-  const Values out = Builder(source, roles, loops).Build(writer, in);
+  const PartValues out = Builder(step, loops).Build(writer, in);
 
   writer.Alias(out.audio, "output");
   GraphWriter::Declare(*graph.add_output(), "output", Platform::TensorKind::Float);
-  DeclareShape(*graph.mutable_output(0), {roles.classCount, 0, 0, roles.bins, 2},
-               {"channels", "windows"});
+  shape.insert(shape.begin(), roles.classCount);
+  DeclareShape(*graph.mutable_output(0), shape, {"channels", "windows"});
   for (std::size_t i = 0; i < out.states.size(); ++i) {
     const StatePair& pair = roles.states[i];
     onnx::ValueInfoProto& feature = *graph.add_output();

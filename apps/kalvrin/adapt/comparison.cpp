@@ -1,6 +1,11 @@
-#include "adapt/comparison.h"
+// The step window by window and the adapted model by evaluations of several, on the same noise.
 
-#include "adapt/model_run.h"
+#include "adapt/adapt.h"
+#include "failure/result_code.h"
+
+#include "runtime/model_loading.h"
+#include "runtime/tensor_factory.h"
+#include "runtime/text.h"
 
 #include <algorithm>
 #include <cmath>
@@ -21,19 +26,19 @@ std::size_t Index(std::int64_t i) {
 /// One window in a tensor of some layout.
 class WindowLayout {
 public:
-  WindowLayout(const Layout& layout, std::int64_t classCount, std::int64_t bins) {
+  WindowLayout(const Layout& layout, std::int64_t classCount, std::int64_t size) {
     for (const char letter : layout)
-      shape.push_back(letter == 'F' ? bins : letter == 'C' ? 2 : letter == 'K' ? classCount : 1);
+      shape.push_back(letter == 'F' ? size : letter == 'C' ? 2 : letter == 'K' ? classCount : 1);
     std::int64_t stride = 1;
     for (std::size_t i = layout.size(); i-- > 0; stride *= shape[i])
-      (layout[i] == 'F'   ? binStride
+      (layout[i] == 'F'   ? valueStride
        : layout[i] == 'C' ? partStride
        : layout[i] == 'K' ? classStride
                           : ignored) = stride;
   }
 
-  std::size_t Place(std::int64_t classIndex, std::int64_t bin, std::int64_t part) const {
-    return Index(classIndex * classStride + bin * binStride + part * partStride);
+  std::size_t Place(std::int64_t classIndex, std::int64_t value, std::int64_t part) const {
+    return Index(classIndex * classStride + value * valueStride + part * partStride);
   }
   std::size_t Size() const {
     std::int64_t size = 1;
@@ -45,14 +50,14 @@ public:
   Platform::Shape shape;
 
 private:
-  std::int64_t binStride = 0, partStride = 0, classStride = 0, ignored = 0;
+  std::int64_t valueStride = 0, partStride = 0, classStride = 0, ignored = 0;
 };
 
-class OriginalRun {
+class StepRun {
 public:
-  OriginalRun(Platform::Runtime& runtime, const std::string& bytes, const Roles& roles)
-      : roles(roles), in(roles.inputLayout, 1, roles.bins),
-        out(roles.outputLayout, roles.classCount, roles.bins), run(runtime, bytes) {
+  StepRun(Platform::Runtime& runtime, const std::string& bytes, const Roles& roles)
+      : roles(roles), in(roles.inputLayout, 1, roles.inputSize),
+        out(roles.outputLayout, roles.classCount, roles.outputSize), run(runtime, bytes) {
     for (const SourceTensor& input : roles.inputs)
       inputs.push_back(run.Bind(Side::Input, input.name, in.shape));
     for (const SourceTensor& output : roles.outputs)
@@ -67,17 +72,18 @@ public:
 
   void Restart() { run.Restart(); }
 
-  /// `window`: bins x 2. `result`: class k at k * classStride, likewise.
+  /// `window`: bins x 2, or samples. `result`: class k at k * classStride, likewise.
   void Process(const float* window, float* result, std::int64_t classStride) {
+    const std::int64_t parts = IsSpectral(roles.feature) ? 2 : 1;
     for (std::size_t i = 0; i < inputs.size(); ++i) {
       std::vector<float> values(in.Size());
       ForEachPart(roles.inputLayout, i, [&](std::int64_t bin, std::int64_t part, std::int64_t own) {
-        values[in.Place(0, bin, own)] = window[2 * bin + part];
+        values[in.Place(0, bin, own)] = window[parts * bin + part];
       });
       run.Set(inputs[i], values);
     }
     run.Evaluate();
-    const std::size_t perClass = Has(roles.outputLayout, 'C') ? 1 : 2;
+    const std::size_t perClass = Has(roles.outputLayout, 'C') || parts == 1 ? 1 : 2;
     for (std::size_t i = 0; i < outputs.size(); ++i) {
       const std::vector<float> values = run.Get(outputs[i]);
       const std::int64_t inside = Has(roles.outputLayout, 'K') ? roles.classCount : 1;
@@ -85,7 +91,7 @@ public:
         float* const target = result + (static_cast<std::int64_t>(i / perClass) + k) * classStride;
         ForEachPart(roles.outputLayout, i % perClass,
                     [&](std::int64_t bin, std::int64_t part, std::int64_t own) {
-                      target[2 * bin + part] = values[out.Place(k, bin, own)];
+                      target[parts * bin + part] = values[out.Place(k, bin, own)];
                     });
       }
     }
@@ -94,7 +100,7 @@ public:
 private:
   /// Of the parts that the tensor with this number has: both, or the one of its number.
   void ForEachPart(const Layout& layout, std::size_t tensor, auto visit) const {
-    for (std::int64_t bin = 0; bin < roles.bins; ++bin) {
+    for (std::int64_t bin = 0; bin < roles.inputSize; ++bin) {
       if (Has(layout, 'C')) {
         visit(bin, 0, 0);
         visit(bin, 1, 1);
@@ -112,37 +118,103 @@ private:
 
 }  // namespace
 
-TrialSignal::TrialSignal(std::int64_t bins)
-    : bins(bins), values(Index(channels * windows * bins * 2)) {
+ModelRun::ModelRun(Platform::Runtime& runtime, const std::string& bytes) : runtime(runtime) {
+  const auto model = Dnn::LoadLearningModel(runtime, bytes.data(), bytes.size());
+  session = Dnn::CreateSession(runtime, model, Dnn::CreateCpuDevice(runtime));
+  binding = Dnn::CreateBinding(runtime, session);
+}
+
+std::size_t ModelRun::Bind(Platform::Side side, const std::string& name,
+                           const Platform::Shape& shape, std::uint32_t kind) {
+  Bound added{nullptr, Dnn::ElementCount(shape)};
+  CheckResult(runtime.CreateTensor(kind, shape, added.tensor));
+  Connect(side, name, added.tensor);
+  bound.push_back(added);
+  return bound.size() - 1;
+}
+
+void ModelRun::BindState(const std::string& input, const std::string& output, std::uint32_t kind,
+                         const Platform::Shape& shape) {
+  std::shared_ptr<Platform::Tensor> tensor;
+  Dnn::ElementCount(shape);
+  CheckResult(runtime.CreateTensor(kind, shape, tensor));
+  Connect(Side::Input, input, tensor);
+  Connect(Side::Output, output, tensor);
+}
+
+void ModelRun::Restart() {
+  CheckResult(binding->Prepare());
+}
+
+void ModelRun::Evaluate() {
+  CheckResult(session->Evaluate(*binding, nullptr));
+}
+
+void ModelRun::Set(std::size_t tensor, const std::vector<float>& values) {
+  void* data = nullptr;
+  CheckResult(bound[tensor].tensor->Acquire(data));
+  std::ranges::copy(values, static_cast<float*>(data));
+  bound[tensor].tensor->Release();
+}
+
+template <class Value>
+std::vector<Value> ModelRun::Copy(std::size_t tensor) {
+  void* data = nullptr;
+  CheckResult(bound[tensor].tensor->Acquire(data));
+  const auto* const values = static_cast<const Value*>(data);
+  std::vector<Value> copy(values, values + bound[tensor].size);
+  bound[tensor].tensor->Release();
+  return copy;
+}
+
+std::vector<float> ModelRun::Get(std::size_t tensor) {
+  return Copy<float>(tensor);
+}
+
+std::vector<std::int64_t> ModelRun::GetNumbers(std::size_t tensor) {
+  return Copy<std::int64_t>(tensor);
+}
+
+void ModelRun::Connect(Platform::Side side, const std::string& name,
+                       const std::shared_ptr<Platform::Tensor>& tensor) {
+  CheckResult(binding->Bind(side, Dnn::Utf16FromUtf8(name), tensor));
+}
+
+TrialSignal::TrialSignal(std::int64_t values)
+    : perWindow(values), values(Index(channels * windows * values)) {
   std::mt19937 generator(1);
-  for (float& value : values)
+  for (float& value : this->values)
     value = static_cast<float>(generator() % 16001) / 1000.0F - 8.0F;
 }
 
-std::vector<float> RunOriginal(Platform::Runtime& runtime, const std::string& bytes,
-                               const Roles& roles, const TrialSignal& signal) {
-  OriginalRun run(runtime, bytes, roles);
-  const std::int64_t window = 2 * roles.bins;
-  std::vector<float> result(Index(roles.classCount * channels * windows * window));
+std::vector<float> RunStep(Platform::Runtime& runtime, const std::string& bytes, const Roles& roles,
+                           const TrialSignal& signal) {
+  StepRun run(runtime, bytes, roles);
+  std::vector<float> result(Index(roles.classCount) * signal.values.size());
   for (std::int64_t c = 0; c < channels; ++c) {
     run.Restart();
     for (std::int64_t t = 0; t < windows; ++t) {
-      const std::int64_t place = (c * windows + t) * window;
-      run.Process(signal.values.data() + place, result.data() + place, channels * windows * window);
+      const std::int64_t place = (c * windows + t) * signal.perWindow;
+      run.Process(signal.values.data() + place, result.data() + place,
+                  channels * windows * signal.perWindow);
     }
   }
   return result;
 }
 
 std::vector<float> RunAdapted(Platform::Runtime& runtime, const std::string& bytes,
-                              const Roles& roles, const Loops& loops, std::int64_t lookahead,
-                              const TrialSignal& signal) {
-  const std::int64_t window = 2 * roles.bins;
+                              const Plan& step, const Loops& loops, const TrialSignal& signal) {
+  const Roles& roles = step.parts[0];
+  const std::int64_t window = signal.perWindow, lookahead = step.lookahead;
   ModelRun run(runtime, bytes);
-  const auto input =
-      run.Bind(Side::Input, "input", {channels, perEvaluation + lookahead, roles.bins, 2});
-  const auto output =
-      run.Bind(Side::Output, "output", {roles.classCount, channels, perEvaluation, roles.bins, 2});
+  Platform::Shape in = {channels, perEvaluation + lookahead, roles.inputSize};
+  Platform::Shape out = {roles.classCount, channels, perEvaluation, roles.outputSize};
+  if (IsSpectral(roles.feature)) {
+    in.push_back(2);
+    out.push_back(2);
+  }
+  const auto input = run.Bind(Side::Input, "input", in);
+  const auto output = run.Bind(Side::Output, "output", out);
   for (const StatePair& pair : roles.states) {
     Platform::Shape shape = AdaptedStateShape(pair, loops);
     std::ranges::replace(shape, 0, channels);
@@ -150,7 +222,7 @@ std::vector<float> RunAdapted(Platform::Runtime& runtime, const std::string& byt
                   shape);
   }
   run.Restart();
-  std::vector<float> result(Index(roles.classCount * channels * windows * window));
+  std::vector<float> result(Index(roles.classCount) * signal.values.size());
   for (std::int64_t start = 0; start < windows; start += perEvaluation) {
     std::vector<float> values;
     for (std::int64_t c = 0; c < channels; ++c)
@@ -167,13 +239,13 @@ std::vector<float> RunAdapted(Platform::Runtime& runtime, const std::string& byt
   return result;
 }
 
-Comparison Compare(const std::vector<float>& original, const std::vector<float>& adapted) {
+Comparison Compare(const std::vector<float>& step, const std::vector<float>& adapted) {
   Comparison comparison;
-  for (std::size_t i = 0; i < original.size(); ++i) {
-    const double difference = std::abs(double{original[i]} - double{adapted[i]});
+  for (std::size_t i = 0; i < step.size(); ++i) {
+    const double difference = std::abs(double{step[i]} - double{adapted[i]});
     if (!std::isfinite(difference)) comparison.difference = std::numeric_limits<double>::infinity();
     comparison.difference = std::max(comparison.difference, difference);
-    comparison.peak = std::max(comparison.peak, std::abs(double{original[i]}));
+    comparison.peak = std::max(comparison.peak, std::abs(double{step[i]}));
   }
   return comparison;
 }

@@ -1,8 +1,122 @@
 #include "adapt/graph_writer.h"
 
+#include "platform/platform.h"
+
+#include <algorithm>
 #include <limits>
 
 namespace Orvik::Tesmo::Tool {
+namespace {
+
+std::string Without(std::string axes, char letter) {
+  std::erase(axes, letter);
+  return axes;
+}
+
+std::string Permute(GraphWriter& graph, const std::string& x, const std::string& from,
+                    const std::string& to) {
+  if (from == to) return x;
+  std::vector<std::int64_t> order;
+  for (const char letter : to)
+    order.push_back(static_cast<std::int64_t>(from.find(letter)));
+  return graph.Transpose(x, order);
+}
+
+/// The letters of `layout` that `axes` has too, and the places of the others.
+struct Split {
+  std::string kept;
+  std::vector<std::int64_t> others;
+};
+Split SplitLayout(const Layout& layout, const std::string& axes) {
+  Split split;
+  for (std::size_t i = 0; i < layout.size(); ++i) {
+    if (Has(axes, layout[i]))
+      split.kept += layout[i];
+    else
+      split.others.push_back(static_cast<std::int64_t>(i));
+  }
+  return split;
+}
+
+std::string IntoLayout(GraphWriter& graph, const std::string& x, const std::string& axes,
+                       const Layout& layout) {
+  const Split split = SplitLayout(layout, axes);
+  return graph.Unsqueeze(Permute(graph, x, axes, split.kept), split.others);
+}
+
+/// To "K" + axes.
+std::string OutOfLayout(GraphWriter& graph, const std::string& y, const Layout& layout,
+                        const std::string& axes) {
+  const Split split = SplitLayout(layout, "K" + axes);
+  const std::string squeezed = graph.Squeeze(y, split.others);
+  if (Has(layout, 'K')) return Permute(graph, squeezed, split.kept, "K" + axes);
+  return graph.Unsqueeze(Permute(graph, squeezed, split.kept, axes), {0});
+}
+
+void AddPrefix(std::string& name, const std::string& prefix) {
+  if (!name.empty()) name.insert(0, prefix);
+}
+
+void AddPrefixes(onnx::GraphProto& graph, const std::string& prefix) {
+  for (auto& node : *graph.mutable_node()) {
+    AddPrefix(*node.mutable_name(), prefix);
+    for (std::string& name : *node.mutable_input())
+      AddPrefix(name, prefix);
+    for (std::string& name : *node.mutable_output())
+      AddPrefix(name, prefix);
+    for (auto& attribute : *node.mutable_attribute()) {
+      if (attribute.has_g()) AddPrefixes(*attribute.mutable_g(), prefix);
+      for (auto& inner : *attribute.mutable_graphs())
+        AddPrefixes(inner, prefix);
+    }
+  }
+  for (auto* features : {graph.mutable_input(), graph.mutable_output()})
+    for (auto& feature : *features)
+      AddPrefix(*feature.mutable_name(), prefix);
+  for (auto& weights : *graph.mutable_initializer())
+    AddPrefix(*weights.mutable_name(), prefix);
+  for (auto& weights : *graph.mutable_sparse_initializer())
+    AddPrefix(*weights.mutable_values()->mutable_name(), prefix);
+  // They name values and sizes that no longer hold.
+  graph.clear_value_info();
+  graph.clear_quantization_annotation();
+}
+
+void FeedAudio(GraphWriter& graph, const std::string& prefix, const Roles& roles,
+               const std::string& audio, const std::string& axes) {
+  if (roles.inputs.size() == 1) {
+    graph.Alias(IntoLayout(graph, audio, axes, roles.inputLayout), prefix + roles.inputs[0].name);
+    return;
+  }
+  for (std::size_t part = 0; part < 2; ++part) {
+    const std::string one = graph.Take(audio, static_cast<std::int64_t>(axes.size()) - 1,
+                                       static_cast<std::int64_t>(part));
+    graph.Alias(IntoLayout(graph, one, Without(axes, 'C'), roles.inputLayout),
+                prefix + roles.inputs[part].name);
+  }
+}
+
+std::string CollectAudio(GraphWriter& graph, const std::string& prefix, const Roles& roles,
+                         const std::string& axes) {
+  std::vector<std::string> classes, parts;
+  const bool areApart = Has(axes, 'C') && !Has(roles.outputLayout, 'C');
+  for (const SourceTensor& output : roles.outputs) {
+    const std::string one = OutOfLayout(graph, prefix + output.name, roles.outputLayout,
+                                        areApart ? Without(axes, 'C') : axes);
+    if (!areApart) {
+      classes.push_back(one);
+      continue;
+    }
+    const auto last = static_cast<std::int64_t>(axes.size());
+    parts.push_back(graph.Unsqueeze(one, {last}));
+    if (parts.size() < 2) continue;
+    classes.push_back(graph.Concat(parts, last));
+    parts.clear();
+  }
+  return classes.size() == 1 ? classes[0] : graph.Concat(classes, 0);
+}
+
+}  // namespace
 
 GraphWriter::GraphWriter(onnx::GraphProto& graph, int opset)
     : graph(graph), opset(opset), names(std::make_shared<int>(0)) {}
@@ -38,6 +152,30 @@ std::string GraphWriter::Concat(const std::vector<std::string>& all, std::int64_
   return Result(node);
 }
 
+std::string GraphWriter::Reshape(const std::string& x, const std::vector<std::int64_t>& shape) {
+  return Apply("Reshape", {x, Int64s(shape)});
+}
+
+std::string GraphWriter::Apply(const std::string& type, const std::vector<std::string>& inputs) {
+  return Result(Node(type, inputs));
+}
+
+std::string GraphWriter::Floats(const std::vector<double>& values,
+                                const std::vector<std::int64_t>& shape) {
+  onnx::TensorProto& constant = *graph.add_initializer();
+  constant.set_name(FreshName());
+  constant.set_data_type(onnx::TensorProto::FLOAT);
+  constant.mutable_dims()->Assign(shape.begin(), shape.end());
+  std::vector<float> floats(values.begin(), values.end());
+  constant.set_raw_data(floats.data(), floats.size() * sizeof(float));
+  return constant.name();
+}
+
+std::string GraphWriter::Slice(const std::string& x, std::int64_t axis, std::int64_t from,
+                               std::int64_t to) {
+  return Apply("Slice", {x, Int64s({from}), Int64s({to}), Int64s({axis})});
+}
+
 std::string GraphWriter::Take(const std::string& x, std::int64_t axis, std::int64_t index) {
   onnx::NodeProto& node = Node("Gather", {x, Int64s({index}, true)});
   SetInt(node, "axis", axis);
@@ -45,9 +183,7 @@ std::string GraphWriter::Take(const std::string& x, std::int64_t axis, std::int6
 }
 
 std::string GraphWriter::DropFirst(const std::string& x, std::int64_t axis, std::int64_t count) {
-  return Result(
-      Node("Slice", {x, Int64s({count}), Int64s({std::numeric_limits<std::int64_t>::max()}),
-                     Int64s({axis})}));
+  return Slice(x, axis, count, std::numeric_limits<std::int64_t>::max());
 }
 
 void GraphWriter::Alias(const std::string& x, const std::string& name) {
@@ -105,6 +241,40 @@ std::string GraphWriter::WithAxes(const char* type, const std::string& x,
   onnx::NodeProto& node = Node(type, {x});
   SetInts(node, "axes", axes);
   return Result(node);
+}
+
+onnx::GraphProto Prefixed(const SourceModel& source, const std::string& prefix) {
+  onnx::GraphProto graph = source.proto.graph();
+  AddPrefixes(graph, prefix);
+  return graph;
+}
+
+PartValues WritePart(GraphWriter& graph, const onnx::GraphProto& part, const std::string& prefix,
+                     const Roles& roles, const PartValues& in, const std::string& axes,
+                     const std::string& outAxes) {
+  FeedAudio(graph, prefix, roles, in.audio, axes);
+  for (std::size_t i = 0; i < roles.states.size(); ++i)
+    graph.Alias(in.states[i], prefix + roles.states[i].input.name);
+  graph.Graph().mutable_node()->MergeFrom(part.node());
+  graph.Graph().mutable_initializer()->MergeFrom(part.initializer());
+  graph.Graph().mutable_sparse_initializer()->MergeFrom(part.sparse_initializer());
+  PartValues out;
+  out.audio = CollectAudio(graph, prefix, roles, outAxes);
+  for (const StatePair& pair : roles.states)
+    out.states.push_back(graph.Identity(prefix + pair.output.name));
+  return out;
+}
+
+void DeclareShape(onnx::ValueInfoProto& feature, const std::vector<std::int64_t>& shape,
+                  const std::vector<const char*>& symbols) {
+  auto& declared = *feature.mutable_type()->mutable_tensor_type()->mutable_shape();
+  std::size_t symbol = 0;
+  for (const std::int64_t size : shape) {
+    if (size > 0)
+      declared.add_dim()->set_dim_value(size);
+    else
+      declared.add_dim()->set_dim_param(symbols[std::min(symbol++, symbols.size() - 1)]);
+  }
 }
 
 }  // namespace Orvik::Tesmo::Tool

@@ -1,6 +1,6 @@
 #pragma once
 
-#include <onnx/onnx_pb.h>
+#include "adapt/adapt.h"
 
 #include <cstdint>
 #include <memory>
@@ -9,7 +9,7 @@
 
 namespace Orvik::Tesmo::Tool {
 
-/// Adds operators to one graph of a model. Every operation gives the name of its result. Graphs
+/// Adds operators to one graph of a model. Every operation returns the name of its result. Graphs
 /// within graphs share the names, since an inner one sees those of the outer.
 class GraphWriter {
 public:
@@ -25,6 +25,15 @@ public:
   std::string Unsqueeze(const std::string& x, const std::vector<std::int64_t>& axes);
   std::string Squeeze(const std::string& x, const std::vector<std::int64_t>& axes);
   std::string Concat(const std::vector<std::string>& all, std::int64_t axis);
+  std::string Reshape(const std::string& x, const std::vector<std::int64_t>& shape);
+  /// An operator without attributes: "Add", "MatMul", "Sqrt".
+  std::string Apply(const std::string& type, const std::vector<std::string>& inputs);
+  /// A constant.
+  std::string Floats(const std::vector<double>& values,
+                     const std::vector<std::int64_t>& shape = {});
+  std::string Int64s(const std::vector<std::int64_t>& values, bool isScalar = false);
+  /// Elements `from` to `to`, without it, along `axis`.
+  std::string Slice(const std::string& x, std::int64_t axis, std::int64_t from, std::int64_t to);
   /// One element along `axis`, which goes.
   std::string Take(const std::string& x, std::int64_t axis, std::int64_t index);
   /// All but the first `count` along `axis`.
@@ -41,7 +50,6 @@ public:
 
 private:
   std::string Result(onnx::NodeProto& node);
-  std::string Int64s(const std::vector<std::int64_t>& values, bool isScalar = false);
   /// Squeeze and Unsqueeze: axes are an attribute before opset 13.
   std::string WithAxes(const char* type, const std::string& x,
                        const std::vector<std::int64_t>& axes);
@@ -50,5 +58,26 @@ private:
   int opset;
   std::shared_ptr<int> names;
 };
+
+/// The graph of `source` with `prefix` in front of every value's name, so that no name is there
+/// twice.
+onnx::GraphProto Prefixed(const SourceModel& source, const std::string& prefix);
+
+/// What goes into a part and comes out of it. The audio has the axes that its user says, letters as
+/// in a Layout; what comes out has a first one, the classes.
+struct PartValues {
+  std::string audio;
+  std::vector<std::string> states;
+};
+
+/// Writes `part`, a graph with `prefix`, into `graph`: brings the audio into the layout that it
+/// takes and what it returns out of its layout.
+PartValues WritePart(GraphWriter& graph, const onnx::GraphProto& part, const std::string& prefix,
+                     const Roles& roles, const PartValues& in, const std::string& axes,
+                     const std::string& outAxes);
+
+/// Shape of an input or output; 0 is a free dimension, named by the next of `symbols`.
+void DeclareShape(onnx::ValueInfoProto& feature, const std::vector<std::int64_t>& shape,
+                  const std::vector<const char*>& symbols);
 
 }  // namespace Orvik::Tesmo::Tool

@@ -7,17 +7,25 @@
 
 #include <cerrno>
 #include <sys/stat.h>
+#include <system_error>
 
 namespace Orvik::Tesmo::Tool {
 
 std::filesystem::path InstalledFile(const char* name) {
-  const auto own = std::filesystem::read_symlink("/proc/self/exe").parent_path();
+  std::error_code error;
+  const auto refuse = [&error](const std::string& path) {
+    return Refusal("cannot look for " + path + ": " + error.message());
+  };
+  const auto program = std::filesystem::read_symlink("/proc/self/exe", error);
+  if (error) throw refuse("/proc/self/exe");
+  const auto own = program.parent_path();
   const std::string installed = KALVRIN_ENGINE_FOLDER;
   for (const std::string& relative :
        {std::string("."), std::string("../lib"), std::string("../lib/kalvrin"), installed,
         installed + "/kalvrin"}) {
     auto path = own / relative / name;
-    if (std::filesystem::exists(path)) return path;
+    if (std::filesystem::exists(path, error)) return path;
+    if (error) throw refuse(path);
   }
   throw Refusal(std::string(name) + " is neither in " + own.string() +
                 " nor in ../lib or ../lib/kalvrin from there");

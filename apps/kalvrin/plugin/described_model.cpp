@@ -18,6 +18,7 @@
 #include <filesystem>
 #include <new>
 #include <optional>
+#include <set>
 #include <stdexcept>
 
 namespace Orvik::Tesmo::Tool {
@@ -54,7 +55,9 @@ DescribedModel::DescribedModel(const std::string& path, const PluginRequest& req
   description.isAlwaysSpread = request.isAlwaysSpread;
   TakeFacts(description, model.Facts(), request);
   std::optional<Refusal> refusal;
-  for (const unsigned count : {1U, 2U}) {
+  std::set<unsigned> counts = {1, 2};
+  if (request.channelCount != 0) counts.insert(static_cast<unsigned>(request.channelCount));
+  for (const unsigned count : counts) {
     const StreamRequest sizes = {count, description.sequenceSize, description.ChunkFrames()};
     try {
       model.MakeStream(sizes);
@@ -68,7 +71,9 @@ DescribedModel::DescribedModel(const std::string& path, const PluginRequest& req
       refusal = model.RefusalFor(sizes);
     }
   }
-  if (description.channelCounts.empty()) throw *refusal;
+  const bool isAskedForm = request.channelCount == 0 ||
+                           std::ranges::count(description.channelCounts, request.channelCount) != 0;
+  if (description.channelCounts.empty() || !isAskedForm) throw *refusal;
   description.name =
       request.name.empty() ? PrintableText(model.Facts().info.GetName()) : request.name;
   if (description.name.empty()) description.name = std::filesystem::path(path).stem();

@@ -14,10 +14,11 @@ struct PluginRequest {
   std::string name;                // empty: the model's own, else that of its file
   std::uint64_t sequenceSize = 0;  // 0: the model's own, else 4
   bool isAlwaysSpread = false;
+  std::uint64_t channelCount = 0;  // a further form beside mono and stereo; 0: none
 };
 
 /// A model and what its plugin has to know. Throws Refusal where the library takes the model
-/// neither with one channel nor with two, with the reason for two.
+/// neither with one channel nor with two, or not with the channels asked for, with the reason.
 struct DescribedModel {
   DescribedModel(const std::string& path, const PluginRequest& request);
 

@@ -124,10 +124,16 @@ def offset(found, expected):
     return int(np.argmax(correlation[:len(found)]))
 
 
+def played(quantum):
+    """The signal, and silence to whole quanta: pw-play drops the last one where it is not full."""
+    audio = signal(4, 1)
+    return np.concatenate([audio, np.zeros((-len(audio) % quantum, 1), "<f4")])
+
+
 def best_match(found, folder, tool, model, quantum):
     """The file begins anywhere in a hop of the model, in steps of a quantum: the tool is given as many
     frames of silence before it. The greatest share of frames that are equal bit for bit."""
-    audio = signal(4, 1)
+    audio = played(quantum)
     best = 0.0
     for phase in range(0, HOP, min(quantum, HOP)):
         write_wav(folder / "phase.wav", np.concatenate([np.zeros((8 * HOP + phase, 1), "<f4"), audio]), RATE)
@@ -143,7 +149,7 @@ def best_match(found, folder, tool, model, quantum):
 def attempt(folder, tool, model, quantum):
     """The share of the frames that are the tool's, what is missing of the file, and the overruns."""
     with Graph(folder, quantum) as graph:
-        write_wav(folder / "in.wav", signal(4, 1), RATE)
+        write_wav(folder / "in.wav", played(quantum), RATE)
         chain = folder / "microphone.conf"
         run(tool, "pipewire", model, "--rest=-infdB", *(f"--class-gain={name}={gain}" for name, gain in GAINS.items()),
             "--source", "microphone", "--to", chain, "--plugins", folder / "plugins")
