@@ -8,7 +8,7 @@
 #include <new>
 #include <stdexcept>
 
-// A status that the engine gives only in rare need, made by a table of our own.
+// A status that the engine rarely returns, made by a table of our own.
 
 namespace Orvik::Tesmo::Platform::OnnxRuntime {
 
