@@ -2,7 +2,7 @@
 // answers is one line and whole files, or it goes on and the result is right.
 
 #include "apps/audio_files.h"
-#include "apps/failing_plan.h"
+#include "apps/ledger.h"
 #include "apps/tool_process.h"
 #include "support/audio_models.h"
 #include "support/model_builder.h"
@@ -36,7 +36,7 @@ struct Injection {
   const char* taken = "";  ///< the name of a file whose bytes cannot be taken back
 };
 
-/// A way of failing: the environment of failing_plan.h, but for the number of the call.
+/// A way of failing: the environment of failing_calls.cpp, but for the number of the call.
 struct Failing {
   const char* name;
   std::string names;
