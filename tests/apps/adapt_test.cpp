@@ -1,6 +1,6 @@
-// `kalvrin adapt` over streaming models in the layouts that people publish. Each is a filter over
-// windows, 1/2 of this one and 1/2 of the last, so that the audio that the adapted model renders
-// through the library is known: x[n] / 2 + x[n - hop] / 2 per class, times the gain of the class.
+// `kalvrin adapt` on streaming models in the layouts that people publish. Each model returns the
+// mean of this window and the last one, so the audio that the adapted model renders through the
+// library is known: (x[n] + x[n - hop]) / 2, times the gain of the class.
 
 #include "apps/audio_files.h"
 #include "apps/tool_process.h"
@@ -33,8 +33,8 @@ struct SourceOptions {
   std::vector<std::int64_t> stateShape = {};  ///< that of a window in layout `in` unless given
   std::vector<float> classes = {1};
   bool statesFirst = false;
-  bool isLate = false;  ///< gives the last window alone
-  /// Is another with several of N, or of T, in a call.
+  bool isLate = false;  ///< the output is the last window only
+  /// With several of N, or of T, in one call the output is wrong: it depends on all of them.
   bool mixesChannels = false, mixesWindows = false;
   bool endsTheEngine = false;  ///< by a division of integers by zero
   std::string audioIn = "mix", audioOut = "enh";
@@ -168,6 +168,16 @@ private:
 using Signal = std::vector<double>;
 using Rule = std::function<Signal(const Signal&)>;
 
+/// The rule that makes sample n of the output from the whole input.
+Rule EachSample(const std::function<double(const Signal& x, std::size_t n)>& sample) {
+  return [sample](const Signal& x) {
+    Signal y(x.size());
+    for (std::size_t n = 0; n < y.size(); ++n)
+      y[n] = sample(x, n);
+    return y;
+  };
+}
+
 /// Runs `adapt` in `folder`, then renders noise of two channels with the sum of all classes. Each
 /// channel has to be what `expected` makes of its input. Returns what `adapt` printed.
 std::string CheckAdapted(const TemporaryFolder& folder, const std::string& arguments, int rateHz,
@@ -238,12 +248,9 @@ TEST(Adapt, KeepsTheOutputOfAStreamingModel) {
     WriteFile(folder / "in.onnx", SourceModelMaker(row.options).Bytes());
     const double gain =
         std::accumulate(row.options.classes.begin(), row.options.classes.end(), 0.0);
-    const Rule halves = [&](const Signal& x) {
-      Signal y(x.size());
-      for (std::size_t n = 0; n < x.size(); ++n)
-        y[n] = gain * (row.options.isLate ? x[n] : (x[n] + (n < hop ? 0 : x[n - hop])) / 2);
-      return y;
-    };
+    const Rule halves = EachSample([&](const Signal& x, std::size_t n) {
+      return gain * (row.options.isLate ? x[n] : (x[n] + (n < hop ? 0 : x[n - hop])) / 2);
+    });
     const std::string said = CheckAdapted(
         folder, std::string("in.onnx out.onnx --rate 16000 ") + row.arguments, 16000, halves, 2e-6);
     ExpectPart(said, std::string("loops      ") + row.loops + '\n');
@@ -363,12 +370,7 @@ TEST(Adapt, WritesFrontAndBackEndIntoTheGraph) {
             .Node("Identity", {"x"}, {"h_out"})
             .Node("Add", {"x", "h_in"}, {"y"})},
        "--in samples --out samples --initial h_in=3",
-       [](const Signal& x) {
-         Signal y = x;
-         for (std::size_t n = 0; n < y.size(); ++n)
-           y[n] += n < 8 ? 3 : x[n - 8];
-         return y;
-       }},
+       EachSample([](const Signal& x, std::size_t n) { return x[n] + (n < 8 ? 3 : x[n - 8]); })},
       {"a gate with context and a constant",
        {ModelBuilder()
             .Input("x", Element::Float, {1, "samples"})
@@ -378,16 +380,12 @@ TEST(Adapt, WritesFrontAndBackEndIntoTheGraph) {
             .Node("ReduceMean", {"x"}, {"mean"}, {{"axes", std::vector<std::int64_t>{1}}})
             .Node("Mul", {"mean", "factor"}, {"p"})},
        "--in samples --out gate --window none:8 --context 4 --set rate=2",
-       [](const Signal& x) {
-         Signal y(x.size());
-         for (std::size_t n = 0; n < y.size(); ++n) {
-           double sum = 0;
-           for (std::size_t i = n / 8 * 8; i < n / 8 * 8 + 12; ++i)
-             sum += i < 4 || i - 4 >= x.size() ? 0 : x[i - 4];
-           y[n] = x[n] * 2 * sum / 12;
-         }
-         return y;
-       }},
+       EachSample([](const Signal& x, std::size_t n) {
+         double sum = 0;
+         for (std::size_t i = n / 8 * 8; i < n / 8 * 8 + 12; ++i)
+           sum += i < 4 || i - 4 >= x.size() ? 0 : x[i - 4];
+         return x[n] * 2 * sum / 12;
+       })},
       {"a row of samples for each sample",
        {ModelBuilder()
             .Input("x", Element::Float, {"batch", 1, 3})
@@ -395,12 +393,9 @@ TEST(Adapt, WritesFrontAndBackEndIntoTheGraph) {
             .Node("ReduceMean", {"x"}, {"y"},
                   {{"axes", std::vector<std::int64_t>{2}}, {"keepdims", std::int64_t{0}}})},
        "--in rows --out samples --context 2 --hop 8",
-       [](const Signal& x) {
-         Signal y(x.size());
-         for (std::size_t n = 0; n < y.size(); ++n)
-           y[n] = (x[n] + (n > 0 ? x[n - 1] : 0) + (n > 1 ? x[n - 2] : 0)) / 3;
-         return y;
-       }},
+       EachSample([](const Signal& x, std::size_t n) {
+         return (x[n] + (n > 0 ? x[n - 1] : 0) + (n > 1 ? x[n - 2] : 0)) / 3;
+       })},
       {"a hidden state, output without sizes",
        {ModelBuilder()
             .Input("x", Element::Float, {8, 1, 1})

@@ -34,7 +34,6 @@ TEST(CommandLine, HelpVersionAndWrongUse) {
       {"info -t a b", 2, "there is no option -t"},
       {"info a b", 2, "'b' is one too many"},
       {"info -- --help", 1, "cannot read --help: No such file"},
-      {"check a --channel 1", 2, "there is no option --channel;"},
       {"check --channel=1", 2, "there is no option --channel;"},
       {"check a --channels", 2, "--channels needs a value"},
       {"check --channels= a", 2, "--channels: '' is not a whole number from 1 to 1024"},

@@ -1,4 +1,4 @@
-// What plugins play beside the library's own output, over rates, block lengths and modes.
+// What plugins play, compared with the library's own output at all rates, block lengths and modes.
 
 #include "hosting/hosted_stream.h"
 
@@ -38,7 +38,7 @@ PluginModel Recipe(const char* name, std::uint64_t window, std::uint64_t lookahe
           TestSupport::Bytes(TestSupport::RecipeModel(name))};
 }
 
-/// A counting model, but for the count: its class is the input.
+/// The description of a counting model, with a model of `options`, which does not count.
 PluginModel ClaimingModel(std::uint64_t hop, std::uint32_t rateHz,
                           TestSupport::AudioModelOptions options) {
   PluginModel model = CountingModel(hop, 1, rateHz);
