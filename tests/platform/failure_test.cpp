@@ -8,7 +8,7 @@
 #include <new>
 #include <stdexcept>
 
-// States of the engine that tests cannot cause, made by a table of functions of our own.
+// A status that the engine rarely returns, made by a table of our own.
 
 namespace Orvik::Tesmo::Platform::OnnxRuntime {
 
