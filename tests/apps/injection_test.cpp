@@ -82,25 +82,20 @@ std::string MakeOtherModel() {
       .Build();
 }
 
-/// The program with what `plugin` copies beside it. Of the engine there is a short text, which the
-/// loader refuses, and in the next place that it is looked for the real one.
-class ToolWithSmallLibraries {
-public:
-  ToolWithSmallLibraries() {
-    const std::filesystem::path tool = ToolPath(), libraries = tool.parent_path() / "../lib";
-    std::filesystem::copy(tool, Path());
-    std::filesystem::create_directory(folder / "kalvrin");
-    std::filesystem::create_symlink(libraries / "libonnxruntime.so.1",
-                                    folder / "kalvrin/libonnxruntime.so.1");
-    for (const char* name : {"libonnxruntime.so.1", "libkalvrin.so.0", "libsamplerate.so.0",
-                             "kalvrin_lv2.so", "kalvrin_ladspa.so"})
-      WriteFile(folder / name, std::string(70'000, '!'));
-  }
-  std::string Path() const { return folder / "kalvrin-tool"; }
-
-private:
-  TemporaryFolder folder;
-};
+/// Copies the program and puts beside it small files in place of the libraries that `plugin`
+/// copies. The loader refuses the one with the name of the engine, and finds the real engine in the
+/// next place.
+std::string MakeToolWithSmallLibraries(const TemporaryFolder& folder) {
+  const std::filesystem::path tool = ToolPath(), libraries = tool.parent_path() / "../lib";
+  std::filesystem::copy(tool, folder / "kalvrin-tool");
+  std::filesystem::create_directory(folder / "kalvrin");
+  std::filesystem::create_symlink(libraries / "libonnxruntime.so.1",
+                                  folder / "kalvrin/libonnxruntime.so.1");
+  for (const char* name : {"libonnxruntime.so.1", "libkalvrin.so.0", "libsamplerate.so.0",
+                           "kalvrin_lv2.so", "kalvrin_ladspa.so"})
+    WriteFile(folder / name, std::string(70'000, '!'));
+  return folder / "kalvrin-tool";
+}
 
 /// A folder with models, audio and files to replace, and one run in it.
 class InjectedRun {
@@ -124,12 +119,13 @@ public:
 
   /// Without a number nothing fails.
   Outcome Run(const Injection& row, const Failing& failing, int number = 0) {
-    static const ToolWithSmallLibraries tool;
+    static const TemporaryFolder program;
+    static const std::string tool = MakeToolWithSmallLibraries(program);
     std::ostringstream line;
     line << "TOOL='env LD_PRELOAD=" KALVRIN_FAILING_CALLS " KALVRIN_FAIL_FIRST=" << number
          << " KALVRIN_FAIL_LAST=" << (failing.isLasting && number ? INT_MAX : number)
          << " KALVRIN_FAIL_NAMES=" << failing.names << " KALVRIN_FAIL_WITH=" << failing.error
-         << " KALVRIN_FAIL_LEDGER=" << ledger / "calls" << ' ' << tool.Path() << "'; " << row.line;
+         << " KALVRIN_FAIL_LEDGER=" << ledger / "calls" << ' ' << tool << "'; " << row.line;
     return folder.Run(line.str());
   }
   TestSupport::Ledger Ledger() const {
