@@ -50,7 +50,9 @@ TEST(FloatingMode, ElementKernelsComputeTheirFormulaInThatMode) {
           Fenced a(x, n % 5), b(y, n % 3), dst(z, n % 7);
           std::vector<float> expected(n);
           InMode in(mode);
-          in.Run([&] {
+          // a root of a negative value traps here, but not in the kernel, which reports it
+          const FloatingMode quiet = {"", mode.csr | allMasked};
+          InMode(quiet).Run([&] {
             for (std::size_t i = 0; i < n; ++i)
               expected[i] = kernel.meaning(x[i], y[i], factor, z[i]);
           });
@@ -60,29 +62,6 @@ TEST(FloatingMode, ElementKernelsComputeTheirFormulaInThatMode) {
           for (std::size_t i = 0; i < n; ++i)
             ASSERT_TRUE(Same(expected[i], out[i])) << i << ": " << out[i] << ", " << expected[i];
         }
-  }
-}
-
-TEST(FloatingMode, RootsRoundAsInThatMode) {
-  for (const Members& m : AllMembers()) {
-    for (const FloatingMode& mode : floatingModes)
-      for (const std::size_t n : {1, 3, 5, 8, 21, 64}) {
-        SCOPED_TRACE(std::string(mode.name) + ", " + m.name + ", len " + std::to_string(n));
-        InMode in(mode);
-        // a root of a negative value traps nowhere: it is reported
-        const auto x = Mixed(n, 1);
-        std::vector<float> expected(n);
-        const FloatingMode quiet = {"", mode.csr | allMasked};
-        InMode(quiet).Run([&] {
-          for (std::size_t i = 0; i < n; ++i)
-            _mm_store_ss(&expected[i], _mm_sqrt_ss(_mm_load_ss(&x[i])));
-        });
-        Fenced roots(x, n % 5);
-        in.Run([&] { m.ippsSqrt_32f_I(roots.data(), static_cast<int>(n)); });
-        const std::vector<float> out = roots.Values();
-        for (std::size_t i = 0; i < n; ++i)
-          ASSERT_TRUE(Same(expected[i], out[i])) << i << ": " << out[i] << ", " << expected[i];
-      }
   }
 }
 

@@ -39,9 +39,6 @@ TEST_P(ElementKernels, ComputeTheirFormula) {
 INSTANTIATE_TEST_SUITE_P(Vector, ElementKernels, testing::ValuesIn(kernels),
                          [](const auto& kernel) { return kernel.param.name; });
 
-TEST(Vector, RootsAreExactAndReportNegativeElements) {
-  ForManyInputs(4000, CheckRoot);
-}
 TEST(Vector, InterleavingMovesFramesAndChannels) {
   ForManyInputs(4000, CheckInterleaving);
 }
