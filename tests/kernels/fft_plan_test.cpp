@@ -24,13 +24,6 @@ TEST(FftPlan, ChoosesRadicesByOrder) {
               {14, "4 8 8 8 8"}, {15, "4 4 8 8 8 4"}, {16, "4 4 8 8 8 8"}};
   for (const auto& row : rows)
     EXPECT_EQ(row.radices, Text(StageRadices(row.L))) << "L " << row.L;
-  for (int L = 6; L <= maxFlatOrder; ++L) {
-    const RadixList list = StageRadices(L);
-    std::int64_t product = 1;
-    for (int i = 0; i < list.count; ++i)
-      product *= list.radix[i];
-    EXPECT_EQ(std::int64_t{1} << L, product) << "L " << L;
-  }
   EXPECT_EQ("4 4", Text(LevelRadices(4)));
   EXPECT_EQ("4 4 4", Text(LevelRadices(6)));
   EXPECT_EQ("8 8 4", Text(LevelRadices(8)));
