@@ -142,9 +142,6 @@ TEST(Dft, RefusesInOrderAndWritesNothing) {
     }
     EXPECT_EQ(size, 7);
     EXPECT_EQ(y[0], 7.0f);
-    // without a work buffer a transform takes one for itself
-    EXPECT_EQ(m.ippsDFTFwd_RToCCS_32f(x, y, spec, nullptr), ippStsNoErr);
-    EXPECT_EQ(y[0], 0.0f);
     EXPECT_EQ(m.ippsDFTFree_R_32f(spec), ippStsNoErr);
   }
 }

@@ -115,12 +115,14 @@ inline void CheckInterleaving(const Members& m, Input& input) {
   for (std::size_t c = 0; c < C; ++c)
     planar[c] = Place<float>(rooms[c], input, n);
   const bool inward = input.Flag();
-  Floats row(n);
-  for (std::size_t c = 0; inward && c < C; ++c) {
+  const auto channelOfX = [&](std::size_t c) {
+    Floats channel(n);
     for (std::size_t i = 0; i < n; ++i)
-      row[i] = x[i * C + c];
-    Put(planar[c], row);
-  }
+      channel[i] = x[i * C + c];
+    return channel;
+  };
+  for (std::size_t c = 0; inward && c < C; ++c)
+    Put(planar[c], channelOfX(c));
   if (!inward) Put(flat, x);
   bool aligned = reinterpret_cast<std::uintptr_t>(flat) % 16 == 0;
   for (const float* channel : planar)
@@ -151,10 +153,8 @@ inline void CheckInterleaving(const Members& m, Input& input) {
   Expect(SameBits(Get(flat, C * n), x), "%s interleaving %d channels, length %d", m.name, channels,
          len);
   for (std::size_t c = 0; c < C; ++c) {
-    for (std::size_t i = 0; i < n; ++i)
-      row[i] = x[i * C + c];
-    Expect(SameBits(Get(planar[c], n), row), "%s interleaving %d channels, length %d: channel %zu",
-           m.name, channels, len, c);
+    Expect(SameBits(Get(planar[c], n), channelOfX(c)),
+           "%s interleaving %d channels, length %d: channel %zu", m.name, channels, len, c);
     Expect(rooms[c].Intact(), "%s interleaving wrote beside channel %zu", m.name, c);
   }
   Expect(Room(0).Intact(), "%s interleaving wrote beside its frames", m.name);
@@ -202,19 +202,6 @@ inline void CheckComplex(const Members& m, Input& input) {
   }
   Expect(Room(0).Intact(), "%s complex wrote beside its array", m.name);
   if (!(choice & 4)) Expect(Room(1).Intact(), "%s complex wrote beside its array", m.name);
-}
-
-inline void CheckVector(const Members& m, Input& input) {
-  switch (input.Byte() % 8) {
-  case 1:
-    CheckInterleaving(m, input);
-    break;
-  case 2:
-    CheckComplex(m, input);
-    break;
-  default:
-    CheckElements(m, input.Pick(kernels), input);
-  }
 }
 
 }  // namespace KernelTest

@@ -90,8 +90,9 @@ const Operation operations[] = {
 
 class SignalPrimitivesTest : public testing::Test {
 protected:
-  SignalPrimitivesTest() : generator(TestSupport::TestSeed()) {
+  SignalPrimitivesTest() {
     reports.clear();
+    std::mt19937_64 generator(TestSupport::TestSeed());
     std::uniform_real_distribution<float> value(0.01f, 2.0f);
     for (std::size_t i = 0; i < 64; ++i) {
       arrays.a[i] = value(generator);
@@ -102,7 +103,6 @@ protected:
 
   std::vector<float> Out() const { return {std::begin(arrays.out), std::end(arrays.out)}; }
 
-  std::mt19937_64 generator;
   Arrays arrays;
 };
 

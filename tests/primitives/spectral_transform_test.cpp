@@ -14,14 +14,13 @@ using namespace Orvik::Tesmo;
 namespace {
 
 TEST(SpectralTransform, RefusalsNameTheKernelAndItsStatus) {
-  struct Row {
+  const char16_t* fft = u"ippsFFTInitAlloc_R_32f failure";
+  const char16_t* dft = u"ippsDFTInitAlloc_R_32f failure";
+  const struct {
     std::uint64_t size;
     const char16_t* message;
     IppStatus status;
-  };
-  const char16_t* fft = u"ippsFFTInitAlloc_R_32f failure";
-  const char16_t* dft = u"ippsDFTInitAlloc_R_32f failure";
-  const Row rows[] = {
+  } rows[] = {
       {0, dft, ippStsSizeErr},
       {134217729, dft, ippStsSizeErr},
       {(1ull << 32) + 480, dft, ippStsSizeErr},
@@ -30,7 +29,7 @@ TEST(SpectralTransform, RefusalsNameTheKernelAndItsStatus) {
       {1ull << 40, fft, ippStsFftOrderErr},
       {1ull << 63, fft, ippStsFftOrderErr},
   };
-  for (const Row& row : rows) {
+  for (const auto& row : rows) {
     SCOPED_TRACE(row.size);
     try {
       CreateSpectralTransform(row.size);
