@@ -64,21 +64,25 @@ test-batch: build ## the array job and the line for GNU parallel of docs/batch.m
 	@cmake --build $(BUILD) --target models
 	@tests/docs/batch_test.sh $(BUILD)
 
-# Debian's own Python is the one that python3-torch is for. Training goes on where it was interrupted.
+# Debian's own Python is the one that python3-torch is for. Audio and checkpoints are kept outside of the tree, and
+# training goes on where it was interrupted.
+TRAIN ?= $(or $(XDG_CACHE_HOME),$(HOME)/.cache)/kalvrin/train
 train eval: PYTHON = /usr/bin/python3
-train:           ## the model for speech and music, from packages; three hours
+train:           ## the model for speech and music, from packages; days of one core
 	@scripts/install-packages train
-	@test -f $(BUILD)/train/index.json || $(PYTHON) models/separator/data.py $(BUILD)/train
-	@$(PYTHON) models/separator/train.py $(BUILD)/train
-	@$(PYTHON) models/separator/export.py $(BUILD)/train/checkpoint.pt models/separator/separator.onnx
-	@cp $(BUILD)/train/log.csv models/separator/training.csv
+	@$(PYTHON) models/separator/data.py $(TRAIN)
+	@$(PYTHON) models/separator/train.py $(TRAIN)
+	@$(PYTHON) models/separator/export.py $(TRAIN)/checkpoint.pt $(TRAIN)/separator.onnx
+	@cp $(TRAIN)/separator.onnx models/separator/separator.onnx
+	@cp $(TRAIN)/log.csv models/separator/training.csv
 	@$(PYTHON) models/separator/plots.py training models/separator/training.csv docs/images/training.png
 
 eval: build      ## what that model reaches on untrained recordings, as tables and a plot
 	@scripts/install-packages train
-	@test -f $(BUILD)/train/index.json || $(PYTHON) models/separator/data.py $(BUILD)/train
-	@$(PYTHON) models/separator/evaluate.py $(BUILD)/train models/separator/separator.onnx \
-	  $(BUILD)/bin/kalvrin $(BUILD)/eval models/separator/README.md $(BUILD)/train/checkpoint.pt
+	@$(PYTHON) models/separator/data.py $(TRAIN)
+	@$(PYTHON) models/separator/evaluate.py $(TRAIN) models/separator/separator.onnx $(BUILD)/bin/kalvrin \
+	  $(BUILD)/eval models/separator/README.md \
+	  $$(cmp -s models/separator/separator.onnx $(TRAIN)/separator.onnx && echo $(TRAIN)/checkpoint.pt)
 	@$(PYTHON) models/separator/plots.py evaluation $(BUILD)/eval/evaluation.json docs/images/separator.png
 
 lint: SCOPE = changed

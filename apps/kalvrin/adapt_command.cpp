@@ -259,13 +259,13 @@ AdaptRequest RequestOf(const Settings& settings) {
   AdaptRequest request;
   if (!settings.family.empty()) {
     const Family family = ReadFamily(settings.family);
-    for (const auto& [word, value] : family.options) {
-      const auto option =
-          std::ranges::find_if(options, [&](const Option& row) { return row.name == "--" + word; });
+    for (const auto& line : family.options) {
+      const std::string name = "--" + line.first;
+      const auto* const option =
+          std::ranges::find_if(options, [&](const Option& row) { return row.name == name; });
       if (option == std::end(options))
-        throw UsageError(family.name + " has a line '" + word + "', and there is no option --" +
-                         word);
-      Set(request, *option, value);
+        throw UsageError(family.name + " has a line that is no option: there is no " + name);
+      Set(request, *option, line.second);
     }
   }
   for (const auto& [option, value] : settings.given)

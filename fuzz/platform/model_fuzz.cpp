@@ -74,7 +74,7 @@ bool IsOurs(void* address) {
          info.dli_fbase == self.dli_fbase;
 }
 
-/// Whose the innermost frame is that is the engine's or ours decides.
+/// The fault is charged to the engine or to us: whichever the innermost frame of either belongs to.
 void OnFault(int, siginfo_t*, void* context) {
   const auto* machine = &static_cast<ucontext_t*>(context)->uc_mcontext;
   // NOLINTNEXTLINE(performance-no-int-to-ptr): it is a pointer

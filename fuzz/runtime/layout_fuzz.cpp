@@ -193,7 +193,7 @@ private:
   Verdict verdict;
 };
 
-/// With every gain at 1 and no lookahead the input comes back, whatever the model gives. Every
+/// With every gain at 1 and no lookahead the input comes back, whatever the model returns. Every
 /// tensor holds what the audio path reads and writes.
 void CheckEvaluation(Dnn::Kalvrin& core, const Model& model, const Verdict& verdict) {
   const auto& geometry = core.GetGeometry();

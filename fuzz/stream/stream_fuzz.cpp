@@ -204,7 +204,7 @@ private:
   }
 
   /// Lets the next evaluation of both fail for one byte in sixteen: before the model has run, in
-  /// it, or behind it. Gives how ProcessBlock ends then.
+  /// it, or behind it. Returns how ProcessBlock ends then.
   std::string Fail(std::uint8_t fault) {
     const double never = std::numeric_limits<double>::infinity();
     const bool fails = fault >= 0xF0;

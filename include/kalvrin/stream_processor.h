@@ -25,7 +25,7 @@ namespace Orvik::Tesmo {
 
 class StreamProcessor {
 public:
-  /// Ends the stream and gives back everything it holds.
+  /// Ends the stream and frees everything it holds.
   virtual ~StreamProcessor() = 0;
 
   /// The model's sample rate in Hz; 0 when the model does not say. Nothing is resampled.
@@ -35,7 +35,7 @@ public:
   virtual bool SetMasterGain(float gain) = 0;
 
   /// Master gain, every class gain and the gain of the remainder "Rest" become 1: the output is
-  /// then the delayed input, whatever the model gives.
+  /// then the delayed input, whatever the model returns.
   virtual void ResetGains() = 0;
 
   /// Linear gain, from 0, of the class called `name` (zero-terminated UTF-16, letters A to Z in
@@ -87,13 +87,13 @@ constexpr std::uint64_t LatencyFrames(std::uint64_t windowLength, std::uint64_t 
 
 }  // namespace Orvik::Tesmo
 
-/// Builds a stream for one model, or gives null: on bytes that are no model, a model outside the
+/// Builds a stream for one model, or returns null: on bytes that are no model, a model outside the
 /// contract (docs/model-contract.md), sizes that the model refuses, or no memory. `kalvrin check`
 /// says which. The caller owns the result.
-/// `modelData`: `modelSize` bytes of a serialized ONNX model, read during the call only; null gives
-/// null. Of `modelSize` the low 32 bits count.
-/// `sequenceSize`: half-overlapping windows per evaluation; 0 takes the model's own value, else 4.
-/// `channelCount`: from 1. `blockFrames`: from 1; frames per channel that ProcessBlock is given.
+/// `modelData`: `modelSize` bytes of a serialized ONNX model, read during the call only; null
+/// returns null. Of `modelSize` the low 32 bits count. `sequenceSize`: half-overlapping windows per
+/// evaluation; 0 takes the model's own value, else 4. `channelCount`: from 1. `blockFrames`: from
+/// 1; frames per channel that ProcessBlock is given.
 extern "C" Orvik::Tesmo::StreamProcessor*
 CreateStreamProcessor(const void* modelData, std::uint64_t modelSize, std::uint64_t sequenceSize,
                       std::uint64_t channelCount, std::uint64_t blockFrames);

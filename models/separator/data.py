@@ -1,23 +1,24 @@
 #!/usr/bin/python3
-"""Decodes the recordings of the Debian packages, once, to 16 kHz mono: one memory-mapped file of
-16-bit samples, and an index of the pieces in it.
+"""Decodes the recordings of the Debian packages, once, to 16 kHz mono.
 
 usage: data.py FOLDER
-FOLDER gets audio.i16 and index.json: a list of pieces {kind, source, language, name, coded, part, start,
-length}. `kind` is speech or music; `source` the voice or the package; `part` is train, file (a file of
-a voice that is trained on), voice (a voice or language that is not) or work (music that is not);
-`coded` tells whether the recording went through a speech codec, as all prompts did. The rest is there with
-G.722 and without, so that the codec gives nothing away.
+FOLDER/audio gets two files for each source (a voice, a package): SOURCE.i16, 16-bit samples, and SOURCE.json, a
+list of the pieces in it: {kind, source, language, name, coded, part, start, length}. `kind` is speech, music or
+noise; `part` is train, or what is kept from the training: file (files of a voice that is trained on), voice
+(voices, languages and packages that are not) or work (music and noise that is not); `coded` tells whether the
+recording went through a speech codec, as all prompts did. The rest is there with G.722 and without, so that
+the codec gives nothing away. A source that is there already is passed over.
 """
 
 import json
 import pathlib
+import os
 import re
+import struct
 import subprocess
 import sys
 import tempfile
 import zlib
-from concurrent.futures import ThreadPoolExecutor
 
 import numpy as np
 
@@ -42,20 +43,26 @@ WORDS = (
     ("ktuberling", SHARE / "ktuberling/sounds"),
     ("hedgewars", SHARE / "games/hedgewars/Data/Sounds/voices"),
 )
-UNTRAINED_LANGUAGE = "it"
+# Nothing of these is trained on, whoever says it.
+UNTRAINED_LANGUAGES = ("bg", "da", "el", "it")
+
+# Names of pictures, each said in several languages.
+STAMPS = SHARE / "tuxpaint/stamps"
+STAMP_LANGUAGES = ("be", "bg", "ca", "da", "el", "es", "fr", "lt", "nl", "ro", "ru")
+STAMP_SOUNDS = re.compile(r"stamps/(animals|household|town|vehicles|seasonal)/")
+
+# Whole packages with speech: name, language, files, part.
+ADVENTURES = SHARE / "scummvm"
+VOICES = (
+    ("gcin-voice", "zh", SHARE / "gcin-voice/ogg", "train"),
+    *((f"planetblupi {language}", language, SHARE / f"planetblupi/sound/{language}", "voice")
+      for language in ("de", "fr", "he", "it")),
+    ("pocketsphinx", "en", SHARE / "pocketsphinx/test/data/librivox", "voice"),
+)
 
 # Dialogues of a game: language, speaker as the names of the files have it.
 DIALOGUES = SHARE / "games/fillets-ng/sound"
 SPEAKERS = (("cs", "m"), ("cs", "v"), ("cs", ""), ("nl", "m"), ("nl", "v"), ("nl", ""), ("en", ""))
-
-# Synthesisers that speak with recorded voices; what they read is on every Debian system. Of some voices the
-# language is another than that of the text, which does not matter here.
-FESTIVAL = ("kal_diphone", "ked_diphone", "cmu_us_slt_arctic_hts", "czech_dita", "czech_krb", "czech_machac",
-            "czech_ph", "hy_fi_mv_diphone", "suo_fi_lj_diphone", "msu_ru_nsh_clunits", "upc_ca_ona_hts")
-FLITE = ("awb", "rms", "slt")
-TEXT = SHARE / "common-licenses/GPL-3"
-TEXT_LENGTH = 5000     # characters for each voice
-READ_PIECE = 5         # seconds
 
 MUSIC = (
     ("asterisk-moh-opsound-g722", SHARE / "asterisk/moh"),
@@ -64,11 +71,39 @@ MUSIC = (
     ("fillets-ng-data", SHARE / "games/fillets-ng/music"),
     ("hedgewars-data", SHARE / "games/hedgewars/Data/Music"),
     ("singularity-music", SHARE / "games/singularity/music"),
+    ("asc-music", SHARE / "games/asc/music"),
+    ("colobot-common-sounds", SHARE / "games/colobot/music"),
+    ("drascula-music", SHARE / "scummvm/drascula/audio"),
+    ("freedroidrpg-data", SHARE / "freedroidrpg/data/sound/music"),
+    ("fretsonfire-songs-muldjord", SHARE / "games/fretsonfire/data/songs/muldjord"),
+    ("fretsonfire-songs-sectoid", SHARE / "games/fretsonfire/data/songs/sectoid"),
+    ("hyperrogue-music", SHARE / "hyperrogue/music"),
+    ("marsshooter-data", SHARE / "games/marsshooter/audio/music"),
+    ("naev-data", SHARE / "naev/dat/snd/music"),
+    ("openclonk-data", SHARE / "games/openclonk/Music.ocg"),
+    ("pushover-data", SHARE / "pushover/themes"),
+    ("starfighter-data", SHARE / "starfighter/music"),
+    ("warmux-data", SHARE / "games/warmux/music"),
+    ("widelands-data", SHARE / "games/widelands/data/music"),
+    ("planetblupi-music-ogg", SHARE / "planetblupi/music"),
+    ("supertux-data", SHARE / "games/supertux2/music"),
+    ("unknown-horizons", SHARE / "unknown-horizons/content/audio/music"),
+)
+UNUSABLE = ("silence", "hr-savino-caribbean", "hr-savino-ivory", "hr-savino-ocean")   # ffmpeg reads no header
+MUSIC_LENGTH = 150     # seconds of each piece
+UNTRAINED_MUSIC = ("planetblupi-music-ogg", "supertux-data", "unknown-horizons")
+NOISES = (
+    ("endless-sky-data", SHARE / "games/endless-sky/sounds", "train"),
+    ("lincity-ng-data", SHARE / "games/lincity-ng/sounds", "train"),
+    ("searchandrescue-data", SHARE / "games/searchandrescue/sounds", "train"),
+    ("widelands-data", SHARE / "games/widelands/data/sound", "train"),
+    ("colobot-common-sounds", SHARE / "games/colobot/sounds", "work"),
 )
 UNTRAINED_WORKS = ("macroform-cold_day", "reno_project-system", "wanderer", "love_theme", "the_deep_path",
                    "track20")
 
 # Formats without a header: ffmpeg's name, samples at SAMPLE_RATE for so many bytes.
+AUDIO = (".g722", ".gsm", ".ogg", ".wav", ".opus", ".mp3")
 RAW_FORMATS = {".g722": ("g722", 2, 1), ".gsm": ("gsm", 320, 33)}
 
 
@@ -81,7 +116,7 @@ def decode(command_input, options=()):
     return np.frombuffer(raw, np.int16)
 
 
-def decode_many(paths, at_once=40):
+def decode_many(paths, at_once=40, options=()):
     """As `decode` for many short files, where starting ffmpeg is what takes time."""
     for first in range(0, len(paths), at_once):
         chosen = paths[first:first + at_once]
@@ -89,7 +124,7 @@ def decode_many(paths, at_once=40):
             outputs = [f"{folder}/{i}" for i in range(len(chosen))]
             command = ["ffmpeg", "-v", "fatal", "-threads", "1"]
             for path in chosen:
-                command += ["-i", str(path)]
+                command += [*options, "-i", str(path)]
             for i, output in enumerate(outputs):
                 command += ["-map", f"{i}:a", "-ac", "1", "-ar", str(SAMPLE_RATE), "-f", "s16le", output]
             subprocess.run(command, stdin=subprocess.DEVNULL, check=True)
@@ -104,7 +139,7 @@ def through_g722(samples):
 
 
 def audio_files(folder):
-    return sorted(p for p in folder.rglob("*") if p.suffix in (".g722", ".gsm", ".ogg", ".wav", ".opus"))
+    return sorted(p for p in folder.rglob("*") if p.suffix in AUDIO and p.exists())
 
 
 def file_part(path):
@@ -137,9 +172,44 @@ def with_and_without_codec(piece, named):
         yield dict(piece, name=name, coded=True), coded[start:end]
 
 
-def utterances(voice, language, files):
-    return with_and_without_codec(dict(kind="speech", source=voice, language=language, part="train"),
-                                  [(path.stem, samples) for path, samples in zip(files, decode_many(files))])
+def utterances(voice, language, files, part="train", kind="speech", options=()):
+    return with_and_without_codec(
+        dict(kind=kind, source=voice, language=language, part=part),
+        [(path.stem, samples) for path, samples in zip(files, decode_many(files, options=options))])
+
+
+def stamps(language):
+    part = "voice" if language in UNTRAINED_LANGUAGES else "train"
+    return utterances(f"tuxpaint {language}", language, sorted(STAMPS.rglob(f"*_desc_{language}.ogg")), part)
+
+
+def from_eight_bits(audio):
+    """Unsigned samples of eight bits at 11,025 Hz as `decode` returns them."""
+    return decode(audio, ("-f", "u8", "-ar", "11025", "-ac", "1"))
+
+
+def cast_of_drascula(package, folder):
+    """Each file is a sentence, without a header; some are links to others."""
+    files = sorted(p for p in (ADVENTURES / "drascula" / folder).glob("*.ALS") if p.stat().st_size > 4000)
+    whole, ends = from_eight_bits(b"".join(p.read_bytes() for p in files)), np.cumsum([p.stat().st_size for p in files])
+    ends = (ends * (SAMPLE_RATE / 11025)).astype(int)
+    return with_and_without_codec(dict(kind="speech", source=package, language="", part="train"),
+                                  [(p.stem, whole[a:b]) for p, a, b in zip(files, [0, *ends], ends)])
+
+
+def cast_of_queen():
+    """A table of (name, place, size); sentences are in MP3, their names begin with digits."""
+    disk = (ADVENTURES / "flight-of-the-amazon-queen/queen.1c").read_bytes()
+    count = struct.unpack(">H", disk[13:15])[0]
+    with tempfile.TemporaryDirectory() as folder:
+        files = []
+        for at in range(15, 15 + 21 * count, 21):
+            name = disk[at:at + 12].split(b"\0")[0].decode("latin1")
+            place, size = struct.unpack(">II", disk[at + 13:at + 21])
+            if name.endswith(".SB") and name[:3].isdigit() and size > 2000:
+                files.append(pathlib.Path(folder, name[:-3] + ".mp3"))
+                files[-1].write_bytes(disk[place:place + size])
+        return list(utterances("flight-of-the-amazon-queen", "en", files, options=("-f", "mp3")))
 
 
 def dialogue(language, speaker):
@@ -152,83 +222,87 @@ def dialogue(language, speaker):
     return utterances(f"fillets-ng {language} {speaker}", language, files)
 
 
-def reading(number, program, voice):
-    """A passage of a text, another one for each voice, in pieces of some seconds."""
-    text = TEXT.read_text()
-    start = number * TEXT_LENGTH % (len(text) - TEXT_LENGTH)
-    passage = re.sub(r"[^A-Za-z.,;]+", " ", text[start:start + TEXT_LENGTH])
-    with tempfile.TemporaryDirectory() as folder:
-        source, output = pathlib.Path(folder, "text"), pathlib.Path(folder, "speech.wav")
-        source.write_text(passage)
-        command = (["text2wave", "-eval", f"(voice_{voice})", "-o", str(output), str(source)]
-                   if program == "festival" else ["flite", "-voice", voice, "-f", str(source), "-o", str(output)])
-        subprocess.run(command, check=True, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
-        samples = decode(output)
-    size = READ_PIECE * SAMPLE_RATE
-    return with_and_without_codec(
-        dict(kind="speech", source=f"{program} {voice}", language="", part="train"),
-        [(str(i), samples[at:at + size]) for i, at in enumerate(range(0, len(samples), size))])
-
-
 def music(package, path):
-    part = "work" if path.stem in UNTRAINED_WORKS else "train"
+    part = "work" if path.stem in UNTRAINED_WORKS or package in UNTRAINED_MUSIC else "train"
     piece = dict(kind="music", source=package, language="", part=part)
     if path.suffix == ".g722":
-        return [(dict(piece, name=path.stem, coded=True), decode(path, ("-f", "g722")))]
-    return with_and_without_codec(piece, [(path.stem, decode(path))])
+        return [(dict(piece, name=path.stem, coded=True), decode(path, ("-f", "g722", "-t", str(MUSIC_LENGTH))))]
+    return with_and_without_codec(piece, [(path.stem, decode(path, ("-t", str(MUSIC_LENGTH))))])
 
 
 def sources():
-    """Functions without arguments that give lists of pieces, in a fixed order."""
+    """Pairs of a name and a function that returns (piece, samples) of all pieces, in a fixed order."""
     for row in PROMPTS:
-        yield lambda row=row: list(prompts(*row))
+        yield f"prompts {row[0]} {row[1]}", lambda row=row: prompts(*row)
+    yield "flight-of-the-amazon-queen", cast_of_queen
+    for package, folder in (("drascula", "en"), ("drascula-spanish", "es")):
+        yield package, lambda package=package, folder=folder: cast_of_drascula(package, folder)
+    for language in STAMP_LANGUAGES:
+        yield f"tuxpaint {language}", lambda language=language: stamps(language)
+    for voice, language, folder, part in VOICES:
+        files = audio_files(folder)
+        yield voice, lambda row=(voice, language, files, part): utterances(*row)
     for program, root in WORDS:
         for folder in sorted(p for p in root.iterdir() if p.is_dir()):
             files = audio_files(folder)
-            if folder.name != UNTRAINED_LANGUAGE and files:
-                yield lambda name=folder.name, program=program, files=files: list(
-                    utterances(f"{program} {name}", name, files))
+            if folder.name not in UNTRAINED_LANGUAGES and files:
+                yield f"{program} {folder.name}", lambda name=folder.name, program=program, files=files: utterances(
+                    f"{program} {name}", name, files)
     for row in SPEAKERS:
-        yield lambda row=row: list(dialogue(*row))
-    voices = [("festival", voice) for voice in FESTIVAL] + [("flite", voice) for voice in FLITE]
-    for number, row in enumerate(voices):
-        yield lambda number=number, row=row: list(reading(number, *row))
+        yield f"fillets-ng {row[0]} {row[1]}", lambda row=row: dialogue(*row)
     for package, folder in MUSIC:
-        for path in audio_files(folder):
-            if path.stem != "silence":
-                yield lambda package=package, path=path: list(music(package, path))
+        files = [path for path in audio_files(folder) if path.stem not in UNUSABLE]
+        yield f"music {package}", lambda package=package, files=files: (
+            pair for path in files for pair in music(package, path))
+    for package, folder, part in NOISES:
+        yield f"noise {package}", lambda row=(package, "", audio_files(folder), part, "noise"): utterances(*row)
+    sounds = [p for p in audio_files(STAMPS) if "_desc" not in p.name and STAMP_SOUNDS.search(str(p))]
+    yield "noise tuxpaint", lambda: utterances("tuxpaint", "", sounds, "train", "noise")
+
+
+def prepare_source(folder, name, pieces):
+    """Writes the two files of one source; the index comes last, under its final name when it is whole."""
+    stem = folder / name.replace(" ", "_")
+    index = stem.with_name(stem.name + ".json")
+    if index.exists():
+        return
+    rows, start = [], 0
+    with open(stem.with_name(stem.name + ".i16"), "wb") as file:
+        for piece, samples in pieces():
+            if len(samples) < SAMPLE_RATE // 10:
+                continue
+            samples.tofile(file)
+            rows.append(dict(piece, start=start, length=len(samples)))
+            start += len(samples)
+    if not rows:
+        raise SystemExit(f"data.py: nothing found for {name}; 'make train' installs the packages")
+    partial = stem.with_name(stem.name + ".partial")
+    partial.write_text(json.dumps(rows, indent=0))
+    os.replace(partial, index)
+    print(f"{rows[0]['kind']:7} {rows[0]['part']:6} {name:40} {len(rows):5} pieces "
+          f"{start / SAMPLE_RATE / 60:7.1f} min", flush=True)
 
 
 def prepare(folder):
+    folder = folder / "audio"
     folder.mkdir(parents=True, exist_ok=True)
-    index, start = [], 0
-    with open(folder / "audio.i16.partial", "wb") as file, ThreadPoolExecutor(2) as pool:
-        for pieces in pool.map(lambda source: source(), sources()):
-            for piece, samples in pieces:
-                samples.tofile(file)
-                index.append(dict(piece, start=start, length=len(samples)))
-                start += len(samples)
-    (folder / "audio.i16.partial").rename(folder / "audio.i16")
-    (folder / "index.json").write_text(json.dumps(index, indent=0))
-    seconds = {}
-    for piece in index:
-        key = (piece["kind"], piece["part"], piece["source"])
-        seconds[key] = seconds.get(key, 0) + piece["length"] / SAMPLE_RATE
-    for (kind, part, source), total in sorted(seconds.items()):
-        print(f"{kind:7} {part:6} {source:30} {total / 60:7.1f} min")
+    for name, pieces in sources():
+        prepare_source(folder, name, pieces)
 
 
 class Recordings:
     """The prepared audio: `pieces`, the index, and the samples of each as floats."""
 
     def __init__(self, folder):
-        folder = pathlib.Path(folder)
-        self.pieces = json.loads((folder / "index.json").read_text())
-        self.audio = np.memmap(folder / "audio.i16", np.int16, "r")
+        self.pieces, self.audio = [], []
+        for index in sorted(pathlib.Path(folder, "audio").glob("*.json")):
+            for piece in json.loads(index.read_text()):
+                self.pieces.append(dict(piece, file=len(self.audio)))
+            self.audio.append(np.memmap(index.with_suffix(".i16"), np.int16, "r"))
 
     def samples(self, piece, offset=0, length=None):
         end = piece["length"] if length is None else min(offset + length, piece["length"])
-        return self.audio[piece["start"] + offset:piece["start"] + end].astype(np.float32) / 32768.0
+        return self.audio[piece["file"]][piece["start"] + offset:piece["start"] + end].astype(np.float32) / 32768.0
 
 
 if __name__ == "__main__":

@@ -8,8 +8,9 @@ figures in WORK_FOLDER/evaluation.json for plots.py. With a checkpoint, the outp
 compared with that of the training framework over 500 windows.
 
 One channel of the file per group of voices; in time, one stretch of STRETCH seconds per ratio of speech to
-music and music work, then one of speech alone per work, then one of music alone. The stream runs through all of
-it without a new start. All went through G.722, so that the codec gives nothing away, but for the last voice.
+music and music work, then one of speech alone per work, of music alone, and of recorded noise alone. The stream
+runs through all of it without a new start. All but the voices of the last group went through G.722, so that the
+codec gives nothing away.
 """
 
 import json
@@ -21,7 +22,7 @@ import warnings
 import numpy as np
 from scipy.io import wavfile
 
-from data import SAMPLE_RATE, UNTRAINED_WORKS, Recordings
+from data import SAMPLE_RATE, UNTRAINED_MUSIC, Recordings
 from mixtures import Material, power
 
 SEED = 5
@@ -32,20 +33,32 @@ TOLERANCE = 1e-4
 COMPARED_WINDOWS = 500
 BEGIN, END = "<!-- tables of make eval -->", "<!-- end of tables -->"
 
-# name, language, part of the recordings, voices
+WORKS = 2              # of each package of music that is not trained on
+ALONE = ("speech", "music", "noise")
+
+# name, part of the recordings, sources
 GROUPS = (
-    ("English", "en", "file", None),
-    ("Spanish", "es", "file", None),
-    ("French", "fr", "file", "June Wallack"),
-    ("Russian", "ru", "file", None),
-    ("Italian, untrained voice and language", "it", "voice", None),
-    ("Spanish, untrained voice, telephone band", "es", "voice", None),
+    ("Bulgarian, names of pictures", "voice", ("tuxpaint bg",)),
+    ("Danish, names of pictures", "voice", ("tuxpaint da",)),
+    ("Greek, names of pictures", "voice", ("tuxpaint el",)),
+    ("Italian, prompts", "voice", ("Carlo Flora",)),
+    ("English, read books", "voice", ("pocketsphinx",)),
+    ("Five languages, calls of a game", "voice",
+     tuple(f"planetblupi {language}" for language in ("de", "fr", "he", "it"))),
+    ("Spanish, telephone band", "voice", ("July Jimenez",)),
+    ("for comparison: a trained voice, English", "file", ("Allison Smith",)),
 )
 
 
-def speech_of(recordings, language, part, voice):
-    return Material(recordings, (part,), lambda p: p["kind"] == "speech" and p["language"] == language and
-                    (voice is None or p["source"] == voice))
+def speech_of(recordings, part, voices):
+    return Material(recordings, (part,), lambda p: p["kind"] == "speech" and p["coded"] and p["source"] in voices)
+
+
+def works_of(recordings):
+    """The first WORKS pieces of a minute or more of each package."""
+    return [piece for package in UNTRAINED_MUSIC for piece in
+            sorted((p for p in recordings.pieces if p["kind"] == "music" and p["source"] == package and p["coded"] and
+                    p["length"] >= 60 * SAMPLE_RATE), key=lambda p: p["name"])[:WORKS]]
 
 
 def cut(recordings, piece, length, rng):
@@ -59,20 +72,22 @@ def cut(recordings, piece, length, rng):
 
 
 def mixes(recordings):
-    """[speech or music, group, sample], and for each stretch its ratio ("speech", "music" alone)."""
+    """[speech or music, group, sample], and for each stretch its ratio or what is alone (noise in place of speech)."""
     rng = np.random.default_rng(SEED)
     length = STRETCH * SAMPLE_RATE
     materials = [speech_of(recordings, *group[1:]) for group in GROUPS]
-    works = {p["name"]: p for p in recordings.pieces if p["name"] in UNTRAINED_WORKS and p["coded"]}
+    noises = Material(recordings, ("work",), lambda p: p["kind"] == "noise")
     stretches, kinds = [], []
-    for kind in RATIOS + ("speech", "music"):
-        for name in UNTRAINED_WORKS:
+    for kind in RATIOS + ALONE:
+        for work in works_of(recordings):
             parts = np.zeros((2, len(GROUPS), length), np.float32)
             for g, material in enumerate(materials):
-                speech, music = material.speech(rng, length), cut(recordings, works[name], length, rng)
+                speech, music = material.speech(rng, length), cut(recordings, work, length, rng)
                 speech *= 1.0 / np.sqrt(power(speech))
                 music *= 1.0 / np.sqrt(power(music))
-                if kind in RATIOS:
+                if kind == "noise":
+                    speech, music = noises.noise(rng, length), np.zeros(length, np.float32)
+                elif kind in RATIOS:
                     music *= 10.0 ** (-kind / 20.0)
                 else:
                     (music if kind == "speech" else speech)[:] = 0.0
@@ -102,7 +117,7 @@ def compare(checkpoint, mix, stems):
     audio = torch.nn.functional.pad(torch.from_numpy(mix[:, :length].copy()), (HOP, 0))
     spectra = analyse(audio)
     with torch.no_grad():
-        sound = synthesise(load(checkpoint)(spectra)[:, :2] * spectra[:, None]).transpose(0, 1).numpy()
+        sound = synthesise(load(checkpoint)(spectra)).transpose(0, 1).numpy()
     return float(np.abs(sound - stems[:, :, :sound.shape[2]]).max())
 
 
@@ -143,18 +158,20 @@ def table(found, name):
              "|---|" + "---|" * len(RATIOS)]
     for g, group in enumerate(GROUPS):
         lines.append(f"| {group[0]} | " + " | ".join(f"{found[str(r)][name][g]:.1f}" for r in RATIOS) + " |")
-    lines.append("| mean | " + " | ".join(f"{np.mean(found[str(r)][name]):.1f}" for r in RATIOS) + " |")
+    means = (f"{np.mean(found[str(r)][name][:-1]):.1f}" for r in RATIOS)
+    lines.append("| mean of the untrained | " + " | ".join(means) + " |")
     return "\n".join(lines)
 
 
 def report(found):
-    alone = "\n".join(f"| {group[0]} | {found['speech']['music'][g]:.1f} | {found['music']['speech'][g]:.1f} |"
-                      for g, group in enumerate(GROUPS))
+    alone = "\n".join(
+        f"| {group[0]} | {found['speech']['music'][g]:.1f} | {found['music']['speech'][g]:.1f} | "
+        f"{found['noise']['speech'][g]:.1f} | {found['noise']['music'][g]:.1f} |" for g, group in enumerate(GROUPS))
     return "\n".join((
         "Improvement of SI-SDR of Speech in dB by the ratio of speech to music:\n", table(found, "speech"),
         "\nThe same of Music:\n", table(found, "music"),
-        "\nOne source alone, level in dB of the other class against it:\n",
-        "| | Music on speech | Speech on music |\n|---|---|---|", alone))
+        "\nOne source alone, level in dB of a class against it:\n",
+        "| | Music on speech | Speech on music | Speech on noise | Music on noise |\n|---|---|---|---|---|", alone))
 
 
 def main(audio, model, kalvrin, work, card, checkpoint=None):

@@ -1,4 +1,4 @@
-"""Mixtures of speech, music and noise, made on the fly; each depends on its seed alone."""
+"""Mixtures of speech, music and noise, made anew in each step; each depends on its seed alone."""
 
 import numpy as np
 from scipy import signal
@@ -8,16 +8,20 @@ from data import SAMPLE_RATE
 # Shares of the kinds of mixture; `mix` has speech and music.
 KINDS = {"mix": 0.74, "speech": 0.12, "music": 0.10, "noise": 0.03, "silence": 0.01}
 SNR = (-12.0, 17.0)            # of speech to music in a mix, dB
-NOISE_SHARE, NOISE_SNR = 0.3, (5.0, 35.0)
-LEVEL = (-45.0, -12.0)         # of the whole, dB below full scale
+NOISE_SHARE, NOISE_SNR = 0.35, (3.0, 35.0)
+RECORDED_SHARE = 0.6           # of noise that is recorded, not made
+LEVEL = (-48.0, -10.0)         # of the whole, dB below full scale
+SECOND_VOICE_SHARE, SECOND_VOICE = 0.15, (-6.0, 6.0)   # dB against the first
 PITCHES = ((1, 1), (1, 1), (1, 1), (9, 10), (10, 9), (7, 8), (8, 7), (5, 6), (6, 5))
-ROOM_SHARE = {"speech": 0.35, "music": 0.15}
+ROOM_SHARE = {"speech": 0.4, "music": 0.15}
 BREAK_SHARE = 0.25             # of mixes in which one of the two begins late or ends early
 CODED_SHARE = 0.65             # of sources that went through a speech codec
 SAME_CODING = 0.85             # of mixes in which both or none did
-# A voice or package is heard as often as its minutes to this power.
-EVENNESS = {"speech": 0.75, "music": 0.5}
-CUTOFF_SHARE, CUTOFF = 0.12, (3000.0, 7500.0)
+# A voice or package is heard as often as its minutes to this power: the more even, the more voices.
+EVENNESS = {"speech": 0.5, "music": 0.5, "noise": 0.5}
+CUTOFF_SHARE, CUTOFF = 0.2, (3400.0, 7500.0)
+SAME_CUTOFF = 0.5              # of mixes in which both have the same bandwidth, as through one line
+TELEPHONE_SHARE = 0.06         # of mixtures that went over a telephone line, G.711
 
 
 def power(audio):
@@ -38,7 +42,7 @@ class Material:
         self.recordings = recordings
         chosen = [p for p in recordings.pieces if p["part"] in parts and p["length"] > 1600 and select(p)]
         self.voices = {}
-        for kind in ("speech", "music"):
+        for kind in ("speech", "music", "noise"):
             for coded in (None, True, False):
                 of_kind = [p for p in chosen if p["kind"] == kind and coded in (None, p["coded"])]
                 self.voices[kind, coded] = self.grouped(of_kind, EVENNESS[kind])
@@ -67,6 +71,18 @@ class Material:
             audio[at:at + len(samples)] = samples
             at += len(samples) + int(rng.integers(0, SAMPLE_RATE // 2))
             skip = 0
+        return audio
+
+    def noise(self, rng, length, coded=None):
+        """Recordings of one package, one after another; each begins again until a random length is over."""
+        audio, at = np.zeros(length, np.float32), 0
+        pieces = self.pieces(rng, "noise", coded)
+        while at < length:
+            samples = self.recordings.samples(pieces[rng.integers(len(pieces))], 0, 10 * SAMPLE_RATE)
+            samples = np.tile(samples, 1 + int(rng.integers(0, 4)))[:length - at]
+            samples = samples / np.sqrt(active_power(samples)) if len(samples) >= 512 else samples * 0.0
+            audio[at:at + len(samples)] = samples
+            at += len(samples) + int(rng.integers(0, SAMPLE_RATE // 4))
         return audio
 
     def music(self, rng, length, coded=None):
@@ -105,18 +121,32 @@ def resonances(rng, audio):
 
 
 def room(rng, audio):
-    """Reverberation: noise that decays by 60 dB in 0.1 to 0.6 s, after the direct sound."""
-    seconds = rng.uniform(0.1, 0.6)
+    """Reverberation: some early reflections and noise that decays by 60 dB in 0.1 to 0.9 s, the high frequencies
+    faster, after the direct sound."""
+    seconds = rng.uniform(0.1, 0.9)
     length = int(seconds * SAMPLE_RATE * 0.7)
     tail = rng.standard_normal(length) * 10.0 ** (-3.0 * np.arange(length) / (seconds * SAMPLE_RATE))
+    tail = signal.lfilter([1.0], [1.0, -rng.uniform(0.0, 0.7)], tail)
     tail[:int(rng.uniform(0.001, 0.02) * SAMPLE_RATE)] = 0.0
+    early = rng.integers(16, int(0.05 * SAMPLE_RATE), 6)
+    tail[early] += np.abs(tail).max() * rng.uniform(-1.5, 1.5, 6)
     tail *= 10.0 ** (rng.uniform(-15.0, 3.0) / 20.0) / np.sqrt(np.sum(tail ** 2))
     tail[0] = 1.0
     return signal.fftconvolve(audio, tail)[:len(audio)]
 
 
-def source(rng, material, kind, length, coded):
-    """One augmented source at active power 1."""
+def telephone(audio):
+    """300 to 3400 Hz, eight thousand samples per second, eight bits by the law of G.711 (mu = 255)."""
+    sections = signal.butter(4, (300.0, 3400.0), "bandpass", fs=SAMPLE_RATE, output="sos")
+    narrow = signal.sosfilt(sections, audio)[::2]
+    peak = np.abs(narrow).max() + 1e-9
+    coded = np.round(127.0 * np.sign(narrow) * np.log1p(255.0 * np.abs(narrow) / peak) / np.log(256.0)) / 127.0
+    narrow = peak * np.sign(coded) * np.expm1(np.abs(coded) * np.log(256.0)) / 255.0
+    return signal.resample_poly(narrow, 2, 1)[:len(audio)]
+
+
+def source(rng, material, kind, length, coded, cutoff):
+    """One augmented source at active power 1; `cutoff` is the bandwidth of the line, None for all."""
     up, down = PITCHES[rng.integers(len(PITCHES))]
     take = getattr(material, kind)
     audio = take(rng, -(-length * down // up) + 16, coded)
@@ -125,10 +155,10 @@ def source(rng, material, kind, length, coded):
     audio = audio[:length]
     if rng.random() < 0.7:
         audio = resonances(rng, audio)
-    if rng.random() < ROOM_SHARE[kind]:
+    if rng.random() < ROOM_SHARE.get(kind, 0.0):
         audio = room(rng, audio)
-    if rng.random() < CUTOFF_SHARE:
-        sections = signal.butter(4, rng.uniform(*CUTOFF), fs=SAMPLE_RATE, output="sos")
+    if cutoff is not None:
+        sections = signal.butter(6, cutoff, fs=SAMPLE_RATE, output="sos")
         audio = signal.sosfilt(sections, audio)
     return (audio / np.sqrt(active_power(audio))).astype(np.float32)
 
@@ -149,20 +179,29 @@ def mixture(rng, material, length):
     kind = rng.choice(list(KINDS), p=list(KINDS.values()))
     parts = np.zeros((3, length), np.float32)
     coded = bool(rng.random() < CODED_SHARE)
+    same_line = rng.random() < SAME_CUTOFF
+    cutoffs = [rng.uniform(*CUTOFF) if rng.random() < CUTOFF_SHARE else None for _ in range(2)]
     if kind in ("mix", "speech"):
-        parts[0] = source(rng, material, "speech", length, coded)
+        parts[0] = source(rng, material, "speech", length, coded, cutoffs[0])
+        if rng.random() < SECOND_VOICE_SHARE:
+            second = source(rng, material, "speech", length, coded, cutoffs[0])
+            parts[0] += interrupt(rng, second) * 10.0 ** (rng.uniform(*SECOND_VOICE) / 20.0)
     if kind in ("mix", "music"):
         same = rng.random() < SAME_CODING
-        parts[1] = source(rng, material, "music", length, coded if same else not coded)
+        parts[1] = source(rng, material, "music", length, coded if same else not coded,
+                          cutoffs[0 if same_line else 1])
     if kind == "mix":
         parts[1] *= 10.0 ** (-rng.uniform(*SNR) / 20.0)
         if rng.random() < BREAK_SHARE:
             which = rng.integers(2)
             parts[which] = interrupt(rng, parts[which])
     if kind == "noise" or (kind != "silence" and rng.random() < NOISE_SHARE):
-        parts[2] = noise(rng, length)
+        recorded = rng.random() < RECORDED_SHARE
+        parts[2] = source(rng, material, "noise", length, None, None) if recorded else noise(rng, length)
         loudness = power(parts[0] + parts[1]) if kind != "noise" else 1.0
-        parts[2] *= np.sqrt(loudness / power(parts[2])) * 10.0 ** (-rng.uniform(*NOISE_SNR) / 20.0)
+        parts[2] *= np.sqrt(loudness / (power(parts[2]) + 1e-9)) * 10.0 ** (-rng.uniform(*NOISE_SNR) / 20.0)
+    if rng.random() < TELEPHONE_SHARE:
+        parts = np.stack([telephone(part) for part in parts]).astype(np.float32)
     # The rounding of 16-bit audio, so that no silence is perfect.
     total = power(parts.sum(axis=0))
     parts *= 10.0 ** (rng.uniform(*LEVEL) / 20.0) / np.sqrt(total) if total > 0.0 else 0.0

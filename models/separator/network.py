@@ -1,19 +1,20 @@
-"""The network: compressed magnitudes of a spectrum to a share of each bin for Speech, Music and Rest.
+"""The network: spectra to filters that pull Speech and Music out of them; the rest stays in Rest.
 
-Per window and channel:
+Per channel, with F windows of the past (F = TAPS - 1):
 
-    features   (|X|^2 + FLOOR)^EXPONENT of bins 1 to 256, less a mean and by a scale per bin; with those of
-               the two windows before as three input channels
-    encoder    three convolutions over the bins, which leave 64, 32 and 16 of them
-    middle     two gated recurrent layers between two dense layers: the only memory but for the features
-    decoder    three convolutions over the bins, each adds the encoder's output of its size to its input;
-               their outputs are interleaved to 32, 64 and 256 bins
-    shares     softmax over the three classes per bin, so that Speech, Music and Rest sum to the input
+    features   real part, imaginary part and magnitude of bins 1 to 256, all with the magnitude to the power
+               of EXPONENT
+    encoder    a convolution over TAPS windows and the bins, then one over the bins: 64 bands, then 32
+    blocks     BLOCKS times: a recurrent layer up and down the bands of one window, then one along time in each
+               band; each adds to its input. All bands share their weights: only a bias per band, added before
+               the first block, tells them apart
+    decoder    a convolution over the bands for each of the encoder's, which adds the encoder's output to its
+               input and whose outputs are interleaved to 64 and 256 bins
+    filters    TAPS complex factors per class and bin, each part from -LIMIT to LIMIT: the class is the sum over
+               the last TAPS windows of factor times bin, so that it may differ from the mix in phase
 
 Channels are independent: they take the place of a batch.
 """
-
-import math
 
 import torch
 from torch import nn
@@ -25,65 +26,84 @@ HOP = WINDOW // 2
 BINS = WINDOW // 2 + 1
 CLASSES = ("Speech", "Music")
 
-CONTEXT = 2            # windows of the past in the features
+TAPS = 3
+LIMIT = 2.0
 FLOOR = 1e-5           # power that counts as silence; a full-scale tone has some 2e4
-EXPONENT = 0.15        # of the power
-WIDTHS = (24, 32, 48)   # channels of the encoder's outputs
-STRIDES = (4, 2, 2)
-KERNELS = (8, 3, 3)
-HIDDEN = 128
-LAYERS = 2
+EXPONENT = 0.3
+FINE, BANDS = 64, 32   # bands after the first and the second convolution
+NARROW, WIDTH = 24, 48   # their channels
+ACROSS = 24            # units of the layers along the bands, each way
+BLOCKS = 3
 
 
 def features(spectra):
-    """Complex [batch, time, bin] to [batch, time, 256]; bin 0 has none, it has the shares of bin 1."""
-    power = spectra.real ** 2 + spectra.imag ** 2
-    return (power[..., 1:] + FLOOR) ** EXPONENT
+    """Complex [batch, time, bin] to [batch, 3, time, 256]; bin 0 has none, it has the filters of bin 1."""
+    spectra = spectra[..., 1:]
+    power = spectra.real ** 2 + spectra.imag ** 2 + FLOOR
+    scale = power ** ((EXPONENT - 1.0) / 2.0)
+    return torch.stack([spectra.real * scale, spectra.imag * scale, torch.sqrt(power) * scale], dim=1)
+
+
+class Block(nn.Module):
+    """`x` [band, time, batch, WIDTH] to the same; `state` is [1, band * batch, WIDTH]."""
+
+    def __init__(self):
+        super().__init__()
+        self.norm_across, self.norm_along = nn.LayerNorm(WIDTH), nn.LayerNorm(WIDTH)
+        self.across = nn.GRU(WIDTH, ACROSS, bidirectional=True)
+        self.along = nn.GRU(WIDTH, WIDTH)
+        self.out_across, self.out_along = nn.Linear(2 * ACROSS, WIDTH), nn.Linear(WIDTH, WIDTH)
+
+    def forward(self, x, state):
+        bands, time, batch, width = x.shape
+        y, _ = self.across(self.norm_across(x).reshape(bands, time * batch, width))
+        x = x + self.out_across(y).reshape(x.shape)
+        y = self.norm_along(x).transpose(0, 1).reshape(time, bands * batch, width)
+        y, state = self.along(y, state)
+        return x + self.out_along(y).reshape(time, bands, batch, width).transpose(0, 1), state
 
 
 class Separator(nn.Module):
     def __init__(self):
         super().__init__()
-        self.register_buffer("mean", torch.zeros(BINS - 1))
-        self.register_buffer("scale", torch.ones(BINS - 1))
-        inputs = (CONTEXT + 1,) + WIDTHS[:-1]
-        self.encoder = nn.ModuleList(
-            nn.Conv1d(inputs[i], WIDTHS[i], kernel, stride=stride, padding=(kernel - stride + 1) // 2)
-            for i, (kernel, stride) in enumerate(zip(KERNELS, STRIDES)))
-        outputs = (len(CLASSES) + 1,) + WIDTHS[:-1]
-        self.decoder = nn.ModuleList(
-            nn.Conv1d(WIDTHS[i], STRIDES[i] * outputs[i], 3, padding=1) for i in reversed(range(len(WIDTHS))))
-        flat = WIDTHS[-1] * (BINS - 1) // math.prod(STRIDES)
-        self.narrow = nn.Linear(flat, HIDDEN)
-        self.memory = nn.GRU(HIDDEN, HIDDEN, LAYERS, batch_first=True)
-        self.widen = nn.Linear(HIDDEN, flat)
+        self.first = nn.Conv2d(3, NARROW, (TAPS, 8), stride=(1, 4), padding=(0, 2))
+        self.second = nn.Conv2d(NARROW, WIDTH, (1, 5), stride=(1, 2), padding=(0, 2))
+        self.place = nn.Parameter(torch.zeros(BANDS, 1, 1, WIDTH))
+        self.blocks = nn.ModuleList(Block() for _ in range(BLOCKS))
+        self.widen = nn.Conv2d(WIDTH, 2 * NARROW, (1, 3), padding=(0, 1))
+        self.filters = nn.Conv2d(NARROW, 4 * len(CLASSES) * TAPS * 2, (1, 3), padding=(0, 1))
+        nn.init.normal_(self.place, std=0.1)
 
     def forward(self, spectra):
-        """Complex [batch, time, bin] to shares [batch, class, time, bin]; the last class is Rest."""
-        return self.proceed(spectra, None)[0]
+        """Complex [batch, time, bin] to the same of the classes, [batch, class, time, bin]."""
+        return self.proceed(spectra, self.empty(len(spectra), spectra.device))[0]
 
-    def proceed(self, spectra, state):
-        """The shares, and what the recurrent layers hold after them, [LAYERS, batch, HIDDEN]; they begin with
-        `state`, or with zeros without one."""
+    @staticmethod
+    def empty(batch, device=None):
+        """The states before a stream: past windows and what each block's layer along time holds."""
+        return [torch.zeros(batch, TAPS - 1, BINS, dtype=torch.complex64, device=device),
+                *(torch.zeros(1, BANDS * batch, WIDTH, device=device) for _ in range(BLOCKS))]
+
+    def proceed(self, spectra, states):
+        """The classes, and the states after them."""
         batch, time, _ = spectra.shape
-        x = (features(spectra) - self.mean) * self.scale
-        padded = functional.pad(x, (0, 0, CONTEXT, 0))
-        x = torch.stack([padded[:, i:i + time] for i in range(CONTEXT + 1)], dim=2)
-        x = x.reshape(batch * time, CONTEXT + 1, -1)
-        levels = []
-        for layer in self.encoder:
-            x = functional.relu(layer(x))
-            levels.append(x)
-        hidden = functional.relu(self.narrow(x.reshape(batch, time, -1)))
-        recalled, state = self.memory(hidden, state)
-        hidden = hidden + recalled
-        x = functional.relu(self.widen(hidden)).reshape(x.shape)
-        for layer, level, stride in zip(self.decoder, reversed(levels), reversed(STRIDES)):
-            if layer is not self.decoder[0]:
-                x = functional.relu(x)
-            x = layer(x + level)
-            count, width, bins = x.shape
-            x = x.reshape(count, stride, width // stride, bins).permute(0, 2, 3, 1).flatten(2)
-        shares = torch.softmax(x, dim=1)
-        shares = torch.cat([shares[..., :1], shares], dim=-1)
-        return shares.reshape(batch, time, len(CLASSES) + 1, BINS).transpose(1, 2), state
+        heard = torch.cat([states[0], spectra], dim=1)
+        fine = functional.relu(self.first(features(heard)))
+        coarse = functional.relu(self.second(fine))
+        x, after = coarse.permute(3, 2, 0, 1) + self.place, [heard[:, time:]]
+        for block, state in zip(self.blocks, states[1:]):
+            x, state = block(x, state)
+            after.append(state)
+        x = interleave(self.widen(x.permute(2, 3, 1, 0) + coarse), 2)
+        x = interleave(self.filters(functional.relu(x) + fine), 4)
+        x = LIMIT * torch.tanh(torch.cat([x[..., :1], x], dim=-1))
+        x = x.reshape(batch, TAPS, len(CLASSES), 2, time, BINS)
+        factors = torch.complex(x[:, :, :, 0], x[:, :, :, 1])
+        return sum(factors[:, i] * heard[:, None, i:i + time] for i in range(TAPS)), after
+
+
+def interleave(x, count):
+    """[batch, count * channel, time, band] to [batch, channel, time, band * count]."""
+    batch, channels, time, bands = x.shape
+    x = x.reshape(batch, count, channels // count, time, bands)
+    return x.permute(0, 2, 3, 4, 1).flatten(3)

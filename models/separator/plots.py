@@ -21,18 +21,18 @@ def training(log, picture):
         rows = list(csv.DictReader(file))
     steps = np.array([int(row["step"]) for row in rows])
     losses = np.array([float(row["loss"]) for row in rows])
-    checked = [row for row in rows if row["speech_gain_dB"]]
+    checked = [row for row in rows if row["mean_speech_dB"]]
     figure, (left, right) = pyplot.subplots(1, 2, figsize=(10, 3.6), layout="constrained")
-    left.plot(steps, losses, color="0.75", linewidth=0.8, label="mean of 25 steps")
+    left.plot(steps, losses, color="0.75", linewidth=0.8, label="mean of 20 steps")
     width = min(20, len(losses))
     smooth = np.convolve(losses, np.ones(width) / width, "valid")
-    left.plot(steps[width - 1:], smooth, color="tab:blue", label=f"mean of {25 * width} steps")
+    left.plot(steps[width - 1:], smooth, color="tab:blue", label=f"mean of {20 * width} steps")
     left.set(xlabel="step", ylabel="loss", title="Training mixtures")
     left.legend()
-    for name, column, colour in (("Speech", "speech_gain_dB", "tab:blue"), ("Music", "music_gain_dB", "tab:orange")):
+    for name, column, colour in (("Speech", "mean_speech_dB", "tab:blue"), ("Music", "mean_music_dB", "tab:orange")):
         right.plot([int(row["step"]) for row in checked], [float(row[column]) for row in checked], label=name,
                    color=colour, marker=".")
-    right.set(xlabel="step", ylabel="gain of SI-SDR, dB", title="Twelve untrained mixtures at 0 dB")
+    right.set(xlabel="step", ylabel="gain of SI-SDR, dB", title="Untrained voices and music at 0 dB")
     right.legend()
     for axes in (left, right):
         axes.grid(alpha=0.3)

@@ -1,13 +1,13 @@
 #!/usr/bin/python3
 """Trains the separator. Goes on where the last checkpoint stands.
 
-usage: train.py FOLDER [--steps N] [--threads N] [--batch N] [--seconds S]
-FOLDER has the audio (data.py) and gets checkpoint.pt and log.csv. A step depends on its number, the seed
-and the checkpoint before it alone, so that an interrupted training is the same as one in one go. In each
-of two rounds the rate of learning rises, stays, and falls to zero over the last DECAY of its steps.
+usage: train.py FOLDER [--steps N] [--batch N] [--seconds S]
+FOLDER has the audio (data.py) and gets checkpoint.pt and log.csv. A step depends on its number, the seed and the
+checkpoint before it alone, so that an interrupted training is the same as one in one go: as long as the audio and
+the options stay the same. The rate of learning rises, stays, and falls to zero over the last DECAY of the steps.
 
-Mixtures are short and streams are long: most mixtures begin with what the recurrent layers hold after
-the one before, so that the network learns to go on after anything.
+Mixtures are short and streams are long: most mixtures begin with the states that the one before left behind, so
+that the network learns to go on after anything. What is checked and exported is a moving average of the weights.
 """
 
 import argparse
@@ -16,7 +16,6 @@ import os
 import pathlib
 import time
 
-# The matrices are small: threads inside a product cost more than they bring.
 os.environ.setdefault("OPENBLAS_NUM_THREADS", "1")
 
 # pylint: disable=wrong-import-position
@@ -26,28 +25,33 @@ import torch
 import mixtures
 from data import SAMPLE_RATE, Recordings
 from losses import scale_invariant_ratio, separation_loss
-from network import HIDDEN, HOP, LAYERS, Separator, features
+from network import BANDS, CLASSES, HOP, WIDTH, Separator
 from spectra import analyse, synthesise
 
-SEED = 20240607
+SEED = 20261125
 RATE = 1.5e-3
-WARM_UP = 100
-DECAY = (0.35, 0.774)   # of the steps of each round
+WARM_UP = 200
+DECAY = 0.3
 CLIP = 3.0
-ROUND = 8000           # steps of the first round
+AVERAGE = 0.998        # of the weights, per step
 FRESH_SHARE = 0.3      # of the mixtures that begin with empty states
-LOG_EVERY = 25
-CHECK_EVERY = 250
-SAVE_SECONDS = 150.0
-CHECK_ITEMS = 12
-DEVICE = torch.device("cuda" if torch.cuda.is_available() else "cpu")
+LOG_EVERY = 20
+CHECK_EVERY = 500
+SAVE_SECONDS = 180.0
+CHECK_ITEMS = 4        # mixtures of ten seconds for each group
+# Names in the log, and which voices they stand for: all of them are kept from the training.
+GROUPS = {
+    "bg": lambda p: p["source"] == "tuxpaint bg", "da": lambda p: p["source"] == "tuxpaint da",
+    "el": lambda p: p["source"] == "tuxpaint el", "it": lambda p: p["source"] == "Carlo Flora",
+    "en": lambda p: p["source"] == "pocketsphinx", "es_telephone": lambda p: p["source"] == "July Jimenez",
+    "game": lambda p: p["source"].startswith("planetblupi"),
+}
 
 
 def arguments():
     parser = argparse.ArgumentParser(description=__doc__.split("\n", maxsplit=1)[0])
     parser.add_argument("folder", type=pathlib.Path)
-    parser.add_argument("--steps", type=int, default=20000)
-    parser.add_argument("--threads", type=int, default=1)
+    parser.add_argument("--steps", type=int, default=60000)
     parser.add_argument("--batch", type=int, default=8)
     parser.add_argument("--seconds", type=float, default=3.0)
     return parser.parse_args()
@@ -55,109 +59,133 @@ def arguments():
 
 def level(parts):
     """The parts as a tensor, and the factor that brings each mix to power 1."""
-    parts = torch.from_numpy(parts).to(DEVICE)
-    mix_power = (parts.sum(1) ** 2).mean(-1)
-    return parts, (mix_power + 1e-9).rsqrt()[:, None, None]
+    parts = torch.from_numpy(parts)
+    return parts, ((parts.sum(1) ** 2).mean(-1) + 1e-9).rsqrt()[:, None, None]
 
 
 def rate(step, steps):
-    if step < ROUND:
-        steps, decay = min(steps, ROUND), DECAY[0]
-    else:
-        step, steps, decay = step - ROUND, steps - ROUND, DECAY[1]
-    return RATE * min(1.0, (step + 1) / WARM_UP, (steps - step) / (decay * steps))
+    return RATE * min(1.0, (step + 1) / WARM_UP, (steps - step) / (DECAY * steps))
 
 
-def partly_fresh(state, step):
+def partly_fresh(states, step, batch):
     """The states before a step: some mixtures of a batch begin anew."""
-    kept = np.random.default_rng((SEED, 3 << 30, step)).random(state.shape[1]) >= FRESH_SHARE
-    return state * torch.from_numpy(kept.astype(np.float32)).to(DEVICE)[:, None]
+    kept = np.random.default_rng((SEED, 3 << 30, step)).random(batch) >= FRESH_SHARE
+    kept = torch.from_numpy(kept.astype(np.float32))
+    along = [(state.reshape(1, BANDS, batch, WIDTH) * kept[:, None]).reshape(state.shape) for state in states[1:]]
+    return [states[0] * kept[:, None, None], *along]
 
 
-def standardise(model, material, length):
-    """Sets mean and scale of the features from some mixtures."""
-    parts = mixtures.batch(SEED, 1 << 30, material, 64, length)
-    values = features(analyse(torch.from_numpy(parts.sum(1)).to(DEVICE))).flatten(0, 1)
-    model.mean.copy_(values.mean(0))
-    model.scale.copy_(1.0 / values.std(0))
-
-
-def check(model, material, length):
-    """SI-SDR improvement in dB of Speech and Music at 0 dB, a mean over a few mixtures."""
-    gains = []
-    with torch.no_grad():
+def checks(recordings):
+    """For each group the mixtures at 0 dB, [item, class, sample], the same in every training."""
+    found, length = {}, 10 * SAMPLE_RATE // HOP * HOP
+    for number, (name, chosen) in enumerate(GROUPS.items()):
+        material = mixtures.Material(recordings, ("voice", "work"),
+                                     lambda p, chosen=chosen: p["kind"] == "music" or chosen(p))
+        items = []
         for item in range(CHECK_ITEMS):
-            rng = np.random.default_rng((SEED, 2 << 30, item))
+            rng = np.random.default_rng((SEED, 2 << 30, number, item))
             parts = np.stack([material.speech(rng, length), material.music(rng, length)])
-            parts *= 0.05 / np.sqrt([[mixtures.power(p) + 1e-9] for p in parts])
-            parts = torch.from_numpy(parts).to(DEVICE)
-            mix = parts.sum(0, keepdim=True)
-            spectra = analyse(mix)
-            sound = synthesise(model(spectra)[0, :2] * spectra)
-            target = parts[:, HOP:-HOP]
-            gains.append(scale_invariant_ratio(sound, target) -
-                         scale_invariant_ratio(mix[:, HOP:-HOP].expand_as(target), target))
-    return torch.stack(gains).mean(0).tolist()
+            items.append(parts * 0.05 / np.sqrt([[mixtures.power(p) + 1e-9] for p in parts]))
+        found[name] = torch.from_numpy(np.stack(items).astype(np.float32))
+    return found
+
+
+def gain(model, parts):
+    """Improvement of SI-SDR in dB of each class, a mean over the mixtures of a group."""
+    with torch.no_grad():
+        mix, target = parts.sum(1), parts[..., HOP:-HOP]
+        sound = synthesise(model(analyse(mix)))
+        before = scale_invariant_ratio(mix[:, None, HOP:-HOP].expand_as(target), target)
+        return (scale_invariant_ratio(sound, target) - before).mean(0).tolist()
+
+
+class Course:
+    """All that a training needs to go on, and how it is kept in FOLDER."""
+
+    def __init__(self, args):
+        torch.manual_seed(SEED)
+        self.args = args
+        self.model, self.average = Separator(), Separator()
+        self.average.load_state_dict(self.model.state_dict())
+        self.optimiser = torch.optim.Adam(self.model.parameters(), lr=RATE)
+        self.states = Separator.empty(args.batch)
+        self.step, self.spent, self.rows = 0, 0.0, []
+        self.checkpoint = args.folder / "checkpoint.pt"
+        if self.checkpoint.exists():
+            self.load()
+
+    def load(self):
+        saved = torch.load(self.checkpoint)
+        options = {"batch": self.args.batch, "seconds": self.args.seconds, "steps": self.args.steps}
+        if saved["options"] != options:
+            raise SystemExit(f"train.py: {self.checkpoint} was made with {saved['options']}, not {options}: "
+                             "give these, or move the file away")
+        self.model.load_state_dict(saved["model"])
+        self.average.load_state_dict(saved["average"])
+        self.optimiser.load_state_dict(saved["optimiser"])
+        self.step, self.spent, self.rows, self.states = (saved[k] for k in ("step", "spent", "rows", "states"))
+
+    def save(self):
+        partial = self.checkpoint.with_suffix(".partial")
+        options = {"batch": self.args.batch, "seconds": self.args.seconds, "steps": self.args.steps}
+        torch.save({"model": self.model.state_dict(), "average": self.average.state_dict(), "options": options,
+                    "optimiser": self.optimiser.state_dict(), "step": self.step, "spent": self.spent,
+                    "rows": self.rows, "states": self.states}, partial)
+        os.replace(partial, self.checkpoint)
+        log = self.args.folder / "log.partial"
+        with open(log, "w", newline="") as file:
+            writer = csv.writer(file)
+            writer.writerow(["step", "seconds", "loss", *(f"{name}_{kind}_dB" for name in ("mean", *GROUPS)
+                                                          for kind in map(str.lower, CLASSES))])
+            writer.writerows(self.rows)
+        os.replace(log, self.args.folder / "log.csv")
+
+    def advance(self, material, length):
+        """One step; its loss."""
+        parts, factor = level(mixtures.batch(SEED, self.step, material, self.args.batch, length))
+        spectra = analyse(parts.sum(1))
+        classes, states = self.model.proceed(spectra, partly_fresh(self.states, self.step, self.args.batch))
+        self.states = [state.detach() for state in states]
+        loss = separation_loss(synthesise(classes) * factor, parts * factor)
+        self.optimiser.zero_grad()
+        loss.backward()
+        torch.nn.utils.clip_grad_norm_(self.model.parameters(), CLIP)
+        for group in self.optimiser.param_groups:
+            group["lr"] = rate(self.step, self.args.steps)
+        self.optimiser.step()
+        keep = min(AVERAGE, self.step / (self.step + 10.0))
+        with torch.no_grad():
+            for mean, weight in zip(self.average.parameters(), self.model.parameters()):
+                mean.lerp_(weight, 1.0 - keep)
+        self.step += 1
+        return loss.item()
 
 
 def main():
     args = arguments()
-    torch.set_num_threads(args.threads)
-    torch.manual_seed(SEED)
+    torch.set_num_threads(1)
+    course = Course(args)
     recordings = Recordings(args.folder)
-    material = mixtures.Material(recordings, ("train",))
-    kept = mixtures.Material(recordings, ("voice", "work"), lambda p: p["language"] != "es")
+    material, kept = mixtures.Material(recordings, ("train",)), checks(recordings)
     length = int(args.seconds * SAMPLE_RATE) // HOP * HOP
-    model = Separator().to(DEVICE)
-    optimiser = torch.optim.Adam(model.parameters(), lr=RATE)
-    checkpoint, log = args.folder / "checkpoint.pt", args.folder / "log.csv"
-    step, spent, rows = 0, 0.0, []
-    state = torch.zeros(LAYERS, args.batch, HIDDEN, device=DEVICE)
-    if checkpoint.exists():
-        saved = torch.load(checkpoint, map_location=DEVICE)
-        model.load_state_dict(saved["model"])
-        optimiser.load_state_dict(saved["optimiser"])
-        step, spent, rows, state = saved["step"], saved["spent"], saved["rows"], saved["state"]
-    else:
-        standardise(model, material, length)
-    print(f"{sum(p.numel() for p in model.parameters())} weights, step {step} of {args.steps}", flush=True)
-
-    def save():
-        partial = checkpoint.with_suffix(".partial")
-        torch.save({"model": model.state_dict(), "optimiser": optimiser.state_dict(), "step": step,
-                    "steps": args.steps, "spent": spent, "rows": rows, "state": state}, partial)
-        os.replace(partial, checkpoint)
-        with open(log, "w", newline="") as file:
-            writer = csv.writer(file)
-            writer.writerow(["step", "seconds", "loss", "speech_gain_dB", "music_gain_dB"])
-            writer.writerows(rows)
-
-    losses, saved_at = [], time.monotonic()
-    while step < args.steps:
-        began = time.monotonic()
-        parts, gain = level(mixtures.batch(SEED, step, material, args.batch, length))
-        mix = parts.sum(1)
-        shares, state = model.proceed(analyse(mix), partly_fresh(state, step))
-        state = state.detach()
-        loss = separation_loss(analyse(mix * gain[:, 0]), shares, parts * gain)
-        optimiser.zero_grad()
-        loss.backward()
-        torch.nn.utils.clip_grad_norm_(model.parameters(), CLIP)
-        for group in optimiser.param_groups:
-            group["lr"] = rate(step, args.steps)
-        optimiser.step()
-        losses.append(loss.item())
-        step += 1
-        spent += time.monotonic() - began
-        if step % LOG_EVERY == 0:
-            gains = check(model, kept, 10 * SAMPLE_RATE // HOP * HOP) if step % CHECK_EVERY == 0 else ("", "")
-            rows.append([step, round(spent, 1), round(float(np.mean(losses)), 4),
-                         *(gain if gain == "" else round(gain, 2) for gain in gains)])
+    weights = sum(p.numel() for p in course.model.parameters())
+    print(f"{weights} weights, step {course.step} of {args.steps}", flush=True)
+    losses, saved_at, began = [], time.monotonic(), time.process_time()
+    while course.step < args.steps:
+        losses.append(course.advance(material, length))
+        if course.step % LOG_EVERY == 0:
+            gains = []
+            if course.step % CHECK_EVERY == 0 or course.step == args.steps:
+                gains = [gain(course.average, parts) for parts in kept.values()]
+                gains = [round(value, 2) for pair in [np.mean(gains, axis=0).tolist(), *gains] for value in pair]
+            course.spent, began = course.spent + time.process_time() - began, time.process_time()
+            course.rows.append([course.step, round(course.spent, 1), round(float(np.mean(losses)), 4),
+                                *(gains or [""] * (2 + 2 * len(kept)))])
             losses.clear()
-            print(*rows[-1], flush=True)
-        if step == args.steps or time.monotonic() - saved_at > SAVE_SECONDS:
-            save()
-            saved_at = time.monotonic()
+            print(*course.rows[-1], flush=True)
+            if course.step == args.steps or time.monotonic() - saved_at > SAVE_SECONDS:
+                course.save()
+                saved_at = time.monotonic()
 
 
 if __name__ == "__main__":

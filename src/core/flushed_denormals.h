@@ -4,9 +4,10 @@
 
 namespace Orvik::Tesmo::Dnn {
 
-/// While it lives, denormal floats of this thread count and come out as zero: recurrent models
-/// decay into them, and they cost a hundred times the arithmetic. At its end the thread's
-/// floating-point mode is what it was before, exception flags included.
+/// While an object lives, this thread treats denormal operands as zero and flushes denormal results
+/// to zero: the states of recurrent models decay into them, and arithmetic on them is a hundred
+/// times slower. The destructor restores the thread's whole floating-point mode, exception flags
+/// included.
 class FlushedDenormals {
 public:
   FlushedDenormals() : held(_mm_getcsr()) { _mm_setcsr(held | FlushToZero | DenormalsAreZero); }

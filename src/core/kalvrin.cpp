@@ -210,7 +210,8 @@ RT_CODE void Kalvrin::MixDry(float restGain) {
         id < 0 ? restGain
                : LoadGain(masterGain) * activeClasses->GetGain(static_cast<std::uint32_t>(id));
     float* history = t.historyBuffer.channels[channel];
-    // the model's output belongs to the oldest windows of its input, and so does the dry signal
+    // the model's output belongs to the oldest windows of its input, so the dry signal is taken
+    // there
     SignalPrimitives::MulC(history, gain, t.workBuffer.channels[channel], length);
     std::memmove(history, history + length, kept * sizeof(float));  // overlaps where L > S
   }
@@ -220,7 +221,7 @@ RT_CODE void Kalvrin::UnpackOutput(float* tensor, float restGain) {
   const ModelBinding& t = tensors;
   const std::uint64_t length = t.workBuffer.channelLength;
   const std::uint64_t channelStride = geometry.sequenceSize * spectralPath.GetWindowStride();
-  // one channel and class at a time: its samples are mixed while they are near
+  // one channel and class at a time: its samples are mixed while they are in the cache
   for (std::uint64_t channel = 0; channel < geometry.channelCount; ++channel) {
     if (channelClassIndex[channel] >= 0) continue;
     float* const extracted = t.classBuffer.channels[channel];

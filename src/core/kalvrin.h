@@ -17,8 +17,9 @@ namespace Orvik::Tesmo::Dnn {
 /// One loaded model and everything around it: evaluates windows of audio and mixes the model's
 /// classes with the remainder of the dry signal by the gains.
 ///
-/// A new core has every gain at 0 and gives silence. The first evaluation after construction or a
-/// change of size sees lookahead windows of silence before its own, and recurrent states of zero.
+/// A new core has every gain at 0: its output is silence. The first evaluation after construction
+/// or a change of size sees lookahead windows of silence before its own, and recurrent states of
+/// zero.
 ///
 /// Real time: EvaluateWindow allocates nothing of the library's own and takes no lock.
 /// Threads: one operation at a time, but the gain operations may run during EvaluateWindow.

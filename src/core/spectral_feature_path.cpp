@@ -30,7 +30,7 @@ RT_CODE void SpectralFeaturePath::ForwardWindows(const float* samples, float* sp
 RT_CODE void SpectralFeaturePath::InverseWindows(float* spectra, float* samples,
                                                  std::uint64_t count) {
   for (std::uint64_t window = 0; window < count; ++window) {
-    // a real signal has none; whatever the model left there is dropped
+    // the imaginary parts of the first and the last bin of a real signal are zero
     spectra[1] = 0.0F;
     spectra[GetWindowStride() - 1] = 0.0F;
     transform->Inverse(spectra, samples);

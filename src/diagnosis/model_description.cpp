@@ -1,5 +1,6 @@
 #include "diagnosis/model_description.h"
 
+#include "platform/utf16.h"
 #include "runtime/text.h"
 
 #include <algorithm>
@@ -85,25 +86,10 @@ std::string ShortText(std::u16string_view text) {
 }
 
 std::string PrintableText(std::string_view bytes) {
-  const auto take = [&bytes]() -> std::u16string {
-    for (std::size_t length = 1; length <= std::min<std::size_t>(bytes.size(), 4); ++length) {
-      try {
-        auto character = Dnn::Utf16FromUtf8(bytes.substr(0, length));
-        bytes.remove_prefix(length);
-        return character;
-      } catch (const std::range_error&) {
-        // no whole character yet
-      }
-    }
-    bytes.remove_prefix(1);
-    return u"?";
-  };
-  std::u16string text;
-  while (!bytes.empty()) {
-    const std::u16string character = take();
-    const bool isSpace = character == u"\n" || character == u"\r" || character == u"\t";
-    text += isSpace ? u" " : character;
-  }
+  std::u16string text = ToUtf16(bytes);
+  std::ranges::replace(text, u'\uFFFD', u'?');
+  for (const char16_t space : {u'\n', u'\r', u'\t'})
+    std::ranges::replace(text, space, u' ');
   return PrintableText(text);
 }
 

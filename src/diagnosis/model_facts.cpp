@@ -27,7 +27,7 @@ ModelFacts::ModelFacts(const Platform::Model& model)
 StreamRequest ModelFacts::Settle(StreamRequest request) const {
   const std::int32_t own = info.GetBaselineSequenceSize();
   if (request.channelCount == 0) request.channelCount = UsualChannelCount(layout);
-  // a negative one stays 0, for the core to refuse
+  // a negative number of the model is left to the core, which refuses it
   if (request.sequenceSize == 0 && own >= 0)
     request.sequenceSize = own != 0 ? static_cast<std::uint64_t>(own) : Dnn::DefaultSequenceSize;
   if (request.blockFrames == 0) request.blockFrames = layout.GetHopLength();

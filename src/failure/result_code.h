@@ -8,7 +8,7 @@
 /// What an operation of the platform boundary answers: negative is a failure.
 using ResultCode = std::int32_t;
 
-/// The codes that mean something to the library; an implementation may give others.
+/// The codes that mean something to the library; an implementation may return others.
 namespace ResultCodes {
 constexpr ResultCode FromBits(std::uint32_t bits) {
   return static_cast<ResultCode>(bits);

@@ -1,7 +1,7 @@
 #pragma once
 
 // The two readers of a model's metadata: by key, most values as JSON; and by a walk over all
-// entries, which gives the raw text.
+// entries, which returns the raw text.
 
 #include "platform/platform.h"
 #include "runtime/metadata_json.h"

@@ -23,7 +23,7 @@ std::shared_ptr<Platform::SessionOptions> CreateSessionOptions(Platform::Runtime
   std::shared_ptr<Platform::SessionOptions> options;
   CheckResult(runtime.CreateSessionOptions(options));
   CheckResult(options->SetBatchSizeOverride(1));
-  (void)options->SetIntraOpNumThreadsOverride(1);  // a wish: a refusal costs speed only
+  (void)options->SetIntraOpNumThreadsOverride(1);  // an engine that refuses is only slower
   return options;
 }
 

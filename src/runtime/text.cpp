@@ -1,7 +1,8 @@
 #include "runtime/text.h"
 
+#include "platform/utf16.h"
+
 #include <algorithm>
-#include <array>
 #include <cstddef>
 #include <limits>
 #include <stdexcept>
@@ -40,25 +41,6 @@ void AppendUtf8(std::string& text, char32_t code) {
   }
 }
 
-void AppendUtf16(std::u16string& text, char32_t code) {
-  if (code < 0x10000) {
-    text += static_cast<char16_t>(code);
-  } else {
-    text += static_cast<char16_t>(0xD800 + ((code - 0x10000) >> 10));
-    text += static_cast<char16_t>(0xDC00 + ((code - 0x10000) & 0x3FF));
-  }
-}
-
-/// The lead bytes [first, last] begin a sequence with `tails` further bytes, whose code point is
-/// `least` or more.
-struct Utf8Lead {
-  unsigned char first, last;
-  std::size_t tails;
-  char32_t least;
-};
-constexpr std::array<Utf8Lead, 4> Utf8Leads{
-    {{0x00, 0x7F, 0, 0}, {0xC2, 0xDF, 1, 0x80}, {0xE0, 0xEF, 2, 0x800}, {0xF0, 0xF4, 3, 0x10000}}};
-
 char16_t Lower(char16_t unit) {
   return unit >= u'A' && unit <= u'Z' ? static_cast<char16_t>(unit + (u'a' - u'A')) : unit;
 }
@@ -80,24 +62,9 @@ std::string Utf8FromUtf16(std::u16string_view text) {
 }
 
 std::u16string Utf16FromUtf8(std::string_view text) {
-  std::u16string result;
-  result.reserve(text.size());
-  for (std::size_t i = 0; i < text.size();) {
-    const auto byte = static_cast<unsigned char>(text[i++]);
-    const auto lead = std::find_if(Utf8Leads.begin(), Utf8Leads.end(), [&](const Utf8Lead& row) {
-      return byte >= row.first && byte <= row.last;
-    });
-    if (lead == Utf8Leads.end() || text.size() - i < lead->tails) ThrowBadConversion();
-    char32_t code = lead->tails == 0 ? byte : byte & (0x3Fu >> lead->tails);
-    for (std::size_t tail = 0; tail < lead->tails; ++tail, ++i) {
-      const auto next = static_cast<unsigned char>(text[i]);
-      if ((next & 0xC0) != 0x80) ThrowBadConversion();
-      code = code << 6 | (next & 0x3F);
-    }
-    if (code < lead->least || code > 0x10FFFF || (code >= 0xD800 && code <= 0xDFFF))
-      ThrowBadConversion();
-    AppendUtf16(result, code);
-  }
+  bool isValid = false;
+  std::u16string result = ToUtf16(text, &isValid);
+  if (!isValid) ThrowBadConversion();
   return result;
 }
 

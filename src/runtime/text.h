@@ -18,7 +18,7 @@ std::string Utf8FromUtf16(std::u16string_view text);
 std::u16string Utf16FromUtf8(std::string_view text);
 
 /// The decimal number at the start of `text`: white space, a sign, digits, up to the first other
-/// character. 0 without a digit; a number outside 32 bits gives the nearest one inside.
+/// character. 0 without a digit; for a number outside 32 bits the nearest one inside.
 std::int32_t DecimalValue(std::u16string_view text);
 
 /// Two zero-terminated names are the same but for the case of the letters A to Z.

@@ -75,7 +75,7 @@ void WindowedStreamProcessor::Resize(std::uint64_t newSequenceSize, std::uint64_
                                      std::uint64_t changedTo) {
   if (!core->Takes(newChannelCount, newSequenceSize)) return;
   if (!ProductUpTo(MaxFloats, std::array{blockFrames, newChannelCount})) return;
-  // What can fail here comes before the core changes, so that the three always agree.
+  // What can fail comes before the core changes: core, stage and arrays always have the same sizes.
   OverlapAddStage::Configuration newStage = overlapAdd->Prepare(newSequenceSize, newChannelCount);
   Arrays newArrays = MakeArrays(newSequenceSize, newChannelCount);
   if (!(core.get()->*changeCore)(changedTo)) return;

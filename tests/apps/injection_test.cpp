@@ -1,8 +1,9 @@
-// Every call of the system that the program makes, and every allocation, fails in turn: what it
-// answers is one line and whole files, or it goes on and the result is right.
+// Every call of the system that the program makes, and every allocation, fails in turn. Either the
+// program says so in one line and leaves no half-written file, or it goes on and the result is
+// right.
 
 #include "apps/audio_files.h"
-#include "apps/failing_plan.h"
+#include "apps/ledger.h"
 #include "apps/tool_process.h"
 #include "support/audio_models.h"
 #include "support/model_builder.h"
@@ -31,12 +32,12 @@ using Files = std::map<std::string, std::size_t>;
 struct Injection {
   const char* name;
   const char* line;  ///< of shell, in a folder of `InjectedRun`
-  /// How much of a run stands or falls as one: all files, or each for itself.
+  /// After a failure all files are as before (All), or some are finished already (Each).
   enum class Whole { All, Each } whole = Whole::All;
   const char* taken = "";  ///< the name of a file whose bytes cannot be taken back
 };
 
-/// A way of failing: the environment of failing_plan.h, but for the number of the call.
+/// A way of failing: the environment of failing_calls.cpp, but for the number of the call.
 struct Failing {
   const char* name;
   std::string names;
@@ -71,16 +72,14 @@ constexpr Injection rows[] = {
 /// A model of the form that `adapt` takes: half of this window and half of the last.
 std::string MakeOtherModel() {
   const Dimensions window = {1, 5, 1, 2};
-  ModelBuilder model;
-  for (const char* name : {"mix", "cache_in"})
-    model.Input(name, Element::Float, window);
-  for (const char* name : {"enh", "cache_out"})
-    model.Output(name, Element::Float, window);
-  model.Floats("half", {}, {0.5F});
-  model.Node("Add", {"mix", "cache_in"}, {"sum"});
-  model.Node("Mul", {"sum", "half"}, {"enh"});
-  model.Node("Identity", {"mix"}, {"cache_out"});
-  return model.Build();
+  return ModelBuilder()
+      .Input("mix", Element::Float, window)
+      .Input("cache_in", Element::Float, window)
+      .Output("enh", Element::Float, window)
+      .Output("cache_out", Element::Float, window)
+      .Node("Mean", {"mix", "cache_in"}, {"enh"})
+      .Node("Identity", {"mix"}, {"cache_out"})
+      .Build();
 }
 
 /// The program with what `plugin` copies beside it. Of the engine there is a short text, which the
@@ -154,7 +153,7 @@ private:
   TemporaryFolder folder, ledger;
 };
 
-/// Whether it is in a folder that the program says it could not remove.
+/// Whether the file is in a folder that the program says it could not remove.
 bool IsToldToBeLeft(const std::string& name, const std::string& errors) {
   const std::size_t end = name.rfind('/');
   return end != std::string::npos &&

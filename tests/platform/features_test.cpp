@@ -1,5 +1,5 @@
-#include "platform/onnxruntime/utf16.h"
 #include "platform/rig.h"
+#include "platform/utf16.h"
 #include "support/audio_models.h"
 
 #include <gtest/gtest.h>
@@ -123,7 +123,7 @@ TEST(ToUtf16, ReplacesWhatIsNoUtf8) {
       {"cut by another start", "\xE2\xE2\x82\xAC", u"\xFFFD\x20AC"},
   };
   for (const auto& row : rows)
-    EXPECT_EQ(OnnxRuntime::ToUtf16(row.text), row.expected) << row.name;
+    EXPECT_EQ(Orvik::Tesmo::ToUtf16(row.text), row.expected) << row.name;
 }
 
 }  // namespace

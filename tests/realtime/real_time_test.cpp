@@ -140,7 +140,7 @@ public:
   }
 
   /// Blocks as this host always gives them, until `count` evaluations or a few more have run.
-  /// Gives how many.
+  /// Returns how many.
   std::uint64_t ProcessEvenly(std::uint64_t count) {
     const std::uint64_t before = Evaluations();
     for (; Evaluations() < before + count; frames += sizes.block)

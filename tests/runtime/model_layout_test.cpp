@@ -27,7 +27,7 @@ ModelLayout ReadLayout(const Shape& input, const Shape& output) {
   return ReadLayout(FakeModel{{{u"input", input}}, {{u"output", output}}});
 }
 
-/// The shape that `settle` gives, as "2,4,480", or the text of its refusal.
+/// The shape that `settle` returns, as "2,4,480", or the text of its refusal.
 template <class Settle>
 std::string Settled(Settle settle) {
   std::string text;

@@ -37,8 +37,8 @@ using StreamMaker =
 /// One stream beside its plain model, both given the same blocks.
 class ComparedStream {
 public:
-  /// Every gain is 1: the stream gives its input. With `fromModel` the gain of the remainder is 0
-  /// instead, so that it gives the model's output.
+  /// Every gain is 1: the stream returns its input. With `fromModel` the gain of the remainder is 0
+  /// instead, so that it returns the output of the model.
   ComparedStream(const StreamMaker& make, const StreamSizes& sizes, std::uint64_t seed,
                  bool fromModel = false);
 

@@ -88,7 +88,7 @@ protected:
   decltype(&CreateStreamProcessor) create = nullptr;
 };
 
-/// Runs the stream until its output must be its input, and gives the last sample.
+/// Runs the stream until its output must be its input, and returns the last sample.
 float RunAtUnity(StreamProcessor& stream, float value) {
   stream.ResetGains();
   stream.SetAudioClassGain(u"Rest", 0.0f);

@@ -74,8 +74,8 @@ TEST(Processor, WhatIsOutOfRangeIsRefusedBeforeTheCoreIsBuilt) {
   EXPECT_THROW(WindowedStreamProcessor(std::move(core), nullptr, 2, 1, 0), ContractException);
 }
 
-/// A model that gives ones once and then zeros lets the window itself out. It is defined in single
-/// precision, step by step; rounded from double it differs in hundreds of bits.
+/// With a model that returns ones once and then zeros the output is the window itself. It is
+/// defined in single precision, step by step; rounded from double it differs in hundreds of bits.
 TEST(Processor, TheWindowIsThatOfSinglePrecision) {
   constexpr std::uint64_t hop = 240;
   FakeModel model = MakeFakeAudioModel(2 * hop, {1});

@@ -10,7 +10,7 @@ namespace {
 using Options = AudioModelOptions;
 using Update = StateOptions::Update;
 
-/// Adds nodes to a model in a row: each gives a fresh name to its result.
+/// Adds nodes to a model in a row: each has a fresh name for its result.
 class Chain {
 public:
   explicit Chain(ModelBuilder& model) : model(model) {}
@@ -59,7 +59,8 @@ std::string Counted(Chain& chain, const std::string& value, Element element) {
   return chain.Cast(chain.Node("Add", {wide, one}), element);
 }
 
-/// Declares a state as the next input and output, updates it and gives the name of the old values.
+/// Declares a state as the next input and output, updates it and returns the name of the old
+/// values.
 std::string AddState(ModelBuilder& model, Chain& chain, const StateOptions& state,
                      std::size_t index) {
   std::string input = "state" + std::to_string(index);

@@ -30,8 +30,8 @@ namespace {
 using Script = FakeRuntime::Script;
 using ScriptPtr = std::shared_ptr<Script>;
 
-/// Runs `work`, which gives a code or nothing, behind the gate of the script, and turns what it
-/// throws into a code, as the boundary asks for. `numbers` gives what the record has in brackets.
+/// Runs `work`, which returns a code or nothing, behind the gate of the script, and turns what it
+/// throws into a code, as the boundary asks for. `numbers` returns what the record has in brackets.
 template <class Work, class Numbers = std::string (*)()>
 ResultCode Call(
     Script& script, const char* operation, Work work,

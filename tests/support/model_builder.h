@@ -56,7 +56,7 @@ struct Attribute {
 /// shape of a scalar.
 enum class Declared { Tensor, TensorWithoutShape, Sequence };
 
-/// Every operation but Build adds to the model and gives the builder itself. Nothing is checked:
+/// Every operation but Build adds to the model and returns the builder itself. Nothing is checked:
 /// broken models can be made too. A copy adds to the same model.
 class ModelBuilder {
 public:

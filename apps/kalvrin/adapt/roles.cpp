@@ -449,8 +449,8 @@ public:
             (isSpectral ? "a spectrum" : "audio") + SizeText(expected, isSpectral) +
             (expected.hasParts ? " (bins, real and imaginary part, nothing else above 1)" : "") +
             ". The model has " + SourceTensorText(inputs) +
-            ". Name it with --input, or say its --input-layout, or with --in what it "
-            "takes");
+            ". Name it with --input, say its --input-layout, with --in what it takes, or with "
+            "--window how many samples");
       if (candidates.size() > 1 && !areParts)
         throw Refusal("audio could come in by " + SourceTensorText(candidates) +
                       "; say which with --input NAME" +
@@ -496,7 +496,7 @@ public:
     const auto guess = [&](const SourceTensor& tensor) {
       if (roles.result == Result::Gate) return GuessGateLayout(tensor);
       if (!isComplex) return GuessOutputLayout(tensor, expected);
-      const auto layout = GuessOutputLayout(tensor, expected);
+      auto layout = GuessOutputLayout(tensor, expected);
       if (layout || !outputLayout.empty()) return layout;
       // The parts may stand together on one side and apart on the other.
       Expected other = expected;

@@ -174,6 +174,7 @@ std::vector<std::vector<std::int64_t>> RunForShapes(Platform::Runtime& runtime,
     run.Bind(Platform::Side::Input, input->name, shape, input->kind);
   }
   std::vector<std::size_t> places;
+  places.reserve(names.size());
   for (const std::string& name : names)
     places.push_back(run.Bind(Platform::Side::Output, "shape/" + name, {1 + mostRank},
                               Platform::TensorKind::Int64));
@@ -343,6 +344,7 @@ NamePairs BringOutHiddenStates(Platform::Runtime& runtime, SourceModel& model,
     throw Refusal("the model " + model.path +
                   " has no GRU, LSTM or RNN that starts at zero, as --carry-hidden says");
   std::vector<std::string> names;
+  names.reserve(all.size());
   for (const Found& found : all)
     names.push_back(found.result);
   std::vector<std::vector<std::int64_t>> shapes;

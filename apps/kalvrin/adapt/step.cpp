@@ -309,7 +309,7 @@ private:
     Shape shape = {roles.history - 1, roles.inputSize};
     if (axes == "FC") shape.push_back(2);
     const std::string state = State(prefix + "windows", shape);
-    const std::string all = graph.Concat({state, graph.Unsqueeze(audio, {0})}, 0);
+    std::string all = graph.Concat({state, graph.Unsqueeze(audio, {0})}, 0);
     SetState(state, graph.DropFirst(all, 0, 1));
     axes.insert(0, 1, 'T');
     return all;

@@ -17,7 +17,7 @@ struct Failure {
 /// Allocates nothing.
 ResultCode TakeStatus(const OrtApi& api, OrtStatus* status) noexcept;
 
-/// Holds `text` as the error information and gives `code` back.
+/// Holds `text` as the error information and returns `code`.
 ResultCode Refused(ResultCode code, const char* text) noexcept;
 
 [[noreturn]] inline void Refuse(ResultCode code, const char* text) {

@@ -23,7 +23,7 @@ struct OrtTensorInfo;  ///< element type and shape
 struct OrtModelMetadata;
 
 /// Version asked for, whatever the engine is: the first that has all entries below. An engine
-/// older than this gives no table.
+/// older than this returns no table.
 inline constexpr std::uint32_t ortApiVersion = 20;
 
 struct OrtApiBase {
@@ -136,7 +136,7 @@ struct OrtApi {
                                                                                               127};
   OrtSlot<OrtStatus*(const OrtValue*, std::size_t bytes, std::size_t index, void* text)> getString{
       table, 128};
-  /// Makes a string this long, and gives its place: the text to come may hold zeros.
+  /// Makes a string this long, and returns its address: the text to come may hold zeros.
   OrtSlot<OrtStatus*(OrtValue*, std::size_t index, std::size_t bytes, char** text)> resizeString{
       table, 252};
 

@@ -1,6 +1,6 @@
 #include "platform/onnxruntime/parsed_model.h"
 
-#include "platform/onnxruntime/utf16.h"
+#include "platform/utf16.h"
 
 #include <utility>
 

@@ -43,7 +43,7 @@ TensorBuffer::TensorBuffer(std::shared_ptr<const Engine> usedEngine, std::uint32
     CreateNumbers(kind, shape);
 }
 
-/// calloc gives pages that are zero without being touched; it does not align as far as wanted.
+/// calloc returns zero pages without touching them, but does not align them to `alignment`.
 void TensorBuffer::CreateNumbers(std::uint32_t kind, const Shape& shape) {
   std::size_t room = bytes + alignment;
   memory.reset(std::calloc(room, 1));
