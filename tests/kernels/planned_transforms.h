@@ -19,13 +19,20 @@ std::shared_ptr<Spec> Plan(IppStatus (*make)(Spec**, Arguments...), IppStatus (*
   return {spec, free};
 }
 
-/// An entry on real or complex values with its spec.
+/// The transform with a plan and the plan's entries on real or complex values.
 template <class Value, class Spec>
-Transform::Run Bound(IppStatus (*entry)(const Value*, Value*, const Spec*, Ipp8u*),
-                     const Spec* spec) {
-  return [entry, spec](const float* src, float* dst, Ipp8u* work) {
-    return entry(reinterpret_cast<const Value*>(src), reinterpret_cast<Value*>(dst), spec, work);
+Transform WithPlan(Transform transform, const std::shared_ptr<Spec>& spec,
+                   IppStatus (*forward)(const Value*, Value*, const Spec*, Ipp8u*),
+                   IppStatus (*inverse)(const Value*, Value*, const Spec*, Ipp8u*)) {
+  const auto bound = [&](auto entry) {
+    return [entry, plan = spec.get()](const float* src, float* dst, Ipp8u* work) {
+      return entry(reinterpret_cast<const Value*>(src), reinterpret_cast<Value*>(dst), plan, work);
+    };
   };
+  transform.forward = bound(forward);
+  transform.inverse = bound(inverse);
+  transform.plan = spec;
+  return transform;
 }
 
 inline Transform RealDft(const Members& m, int length, int flag) {
@@ -33,30 +40,15 @@ inline Transform RealDft(const Members& m, int length, int flag) {
   int workSize = 0;
   Expect(m.ippsDFTGetBufSize_R_32f(spec.get(), &workSize) == ippStsNoErr, "no work size");
   const auto N = static_cast<std::size_t>(length), work = static_cast<std::size_t>(workSize);
-  return {m.name,
-          N,
-          true,
-          flag,
-          anyLengthTolerance,
-          work,
-          Bound(m.ippsDFTFwd_RToCCS_32f, spec.get()),
-          Bound(m.ippsDFTInv_CCSToR_32f, spec.get()),
-          spec};
+  return WithPlan({m.name, N, true, flag, anyLengthTolerance, work}, spec, m.ippsDFTFwd_RToCCS_32f,
+                  m.ippsDFTInv_CCSToR_32f);
 }
 
 /// It takes work buffers of its own.
 inline Transform ComplexDft(const Members& m, int length, int flag) {
   const auto spec = Plan(m.ippsDFTInitAlloc_C_32fc, m.ippsDFTFree_C_32fc, length, flag, 0);
-  const auto N = static_cast<std::size_t>(length);
-  return {m.name,
-          N,
-          false,
-          flag,
-          anyLengthTolerance,
-          std::nullopt,
-          Bound(m.ippsDFTFwd_CToC_32fc, spec.get()),
-          Bound(m.ippsDFTInv_CToC_32fc, spec.get()),
-          spec};
+  return WithPlan({m.name, static_cast<std::size_t>(length), false, flag, anyLengthTolerance}, spec,
+                  m.ippsDFTFwd_CToC_32fc, m.ippsDFTInv_CToC_32fc);
 }
 
 inline Transform ComplexFft(const Members& m, int order, int flag) {
@@ -64,15 +56,8 @@ inline Transform ComplexFft(const Members& m, int order, int flag) {
   int workSize = 0;
   Expect(m.ippsFFTGetBufSize_C_32fc(spec.get(), &workSize) == ippStsNoErr, "no work size");
   const std::size_t N = std::size_t{1} << order, work = static_cast<std::size_t>(workSize);
-  return {m.name,
-          N,
-          false,
-          flag,
-          FftTolerance(order, flag),
-          work,
-          Bound(m.ippsFFTFwd_CToC_32fc, spec.get()),
-          Bound(m.ippsFFTInv_CToC_32fc, spec.get()),
-          spec};
+  return WithPlan({m.name, N, false, flag, FftTolerance(order, flag), work}, spec,
+                  m.ippsFFTFwd_CToC_32fc, m.ippsFFTInv_CToC_32fc);
 }
 
 /// The input chooses whether the spec lives in memory of the caller's, of exactly the sizes asked
@@ -98,15 +83,12 @@ inline Transform RealFft(const Members& m, Input& input, int order, int flag) {
       return isInPlace && src == dst ? inPlace(dst, plan, work) : apart(src, dst, plan, work);
     };
   };
-  return {m.name,
-          std::size_t{1} << order,
-          true,
-          flag,
-          FftTolerance(order, flag),
-          static_cast<std::size_t>(workSize),
-          bound(m.ippsFFTFwd_RToCCS_32f, m.ippsFFTFwd_RToCCS_32f_I),
-          bound(m.ippsFFTInv_CCSToR_32f, m.ippsFFTInv_CCSToR_32f_I),
-          spec};
+  Transform transform = {m.name, std::size_t{1} << order,   true,
+                         flag,   FftTolerance(order, flag), static_cast<std::size_t>(workSize)};
+  transform.forward = bound(m.ippsFFTFwd_RToCCS_32f, m.ippsFFTFwd_RToCCS_32f_I);
+  transform.inverse = bound(m.ippsFFTInv_CCSToR_32f, m.ippsFFTInv_CCSToR_32f_I);
+  transform.plan = spec;
+  return transform;
 }
 
 }  // namespace KernelTest
