@@ -1,4 +1,5 @@
-// `kalvrin render` on many files: each as if it were rendered alone, none twice, none half.
+// `kalvrin render` on many files: each output is the same as when its input is rendered alone, no
+// file is rendered twice, and none is left unfinished.
 
 #include "apps/audio_files.h"
 #include "apps/tool_process.h"
@@ -19,7 +20,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-/// A model that fails on samples of full scale, and a folder of files below folders, for both.
+/// A model that fails on samples of full scale, and a folder with folders of audio files.
 class Batch : public testing::Test {
 protected:
   static constexpr int count = 9;

@@ -1,19 +1,118 @@
-// Calls of the system and allocations that fail as planned.
+// Preloaded into the program: calls of the system and allocations fail, chosen by their numbers
+// among those that count. From the environment:
+//   KALVRIN_FAIL_FIRST, _LAST  the numbers, from 1; 0: none fails
+//   KALVRIN_FAIL_NAMES         the functions that count; "memory": all that allocate; "": the rest
+//   KALVRIN_FAIL_WITH          an errno; 0: a read or write does half of what was asked
+//   KALVRIN_FAIL_LEDGER        the file of a Ledger, which counts on
+// Calls count from `main` on; only the program's own do, and those that the C and the C++ library
+// make for it.
 
-#include "apps/failing_plan.h"
+#include "apps/ledger.h"
 
+#include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <cstddef>
 #include <cstdio>
+#include <cstdlib>
+#include <cstring>
 #include <dirent.h>
 #include <dlfcn.h>
+#include <link.h>
 #include <new>
+#include <optional>
 #include <poll.h>
+#include <string_view>
+#include <sys/mman.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <unistd.h>
+#include <unwind.h>
 
-using TestSupport::IsChosen;
+using TestSupport::Ledger;
+
+namespace {
+
+constexpr unsigned mostSeconds = 30;
+
+const char* Setting(const char* name) {
+  const char* value = std::getenv(name);  // NOLINT(concurrency-mt-unsafe): nobody sets any
+  return value ? value : "";
+}
+
+int Number(const char* name) {
+  return std::atoi(Setting(name));  // NOLINT(cert-err34-c)
+}
+
+struct Plan {
+  int first = Number("KALVRIN_FAIL_FIRST"), last = Number("KALVRIN_FAIL_LAST");
+  int error = Number("KALVRIN_FAIL_WITH");
+  std::string_view names = Setting("KALVRIN_FAIL_NAMES");
+  Ledger* ledger;
+
+  bool Counts(std::string_view name) const {
+    const bool isAllocation = name.ends_with("alloc") || name == "operator new";
+    if (names == "memory") return isAllocation;
+    return names.empty() ? !isAllocation : names.find(name) != std::string_view::npos;
+  }
+};
+
+/// None before `main`.
+std::optional<Plan> plan;
+
+std::string_view ModuleOf(void* address) {
+  dl_find_object found{};
+  return _dl_find_object(address, &found) == 0 ? found.dlfo_link_map->l_name : "?";
+}
+
+/// A library that calls for whoever called it: the C and the C++ library, the loader, this one.
+bool IsGoBetween(std::string_view module) {
+  constexpr std::string_view names[] = {"/libc.so", "/libstdc++.so", "/libgcc_s.so", "/ld-linux",
+                                        "/libkalvrin_test_failing_calls.so"};
+  return std::ranges::any_of(
+      names, [&](auto name) { return module.find(name) != std::string_view::npos; });
+}
+
+/// Whether the program itself calls. The engine, protobuf and libsndfile answer for themselves.
+bool IsPrograms(void* caller) {
+  std::string_view module = ModuleOf(caller);
+  if (IsGoBetween(module))
+    _Unwind_Backtrace(
+        [](_Unwind_Context* frame, void* result) {
+          auto& found = *static_cast<std::string_view*>(result);
+          // NOLINTNEXTLINE(performance-no-int-to-ptr): so the unwinder gives addresses
+          found = ModuleOf(reinterpret_cast<void*>(_Unwind_GetIP(frame)));
+          return IsGoBetween(found) ? _URC_NO_REASON : _URC_END_OF_STACK;
+        },
+        &module);
+  return module.empty();  // the program has no name
+}
+
+int (*realMain)(int, char**, char**) = nullptr;
+
+int MainWithPlan(int count, char** values, char** environment) {
+  std::FILE* const file = std::fopen(Setting("KALVRIN_FAIL_LEDGER"), "r+");
+  if (!file) std::abort();
+  void* const shared =
+      mmap(nullptr, sizeof(Ledger), PROT_READ | PROT_WRITE, MAP_SHARED, fileno(file), 0);
+  std::fclose(file);
+  if (shared == MAP_FAILED) std::abort();
+  alarm(mostSeconds);  // what waits for ever is a failure, too
+  plan.emplace().ledger = static_cast<Ledger*>(shared);
+  return realMain(count, values, environment);
+}
+
+/// Counts a call. True: it is to fail, and errno says how. `caller` is where it returns to.
+bool IsChosen(const char* name, void* caller) {
+  if (!plan || !plan->Counts(name) || !IsPrograms(caller)) return false;
+  const int call = ++std::atomic_ref(plan->ledger->calls);
+  if (call < plan->first || call > plan->last) return false;
+  if (call == plan->first) std::strncpy(plan->ledger->failed, name, sizeof Ledger::failed - 1);
+  errno = plan->error;
+  return true;
+}
+
+}  // namespace
 
 // NOLINTBEGIN(bugprone-macro-parentheses): parameter lists bring their own
 #define WRAP(result, name, parameters, arguments, failed)                                          \
@@ -92,4 +191,14 @@ void* __libc_memalign(std::size_t alignment, std::size_t size);
 [[gnu::visibility("default")]] void* operator new(std::size_t size) {
   if (IsChosen("operator new", __builtin_return_address(0))) throw std::bad_alloc();
   return __libc_malloc(size);
+}
+
+extern "C" [[gnu::visibility("default")]] int
+// NOLINTNEXTLINE(bugprone-reserved-identifier): the name that a program's start calls
+__libc_start_main(int (*function)(int, char**, char**), int count, char** values, void (*begin)(),
+                  void (*end)(), void (*endOfLoader)(), void* stackEnd) {
+  realMain = function;
+  const auto real =
+      reinterpret_cast<decltype(&__libc_start_main)>(dlsym(RTLD_NEXT, "__libc_start_main"));
+  return real(MainWithPlan, count, values, begin, end, endOfLoader, stackEnd);
 }

@@ -1,4 +1,4 @@
-// Whatever goes wrong: one clear line, exit status 1, and no file that looks finished.
+// Whatever goes wrong, the tool prints one clear line, exits with 1, and leaves no unfinished file.
 
 #include "apps/audio_files.h"
 #include "apps/tool_process.h"

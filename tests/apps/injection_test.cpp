@@ -1,8 +1,9 @@
-// Every call of the system that the program makes, and every allocation, fails in turn: what it
-// answers is one line and whole files, or it goes on and the result is right.
+// Every call of the system that the program makes, and every allocation, fails in turn. Either the
+// program says so in one line and leaves no half-written file, or it goes on and the result is
+// right.
 
 #include "apps/audio_files.h"
-#include "apps/failing_plan.h"
+#include "apps/ledger.h"
 #include "apps/tool_process.h"
 #include "support/audio_models.h"
 #include "support/model_builder.h"
@@ -31,12 +32,12 @@ using Files = std::map<std::string, std::size_t>;
 struct Injection {
   const char* name;
   const char* line;  ///< of shell, in a folder of `InjectedRun`
-  /// How much of a run stands or falls as one: all files, or each for itself.
+  /// After a failure all files are as before (All), or some are finished already (Each).
   enum class Whole { All, Each } whole = Whole::All;
   const char* taken = "";  ///< the name of a file whose bytes cannot be taken back
 };
 
-/// A way of failing: the environment of failing_plan.h, but for the number of the call.
+/// A way of failing: the environment of failing_calls.cpp, but for the number of the call.
 struct Failing {
   const char* name;
   std::string names;
@@ -71,37 +72,30 @@ constexpr Injection rows[] = {
 /// A model of the form that `adapt` takes: half of this window and half of the last.
 std::string MakeOtherModel() {
   const Dimensions window = {1, 5, 1, 2};
-  ModelBuilder model;
-  for (const char* name : {"mix", "cache_in"})
-    model.Input(name, Element::Float, window);
-  for (const char* name : {"enh", "cache_out"})
-    model.Output(name, Element::Float, window);
-  model.Floats("half", {}, {0.5F});
-  model.Node("Add", {"mix", "cache_in"}, {"sum"});
-  model.Node("Mul", {"sum", "half"}, {"enh"});
-  model.Node("Identity", {"mix"}, {"cache_out"});
-  return model.Build();
+  return ModelBuilder()
+      .Input("mix", Element::Float, window)
+      .Input("cache_in", Element::Float, window)
+      .Output("enh", Element::Float, window)
+      .Output("cache_out", Element::Float, window)
+      .Node("Mean", {"mix", "cache_in"}, {"enh"})
+      .Node("Identity", {"mix"}, {"cache_out"})
+      .Build();
 }
 
-/// The program with what `plugin` copies beside it. Of the engine there is a short text, which the
-/// loader refuses, and in the next place that it is looked for the real one.
-class ToolWithSmallLibraries {
-public:
-  ToolWithSmallLibraries() {
-    const std::filesystem::path tool = ToolPath(), libraries = tool.parent_path() / "../lib";
-    std::filesystem::copy(tool, Path());
-    std::filesystem::create_directory(folder / "kalvrin");
-    std::filesystem::create_symlink(libraries / "libonnxruntime.so.1",
-                                    folder / "kalvrin/libonnxruntime.so.1");
-    for (const char* name : {"libonnxruntime.so.1", "libkalvrin.so.0", "libsamplerate.so.0",
-                             "kalvrin_lv2.so", "kalvrin_ladspa.so"})
-      WriteFile(folder / name, std::string(70'000, '!'));
-  }
-  std::string Path() const { return folder / "kalvrin-tool"; }
-
-private:
-  TemporaryFolder folder;
-};
+/// Copies the program and puts beside it small files in place of the libraries that `plugin`
+/// copies. The loader refuses the one with the name of the engine, and finds the real engine in the
+/// next place.
+std::string MakeToolWithSmallLibraries(const TemporaryFolder& folder) {
+  const std::filesystem::path tool = ToolPath(), libraries = tool.parent_path() / "../lib";
+  std::filesystem::copy(tool, folder / "kalvrin-tool");
+  std::filesystem::create_directory(folder / "kalvrin");
+  std::filesystem::create_symlink(libraries / "libonnxruntime.so.1",
+                                  folder / "kalvrin/libonnxruntime.so.1");
+  for (const char* name : {"libonnxruntime.so.1", "libkalvrin.so.0", "libsamplerate.so.0",
+                           "kalvrin_lv2.so", "kalvrin_ladspa.so"})
+    WriteFile(folder / name, std::string(70'000, '!'));
+  return folder / "kalvrin-tool";
+}
 
 /// A folder with models, audio and files to replace, and one run in it.
 class InjectedRun {
@@ -125,12 +119,13 @@ public:
 
   /// Without a number nothing fails.
   Outcome Run(const Injection& row, const Failing& failing, int number = 0) {
-    static const ToolWithSmallLibraries tool;
+    static const TemporaryFolder program;
+    static const std::string tool = MakeToolWithSmallLibraries(program);
     std::ostringstream line;
     line << "TOOL='env LD_PRELOAD=" KALVRIN_FAILING_CALLS " KALVRIN_FAIL_FIRST=" << number
          << " KALVRIN_FAIL_LAST=" << (failing.isLasting && number ? INT_MAX : number)
          << " KALVRIN_FAIL_NAMES=" << failing.names << " KALVRIN_FAIL_WITH=" << failing.error
-         << " KALVRIN_FAIL_LEDGER=" << ledger / "calls" << ' ' << tool.Path() << "'; " << row.line;
+         << " KALVRIN_FAIL_LEDGER=" << ledger / "calls" << ' ' << tool << "'; " << row.line;
     return folder.Run(line.str());
   }
   TestSupport::Ledger Ledger() const {
@@ -154,7 +149,7 @@ private:
   TemporaryFolder folder, ledger;
 };
 
-/// Whether it is in a folder that the program says it could not remove.
+/// Whether the file is in a folder that the program says it could not remove.
 bool IsToldToBeLeft(const std::string& name, const std::string& errors) {
   const std::size_t end = name.rfind('/');
   return end != std::string::npos &&

@@ -26,25 +26,16 @@ protected:
     WriteAudio(folder / "in.wav", audio);
   }
 
-  Outcome Run(const std::string& out, const std::vector<std::string>& options = {},
+  /// `options` stand in a line of shell.
+  Outcome Run(const std::string& options = "", const std::string& out = "out.wav",
               int exitStatus = 0) {
-    std::vector<std::string> arguments = {"render", folder / "model.onnx", folder / "in.wav",
-                                          folder / out};
-    arguments.insert(arguments.end(), options.begin(), options.end());
-    Outcome outcome = RunTool(arguments);
+    Outcome outcome = folder.Run("$TOOL render model.onnx in.wav " + out + ' ' + options);
     EXPECT_EQ(outcome.exitStatus, exitStatus) << outcome.err;
     return outcome;
   }
 
   TemporaryFolder folder;
 };
-
-/// Interleaved `audio` later by `frames`, behind silence.
-std::vector<float> Later(const Audio& audio, std::size_t frames) {
-  std::vector<float> samples(frames * static_cast<std::size_t>(audio.channels));
-  samples.insert(samples.end(), audio.samples.begin(), audio.samples.end());
-  return samples;
-}
 
 std::vector<float> Scaled(std::vector<float> samples, double gain) {
   for (float& sample : samples)
@@ -82,31 +73,31 @@ TEST_F(Render, UnityGivesTheInputBackInStepAndInLength) {
     std::size_t frames;
     int channels, format;
     const char* out;
-    std::vector<std::string> options;
+    const char* options;
     int outFormat;
   } rows[] = {
-      {"float WAV", samples, 1000, 2, wav, "out.wav", {}, wav},
-      {"16-bit", samples, 999, 1, wav16, "out.wav", {}, wav16},
-      {"24-bit", samples, 999, 1, wav24, "out.WAV", {}, wav24},
-      {"FLAC", spectra, 5000, 2, wav16, "out.flac", {}, flac16},
-      {"float to FLAC", samples, 100, 8, wav, "out.flac", {}, flac24},
-      {"chosen encoding", samples, 100, 2, wav, "out", {"--encoding=pcm32"}, wav32},
-      {"chosen format", samples, 100, 2, wav, "out.x", {"--format", "flac"}, flac24},
-      {"from FLAC", samples, 100, 2, flac24, "out.wav", {}, wav24},
-      {"64 channels", samples, 300, 64, wav, "out.wav", {}, manyChannels},
-      {"spectra, lookahead", spectra, 1234, 3, wav, "out.wav", {}, manyChannels},
-      {"odd block", spectra, 1234, 1, wav, "out.wav", {"--block=13", "--sequence=3"}, wav},
-      {"one frame", samples, 1, 1, wav, "out.wav", {}, wav},
-      {"no audio", samples, 0, 2, wav, "out.wav", {}, wav},
-      {"no audio, FLAC", samples, 0, 2, wav, "out.flac", {}, flac24},
-      {"no audio, Ogg", samples, 0, 2, wav, "out.ogg", {}, ogg},
+      {"float WAV", samples, 1000, 2, wav, "out.wav", "", wav},
+      {"16-bit", samples, 999, 1, wav16, "out.wav", "", wav16},
+      {"24-bit", samples, 999, 1, wav24, "out.WAV", "", wav24},
+      {"FLAC", spectra, 5000, 2, wav16, "out.flac", "", flac16},
+      {"float to FLAC", samples, 100, 8, wav, "out.flac", "", flac24},
+      {"chosen encoding", samples, 100, 2, wav, "out", "--encoding=pcm32", wav32},
+      {"chosen format", samples, 100, 2, wav, "out.x", "--format flac", flac24},
+      {"from FLAC", samples, 100, 2, flac24, "out.wav", "", wav24},
+      {"64 channels", samples, 300, 64, wav, "out.wav", "", manyChannels},
+      {"spectra, lookahead", spectra, 1234, 3, wav, "out.wav", "", manyChannels},
+      {"odd block", spectra, 1234, 1, wav, "out.wav", "--block=13 --sequence=3", wav},
+      {"one frame", samples, 1, 1, wav, "out.wav", "", wav},
+      {"no audio", samples, 0, 2, wav, "out.wav", "", wav},
+      {"no audio, FLAC", samples, 0, 2, wav, "out.flac", "", flac24},
+      {"no audio, Ogg", samples, 0, 2, wav, "out.ogg", "", ogg},
   };
   std::uint64_t seed = TestSeed();
   for (const auto& row : rows) {
     Audio audio = MakeNoise(row.frames, row.channels, seed++);
     audio.format = row.format;
     Prepare(row.model, audio);
-    const Outcome outcome = Run(row.out, row.options);
+    const Outcome outcome = Run(row.options, row.out);
     EXPECT_EQ(outcome.err, "") << row.name;
     if (outcome.exitStatus != 0) continue;
     const Audio out = ReadAudio(folder / row.out);
@@ -122,7 +113,7 @@ TEST_F(Render, UnityGivesTheInputBackInStepAndInLength) {
 TEST_F(Render, OggIsInStepAndSoundsTheSame) {
   const Audio audio = MakeSine(48000, 997, 30001);
   Prepare({}, audio);
-  Run("out.ogg");
+  Run("", "out.ogg");
   const Audio out = ReadAudio(folder / "out.ogg");
   EXPECT_EQ(out.format, ogg);
   EXPECT_LE(GreatestDifference(out.samples, audio.samples), 0.03);
@@ -130,21 +121,20 @@ TEST_F(Render, OggIsInStepAndSoundsTheSame) {
 
 TEST_F(Render, RawLatencyDelaysByWhatTheSummarySays) {
   const struct {
-    std::vector<std::string> options;
+    std::string options;
     std::size_t latency;  // window 16, hop 8
   } rows[] = {
-      {{}, 32 - 8 + 8},          {{"--block=4"}, 32 - 4 + 8}, {{"--block=5"}, 32 + 8},
-      {{"--sequence=1"}, 8 + 8}, {{"--block=100"}, 32 + 8},
+      {"", 32 - 8 + 8},        {"--block=4", 32 - 4 + 8}, {"--block=5", 32 + 8},
+      {"--sequence=1", 8 + 8}, {"--block=100", 32 + 8},
   };
   const Audio audio = MakeNoise(500, 2, TestSeed());
   Prepare({.features = 16}, audio);
   for (const auto& row : rows) {
-    auto options = row.options;
-    options.emplace_back("--raw-latency");
-    const Outcome outcome = Run("out.wav", options);
+    const Outcome outcome = Run("--raw-latency " + row.options);
     ExpectPart(outcome.out, std::to_string(row.latency) + " frames, left in");
-    EXPECT_LE(GreatestDifference(ReadAudio(folder / "out.wav").samples, Later(audio, row.latency)),
-              rounding)
+    std::vector<float> later(2 * row.latency);
+    later.insert(later.end(), audio.samples.begin(), audio.samples.end());
+    EXPECT_LE(GreatestDifference(ReadAudio(folder / "out.wav").samples, later), rounding)
         << row.latency;
   }
 }
@@ -154,30 +144,30 @@ TEST_F(Render, GainsOfClassesRestAndMaster) {
   const Options model{.classGains = {0.5F, 0.25F},
                       .metadata = {{"AudioClassNames", "[\"A\",\"\xC3\x96l=1\"]"}}};
   const struct {
-    std::vector<std::string> options;
+    const char* options;
     double gain;
     const char* summary;
   } rows[] = {
-      {{"--gain", "A=0"}, 0.5, "A 0, \xC3\x96l=1 1, Rest 1"},
-      {{"--gain=a=-6dB"}, 0.5 + 0.5 * std::pow(10, -0.3), "A 0.5012 (-6.0 dB)"},
-      {{"--gain=\xC3\x96l=1=3"}, 1.5, "\xC3\x96l=1 3 (+9.5 dB)"},
-      {{"--rest=0"}, 0.75, "Rest 0"},
-      {{"--gain=Rest=0", "--gain=A=0"}, 0.25, "A 0"},
-      {{"--gain=A=0", "--gain=A=2"}, 1.5, "A 2"},
-      {{"--master=-20 dB"}, 0.1, "master 0.1 (-20.0 dB)"},
-      {{"--master=0.5", "--rest=3"}, 0.75, "master 0.5"},
+      {"--gain A=0", 0.5, "A 0, \xC3\x96l=1 1, Rest 1"},
+      {"--gain=a=-6dB", 0.5 + 0.5 * std::pow(10, -0.3), "A 0.5012 (-6.0 dB)"},
+      {"--gain=\xC3\x96l=1=3", 1.5, "\xC3\x96l=1 3 (+9.5 dB)"},
+      {"--rest=0", 0.75, "Rest 0"},
+      {"--gain=Rest=0 --gain=A=0", 0.25, "A 0"},
+      {"--gain=A=0 --gain=A=2", 1.5, "A 2"},
+      {"--master='-20 dB'", 0.1, "master 0.1 (-20.0 dB)"},
+      {"--master=0.5 --rest=3", 0.75, "master 0.5"},
   };
   const Audio audio = MakeNoise(300, 2, TestSeed());
   Prepare(model, audio);
   for (const auto& row : rows) {
-    ExpectPart(Run("out.wav", row.options).out, row.summary);
+    ExpectPart(Run(row.options).out, row.summary);
     EXPECT_LE(
         GreatestDifference(ReadAudio(folder / "out.wav").samples, Scaled(audio.samples, row.gain)),
         2e-6)
-        << row.options[0];
+        << row.options;
   }
   // Only the letters A to Z have two cases.
-  ExpectPart(Run("out.wav", {"--gain=\xC3\xB6l=1=3"}, 2).err,
+  ExpectPart(Run("--gain=\xC3\xB6l=1=3", "out.wav", 2).err,
              "the model has no class '\xC3\xB6l=1', only A, \xC3\x96l=1, Rest");
 }
 
@@ -187,8 +177,7 @@ TEST_F(Render, StemsAddUpToTheInput) {
                                    {"ChannelToAudioClassBindings", R"([[1,"Speech/1"]])"}}};
   const Audio audio = MakeNoise(700, 2, TestSeed());
   Prepare(model, audio);
-  const Outcome outcome =
-      Run("out.wav", {"--stems", folder / "stems", "--gain", "mix=0", "--master", "0.5"});
+  const Outcome outcome = Run("--stems stems --gain mix=0 --master 0.5");
   std::vector<float> sum(audio.samples.size());
   // The third class has the name of the first: no gain reaches it, and it is no stem.
   for (const char* name : {"stems/Speech_1.wav", "stems/mix-2.wav", "stems/Rest.wav"}) {
@@ -217,7 +206,7 @@ TEST_F(Render, ResamplesThereAndBack) {
     for (const std::size_t frames : {20011, 1, 0}) {
       const Audio audio = MakeSine(rate, 1000, frames);
       Prepare(model, audio);
-      Run("out.wav", {"--resample"});
+      Run("--resample");
       const Audio out = ReadAudio(folder / "out.wav");
       EXPECT_EQ(out.rate, rate);
       ASSERT_EQ(out.samples.size(), frames) << rate;
@@ -226,7 +215,7 @@ TEST_F(Render, ResamplesThereAndBack) {
         ASSERT_NEAR(out.samples[i], audio.samples[i], 1e-4) << rate << " Hz, frame " << i;
     }
   Prepare(model, MakeSine(44100, 1000, 441));
-  Run("out.wav", {"--resample", "--raw-latency"});
+  Run("--resample --raw-latency");
   // 128 frames of latency at 48000 Hz are 117.6 at 44100 Hz.
   EXPECT_EQ(ReadAudio(folder / "out.wav").Frames(), 441U + 118U);
 }
@@ -270,7 +259,7 @@ TEST_F(Render, NonFiniteAndLoudSamplesAreMadeGoodAndReported) {
                        .update = StateOptions::Update::Keep,
                        .isHeard = true}}},
           audio);
-  const Outcome outcome = Run("out.wav", {"--master", "4", "--encoding", "pcm16"});
+  const Outcome outcome = Run("--master 4 --encoding pcm16");
   ExpectPart(outcome.err,
              "in.wav holds values that are not finite (2 samples, the first in frame 100)");
   ExpectPart(outcome.err, "out.wav is louder than full scale (");
@@ -282,8 +271,7 @@ TEST_F(Render, NonFiniteAndLoudSamplesAreMadeGoodAndReported) {
 
   // A model that gives no numbers: 0 times an infinite gain.
   Prepare({.classGains = {infinity}}, MakeNoise(100, 1, TestSeed()));
-  ExpectPart(Run("out.wav", {"--rest=0"}).err,
-             "the model gave values that are not finite (100 samples");
+  ExpectPart(Run("--rest=0").err, "the model gave values that are not finite (100 samples");
   EXPECT_EQ(ReadAudio(folder / "out.wav").samples, std::vector<float>(100));
 }
 
@@ -296,7 +284,7 @@ TEST_F(Render, KeepsTitleAndLoudspeakers) {
     file.setString(SF_STR_TITLE, "A title");
     file.writef(MakeNoise(100, 3, TestSeed()).samples.data(), 100);
   }
-  Run("out.wav");
+  Run();
   SndfileHandle file(folder / "out.wav");
   EXPECT_STREQ(file.getString(SF_STR_TITLE), "A title");
   EXPECT_EQ(file.command(SFC_GET_CHANNEL_MAP_INFO, kept, sizeof kept), SF_TRUE);

@@ -11,17 +11,6 @@
 #include <sys/wait.h>
 
 namespace TestSupport {
-namespace {
-
-std::string Quoted(const std::string& argument) {
-  std::string text;
-  for (const char c : argument)
-    text += c == '\'' ? "'\\''" : std::string(1, c);
-  return '\'' + text + '\'';
-}
-
-}  // namespace
-
 TemporaryFolder::TemporaryFolder() {
   std::string name = std::filesystem::temp_directory_path() / "kalvrin-test-XXXXXX";
   if (!mkdtemp(name.data())) throw std::runtime_error("cannot make " + name);
@@ -70,13 +59,6 @@ Outcome TemporaryFolder::RunOnTerminal(const std::string& arguments, const std::
 
 std::string ToolPath() {
   return KALVRIN_TOOL;
-}
-
-Outcome RunTool(const std::vector<std::string>& arguments) {
-  std::string line = "\"$TOOL\"";
-  for (const std::string& argument : arguments)
-    line += ' ' + Quoted(argument);
-  return TemporaryFolder().Run(line);
 }
 
 void ExpectPart(const std::string& text, std::string_view part, std::string_view where) {

@@ -41,9 +41,6 @@ private:
 /// Where the program is.
 std::string ToolPath();
 
-/// Runs the program with `arguments`, standard input empty, and waits for its end.
-Outcome RunTool(const std::vector<std::string>& arguments);
-
 /// Fails the test where `part` does not occur in `text`.
 void ExpectPart(const std::string& text, std::string_view part, std::string_view where = {});
 

@@ -10,29 +10,24 @@
 
 namespace {
 
-/// Type of the exception that `raise` throws, and the code it maps back to.
+/// What is known of a thrown exception: its type, its code, and the code that it maps back to.
 struct Raised {
   const std::type_info* type = nullptr;
-  ResultCode code = 0;
+  ResultCode code = 0;  ///< 0 where the exception has none
   ResultCode mappedBack = 0;
 };
 
 Raised Raise(const std::function<void()>& raise) {
-  Raised raised;
   try {
-    try {
-      raise();
-    } catch (...) {
-      raised.mappedBack = ResultCodeForCurrentException();
-      throw;
-    }
+    raise();
   } catch (const winrt::hresult_error& error) {
-    raised.type = &typeid(error);
-    raised.code = error.code();
+    return {&typeid(error), error.code(), ResultCodeForCurrentException()};
   } catch (const std::exception& error) {
-    raised.type = &typeid(error);
+    return {&typeid(error), 0, ResultCodeForCurrentException()};
+  } catch (...) {
+    return {nullptr, 0, ResultCodeForCurrentException()};
   }
-  return raised;
+  return {};
 }
 
 TEST(ResultCode, EachCodeHasItsClassAndMapsBack) {

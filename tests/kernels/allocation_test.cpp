@@ -1,7 +1,7 @@
 // Planning and running when memory runs out at any one allocation. The linker sends the library's
 // malloc and free through here.
 
-#include "kernels/members.h"
+#include "kernels/planned_transforms.h"
 
 #include <cstddef>
 #include <gtest/gtest.h>
@@ -33,31 +33,24 @@ void __wrap_free(void* block) {
 
 namespace {
 
-using KernelTest::AllMembers;
-using KernelTest::Members;
+using namespace KernelTest;
 
-template <class Value, class Spec>
-struct Entries {
-  IppStatus (*make)(Spec**, int size, int flag, int hint);
-  IppStatus (*free)(Spec*);
-  IppStatus (*forward)(const Value*, Value*, const Spec*, Ipp8u*);
-  IppStatus (*inverse)(const Value*, Value*, const Spec*, Ipp8u*);
-};
-
-/// A plan takes `least` blocks at least. Refused any one of them it reports that and keeps none.
-template <class Value, class Spec>
-void CheckPlan(const Entries<Value, Spec>& entries, int size, int least) {
+/// A plan takes more than `least` blocks. Without any one of them planning reports that and keeps
+/// none.
+template <class Spec>
+void CheckPlan(IppStatus (*make)(Spec**, int, int, int), IppStatus (*free)(Spec*), int size,
+               int least) {
   IppStatus status = ippStsMemAllocErr;
   int allowed = 0;
   for (; status != ippStsNoErr && allowed < 100; ++allowed) {
     Spec* spec = nullptr;
     blocksHeld = 0;
     allocationsLeft = allowed;
-    status = entries.make(&spec, size, IPP_FFT_DIV_INV_BY_N, ippAlgHintAccurate);
+    status = make(&spec, size, IPP_FFT_DIV_INV_BY_N, ippAlgHintAccurate);
     allocationsLeft = -1;
     EXPECT_EQ(spec == nullptr, status == ippStsMemAllocErr);
     if (spec) {
-      EXPECT_EQ(entries.free(spec), ippStsNoErr);
+      EXPECT_EQ(free(spec), ippStsNoErr);
     }
     EXPECT_EQ(blocksHeld, 0) << "after " << allowed << " allocations";
   }
@@ -65,83 +58,57 @@ void CheckPlan(const Entries<Value, Spec>& entries, int size, int least) {
   EXPECT_GT(allowed, least) << "or these allocations are not the plan's";
 }
 
-/// A transform asks for memory only where it gets no work buffer; without it, it writes nothing.
-template <class Value, class Spec>
-void CheckTransforms(const Entries<Value, Spec>& entries, int size, std::size_t values,
-                     int workSize) {
-  Spec* spec = nullptr;
-  ASSERT_EQ(entries.make(&spec, size, IPP_FFT_DIV_INV_BY_N, ippAlgHintAccurate), ippStsNoErr);
-  std::vector<Ipp8u> work(static_cast<std::size_t>(workSize) + 1);
-  const std::vector<Value> x(values);
+/// A transform allocates only where it gets no work buffer; without memory it writes nothing.
+void CheckTransforms(const Transform& t) {
+  std::vector<Ipp8u> work(*t.workSize + 1);
+  const std::vector<float> x(2 * t.length + 2);
   const int before = blocksHeld;
-  for (const auto transform : {entries.forward, entries.inverse}) {
-    std::vector<float> y(values * sizeof(Value) / sizeof(float), 7.0F);
+  for (const auto& transform : {t.forward, t.inverse}) {
+    std::vector<float> y(x.size(), 7.0F);
     const std::vector<float> untouched = y;
-    auto* const dst = reinterpret_cast<Value*>(y.data());
     allocationsLeft = 0;
-    if (workSize > 0) {
-      EXPECT_EQ(transform(x.data(), dst, spec, nullptr), ippStsMemAllocErr);
+    if (*t.workSize > 0) {
+      EXPECT_EQ(transform(x.data(), y.data(), nullptr), ippStsMemAllocErr);
       EXPECT_EQ(y, untouched);
     }
-    EXPECT_EQ(transform(x.data(), dst, spec, work.data()), ippStsNoErr);
+    EXPECT_EQ(transform(x.data(), y.data(), work.data()), ippStsNoErr);
     allocationsLeft = -1;
-    EXPECT_EQ(transform(x.data(), dst, spec, nullptr), ippStsNoErr);
-    EXPECT_EQ(blocksHeld, before);
+    EXPECT_EQ(transform(x.data(), y.data(), nullptr), ippStsNoErr);
   }
-  EXPECT_EQ(entries.free(spec), ippStsNoErr);
+  EXPECT_EQ(blocksHeld, before);
 }
 
 TEST(Allocation, DftsReportMissingMemoryAndKeepNone) {
-  const struct {
-    const char* name;
-    int length, least;
-  } rows[] = {
-      {"direct kernel", 15, 1},
-      {"direct half length", 30, 3},
-      {"FFT", 4096, 3},
-      {"direct sum", 17, 3},
-      {"direct sum, half length", 34, 3},
-      {"mixed radix", 480, 3},
-      {"mixed radix, shared direct tables", 47 * 47 * 3, 3},
-      {"real plan", 441, 3},
-      {"convolution", 106, 3},
-      {"convolution of an odd length, mixed radix inside", 71, 3},
+  constexpr int lengths[] = {
+      15,           // direct kernel
+      30,           // direct half length
+      4096,         // FFT
+      17,           // direct sum
+      34,           // direct sum, half length
+      480,          // mixed radix
+      47 * 47 * 3,  // mixed radix, shared direct tables
+      441,          // real plan
+      106,          // convolution
+      71,           // convolution of an odd length, mixed radix inside
   };
   for (const Members& m : AllMembers())
-    for (const auto& row : rows) {
-      SCOPED_TRACE(std::string(row.name) + ", " + m.name);
-      const Entries<Ipp32f, IppsDFTSpec_R_32f> entries = {
-          m.ippsDFTInitAlloc_R_32f, m.ippsDFTFree_R_32f, m.ippsDFTFwd_RToCCS_32f,
-          m.ippsDFTInv_CCSToR_32f};
-      CheckPlan(entries, row.length, row.least);
-      IppsDFTSpec_R_32f* spec = nullptr;
-      int workSize = 0;
-      ASSERT_EQ(m.ippsDFTInitAlloc_R_32f(&spec, row.length, 2, 2), ippStsNoErr);
-      m.ippsDFTGetBufSize_R_32f(spec, &workSize);
-      m.ippsDFTFree_R_32f(spec);
-      CheckTransforms(entries, row.length, static_cast<std::size_t>(row.length) + 2, workSize);
+    for (const int length : lengths) {
+      SCOPED_TRACE(m.name + (", length " + std::to_string(length)));
+      CheckPlan(m.ippsDFTInitAlloc_R_32f, m.ippsDFTFree_R_32f, length, length == 15 ? 1 : 3);
+      CheckTransforms(RealDft(m, length, IPP_FFT_DIV_INV_BY_N));
     }
 }
 
 TEST(Allocation, FftsReportMissingMemoryAndKeepNone) {
   for (const Members& m : AllMembers())
     for (const int order : {3, 9, 12}) {
-      SCOPED_TRACE(std::string(m.name) + ", order " + std::to_string(order));
-      const std::size_t N = std::size_t{1} << order;
+      SCOPED_TRACE(m.name + (", order " + std::to_string(order)));
       const int least = order > 10 ? 2 : 1;  // from 11 on a table of sines is made first
-      const Entries<Ipp32f, IppsFFTSpec_R_32f> real = {m.ippsFFTInitAlloc_R_32f,
-                                                       m.ippsFFTFree_R_32f, m.ippsFFTFwd_RToCCS_32f,
-                                                       m.ippsFFTInv_CCSToR_32f};
-      int specSize = 0, initSize = 0, workSize = 0;
-      m.ippsFFTGetSize_R_32f(order, 2, 0, &specSize, &initSize, &workSize);
-      CheckPlan(real, order, least);
-      CheckTransforms(real, order, N + 2, workSize);
-      m.ippsFFTGetSize_R_32f(order + 1, 2, 0, &specSize, &initSize, &workSize);
-      const Entries<Ipp32fc, IppsFFTSpec_C_32fc> complex = {
-          m.ippsFFTInitAlloc_C_32fc, m.ippsFFTFree_C_32fc, m.ippsFFTFwd_CToC_32fc,
-          m.ippsFFTInv_CToC_32fc};
-      CheckPlan(complex, order, least);
-      CheckTransforms(complex, order, N, workSize);
+      CheckPlan(m.ippsFFTInitAlloc_R_32f, m.ippsFFTFree_R_32f, order, least);
+      CheckPlan(m.ippsFFTInitAlloc_C_32fc, m.ippsFFTFree_C_32fc, order, least);
+      Input first(nullptr, 0);  // its choices are the first ones: a plan on the heap, two arrays
+      CheckTransforms(RealFft(m, first, order, IPP_FFT_DIV_INV_BY_N));
+      CheckTransforms(ComplexFft(m, order, IPP_FFT_DIV_INV_BY_N));
     }
 }
 

@@ -34,7 +34,6 @@ TEST(DescribeTransform, ShowsMethodRunsAndSizes) {
       {51, real, 51, {{17, 3}}, 0, 608},
       {53, chirp, 53, {{4, 8, 4}}, 128, 2112},
       {64, half, 32, {}, 0, 0},
-      {100, mixed, 50, {{2, 5, 5}}, 0, 464},
       {106, chirp, 53, {{4, 8, 4}}, 128, 2112},
       {142, chirp, 71, {{16, 3, 3}}, 144, 2400},
       // the largest factor is 50, or 150 where a multiple of 4 is halved
@@ -44,7 +43,6 @@ TEST(DescribeTransform, ShowsMethodRunsAndSizes) {
       {441, real, 441, {{7, 7, 3, 3}}, 0, 3592},
       {480, mixed, 240, {{16, 3, 5}}, 0, 1984},
       {512, "FFT, one buffer", 256, {{4, 4, 4, 4}}, 0, 2080},
-      {882, mixed, 441, {{7, 7, 3, 3}}, 0, 3592},
       {997, chirp, 997, {{4, 8, 8, 8}}, 2048, 32832},
       {1764, mixed, 882, {{6, 7, 3, 7}}, 0, 7120},
       // A run ends where a block would become too long.

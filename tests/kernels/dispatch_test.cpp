@@ -15,8 +15,8 @@ using namespace Orvik::Tesmo::Kernels;
 
 namespace {
 
-/// Equal letters: the same code at these two indices.
-TEST(Dispatch, EntriesShareCodeByTheirLetters) {
+/// Indices with equal letters run the code of one build.
+TEST(Dispatch, EachEntryRunsTheBuildsOfItsGroup) {
   const std::map<std::string, std::set<std::string>> expected = {
       {"AABCDE",
        {"ippsDFTInitAlloc_R_32f", "ippsDFTFwd_RToCCS_32f", "ippsDFTInv_CCSToR_32f",
@@ -43,10 +43,10 @@ TEST(Dispatch, EntriesShareCodeByTheirLetters) {
   EXPECT_EQ(expected, got);
 }
 
-TEST(Dispatch, StartsAtEntryZeroAndCallsTheOneChosen) {
+TEST(Dispatch, StartsAtTheFirstBuildAndCallsTheChosenOne) {
   EXPECT_EQ(0, ippVariantIndex);
   for (const KernelTest::Members& m : KernelTest::AllMembers()) {
-    int got[3] = {}, expected[3] = {};  // at this order no two builds want the same
+    int got[3] = {}, expected[3] = {};  // no two builds have the same sizes at this order
     ippVariantIndex = m.choice.index;
     ippsFFTGetSize_R_32f(19, 2, 0, &got[0], &got[1], &got[2]);
     ippVariantIndex = 0;

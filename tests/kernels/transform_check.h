@@ -86,12 +86,11 @@ public:
     t.name += (t.isReal ? " real, " : " complex, ") + std::to_string(N) + " values, flag " +
               std::to_string(t.flag);
     const double byN = 1.0 / static_cast<double>(N);
-    scaleForward = t.flag == IPP_FFT_DIV_FWD_BY_N   ? byN
-                   : t.flag == IPP_FFT_DIV_BY_SQRTN ? std::sqrt(byN)
-                                                    : 1.0;
-    scaleInverse = t.flag == IPP_FFT_DIV_INV_BY_N   ? byN
-                   : t.flag == IPP_FFT_DIV_BY_SQRTN ? std::sqrt(byN)
-                                                    : 1.0;
+    const auto scale = [&](int flag) {
+      return t.flag == flag ? byN : t.flag == IPP_FFT_DIV_BY_SQRTN ? std::sqrt(byN) : 1.0;
+    };
+    scaleForward = scale(IPP_FFT_DIV_FWD_BY_N);
+    scaleInverse = scale(IPP_FFT_DIV_INV_BY_N);
   }
 
   /// The spectrum of a signal by the definition, and the way back.

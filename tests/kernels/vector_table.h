@@ -41,12 +41,13 @@ inline float AddProduct(float a, float, float factor, float d) {
   return d + product;
 }
 
-/// `run` has `sources` sources; `meaning` is what becomes of one element.
+/// `run` has `sources` sources; `meaning` returns what becomes of one element.
 struct Kernel {
   const char* name;
   int sources;
   IppStatus (*run)(const Members&, const float* a, const float* b, float factor, float* d, int n);
   float (*meaning)(float a, float b, float factor, float d);
+  bool isRoot = false;  ///< elements below zero have their own status, and raise no exception
 };
 inline constexpr Kernel kernels[] = {
     {"Copy", 1, Run<&Members::ippsCopy_32f>, [](float a, float, float, float) { return a; }},
@@ -60,6 +61,8 @@ inline constexpr Kernel kernels[] = {
      [](float, float, float factor, float d) { return Scaled(d, factor); }},
     {"AddProductC", 1, Run<&Members::ippsAddProductC_32f>, AddProduct},
     {"Zero", 0, Run<&Members::ippsZero_32f>, [](float, float, float, float) { return 0.0F; }},
+    {"Sqrt_I", 0, Run<&Members::ippsSqrt_32f_I>,
+     [](float, float, float, float d) { return std::sqrt(d); }, true},
 };
 
 }  // namespace KernelTest

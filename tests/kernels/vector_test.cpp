@@ -14,21 +14,15 @@ using namespace KernelTest;
 
 namespace {
 
-/// check(build, input) with many inputs, up to the first fault of each build.
+/// check(build, input) with many inputs, up to the first fault.
 template <class Check>
 void ForManyInputs(int count, Check check) {
   RandomInput random;
-  for (const Members& m : AllMembers()) {
-    bool isRight = true;
-    for (int i = 0; i < count && isRight; ++i) {
+  for (const Members& m : AllMembers())
+    for (int i = 0; i < count; ++i) {
       Input input = random.Next();
-      isRight = false;
-      EXPECT_NO_THROW({
-        check(m, input);
-        isRight = true;
-      });
+      ASSERT_NO_THROW(check(m, input));
     }
-  }
 }
 
 class ElementKernels : public testing::TestWithParam<Kernel> {};
@@ -39,9 +33,6 @@ TEST_P(ElementKernels, ComputeTheirFormula) {
 INSTANTIATE_TEST_SUITE_P(Vector, ElementKernels, testing::ValuesIn(kernels),
                          [](const auto& kernel) { return kernel.param.name; });
 
-TEST(Vector, RootsAreExactAndReportNegativeElements) {
-  ForManyInputs(4000, CheckRoot);
-}
 TEST(Vector, InterleavingMovesFramesAndChannels) {
   ForManyInputs(4000, CheckInterleaving);
 }

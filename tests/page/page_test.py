@@ -36,21 +36,23 @@ LEVELS = """
 
 
 def browser():
+    """With the page, once it is ready."""
     options = webdriver.ChromeOptions()
     for argument in ("--headless=new", "--no-sandbox", "--autoplay-policy=no-user-gesture-required",
                      "--window-size=1100,1500"):
         options.add_argument(argument)
     options.set_capability("goog:loggingPrefs", {"browser": "ALL"})
-    return webdriver.Chrome(options=options, service=Service("/usr/bin/chromedriver"))
+    driver = webdriver.Chrome(options=options, service=Service("/usr/bin/chromedriver"))
+    driver.get(PAGE.as_uri())
+    WebDriverWait(driver, 120).until(lambda d: d.execute_script("return document.body.dataset.ready"))
+    return driver
 
 
 class Page(unittest.TestCase):
     @classmethod
     def setUpClass(cls):
         cls.driver = browser()
-        cls.driver.get(PAGE.as_uri())
         cls.driver.set_script_timeout(30)
-        WebDriverWait(cls.driver, 120).until(lambda d: d.execute_script("return document.body.dataset.ready"))
 
     @classmethod
     def tearDownClass(cls):
@@ -167,8 +169,6 @@ if __name__ == "__main__":
         sys.exit(1)
     if len(sys.argv) == 3:
         driver = browser()
-        driver.get(PAGE.as_uri())
-        WebDriverWait(driver, 120).until(lambda d: d.execute_script("return document.body.dataset.ready"))
         time.sleep(1)
         driver.save_screenshot(sys.argv[2])
         driver.quit()

@@ -24,15 +24,12 @@ using TestSupport::Hex;
 
 OrtApi FakeApi() {
   static std::array<const void*, 256> slots = {};
-  const auto set = [](std::size_t slot, auto* function) {
-    slots[slot] = reinterpret_cast<const void*>(function);
-  };
-  set(
-      1, +[](const OrtStatus* status) { return status->code; });
-  set(
-      2, +[](const OrtStatus* status) { return status->message; });
-  set(
-      93, +[](OrtStatus* status) { status->isReleased = true; });
+  int (*const code)(const OrtStatus*) = [](const OrtStatus* status) { return status->code; };
+  const char* (*const message)(const OrtStatus*) = [](const OrtStatus* s) { return s->message; };
+  void (*const release)(OrtStatus*) = [](OrtStatus* status) { status->isReleased = true; };
+  slots[1] = reinterpret_cast<const void*>(code);
+  slots[2] = reinterpret_cast<const void*>(message);
+  slots[93] = reinterpret_cast<const void*>(release);
   return OrtApi(slots.data());
 }
 

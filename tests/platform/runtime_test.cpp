@@ -5,6 +5,7 @@
 
 #include <dlfcn.h>
 #include <gtest/gtest.h>
+#include <malloc.h>
 
 #include <filesystem>
 
@@ -94,5 +95,37 @@ TEST(Runtime, WritesNothingAndStartsNoThread) {
   EXPECT_EQ(testing::internal::GetCapturedStdout(), "");
   EXPECT_EQ(threadCount(), threadsBefore);
 }
+
+// The sanitizers have a heap of their own.
+#ifndef KALVRIN_SANITIZED
+
+/// Bytes of the C library's heap that are in use.
+std::size_t HeapInUse() {
+  const struct mallinfo2 info = mallinfo2();
+  return info.uordblks + info.hblkhd;
+}
+
+TEST(Session, GivesItsMemoryBack) {
+  const std::string model = MakeAudioModel();
+  std::size_t before = 0;
+  for (int round = 0; round < 30; ++round) {
+    Rig rig(model);
+    if (round == 5) before = HeapInUse();
+  }
+  EXPECT_LT(HeapInUse(), before);  // with no session at all
+}
+
+/// Between two evaluations the engine holds what it worked in, of which the least is a mebibyte.
+TEST(Session, KeepsItsWorkingMemoryWhileItLives) {
+  Rig rig(MakeAudioModel({.states = {{.isHeard = true}}}));
+  rig.Input("input", {1, 1, 8});
+  rig.Output("output", {1, 1, 1, 8});
+  rig.State("state1", "newState1", {1});
+  const std::size_t before = HeapInUse();
+  ASSERT_EQ(Hex(rig.Prepare()), Hex(ResultCodes::Ok));
+  EXPECT_GT(HeapInUse(), before + (1 << 19));
+}
+
+#endif
 
 }  // namespace

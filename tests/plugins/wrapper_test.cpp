@@ -17,15 +17,25 @@ namespace {
 
 using namespace TestSupport;
 
-/// A model of two classes at 16 kHz, one of them with a name that Turtle has to quote.
-std::string WriteModel(const TemporaryFolder& folder, const std::string& name) {
-  AudioModelOptions options{.features = 128, .classGains = {0.5F, 0.25F}};
-  options.metadata = {{"SampleRate", "16000"},
-                      {"BaselineSequenceSize", "1"},
-                      {"AudioClassNames", R"(["The \"voice\"", "Rest"])"}};
-  WriteFile(folder / name, MakeAudioModel(options));
-  return folder / name;
-}
+/// A folder with model.onnx: two classes at 16 kHz, one of them with a name that Turtle has to
+/// quote.
+class Wrappers : public testing::Test {
+protected:
+  Wrappers() {
+    AudioModelOptions options{.features = 128, .classGains = {0.5F, 0.25F}};
+    options.metadata = {{"SampleRate", "16000"},
+                        {"BaselineSequenceSize", "1"},
+                        {"AudioClassNames", R"(["The \"voice\"", "Rest"])"}};
+    WriteFile(folder / "model.onnx", MakeAudioModel(options));
+  }
+  Outcome Run(const std::string& line, int exitStatus = 0) const {
+    Outcome outcome = folder.Run("$TOOL " + line);
+    EXPECT_EQ(outcome.exitStatus, exitStatus) << line << '\n' << outcome.err;
+    return outcome;
+  }
+
+  TemporaryFolder folder;
+};
 
 template <class Entry>
 Entry Open(const std::string& path, const char* name) {
@@ -68,12 +78,9 @@ void ExpectRamp(const Hosted& plugin, const std::map<std::string, unsigned>& por
   }
 }
 
-TEST(Wrappers, BundlesAreCompleteAndPlay) {
-  const TemporaryFolder folder;
-  const std::string model = WriteModel(folder, "model.onnx");
+TEST_F(Wrappers, BundlesAreCompleteAndPlay) {
   for (const char* name : {"First", "Second one"}) {  // two in one process
-    const Outcome made = RunTool({"plugin", model, "--name", name, "--to", folder / "lv2"});
-    ASSERT_EQ(made.exitStatus, 0) << made.err;
+    Run(std::string("plugin model.onnx --to lv2 --name '") + name + "'");
     const std::string bundle =
         folder / (std::string("lv2/kalvrin-") + (*name == 'F' ? "first" : "second_one") + ".lv2");
     ExpectPart(ReadFile(bundle + "/plugins.ttl"), R"(lv2:name "The \"voice\"")");
@@ -92,18 +99,12 @@ TEST(Wrappers, BundlesAreCompleteAndPlay) {
                {{"on", 2}, {"class", 3}, {"rest", 4}, {"mode", 6}, {"latency", 9}}, bundle);
     mono->cleanup(handle);
   }
-  EXPECT_EQ(RunTool({"plugin", model, "--name", "First", "--to", folder / "lv2"}).exitStatus, 0)
-      << "once more, over the one that is there";
+  Run("plugin model.onnx --to lv2 --name First");  // once more, over the one that is there
 }
 
-TEST(Wrappers, TheLadspaLibraryOffersEachModel) {
-  const TemporaryFolder folder;
-  const std::string model = WriteModel(folder, "model.onnx");
+TEST_F(Wrappers, TheLadspaLibraryOffersEachModel) {
   for (const char* name : {"First", "Second"})
-    ASSERT_EQ(RunTool({"plugin", model, "--ladspa", "--name", name, "--channels", "5", "--to",
-                       folder / "l"})
-                  .exitStatus,
-              0);
+    Run(std::string("plugin model.onnx --ladspa --channels 5 --to l --name ") + name);
   auto* const entry =
       Open<LADSPA_Descriptor_Function>(folder / "l/kalvrin_ladspa.so", "ladspa_descriptor");
   ASSERT_TRUE(entry);
@@ -124,43 +125,31 @@ TEST(Wrappers, TheLadspaLibraryOffersEachModel) {
                                       "second_mono", "second_stereo", "second_5_channels"}));
 }
 
-TEST(Wrappers, WhatCannotBeMadeIsRefusedAndLeavesNothing) {
-  const TemporaryFolder folder;
-  const std::string model = WriteModel(folder, "model.onnx");
+TEST_F(Wrappers, WhatCannotBeMadeIsRefusedAndLeavesNothing) {
   WriteFile(folder / "bad.onnx", "no model");
   std::filesystem::create_directories(folder / "lv2/kalvrin-mine.lv2");
   const struct {
-    std::vector<std::string> arguments;
+    const char* line;
     int status;
     const char* text;
   } rows[] = {
-      {{"plugin", folder / "bad.onnx", "--to", folder / "x"}, 1, "is refused"},
-      {{"plugin", model, "--name", "two\nlines", "--to", folder / "x"}, 2, "a line of text"},
-      {{"plugin", model, "--name", "mine", "--to", folder / "lv2"}, 1, "no bundle of this tool"},
-      {{"plugin", model, "--to", "/dev/null"}, 1, "/dev/null"},
-      {{"pipewire", model, "--class-gain", "Nobody=1", "--plugins", folder / "x", "--to",
-        folder / "c"},
-       2,
-       "no class 'Nobody'"},
-      {{"pipewire", model, "--rest", "8", "--plugins", folder / "x", "--to", folder / "c"},
-       2,
-       "+12 dB"},
+      {"plugin bad.onnx --to x", 1, "is refused"},
+      {"plugin model.onnx --name \"two\nlines\" --to x", 2, "a line of text"},
+      {"plugin model.onnx --name mine --to lv2", 1, "no bundle of this tool"},
+      {"plugin model.onnx --to /dev/null", 1, "/dev/null"},
+      {"pipewire model.onnx --class-gain Nobody=1 --plugins x --to c", 2, "no class 'Nobody'"},
+      {"pipewire model.onnx --rest 8 --plugins x --to c", 2, "+12 dB"},
   };
-  for (const auto& row : rows) {
-    const Outcome outcome = RunTool(row.arguments);
-    EXPECT_EQ(outcome.exitStatus, row.status) << row.text << ": " << outcome.err;
-    ExpectPart(outcome.err, row.text);
-  }
+  for (const auto& row : rows)
+    ExpectPart(Run(row.line, row.status).err, row.text);
   EXPECT_EQ(folder.Names(), (std::vector<std::string>{"bad.onnx", "lv2", "model.onnx"}));
 }
 
-TEST(Wrappers, TheMicrophoneHasTheGainsAskedFor) {
-  const TemporaryFolder folder;
-  const std::string model = WriteModel(folder, "model.onnx");
+TEST_F(Wrappers, TheMicrophoneHasTheGainsAskedFor) {
   const Outcome made =
-      RunTool({"pipewire", model, "--class-gain", "the \"VOICE\"=-6dB", "--rest", "0", "--name",
-               "Mine", "--plugins", folder / "p", "--to", folder / "c.conf"});
-  ASSERT_EQ(made.exitStatus, 0) << made.err;
+      Run("pipewire model.onnx --class-gain 'the \"VOICE\"=-6dB' --rest 0 --name Mine "
+          "--plugins " +
+          folder / "p" + " --to c.conf");
   ExpectPart(made.out, "systemctl --user stop kalvrin-mine");
   const std::string text = ReadFile(folder / "c.conf");
   for (const std::string& part :

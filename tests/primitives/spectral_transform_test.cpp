@@ -14,14 +14,13 @@ using namespace Orvik::Tesmo;
 namespace {
 
 TEST(SpectralTransform, RefusalsNameTheKernelAndItsStatus) {
-  struct Row {
+  const char16_t* fft = u"ippsFFTInitAlloc_R_32f failure";
+  const char16_t* dft = u"ippsDFTInitAlloc_R_32f failure";
+  const struct {
     std::uint64_t size;
     const char16_t* message;
     IppStatus status;
-  };
-  const char16_t* fft = u"ippsFFTInitAlloc_R_32f failure";
-  const char16_t* dft = u"ippsDFTInitAlloc_R_32f failure";
-  const Row rows[] = {
+  } rows[] = {
       {0, dft, ippStsSizeErr},
       {134217729, dft, ippStsSizeErr},
       {(1ull << 32) + 480, dft, ippStsSizeErr},
@@ -30,7 +29,7 @@ TEST(SpectralTransform, RefusalsNameTheKernelAndItsStatus) {
       {1ull << 40, fft, ippStsFftOrderErr},
       {1ull << 63, fft, ippStsFftOrderErr},
   };
-  for (const Row& row : rows) {
+  for (const auto& row : rows) {
     SCOPED_TRACE(row.size);
     try {
       CreateSpectralTransform(row.size);
@@ -52,26 +51,22 @@ TEST(SpectralTransform, IsTheDefinitionAndItsInverseInBothForms) {
     std::vector<float> room(N + 2);
     KernelTest::Transform check = {"spectral", N, true, IPP_FFT_DIV_INV_BY_N,
                                    KernelTest::anyLengthTolerance};
-    check.forward = [&](const float* src, float* dst, Ipp8u*) {
-      if (src != dst) {
-        transform->Forward(src, dst);
-      } else {
-        std::copy_n(src, N, room.data());
-        transform->ForwardInPlace(room.data());
-        std::copy_n(room.data(), packed, dst);
-      }
-      return ippStsNoErr;
+    const auto form = [&](auto apart, auto inPlace, std::size_t from, std::size_t to) {
+      return [=, &transform, &room](const float* src, float* dst, Ipp8u*) {
+        if (src != dst) {
+          (*transform.*apart)(src, dst);
+        } else {
+          std::copy_n(src, from, room.data());
+          (*transform.*inPlace)(room.data());
+          std::copy_n(room.data(), to, dst);
+        }
+        return ippStsNoErr;
+      };
     };
-    check.inverse = [&](const float* src, float* dst, Ipp8u*) {
-      if (src != dst) {
-        transform->Inverse(src, dst);
-      } else {
-        std::copy_n(src, packed, room.data());
-        transform->InverseInPlace(room.data());
-        std::copy_n(room.data(), N, dst);
-      }
-      return ippStsNoErr;
-    };
+    check.forward =
+        form(&SpectralTransform::Forward, &SpectralTransform::ForwardInPlace, N, packed);
+    check.inverse =
+        form(&SpectralTransform::Inverse, &SpectralTransform::InverseInPlace, packed, N);
     Fuzz::Input input = random.Next();
     EXPECT_NO_THROW(KernelTest::TransformCheck(check, input).Run(KernelTest::Signal::Noise));
   }

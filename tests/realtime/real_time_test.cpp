@@ -12,8 +12,6 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
-#include <array>
-#include <atomic>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
@@ -181,37 +179,8 @@ private:
   std::uint64_t frames = 0;  ///< given evenly so far
 };
 
-struct WatchedHost {
-  Observed shorter, longer, uneven;
-  /// What the engine does in every evaluation, and what in the first one on a thread besides.
-  std::array<double, actNames.size()> each = {}, once = {};
-};
-
 /// Even and uneven blocks, watched, while another thread sets gains all the time.
-WatchedHost WatchHost(Host& host) {
-  std::atomic<bool> isOver = false;
-  std::thread other([&] {
-    for (std::uint64_t turn = 0; !isOver; ++turn) {
-      host.SetGains(turn);
-      std::this_thread::sleep_for(std::chrono::microseconds(20));
-    }
-  });
-  std::uint64_t few = 0, many = 0;
-  WatchedHost result = {RunWatched([&] { few = host.ProcessEvenly(4); }),
-                        RunWatched([&] { many = host.ProcessEvenly(12); }),
-                        RunWatched([&] { host.ProcessUnevenly(120); })};
-  isOver = true;
-  other.join();
-  for (std::size_t act = 0; act < actNames.size(); ++act) {
-    const long inFew = result.shorter.engines.counts[act];
-    const long more = result.longer.engines.counts[act] - inFew;
-    result.each[act] = static_cast<double>(more) / static_cast<double>(many - few);
-    result.once[act] = static_cast<double>(inFew) - result.each[act] * static_cast<double>(few);
-  }
-  return result;
-}
-
-TEST(RealTime, WithTheEngineAllElseIsTheEngines) {
+TEST(RealTime, ProcessBlockNeitherAllocatesNorWaitsOutsideTheEngine) {
   std::printf("The engine in each evaluation (+ in the first on a thread)\n%-28s%10s", "model",
               "windows");
   for (const char* act : actNames)
@@ -227,16 +196,29 @@ TEST(RealTime, WithTheEngineAllElseIsTheEngines) {
         model.data(), model.size(), sizes.sequence, sizes.channels, sizes.block));
     ASSERT_TRUE(stream) << regime.name << "; " << sizes.Text();
     Host host(std::move(stream), sizes);
-    const WatchedHost watched = WatchHost(host);
-    for (const Observed* seen : {&watched.shorter, &watched.longer, &watched.uneven}) {
+    const std::jthread other([&](const std::stop_token& isOver) {
+      for (std::uint64_t turn = 0; !isOver.stop_requested(); ++turn) {
+        host.SetGains(turn);
+        std::this_thread::sleep_for(std::chrono::microseconds(20));
+      }
+    });
+    std::uint64_t few = 0, many = 0;
+    const Observed shorter = RunWatched([&] { few = host.ProcessEvenly(4); });
+    const Observed longer = RunWatched([&] { many = host.ProcessEvenly(12); });
+    const Observed uneven = RunWatched([&] { host.ProcessUnevenly(120); });
+    for (const Observed* seen : {&shorter, &longer, &uneven}) {
       EXPECT_EQ(seen->ours.Sum(), 0) << regime.name << "; " << sizes.Text() << '\n' << seen->Text();
       EXPECT_GT(seen->engines[Act::Allocation], 0) << regime.name << ": is it the engine at all?";
       seesSystemCalls = seesSystemCalls && seen->seesSystemCalls;
     }
     std::printf("%-28s%10s", regime.name,
                 (std::to_string(sizes.sequence) + (sizes.isSpectral ? " spectra" : "")).c_str());
-    for (std::size_t act = 0; act < actNames.size(); ++act)
-      std::printf("%10g (+%4.3g)", watched.each[act], watched.once[act]);
+    for (std::size_t act = 0; act < actNames.size(); ++act) {
+      const auto inFew = static_cast<double>(shorter.engines.counts[act]);
+      const auto inMany = static_cast<double>(longer.engines.counts[act]);
+      const double each = (inMany - inFew) / static_cast<double>(many - few);
+      std::printf("%10g (+%4.3g)", each, inFew - each * static_cast<double>(few));
+    }
     std::printf("\n");
   }
   if (!seesSystemCalls)

@@ -14,6 +14,7 @@
 #include <algorithm>
 #include <bit>
 #include <chrono>
+#include <cinttypes>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
@@ -167,17 +168,16 @@ public:
   }
 
   void Print(double seconds) const {
-    std::printf("%-20s%12llu%12llu%12llu%9llu%10llu%9.1f%9.1f%8.0f\n", row.name, Number(framesRun),
-                Number(random.blocks), Number(even.blocks), Number(sizeChanges),
-                Number(gainChanges), memoryAtFirst, memoryAtMost, seconds);
+    std::printf("%-20s%12" PRIu64 "%12" PRIu64 "%12" PRIu64 "%9" PRIu64 "%10" PRIu64
+                "%9.1f%9.1f%8.0f\n",
+                row.name, framesRun, random.blocks, even.blocks, sizeChanges, gainChanges,
+                memoryAtFirst, memoryAtMost, seconds);
     std::fflush(stdout);
   }
 
   double MemoryGrowthMiB() const { return memoryAtMost - memoryAtFirst; }
 
 private:
-  static unsigned long long Number(std::uint64_t value) { return value; }
-
   [[noreturn]] void Fail(const std::string& what) const {
     throw std::runtime_error(std::string(row.name) + ", " + std::to_string(channels) +
                              " channels, sequence size " + std::to_string(capacity / row.hop) +

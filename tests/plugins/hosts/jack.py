@@ -1,4 +1,4 @@
-"""jalv under a JACK server without hardware: short periods, counted xruns and late results."""
+"""jalv under a JACK server without hardware: short and long periods."""
 import os
 import re
 import subprocess
@@ -8,7 +8,7 @@ from common import Skipped, expect, need, run
 
 
 def play(work, period):
-    """A few seconds of jalv; what it and the server said."""
+    """A few seconds of jalv; the ports of the server in the meantime."""
     server = f"kalvrin-{os.getpid()}"
     env = {**os.environ, "JACK_DEFAULT_SERVER": server, "JACK_NO_AUDIO_RESERVATION": "1",
            "JACK_NO_START_SERVER": "1"}
@@ -30,18 +30,15 @@ def play(work, period):
         finally:
             jackd.terminate()
             jackd.wait(10)
-    said = (work / "jalv.log").read_text()
-    expect(alive, f"jalv ended by itself:\n{said}")
-    return ports, (work / "jackd.log").read_text()
+    expect(alive, f"jalv ended by itself:\n{(work / 'jalv.log').read_text()}")
+    return ports
 
 
 def check_jalv(work):
     def check(period):
         need("jackd", "jalv", "jack_lsp")
-        ports, log = play(work, period)
+        ports = play(work, period)
         own = re.search(r"Noise reducer \(mono\):in\n.*\n.*latency = \[ *(\d+)", ports)
-        expect(own, f"the plugin has no port:\n{ports}\n{log}")
-        latency = int(own[1])
-        expect(latency > 512, f"the port has a latency of {latency}:\n{ports}\n{log}")
-        return f"a latency of {latency} frames is known to JACK, {log.count('Process error')} calls failed"
+        expect(own and int(own[1]) > 512, f"the plugin has no port with its latency:\n{ports}")
+        return f"a latency of {own[1]} frames is known to JACK"
     return [(f"jalv, JACK periods of {period}", lambda period=period: check(period)) for period in (32, 1024)]
