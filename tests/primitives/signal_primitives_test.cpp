@@ -67,7 +67,7 @@ const Operation operations[] = {
        const float* const channels[] = {x.a, x.b};
        Signal::Interleave(channels, 2, static_cast<int>(len), x.out);
      },
-     [](const Arrays& x, std::size_t i) -> double { return (i % 2 ? x.b : x.a)[i / 2]; }},
+     [](const Arrays& x, std::size_t i) -> double { return i % 2 ? x.b[i / 2] : x.a[i / 2]; }},
     {"Add", "ippsAdd_32f(pSrc1, pSrc2, pDst, IntFromSize(len))", true,
      [](Arrays& x, std::size_t len) { Signal::Add(x.a, x.b, x.out, len); },
      [](const Arrays& x, std::size_t i) { return x.a[i] + double{x.b[i]}; }},

@@ -3,6 +3,7 @@
 
 #include "adapt/adapt.h"
 #include "command_line/errors.h"
+#include "diagnosis/report.h"
 
 #include <algorithm>
 #include <array>
@@ -409,8 +410,9 @@ public:
                                     ? request.inputLayouts.size()
                                     : request.outputLayouts.size();
       if (given != 0 && given != partCount)
-        throw UsageError(std::string(option) + " says " + std::to_string(given) + " things of " +
-                         std::to_string(partCount) + " models");
+        throw UsageError(std::string(option) + ", or the family of --like, has " +
+                         Diagnosis::Counted(given, "value") + " for " +
+                         Diagnosis::Counted(partCount, "model file") + "; name one for each file");
     }
     if (!request.features.empty()) roles.feature = request.features[index];
     if (!request.results.empty()) roles.result = request.results[index];
