@@ -59,7 +59,9 @@ class Page(unittest.TestCase):
         cls.driver.quit()
 
     def tearDown(self):
-        messages = [entry for entry in self.driver.get_log("browser") if entry["level"] in ("SEVERE", "WARNING")]
+        # The browser's advice on reading a canvas often is for the tests, which read it, not for the page.
+        messages = [entry for entry in self.driver.get_log("browser")
+                    if entry["level"] in ("SEVERE", "WARNING") and "willReadFrequently" not in entry["message"]]
         self.assertEqual(messages, [], "in the browser's console")
 
     def scenes(self):
