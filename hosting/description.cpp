@@ -1,5 +1,7 @@
 #include "hosting/description.h"
 
+#include "runtime/text.h"
+
 #include <algorithm>
 #include <charconv>
 #include <fstream>
@@ -35,6 +37,8 @@ void TakeLine(Description& d, std::string_view key, std::string_view value) {
     d.lookaheadBlocks = Number(value, 0, mostWindows);
   else if (key == "sequence")
     d.sequenceSize = Number(value, 1, mostWindows);
+  else if (key == "any")
+    d.takesAnyModel = Number(value, 0, 1) != 0;
   else if (key == "spread")
     d.isAlwaysSpread = Number(value, 0, 1) != 0;
   else if (key == "channels")
@@ -56,14 +60,34 @@ Description Parse(std::istream& in) {
     const std::string_view text = line;
     TakeLine(description, text.substr(0, space), text.substr(std::min(space + 1, line.size())));
   }
-  if (description.symbol.empty() || description.windowLength == 0 ||
-      description.sequenceSize == 0 || description.channelCounts.empty())
+  const bool hasModel = description.windowLength != 0 && description.sequenceSize != 0;
+  if (description.symbol.empty() || hasModel == description.takesAnyModel ||
+      description.channelCounts.empty())
     throw std::runtime_error("symbol, window, sequence or channels is missing");
   if (description.ChunkFrames() > mostFrames) throw std::runtime_error("an evaluation is too long");
   return description;
 }
 
 }  // namespace
+
+Description DescriptionOf(const Diagnosis::ModelFacts& facts, std::uint64_t sequenceSize) {
+  Description d;
+  d.sampleRateHz = static_cast<std::uint32_t>(std::max(facts.sampleRateHz, 0));
+  d.windowLength = facts.layout.GetWindowLength();
+  d.lookaheadBlocks = static_cast<std::uint64_t>(facts.lookahead);
+  d.sequenceSize = facts.Settle({.sequenceSize = sequenceSize}).sequenceSize;
+  std::vector<std::u16string> names = {u"Rest"};
+  for (std::uint32_t id = 0; id < facts.info.GetAudioClassCount(); ++id) {
+    const char16_t* const name = facts.info.GetAudioClassName(id);
+    const bool isKnown = std::ranges::any_of(names, [name](const std::u16string& other) {
+      return Dnn::EqualIgnoringCase(other.c_str(), name);
+    });
+    if (isKnown) continue;
+    names.emplace_back(name);
+    d.classes.push_back(Dnn::Utf8FromUtf16(name));
+  }
+  return d;
+}
 
 std::filesystem::path DescriptionPath(const std::filesystem::path& model) {
   return std::filesystem::path(model).replace_extension(".plugin");
@@ -72,9 +96,13 @@ std::filesystem::path DescriptionPath(const std::filesystem::path& model) {
 std::string DescriptionText(const Description& d) {
   std::ostringstream out;
   out.exceptions(std::ios::badbit);  // or it would go on without memory
-  out << header << "\nname " << d.name << "\nsymbol " << d.symbol << "\nrate " << d.sampleRateHz
-      << "\nwindow " << d.windowLength << "\nlookahead " << d.lookaheadBlocks << "\nsequence "
-      << d.sequenceSize << "\nspread " << d.isAlwaysSpread << '\n';
+  out << header << "\nname " << d.name << "\nsymbol " << d.symbol << "\nspread " << d.isAlwaysSpread
+      << '\n';
+  if (d.takesAnyModel)
+    out << "any 1\n";
+  else
+    out << "rate " << d.sampleRateHz << "\nwindow " << d.windowLength << "\nlookahead "
+        << d.lookaheadBlocks << "\nsequence " << d.sequenceSize << '\n';
   for (const unsigned count : d.channelCounts)
     out << "channels " << count << '\n';
   for (const std::string& name : d.classes)

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "diagnosis/model_facts.h"
+
 #include <cstdint>
 #include <filesystem>
 #include <string>
@@ -22,6 +24,7 @@ struct Description {
   std::uint64_t windowLength = 0;       // samples, even
   std::uint64_t lookaheadBlocks = 0;    // windows
   std::uint64_t sequenceSize = 0;       // windows per evaluation, from 1
+  bool takesAnyModel = false;           // there is none yet: no rate, window and sequence
   bool isAlwaysSpread = false;          // there is no choice of the mode: always Spread
   std::vector<unsigned> channelCounts;  // a form of the plugin for each, from 1 to mostChannels
   std::vector<std::string> classes;     // UTF-8, those that a gain can reach, without Rest
@@ -30,6 +33,10 @@ struct Description {
   /// Frames of one evaluation.
   std::uint64_t ChunkFrames() const { return HopLength() * sequenceSize; }
 };
+
+/// What a loaded model says, all but name, symbol and channels. The classes are those that a gain
+/// can reach. `sequenceSize`: 0 leaves it to the model.
+Description DescriptionOf(const Diagnosis::ModelFacts& facts, std::uint64_t sequenceSize);
 
 /// "NAME.onnx" has its description in "NAME.plugin".
 std::filesystem::path DescriptionPath(const std::filesystem::path& model);

@@ -14,12 +14,6 @@ constexpr double fadeSeconds = 0.01;
 /// Louder than any audio, far from where sums overflow: 120 dB above full scale.
 constexpr float loudest = 1e6F;
 
-double CheckedRate(double rateHz) {
-  if (rateHz >= HostedStream::lowestRateHz && rateHz <= HostedStream::highestRateHz) return rateHz;
-  throw std::runtime_error("a sample rate of " + std::to_string(rateHz) +
-                           " Hz is not from 8 to 192 kHz");
-}
-
 /// In double, as the tool does: the same gain to the last bit.
 float LinearGain(float db) {
   if (db <= lowestGainDb) return 0;
@@ -37,6 +31,12 @@ float Towards(float target, float value, float step) {
 }
 
 }  // namespace
+
+double HostedStream::CheckedRate(double rateHz) {
+  if (rateHz >= lowestRateHz && rateHz <= highestRateHz) return rateHz;
+  throw std::runtime_error("a sample rate of " + std::to_string(rateHz) +
+                           " Hz is not from 8 to 192 kHz");
+}
 
 HostedStream::HostedStream(const Description& description, std::shared_ptr<const ModelBytes> bytes,
                            double rateHz, unsigned channelCount, std::uint32_t usualBlockFrames)

@@ -36,6 +36,8 @@ class HostedStream {
 public:
   /// Host rates in Hz.
   static constexpr double lowestRateHz = 8000, highestRateHz = 192000;
+  /// Returns `rateHz`. Throws std::runtime_error where it is out of that range.
+  static double CheckedRate(double rateHz);
 
   /// `usualBlockFrames`: the host's block length where it is known, else 0. Throws
   /// std::runtime_error on a rate out of range and a model that is refused, std::bad_alloc.

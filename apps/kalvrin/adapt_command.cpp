@@ -298,7 +298,7 @@ int RunAdapt(Settings settings) {
 std::function<int()> Declare(CLI::App& line) {
   const auto s = std::make_shared<Settings>();
   const auto listed = std::make_shared<bool>(false);
-  line.add_option("IN... OUT", s->files);
+  AddOperands(line, "IN... OUT", s->files);
   for (const Option& option : options) {
     const auto take = [s, &option](const std::string& text) {
       s->given.emplace_back(&option, text);

@@ -6,15 +6,17 @@
 #include "system/process.h"
 
 #include <iostream>
+#include <vector>
 
 namespace Orvik::Tesmo::Tool {
 namespace {
 
 struct Settings {
-  std::string model;
+  std::vector<std::string> operands;
   PluginRequest request;
   std::string folder;
   bool isLadspa = false;
+  bool takesAnyModel = false;
 };
 
 void PrintLatencies(const Plugin::Description& d) {
@@ -28,30 +30,50 @@ void PrintLatencies(const Plugin::Description& d) {
   PrintField(std::cout, "spread", text(true));
 }
 
-int WritePlugin(Settings& settings) {
-  if (settings.folder.empty()) settings.folder = InHome(settings.isLadspa ? ".ladspa" : ".lv2");
-  ContinueInChild();
-  const DescribedModel model(settings.model, settings.request);
-  const Plugin::Description& d = model.description;
-  const auto written = settings.isLadspa ? WriteLadspaModel(model, settings.folder)
-                                         : WriteLv2Bundle(model, settings.folder);
+void PrintPlugin(const std::filesystem::path& written, const Plugin::Description& d,
+                 bool isLadspa) {
   PrintField(std::cout, "written", written.string());
   for (const unsigned count : d.channelCounts)
     PrintField(std::cout, Plugin::FormName(count),
-               settings.isLadspa ? d.symbol + "_" + Plugin::FormName(count)
-                                 : Plugin::Lv2Uri(d, count));
+               isLadspa ? d.symbol + "_" + Plugin::FormName(count) : Plugin::Lv2Uri(d, count));
+}
+
+int WriteAnyModelPlugin(const Settings& settings) {
+  if (!settings.operands.empty()) throw UsageError("--any takes no MODEL: the host chooses it");
+  if (settings.isLadspa) throw UsageError("--any is for LV2: LADSPA hosts cannot choose a file");
+  if (settings.request.sequenceSize != 0)
+    throw UsageError("--any takes no --sequence: each model has its own");
+  const Plugin::Description d = DescriptionOfAnyModel(settings.request);
+  PrintPlugin(WriteLv2Bundle(d, nullptr, settings.folder), d, false);
+  return ExitStatus::Ok;
+}
+
+int WritePlugin(Settings& settings) {
+  if (settings.folder.empty()) settings.folder = InHome(settings.isLadspa ? ".ladspa" : ".lv2");
+  if (settings.takesAnyModel) return WriteAnyModelPlugin(settings);
+  const auto& operands = settings.operands;
+  if (operands.empty()) throw UsageError("MODEL is required");
+  if (operands.size() > 1) throw UsageError("'" + operands[1] + "' is one too many");
+  ContinueInChild();
+  const DescribedModel model(operands.front(), settings.request);
+  const Plugin::Description& d = model.description;
+  const auto written = settings.isLadspa ? WriteLadspaModel(model, settings.folder)
+                                         : WriteLv2Bundle(d, &model.file, settings.folder);
+  PrintPlugin(written, d, settings.isLadspa);
   PrintLatencies(d);
   return ExitStatus::Ok;
 }
 
 std::function<int()> Declare(CLI::App& line) {
   const auto s = std::make_shared<Settings>();
-  AddOperand(line, "MODEL", s->model);
+  AddOperands(line, "MODEL", s->operands);
   AddOption(line, "--name", "TEXT",
             "what hosts call it (default: the model's name, else that of its file)",
             [s](const std::string& text) { s->request.name = CheckedPluginName(text); });
   AddOption(line, "--to", "DIR", "where to write (default: ~/.lv2, or ~/.ladspa)",
             [s](const std::string& text) { s->folder = text.empty() ? "." : text; });
+  AddFlag(line, "--any", s->takesAnyModel,
+          "without MODEL: an LV2 plugin that takes any, which the host chooses while audio runs");
   AddFlag(line, "--ladspa", s->isLadspa,
           "for LADSPA hosts: add the model to those that DIR/kalvrin_ladspa.so offers");
   AddCount(line, "--sequence", s->request.sequenceSize, 1, mostWindows,

@@ -10,28 +10,41 @@
 namespace Orvik::Tesmo::Plugin {
 namespace {
 
-void Say(const char* what) {
-  std::fprintf(stderr, "kalvrin: %s\n", what);
-}
-
 ModeWish WishFor(float value) {
   return value >= 1.5F ? ModeWish::Spread : value >= 0.5F ? ModeWish::Direct : ModeWish::Automatic;
 }
 
+std::unique_ptr<AskedModel> FirstModel(const Form& form, double hostRateHz,
+                                       std::uint32_t usualBlockFrames) {
+  if (form.description.takesAnyModel) {
+    (void)HostedStream::CheckedRate(hostRateHz);
+    return NoModel();
+  }
+  auto model = std::make_unique<AskedModel>();
+  model->stream = std::make_unique<HostedStream>(form.description, LoadModelBytes(form.model),
+                                                 hostRateHz, form.channelCount, usualBlockFrames);
+  return model;
+}
+
 }  // namespace
+
+void Say(const char* what) noexcept {
+  std::fprintf(stderr, "kalvrin: %s\n", what);
+}
 
 Form::Form(Description described, unsigned channelCount, std::filesystem::path model, Interface of)
     : description(std::move(described)), channelCount(channelCount), model(std::move(model)),
       ports(PortsOf(description, channelCount, of)) {}
 
-Instance::Instance(const Form& form, double hostRateHz, std::uint32_t usualBlockFrames)
-    : form(form), stream(form.description, LoadModelBytes(form.model), hostRateHz,
-                         form.channelCount, usualBlockFrames),
+Instance::Instance(const Form& form, double hostRateHz, std::uint32_t usualBlockFrames,
+                   std::uint32_t longestBlock)
+    : form(form), stream(FirstModel(form, hostRateHz, usualBlockFrames), hostRateHz,
+                         form.channelCount, longestBlock),
       data(form.ports.size()), classGainsDb(form.description.classes.size()),
       inputs(form.channelCount), outputs(form.channelCount) {}
 
 void Instance::Connect(std::size_t port, float* place) noexcept {
-  if (port < data.size()) data[port] = place;
+  if (port < data.size() && !form.ports[port].IsMessages()) data[port] = place;
 }
 
 void Instance::Activate() noexcept {
@@ -83,9 +96,11 @@ void Instance::ReadControls() {
     case Role::FreeWheel:
       controls.mayWait = Value(i) > 0;
       break;
+    case Role::MessagesIn:
     case Role::Latency:
     case Role::Late:
     case Role::Load:
+    case Role::MessagesOut:
       break;
     }
   }
@@ -110,9 +125,10 @@ void Instance::Run(std::uint32_t frames) noexcept {
 }
 
 std::unique_ptr<Instance> TryMakeInstance(const Form& form, double hostRateHz,
-                                          std::uint32_t usualBlockFrames) noexcept {
+                                          std::uint32_t usualBlockFrames,
+                                          std::uint32_t longestBlock) noexcept {
   try {
-    return std::make_unique<Instance>(form, hostRateHz, usualBlockFrames);
+    return std::make_unique<Instance>(form, hostRateHz, usualBlockFrames, longestBlock);
   } catch (const std::exception& error) {
     Say(error.what());
     return nullptr;

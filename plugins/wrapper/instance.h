@@ -1,6 +1,6 @@
 #pragma once
 
-#include "hosting/hosted_stream.h"
+#include "wrapper/changing_stream.h"
 #include "wrapper/ports.h"
 
 #include <cstdint>
@@ -21,14 +21,24 @@ struct Form {
   Form(Description description, unsigned channelCount, std::filesystem::path model, Interface of);
 };
 
-/// A hosted stream behind the ports that a host connects, for interfaces that pass a pointer to
-/// floats for each port. Threads as HostedStream.
+/// A stream behind the ports that a host connects, for interfaces that pass a pointer to floats for
+/// each port. Threads as ChangingStream.
 class Instance {
 public:
-  /// Slow. `form` outlives the object. Throws what loading the model and HostedStream throw.
-  Instance(const Form& form, double hostRateHz, std::uint32_t usualBlockFrames);
+  /// Slow. `form` outlives the object. A form that takes any model begins without one.
+  /// `longestBlock` is what ChangingStream takes. Throws what loading the model and HostedStream
+  /// throw.
+  Instance(const Form& form, double hostRateHz, std::uint32_t usualBlockFrames,
+           std::uint32_t longestBlock = 0);
 
-  /// Ignores numbers that no port has.
+  /// For changes of the model.
+  ChangingStream& Stream() { return stream; }
+
+  /// Load for a number that no port has.
+  Role RoleOf(std::size_t port) const {
+    return port < form.ports.size() ? form.ports[port].role : Role::Load;
+  }
+  /// Ignores numbers that no port has, and ports of messages.
   void Connect(std::size_t port, float* data) noexcept;
   /// Writes to standard error where memory runs out.
   void Activate() noexcept;
@@ -42,7 +52,7 @@ private:
   void Report();
 
   const Form& form;
-  HostedStream stream;
+  ChangingStream stream;
   std::vector<float*> data;  // by port
   std::vector<float> classGainsDb;
   std::vector<const float*> inputs;
@@ -52,7 +62,11 @@ private:
 
 /// The instance, or null with the reason on standard error.
 std::unique_ptr<Instance> TryMakeInstance(const Form& form, double hostRateHz,
-                                          std::uint32_t usualBlockFrames) noexcept;
+                                          std::uint32_t usualBlockFrames,
+                                          std::uint32_t longestBlock = 0) noexcept;
+
+/// Writes a line for people to standard error.
+void Say(const char* what) noexcept;
 
 /// All forms of the models that have a description in `folder`, by file name; descriptions that
 /// cannot be read are named on standard error.

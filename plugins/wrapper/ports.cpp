@@ -56,7 +56,8 @@ std::vector<Port> PortsOf(const Description& description, unsigned channelCount,
   ports.push_back(Gain(Role::Rest, 0, "rest", "Rest"));
   ports.push_back(Gain(Role::Master, 0, "master", "Master"));
   if (!description.isAlwaysSpread) ports.push_back({Role::Mode, 0, "mode", "Mode", 0, 2, 0});
-  if (description.sampleRateHz != 0)  // else its band is always the host's
+  // a model of any rate has the host's band
+  if (description.sampleRateHz != 0 || description.takesAnyModel)
     ports.push_back({Role::HighBand, 0, "high_band", "High band", 0, 1, 0});
   if (of == Interface::Lv2)
     ports.push_back({Role::FreeWheel, 0, "free_wheeling", "Free-wheeling", 0, 1, 0});
@@ -65,6 +66,10 @@ std::vector<Port> PortsOf(const Description& description, unsigned channelCount,
       {Role::Latency, 0, "latency", of == Interface::Lv2 ? "Latency" : "latency", 0, 1 << 20, 0});
   ports.push_back({Role::Late, 0, "late", "Late results", 0, 1 << 24, 0});
   ports.push_back({Role::Load, 0, "load", "Load in percent", 0, 100, 0});
+  if (description.takesAnyModel) {
+    ports.push_back({.role = Role::MessagesIn, .symbol = "control", .name = "Control"});
+    ports.push_back({.role = Role::MessagesOut, .symbol = "notify", .name = "Notify"});
+  }
   return ports;
 }
 

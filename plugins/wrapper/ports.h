@@ -7,7 +7,8 @@
 
 namespace Orvik::Tesmo::Plugin {
 
-/// What a port of a plugin is for. From Latency on the plugin writes.
+/// What a port of a plugin is for. From Latency on the plugin writes. Messages are about the model,
+/// where the plugin takes any.
 enum class Role {
   Input,
   Output,
@@ -19,9 +20,11 @@ enum class Role {
   Mode,
   HighBand,
   FreeWheel,
+  MessagesIn,
   Latency,
   Late,
-  Load
+  Load,
+  MessagesOut
 };
 
 /// One port, in terms that all plugin interfaces share.
@@ -33,6 +36,7 @@ struct Port {
   float lowest = 0, highest = 1, initial = 0;  // of controls
 
   bool IsAudio() const { return role == Role::Input || role == Role::Output; }
+  bool IsMessages() const { return role == Role::MessagesIn || role == Role::MessagesOut; }
   bool IsWritten() const { return role == Role::Output || role >= Role::Latency; }
   bool IsGain() const { return role >= Role::Master && role <= Role::ClassGain; }
 };
@@ -40,7 +44,7 @@ struct Port {
 enum class Interface { Lv2, Ladspa };
 
 /// The ports of one form, in the order of their numbers. LV2 has Enabled and FreeWheel, LADSPA has
-/// Bypass in their place.
+/// Bypass in their place. Only LV2 has messages.
 std::vector<Port> PortsOf(const Description& description, unsigned channelCount, Interface of);
 
 /// "mono", "stereo", "3_channels" and so on.

@@ -2,6 +2,8 @@
 
 #include "hosting/hosted_stream.h"
 
+#include "apps/tool_process.h"
+#include "plugins/lv2_host.h"
 #include "plugins/plugin_models.h"
 #include "realtime/watch.h"
 
@@ -59,6 +61,38 @@ TEST(HostedStreamRealTime, AllocatesNothingAndWaitsForNothing) {
     EXPECT_EQ(wakeUps > 0, row.mode != ModeWish::Direct);
     EXPECT_EQ(seen.engines.Sum() > 0, row.evaluates);
   }
+}
+
+/// Messages, changes of the model with their fades, refusals and what goes back to the worker.
+TEST(AnyModelRealTime, AllocatesNothingAndWaitsForNothing) {
+  const TemporaryFolder folder;
+  for (const std::int64_t window : {128, 512}) {
+    AudioModelOptions options{.features = window};
+    options.metadata = {{"SampleRate", "16000"}};
+    WriteFile(folder / (std::to_string(window) + ".onnx"), MakeAudioModel(options));
+  }
+  ASSERT_EQ(folder.Run("$TOOL plugin --any --to .").exitStatus, 0);
+  Lv2Host host(folder / "kalvrin-any_model.lv2", "urn:kalvrin:any_model:mono", 48000, 64);
+  host.Activate();
+  long changes = 0;
+  for (const char* file : {"128.onnx", "512.onnx", "missing.onnx", "128.onnx", ""}) {
+    host.Set("urn:kalvrin:model", folder / file);
+    if (!*file) host.Set("urn:kalvrin:model", "");
+    const float latency = host.Control("latency");
+    for (int i = 0; i < 3; ++i) {
+      const Observed seen = RunWatched([&host] {
+        for (int n = 0; n < 100; ++n)
+          host.Run(0.25F);
+      });
+      const long wakeUps = seen.ours[Act::WakeUp], systemCalls = seen.ours[Act::SystemCall];
+      EXPECT_EQ(seen.ours.Sum() - wakeUps - systemCalls, 0) << file << '\n' << seen.Text();
+      EXPECT_LE(systemCalls, wakeUps) << seen.Text();
+      while (host.Work())
+        host.Run(0);
+    }
+    changes += host.Control("latency") != latency;
+  }
+  EXPECT_EQ(changes, 4) << "all but the one that is missing";
 }
 
 }  // namespace

@@ -84,6 +84,10 @@ void AddOperand(CLI::App& line, const std::string& name, std::string& value) {
       ->required();
 }
 
+void AddOperands(CLI::App& line, const std::string& name, std::vector<std::string>& values) {
+  line.add_option(name, values);
+}
+
 void AddOption(CLI::App& line, const std::string& name, const std::string& valueName,
                const std::string& help, const std::function<void(const std::string&)>& take) {
   const auto takeNamed = [name, take](const std::string& text) {

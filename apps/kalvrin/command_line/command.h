@@ -13,6 +13,7 @@
 #include <span>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace CLI {
 class App;
@@ -45,6 +46,9 @@ extern const Command pipewireCommand;
 /// A required operand, called `name` in the help. Operands are taken in the order of the calls.
 /// `value` has to outlive the parsing, like everything below that is passed by reference.
 void AddOperand(CLI::App& line, const std::string& name, std::string& value);
+
+/// Any number of operands, also none, which the help calls `name`.
+void AddOperands(CLI::App& line, const std::string& name, std::vector<std::string>& values);
 
 /// An option with a value, which the help calls `valueName`: "--name value" or "--name=value".
 /// `take` gets the value each time that the option is given. It throws UsageError for a bad one;

@@ -8,7 +8,6 @@
 #include "kalvrin/stream_processor.h"
 #include "kernels/ipps.h"
 #include "model/model.h"
-#include "render/mix.h"
 #include "runtime/model_loading.h"
 #include "runtime/text.h"
 #include "stream/set_up.h"
@@ -24,22 +23,11 @@
 namespace Orvik::Tesmo::Tool {
 namespace {
 
-/// The name in UTF-8. Throws Refusal for one with characters that do not fit on a line.
-std::string ClassName(const std::u16string& name) {
-  std::string text = PrintableText(name);
-  if (Dnn::Utf8FromUtf16(name) != text)
-    throw Refusal("a class is called '" + text + "', with characters that no host can show");
-  return text;
-}
-
-void TakeFacts(Plugin::Description& d, const ModelFacts& facts, const PluginRequest& request) {
-  d.sampleRateHz = static_cast<std::uint32_t>(std::max(facts.sampleRateHz, 0));
-  d.windowLength = facts.layout.GetWindowLength();
-  d.lookaheadBlocks = static_cast<std::uint64_t>(facts.lookahead);
-  d.sequenceSize = facts.Settle({.sequenceSize = request.sequenceSize}).sequenceSize;
-  for (const Stem& stem : StemsOf(facts))
-    if (!stem.isRemainder && !Dnn::EqualIgnoringCase(stem.className.c_str(), u"Rest"))
-      d.classes.push_back(ClassName(stem.className));
+/// Throws Refusal for a name with characters that do not fit on a line.
+void CheckClassNames(const Plugin::Description& description) {
+  for (const std::string& name : description.classes)
+    if (const std::string text = PrintableText(name); text != name)
+      throw Refusal("a class is called '" + text + "', with characters that no host can show");
 }
 
 }  // namespace
@@ -52,8 +40,9 @@ DescribedModel::DescribedModel(const std::string& path, const PluginRequest& req
   } catch (...) {
     throw model.RefusalFor({});
   }
+  description = Plugin::DescriptionOf(model.Facts(), request.sequenceSize);
+  CheckClassNames(description);
   description.isAlwaysSpread = request.isAlwaysSpread;
-  TakeFacts(description, model.Facts(), request);
   std::optional<Refusal> refusal;
   std::set<unsigned> counts = {1, 2};
   if (request.channelCount != 0) counts.insert(static_cast<unsigned>(request.channelCount));
@@ -78,6 +67,21 @@ DescribedModel::DescribedModel(const std::string& path, const PluginRequest& req
       request.name.empty() ? PrintableText(model.Facts().info.GetName()) : request.name;
   if (description.name.empty()) description.name = std::filesystem::path(path).stem();
   description.symbol = Plugin::SymbolFor(description.name);
+}
+
+Plugin::Description DescriptionOfAnyModel(const PluginRequest& request) {
+  constexpr int gainCount = 8;
+  Plugin::Description description;
+  description.name = request.name.empty() ? "Any model" : request.name;
+  description.takesAnyModel = true;
+  description.isAlwaysSpread = request.isAlwaysSpread;
+  description.symbol = Plugin::SymbolFor(description.name);
+  std::set<unsigned> counts = {1, 2};
+  if (request.channelCount != 0) counts.insert(static_cast<unsigned>(request.channelCount));
+  description.channelCounts.assign(counts.begin(), counts.end());
+  for (int i = 1; i <= gainCount; ++i)
+    description.classes.push_back("Class " + std::to_string(i));
+  return description;
 }
 
 std::string CheckedPluginName(std::string_view text) {

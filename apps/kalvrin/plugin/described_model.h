@@ -26,6 +26,9 @@ struct DescribedModel {
   Plugin::Description description;
 };
 
+/// What a plugin that takes any model has to know: the names of its gains are numbers.
+Plugin::Description DescriptionOfAnyModel(const PluginRequest& request);
+
 /// Returns `text` where it is one line of valid UTF-8; throws UsageError otherwise.
 std::string CheckedPluginName(std::string_view text);
 

@@ -40,20 +40,21 @@ void WriteBytes(const fs::path& path, std::string_view bytes) {
   out.Commit();
 }
 
-void WriteModel(const DescribedModel& model, const fs::path& file) {
-  WriteBytes(file, {model.file.bytes.data(), model.file.bytes.size()});
-  WriteBytes(Plugin::DescriptionPath(file), Plugin::DescriptionText(model.description));
+void WriteModel(const Plugin::Description& description, const ModelFile* model,
+                const fs::path& file) {
+  if (model) WriteBytes(file, {model->bytes.data(), model->bytes.size()});
+  WriteBytes(Plugin::DescriptionPath(file), Plugin::DescriptionText(description));
 }
 
-void FillBundle(const DescribedModel& model, const fs::path& bundle) {
+void FillBundle(const Plugin::Description& description, const ModelFile* model,
+                const fs::path& bundle) {
   fs::create_directories(bundle);
   CopyInstalledFile("kalvrin_lv2.so", bundle);
   for (const char* name : libraries)
     CopyInstalledFile(name, bundle);
-  WriteModel(model, bundle / "model.onnx");
-  WriteBytes(bundle / "plugins.ttl", PluginsText(model.description));
-  WriteBytes(bundle / "manifest.ttl",
-             ManifestText(model.description, "kalvrin_lv2.so", "plugins.ttl"));
+  WriteModel(description, model, bundle / "model.onnx");
+  WriteBytes(bundle / "plugins.ttl", PluginsText(description));
+  WriteBytes(bundle / "manifest.ttl", ManifestText(description, "kalvrin_lv2.so", "plugins.ttl"));
 }
 
 /// A folder that is removed when this object is destroyed. Hosts would find one that is left, so a
@@ -85,14 +86,15 @@ auto Saying(Work work) {
 
 }  // namespace
 
-fs::path WriteLv2Bundle(const DescribedModel& model, const fs::path& folder) {
+fs::path WriteLv2Bundle(const Plugin::Description& description, const ModelFile* model,
+                        const fs::path& folder) {
   return Saying([&] {
-    fs::path bundle = folder / ("kalvrin-" + model.description.symbol + ".lv2");
+    fs::path bundle = folder / ("kalvrin-" + description.symbol + ".lv2");
     if (fs::exists(bundle) && !fs::exists(bundle / "model.plugin"))
       throw Refusal(bundle.string() + " is there already and is no bundle of this tool");
     const Scratch fresh{Beside(bundle, "new")};
     const Scratch old{Beside(bundle, "old")};
-    FillBundle(model, fresh.path);
+    FillBundle(description, model, fresh.path);
     const bool isThere = fs::exists(bundle);
     if (isThere) fs::rename(bundle, old.path);
     try {
@@ -111,7 +113,7 @@ fs::path WriteLadspaModel(const DescribedModel& model, const fs::path& folder) {
     fs::create_directories(models);
     for (const char* name : libraries)
       CopyInstalledFile(name, models);
-    WriteModel(model, models / (model.description.symbol + ".onnx"));
+    WriteModel(model.description, &model.file, models / (model.description.symbol + ".onnx"));
     CopyInstalledFile("kalvrin_ladspa.so", folder);
     return folder / "kalvrin_ladspa.so";
   });

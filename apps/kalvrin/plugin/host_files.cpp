@@ -13,15 +13,29 @@ using Plugin::Description;
 using Plugin::Port;
 using Plugin::Role;
 
-constexpr const char* prefixes = R"(@prefix bufsz: <http://lv2plug.in/ns/ext/buf-size#> .
+constexpr const char* prefixes = R"(@prefix atom: <http://lv2plug.in/ns/ext/atom#> .
+@prefix bufsz: <http://lv2plug.in/ns/ext/buf-size#> .
 @prefix doap: <http://usefulinc.com/ns/doap#> .
 @prefix lv2: <http://lv2plug.in/ns/lv2core#> .
 @prefix opts: <http://lv2plug.in/ns/ext/options#> .
+@prefix patch: <http://lv2plug.in/ns/ext/patch#> .
+@prefix pg: <http://lv2plug.in/ns/ext/port-groups#> .
 @prefix pprops: <http://lv2plug.in/ns/ext/port-props#> .
 @prefix rdfs: <http://www.w3.org/2000/01/rdf-schema#> .
+@prefix rsz: <http://lv2plug.in/ns/ext/resize-port#> .
+@prefix state: <http://lv2plug.in/ns/ext/state#> .
 @prefix units: <http://lv2plug.in/ns/extensions/units#> .
 @prefix urid: <http://lv2plug.in/ns/ext/urid#> .
+@prefix work: <http://lv2plug.in/ns/ext/worker#> .
 )";
+
+/// What a plugin says that takes any model.
+constexpr const char* anyModelClauses =
+    "  lv2:requiredFeature urid:map ;\n"
+    "  lv2:extensionData work:interface, state:interface ;\n"
+    "  patch:writable <urn:kalvrin:model> ;\n  patch:readable <urn:kalvrin:status> ;\n"
+    "  lv2:optionalFeature opts:options, work:schedule, state:threadSafeRestore, state:mapPath, "
+    "state:freePath";
 
 /// What is special to ports of this role.
 const char* Particulars(Role role) {
@@ -34,8 +48,8 @@ const char* Particulars(Role role) {
   case Role::Master:
   case Role::Rest:
   case Role::ClassGain:
-    return " ;\n    units:unit units:db ;\n"
-           "    lv2:scalePoint [ rdfs:label \"Mute\" ; rdf:value -60.0 ]";
+    // no scale point for mute: GStreamer takes a port that has one for a list of choices
+    return " ;\n    units:unit units:db";
   case Role::Mode:
     return " ;\n    lv2:portProperty lv2:integer, lv2:enumeration, pprops:notAutomatic ;\n"
            "    lv2:scalePoint [ rdfs:label \"Automatic\" ; rdf:value 0 ] ,\n"
@@ -48,6 +62,11 @@ const char* Particulars(Role role) {
     return " ;\n    lv2:portProperty lv2:integer, lv2:enumeration ;\n"
            "    lv2:scalePoint [ rdfs:label \"Follow\" ; rdf:value 0 ] ,\n"
            "      [ rdfs:label \"Rest\" ; rdf:value 1 ]";
+  case Role::MessagesIn:
+  case Role::MessagesOut:
+    return " ;\n    atom:bufferType atom:Sequence ;\n    atom:supports patch:Message ;\n"
+           "    rsz:minimumSize 16384 ;\n    lv2:designation lv2:control ;\n"
+           "    lv2:portProperty lv2:connectionOptional";
   case Role::Load:
     return " ;\n    lv2:portProperty pprops:notOnGUI ;\n    units:unit units:pc";
   case Role::Late:
@@ -57,31 +76,65 @@ const char* Particulars(Role role) {
   }
 }
 
-void WritePort(std::ostream& out, const Port& port, std::size_t number) {
+/// The group of a form's inputs or outputs, where these are several.
+std::string GroupUri(const std::string& plugin, bool isWritten) {
+  return "<" + plugin + (isWritten ? "#out>" : "#in>");
+}
+
+void WriteGroups(std::ostream& out, const std::string& plugin, unsigned channelCount) {
+  if (channelCount == 1) return;
+  for (const bool isWritten : {false, true})
+    out << '\n'
+        << GroupUri(plugin, isWritten) << "\n  a "
+        << (isWritten ? "pg:OutputGroup, " : "pg:InputGroup, ")
+        << (channelCount == 2 ? "pg:StereoGroup" : "pg:DiscreteGroup") << " ;\n  lv2:symbol \""
+        << (isWritten ? "out" : "in") << "\" ;\n  lv2:name \"" << (isWritten ? "Out" : "In")
+        << "\" .\n";
+}
+
+void WriteGroupOf(std::ostream& out, const Port& port, const std::string& plugin,
+                  unsigned channelCount) {
+  if (!port.IsAudio() || channelCount == 1) return;
+  out << " ;\n    pg:group " << GroupUri(plugin, port.IsWritten());
+  if (channelCount == 2)
+    out << " ;\n    lv2:designation " << (port.index == 0 ? "pg:left" : "pg:right");
+}
+
+void WritePort(std::ostream& out, const Port& port, std::size_t number, const std::string& plugin,
+               unsigned channelCount) {
   out << "    a " << (port.IsWritten() ? "lv2:OutputPort" : "lv2:InputPort") << ", "
-      << (port.IsAudio() ? "lv2:AudioPort" : "lv2:ControlPort") << " ;\n    lv2:index " << number
-      << " ;\n    lv2:symbol \"" << port.symbol << "\" ;\n    lv2:name " << std::quoted(port.name);
-  if (!port.IsAudio()) {
+      << (port.IsAudio()      ? "lv2:AudioPort"
+          : port.IsMessages() ? "atom:AtomPort"
+                              : "lv2:ControlPort")
+      << " ;\n    lv2:index " << number << " ;\n    lv2:symbol \"" << port.symbol
+      << "\" ;\n    lv2:name " << std::quoted(port.name);
+  if (!port.IsAudio() && !port.IsMessages()) {
     out << " ;\n    lv2:minimum " << port.lowest << " ;\n    lv2:maximum " << port.highest;
     if (!port.IsWritten()) out << " ;\n    lv2:default " << port.initial;
   }
+  WriteGroupOf(out, port, plugin, channelCount);
   out << Particulars(port.role) << '\n';
 }
 
 void WritePlugin(std::ostream& out, const Description& d, unsigned channelCount) {
-  out << "\n<" << Plugin::Lv2Uri(d, channelCount) << ">\n  a lv2:Plugin, lv2:FilterPlugin ;\n"
+  const std::string uri = Plugin::Lv2Uri(d, channelCount);
+  WriteGroups(out, uri, channelCount);
+  out << "\n<" << uri << ">\n  a lv2:Plugin, lv2:FilterPlugin ;\n"
       << "  doap:name " << std::quoted(d.name + " (" + Plugin::FormName(channelCount) + ")")
       << " ;\n"
       << "  doap:license <http://opensource.org/licenses/Apache-2.0> ;\n"
          "  lv2:minorVersion 0 ;\n  lv2:microVersion 1 ;\n"
-         "  lv2:optionalFeature opts:options, urid:map"
+      << (d.takesAnyModel ? anyModelClauses : "  lv2:optionalFeature opts:options, urid:map")
       << (d.isAlwaysSpread ? ", lv2:hardRTCapable" : "")
       << " ;\n  opts:supportedOption bufsz:nominalBlockLength, bufsz:maxBlockLength ;\n"
-         "  lv2:port [\n";
+      << (channelCount == 1 ? ""
+                            : "  pg:mainInput " + GroupUri(uri, false) + " ;\n  pg:mainOutput " +
+                                  GroupUri(uri, true) + " ;\n")
+      << "  lv2:port [\n";
   const auto ports = Plugin::PortsOf(d, channelCount, Plugin::Interface::Lv2);
   for (std::size_t i = 0; i < ports.size(); ++i) {
     if (i != 0) out << "  ] , [\n";
-    WritePort(out, ports[i], i);
+    WritePort(out, ports[i], i, uri, channelCount);
   }
   out << "  ] .\n";
 }
@@ -106,6 +159,11 @@ std::string PluginsText(const Description& d) {
   out << std::fixed << std::setprecision(1)
       << "@prefix rdf: <http://www.w3.org/1999/02/22-rdf-syntax-ns#> .\n"
       << prefixes;
+  if (d.takesAnyModel)
+    out << "\n<" << Plugin::modelUri
+        << ">\n  a lv2:Parameter ;\n  rdfs:label \"Model\" ;\n  rdfs:range atom:Path .\n\n<"
+        << Plugin::statusUri
+        << ">\n  a lv2:Parameter ;\n  rdfs:label \"Status\" ;\n  rdfs:range atom:String .\n";
   for (const unsigned count : d.channelCounts)
     WritePlugin(out, d, count);
   return out.str();

@@ -60,6 +60,7 @@ def make_plugins():
         latencies[name] = run(tool, "plugin", model(name), "--to", bundles)
         run(tool, "plugin", model(name), "--ladspa", "--to", ladspa)
     run(tool, "plugin", model("separator"), "--spread", "--name", 'Always "spread"', "--to", bundles)
+    run(tool, "plugin", "--any", "--to", bundles)
     run(tool, "plugin", model("separator"), "--to", bundles)  # again, over the one that is there
     return f"{len(list(bundles.iterdir()))} bundles, {len(list((ladspa / 'kalvrin').glob('*.onnx')))} LADSPA models"
 
@@ -74,7 +75,7 @@ def check_validate():
 def check_info():
     need("lv2ls", "lv2info")
     uris = run("lv2ls").split()
-    expect(len(uris) == 2 * (len(MODELS) + 1), f"found {uris}")
+    expect(len(uris) == 2 * (len(MODELS) + 2), f"found {uris}")
     for uri in uris:
         said = run("lv2info", uri)
         expect("reported by port" in said, f"no latency port: {said}")
@@ -86,7 +87,7 @@ def check_bench():
     need("lv2bench")
     said = run("lv2bench", "-b", "512", seconds=300)
     seconds = re.findall(r"^([\d.]+) urn:kalvrin", said, re.M)
-    expect(len(seconds) == 2 * (len(MODELS) + 1), said)
+    expect(len(seconds) == 2 * (len(MODELS) + 2), said)
     return f"{len(seconds)} plugins, blocks of 512, {min(map(float, seconds))} to {max(map(float, seconds))} s for 2^19 frames"
 
 
@@ -130,6 +131,40 @@ def check_ffmpeg(mix):
     return f"{len(results)} runs, {results[-1]}"
 
 
+def check_gstreamer(element, settings):
+    """`settings` gives the element's properties for gains. Both elements have a property for each control."""
+    need("gst-launch-1.0", "gst-inspect-1.0")
+    registry = {"GST_REGISTRY": work / "gstreamer", "LADSPA_PATH": ladspa}
+    results = []
+    for name, symbol, classes, rest in MODELS:
+        for channels, form in ((1, "mono"), (2, "stereo")):
+            expected = rendered(name, classes, rest, signal(3, channels))
+            raw = f"audio/x-raw,format=F32LE,rate=16000,channels={channels}"
+            run("gst-launch-1.0", "-q", "filesrc", f"location={work / 'in.wav'}", "!", "wavparse", "!", raw, "!",
+                element(symbol, form), *settings(classes, rest), "!", raw, "!", "wavenc", "!", "filesink",
+                f"location={work / 'gst.wav'}", env=registry)
+            results.append(equal_bits(read_audio(work / "gst.wav", channels), expected, direct_latency(name)))
+    return f"{len(results)} runs, {results[-1]}"
+
+
+def gstreamer_lv2(symbol, form):
+    return f"urn-kalvrin-{symbol}-{form}".replace("_", "-")
+
+
+def gstreamer_ladspa(symbol, form):
+    return f"ladspa-kalvrin-ladspa-so-{symbol}-{form}".replace("_", "-")
+
+
+def lv2_settings(classes, rest):
+    """GStreamer has every switch of an LV2 plugin off at first."""
+    gains = [f"gain-{key.lower()}={value}" for key, value in classes.items()]
+    return ["enabled=true", *gains, f"rest={rest}", "mode=1"]
+
+
+def ladspa_settings(classes, rest):
+    return [*(f"{key.lower()}={value}" for key, value in classes.items()), f"rest={rest}", "mode=1"]
+
+
 def check_rates():
     """With all gains at 0 dB the input comes back through ffmpeg at the latency, at every frequency."""
     need("ffmpeg")
@@ -158,7 +193,9 @@ verdicts([
     ("ffmpeg lv2", lambda: check_ffmpeg(lv2_mix)),
     ("ffmpeg ladspa", lambda: check_ffmpeg(ladspa_mix)),
     ("ffmpeg at other rates", check_rates),
+    ("GStreamer lv2", lambda: check_gstreamer(gstreamer_lv2, lv2_settings)),
+    ("GStreamer ladspa", lambda: check_gstreamer(gstreamer_ladspa, ladspa_settings)),
     ("lv2bench", check_bench),
-    *check_jalv(work),
+    *check_jalv(work, model("noise_reducer")),
     *check_pipewire(work, tool, model("harmonic_percussive")),
 ])
