@@ -145,12 +145,55 @@ TEST_F(Wrappers, WhatCannotBeMadeIsRefusedAndLeavesNothing) {
   EXPECT_EQ(folder.Names(), (std::vector<std::string>{"bad.onnx", "lv2", "model.onnx"}));
 }
 
+/// With a stand-in for systemctl: there is no service manager where tests run.
+TEST_F(Wrappers, DevicesAreListedSwitchedAndSet) {
+  std::filesystem::create_directory(folder / "bin");
+  WriteFile(folder / "bin/systemctl",
+            "#!/bin/sh\necho \"$@\" >> log\n"
+            "if [ -e broken ]; then echo Failed to connect to bus; exit 1; fi\n");
+  std::filesystem::permissions(folder / "bin/systemctl", std::filesystem::perms::owner_all);
+  const auto run = [&](const std::string& line, int exitStatus = 0) {
+    const Outcome outcome = folder.Run("HOME=$PWD PATH=$PWD/bin:/bin $TOOL pipewire " + line);
+    EXPECT_EQ(outcome.exitStatus, exitStatus) << line << '\n' << outcome.err;
+    return outcome.out + outcome.err;
+  };
+  ExpectPart(run("--list"), "no virtual devices");
+  ExpectPart(run("model.onnx --name Mine"), "kalvrin pipewire --on mine");
+  run("model.onnx --name 'My sink' --sink --rest -20dB");
+  run("--on mine");
+  run("--off mine");
+  EXPECT_EQ(ReadFile(folder / "log"), "--user daemon-reload\n"
+                                      "--user enable --now kalvrin-mine.service\n"
+                                      "--user disable --now kalvrin-mine.service\n");
+  ExpectPart(ReadFile(folder / ".config/systemd/user/kalvrin-mine.service"),
+             "ExecStart=pipewire -c \"" + folder / ".config/pipewire/kalvrin-mine.conf\"");
+  ExpectPart(run("--set 'My sink' 'the \"voice\"=-12dB' master=0"), "as soon as it is on");
+  const std::string list = run("--list");
+  ExpectPart(list, R"(sink, off: The "voice" -12 dB, Rest -20 dB, Master mute)");
+  ExpectPart(list, R"(microphone, off: The "voice" 0 dB, Rest 0 dB, Master 0 dB)");
+  WriteFile(folder / "broken", "");
+  const struct {
+    const char* line;
+    int status;
+    const char* text;
+  } rows[] = {{"--on mine", 1, "Failed to connect to bus"},
+              {"--on yours", 1, "there is no virtual device 'yours'"},
+              {"--on ../mine", 1, "there is no virtual device"},
+              {"--set mine Nobody=1", 2, "has no gain 'Nobody'"},
+              {"--set mine", 2, "--set needs gains"},
+              {"--list --on mine", 2, "one at a time"},
+              {"--list mine", 2, "one too many"}};
+  for (const auto& row : rows)
+    ExpectPart(run(row.line, row.status), row.text);
+  std::filesystem::remove(folder / "bin/systemctl");
+  const Outcome none = folder.Run("HOME=$PWD PATH=$PWD/bin $TOOL pipewire --on mine");
+  ExpectPart(none.err, "systemctl is not installed");
+}
+
 TEST_F(Wrappers, TheMicrophoneHasTheGainsAskedFor) {
-  const Outcome made =
-      Run("pipewire model.onnx --class-gain 'the \"VOICE\"=-6dB' --rest 0 --name Mine "
-          "--plugins " +
-          folder / "p" + " --to c.conf");
-  ExpectPart(made.out, "systemctl --user stop kalvrin-mine");
+  Run("pipewire model.onnx --class-gain 'the \"VOICE\"=-6dB' --rest 0 --name Mine "
+      "--plugins " +
+      folder / "p" + " --to c.conf");
   const std::string text = ReadFile(folder / "c.conf");
   for (const std::string& part :
        {std::string(R"("The \"voice\"" = -6)"), std::string("\"Rest\" = -60"),

@@ -169,17 +169,48 @@ std::string PluginsText(const Description& d) {
   return out.str();
 }
 
-std::string MicrophoneName(const Plugin::Description& description) {
-  return "kalvrin." + description.symbol;
+std::string DeviceNode(const std::string& symbol) {
+  return "kalvrin." + symbol;
+}
+
+std::string ControlledNode(const std::string& symbol, bool isSink) {
+  return (isSink ? "" : "capture.") + DeviceNode(symbol);
+}
+
+std::string ControlLine(const std::string& control, double value) {
+  std::ostringstream out;
+  out.exceptions(std::ios::badbit);
+  out << "              " << std::quoted(control) << " = " << value << '\n';
+  return out.str();
+}
+
+std::optional<std::pair<std::string, double>> ParseControl(const std::string& line) {
+  std::istringstream in(line);
+  std::pair<std::string, double> control;
+  char equals = 0;
+  if ((in >> std::ws).peek() != '"') return std::nullopt;
+  in >> std::quoted(control.first) >> equals >> control.second;
+  if (!in || equals != '=') return std::nullopt;
+  return control;
 }
 
 std::string FilterChainText(const FilterChain& chain) {
-  const std::string name = MicrophoneName(chain.description);
+  const std::string& symbol = chain.description.symbol;
   const std::string channels = chain.channelCount == 1
                                    ? "audio.channels = 1 audio.position = [ MONO ]"
                                    : "audio.channels = 2 audio.position = [ FL FR ]";
   std::ostringstream out;
   out.exceptions(std::ios::badbit);  // otherwise it ignores a lack of memory
+  const auto writeDevice = [&](const char* mediaClass) {
+    out << "        node.name = " << std::quoted(DeviceNode(symbol))
+        << "\n        media.class = " << mediaClass << "\n        " << channels << '\n';
+  };
+  const auto writeStream = [&](const char* direction) {
+    out << "        node.name = " << std::quoted(direction + DeviceNode(symbol))
+        << "\n        node.passive = true\n        " << channels << '\n';
+    if (!chain.target.empty())
+      out << "        target.object = " << std::quoted(chain.target) << '\n';
+  };
   out << R"(context.spa-libs = {
   audio.convert.* = audioconvert/libspa-audioconvert
   support.*       = support/libspa-support
@@ -197,31 +228,49 @@ context.modules = [
       filter.graph = {
         nodes = [
           { type = ladspa
-            name = model
-            plugin = )"
-      << std::quoted(chain.library.string()) << "\n            label = " << chain.description.symbol
-      << '_' << Plugin::FormName(chain.channelCount) << "\n            control = {\n";
-  for (const auto& [port, value] : chain.controls)
-    out << "              " << std::quoted(port) << " = " << value << '\n';
+            name = )"
+      << chainNode << "\n            plugin = " << std::quoted(chain.library.string())
+      << "\n            label = " << symbol << '_' << Plugin::FormName(chain.channelCount)
+      << "\n            control = {\n";
+  for (const auto& [control, value] : chain.controls)
+    out << ControlLine(control, value);
   out << R"(            }
           }
         ]
       }
       capture.props = {
-        node.name = )"
-      << std::quoted("capture." + name) << "\n        node.passive = true\n        " << channels
-      << '\n';
-  if (!chain.target.empty()) out << "        target.object = " << std::quoted(chain.target) << '\n';
+)";
+  if (chain.isSink)
+    writeDevice("Audio/Sink");
+  else
+    writeStream("capture.");
   out << R"(      }
       playback.props = {
-        node.name = )"
-      << std::quoted(name) << "\n        media.class = Audio/Source\n        " << channels << R"(
-      }
+)";
+  if (chain.isSink)
+    writeStream("playback.");
+  else
+    writeDevice("Audio/Source");
+  out << R"(      }
     }
   }
 ]
 )";
   return out.str();
+}
+
+std::string UnitText(const std::string& name, const std::string& file) {
+  std::string escaped;
+  for (const char c : file)
+    escaped += c == '%'                ? "%%"
+               : c == '$'              ? "$$"
+               : c == '"' || c == '\\' ? std::string{'\\', c}
+                                       : std::string{c};
+  return "[Unit]\nDescription=kalvrin: " + name +
+         "\nAfter=pipewire.service\nBindsTo=pipewire.service\n\n[Service]\n"
+         "ExecStart=pipewire -c \"" +
+         escaped +
+         "\"\nRestart=on-failure\nSlice=session.slice\n\n[Install]\nWantedBy=pipewire.service\n";
 }
 
 }  // namespace Orvik::Tesmo::Tool

@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <csignal>
 #include <cstdlib>
+#include <fcntl.h>
 #include <initializer_list>
 #include <sys/prctl.h>
 #include <sys/socket.h>
@@ -108,6 +109,36 @@ void ContinueInChild() {
     EndBySignal(signal);
   throw Refusal("the engine ended its process (signal " + std::to_string(signal) +
                 ") while it ran the model");
+}
+
+ProgramResult RunProgram(const std::vector<std::string>& command, bool withErrors) {
+  int ends[2];
+  if (pipe2(ends, O_CLOEXEC) != 0)
+    throw Refusal("no line to another process can be made: " + SystemErrorText(errno));
+  const Descriptor from(ends[0]);
+  Descriptor to(ends[1]);
+  std::vector<char*> arguments;
+  for (const std::string& argument : command)
+    arguments.push_back(const_cast<char*>(argument.c_str()));
+  arguments.push_back(nullptr);
+  const pid_t child = fork();
+  if (child < 0) throw Refusal("no process can be made: " + SystemErrorText(errno));
+  if (child == 0) {
+    const int nothing = open("/dev/null", O_RDWR);
+    dup2(nothing, STDIN_FILENO);
+    dup2(to.Get(), STDOUT_FILENO);
+    dup2(withErrors ? to.Get() : nothing, STDERR_FILENO);
+    execvp(arguments[0], arguments.data());
+    std::_Exit(ProgramResult::notFound);
+  }
+  to = Descriptor();
+  ProgramResult result;
+  char bytes[4096];
+  for (long count = 0; (count = ReadFully(from.Get(), bytes, sizeof bytes)) > 0;)
+    result.out.append(bytes, static_cast<std::size_t>(count));
+  const int status = WaitFor(child);
+  result.status = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+  return result;
 }
 
 Worker::Worker(const Work& work) {

@@ -9,6 +9,7 @@
 #include <optional>
 #include <string>
 #include <sys/types.h>
+#include <vector>
 
 namespace Orvik::Tesmo::Tool {
 
@@ -33,6 +34,17 @@ void ThrowIfInterrupted();
 /// which says so. Signals that ask to end go to both. Call it before there is an engine or a
 /// thread, with nothing printed.
 void ContinueInChild();
+
+/// How a program ended, and what it printed.
+struct ProgramResult {
+  static constexpr int notFound = 127;
+  int status = 0;   // its exit status; of one that a signal ended, 128 and the signal
+  std::string out;  // standard output
+};
+
+/// Runs a program of PATH to its end, without standard input. What it writes to standard error is
+/// in `out` as well, or lost. Throws Refusal where no process can be made.
+ProgramResult RunProgram(const std::vector<std::string>& command, bool withErrors);
 
 /// A child process that does one task after the other. Where it crashes, only its task is lost.
 class Worker {
