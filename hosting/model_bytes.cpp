@@ -15,6 +15,9 @@ using Identity = std::tuple<dev_t, ino_t, off_t, time_t, long>;
 Identity IdentityOf(const std::filesystem::path& file) {
   struct stat status {};
   if (stat(file.c_str(), &status) != 0) throw std::runtime_error("cannot read " + file.string());
+  if (!S_ISREG(status.st_mode)) throw std::runtime_error(file.string() + " is no file");
+  if (status.st_size > 0xFFFFFFFFLL)
+    throw std::runtime_error(file.string() + " is longer than 4 GiB, the most of a model");
   return {status.st_dev, status.st_ino, status.st_size, status.st_mtim.tv_sec,
           status.st_mtim.tv_nsec};
 }

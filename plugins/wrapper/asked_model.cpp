@@ -49,10 +49,15 @@ void Load(AskedModel& asked, const StreamWish& wish) {
     const Description description = Describe(*model, asked.file, wish);
     request.sequenceSize = description.sequenceSize;
     request.blockFrames = description.ChunkFrames();
-    // once more, and by itself, because the library's entry says nothing but null
-    AssembleStream(engine, model, request.sequenceSize, request.channelCount, request.blockFrames);
-    asked.stream = std::make_unique<HostedStream>(description, bytes, wish.hostRateHz,
-                                                  wish.channelCount, wish.usualBlockFrames);
+    try {
+      asked.stream = std::make_unique<HostedStream>(description, bytes, wish.hostRateHz,
+                                                    wish.channelCount, wish.usualBlockFrames);
+    } catch (const std::runtime_error&) {
+      // the library's entry says nothing but null; this says why
+      AssembleStream(engine, model, request.sequenceSize, request.channelCount,
+                     request.blockFrames);
+      throw;
+    }
     asked.status = StatusText(description, wish.classCount);
     asked.hopSeconds = static_cast<double>(description.HopLength()) /
                        (description.sampleRateHz ? description.sampleRateHz : wish.hostRateHz);
@@ -71,11 +76,6 @@ std::unique_ptr<AskedModel> LoadAnyModel(const std::string& file, const StreamWi
   asked->file = file;
   try {
     Load(*asked, wish);
-  } catch (const std::bad_alloc&) {
-    throw;
-  } catch (const std::exception& error) {
-    asked->isRefused = true;
-    asked->status = Diagnosis::PrintableText(file) + " is refused: " + error.what();
   } catch (...) {
     asked->isRefused = true;
     asked->status =
