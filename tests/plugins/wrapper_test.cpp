@@ -163,7 +163,8 @@ TEST_F(Wrappers, DevicesAreListedSwitchedAndSet) {
   run("--on mine");
   run("--off mine");
   EXPECT_EQ(ReadFile(folder / "log"), "--user daemon-reload\n"
-                                      "--user enable --now kalvrin-mine.service\n"
+                                      "--user enable kalvrin-mine.service\n"
+                                      "--user restart kalvrin-mine.service\n"
                                       "--user disable --now kalvrin-mine.service\n");
   ExpectPart(ReadFile(folder / ".config/systemd/user/kalvrin-mine.service"),
              "ExecStart=pipewire -c \"" + folder / ".config/pipewire/kalvrin-mine.conf\"");

@@ -185,15 +185,21 @@ void SwitchDevice(const std::string& wanted, bool isOn) {
   const std::string chain = fs::absolute(ChainFile(name)).string();
   const std::string unit = UnitOf(name);
   if (isOn) WriteTextFile(InHome(".config/systemd/user/" + unit), UnitText(name, chain));
-  ProgramResult result = isOn ? ServiceManager({"daemon-reload"}) : ProgramResult{};
-  if (result.status == 0) result = ServiceManager({isOn ? "enable" : "disable", "--now", unit});
-  if (result.status == ProgramResult::notFound)
-    throw Refusal("systemctl is not installed: this system has no service manager for users; "
-                  "'pipewire -c " +
-                  chain + "' switches the device on until Ctrl-C");
-  if (result.status != 0)
-    throw Refusal("the service manager of this user did not do it: " + FirstLine(result.out) +
-                  "; 'pipewire -c " + chain + "' switches the device on until Ctrl-C");
+  // started again, because the configuration may have changed
+  const std::vector<std::vector<std::string>> on = {
+      {"daemon-reload"}, {"enable", unit}, {"restart", unit}};
+  const std::vector<std::vector<std::string>> off = {{"disable", "--now", unit}};
+  const std::string otherWay =
+      isOn ? "; 'pipewire -c " + chain + "' switches the device on until Ctrl-C" : "";
+  for (const auto& arguments : isOn ? on : off) {
+    const ProgramResult result = ServiceManager(arguments);
+    if (result.status == ProgramResult::notFound)
+      throw Refusal("systemctl is not installed: this system has no service manager for users" +
+                    otherWay);
+    if (result.status != 0)
+      throw Refusal("the service manager of this user did not do it: " + FirstLine(result.out) +
+                    otherWay);
+  }
   PrintField(std::cout, name, isOn ? "on, now and at each login" : "off");
 }
 
