@@ -162,7 +162,7 @@ public:
         inner(work + static_cast<std::ptrdiff_t>(spec.convLength) * 8) {}
 
   /// Results times `scale`.
-  IppStatus Complex(Direction dir, const float* src, float* dst, float scale) {
+  [[gnu::noinline]] IppStatus Complex(Direction dir, const float* src, float* dst, float scale) {
     Ipp32fc* out = reinterpret_cast<Ipp32fc*>(dst);
     ippsMul_32fc(reinterpret_cast<const Ipp32fc*>(src), Chirp(), Y(), n);
     const IppStatus status = Convolve();
