@@ -42,7 +42,7 @@ test-cpus:       ## the tests on emulated processors from before AVX, half an ho
 	@scripts/install-packages build test
 	@$(call configure,$(BUILD),-DKALVRIN_TESTS=ON) >/dev/null
 	@cmake --build $(BUILD) -j $(JOBS)
-	@scripts/old-processors $(BUILD)
+	@scripts/old-processors $(BUILD) long $(JOBS)
 
 soak: FRAMES ?= 1e8
 soak:            ## a stream of 10^8 frames (FRAMES=1e7: fewer) twice in different blocks, some minutes
@@ -117,7 +117,7 @@ fuzz fuzz-long:
 	@scripts/install-packages build fuzz
 	@scripts/fuzz $(BUILD)-fuzz $(JOBS) $(SECONDS) $(TARGETS)
 
-coverage:        ## lines and branches of src/, hosting/ and c/ that the tests run
+coverage:        ## lines and branches of src/, hosting/, plugins/ and c/ that the tests run
 	@scripts/install-packages build test fuzz
 	@scripts/coverage $(BUILD)-coverage $(JOBS)
 

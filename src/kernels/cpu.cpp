@@ -114,7 +114,7 @@ float EstimateReciprocalRoot(float x) {
 using namespace Orvik::Tesmo::Kernels;
 
 extern "C" IppStatus ippGetMaxCacheSizeB(std::int32_t* size) {
-  // Racing first callers write the same values, the status last.
+  // Several threads may make the first call at once: they write the same values, the status last.
   constexpr IppStatus noAnswerYet = 1;
   static std::atomic<IppStatus> status{noAnswerYet};
   static std::atomic<std::int32_t> cached{0};

@@ -6,8 +6,8 @@ using namespace Orvik::Tesmo::Kernels;
 
 namespace {
 
-/// Entries of one group share code in the same way: a build that has nothing of its own to say
-/// takes another's.
+/// The entries of one group run the same build at each index, which need not be the build of that
+/// index.
 enum Group { Transforms, Moves, Arithmetic, Releases, Sizes, groupCount };
 
 /// Whose code runs at which index, by group.

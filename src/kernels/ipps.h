@@ -41,7 +41,7 @@ enum : int {
   IPP_FFT_DIV_BY_SQRTN = 4,
   IPP_FFT_NODIV_BY_ANY = 8,
 };
-/// The `hint` of a planner is kept and decides nothing.
+/// The `hint` of a planner is stored and has no effect.
 enum : int { ippAlgHintNone = 0, ippAlgHintFast = 1, ippAlgHintAccurate = 2 };
 
 struct IppsFFTSpec_R_32f;
@@ -57,7 +57,7 @@ extern std::int32_t ippVariantIndex;
 /// The best index for this processor and operating system. Changes nothing.
 std::int32_t ippBestVariantIndex();
 
-/// At least `length` bytes aligned to 32; null when length is below 1 or memory is out.
+/// At least `length` bytes aligned to 32; null when length is below 1 or there is no memory.
 Ipp8u* ippsMalloc(std::int32_t length);
 void ippsFree(void* block);
 
@@ -90,7 +90,7 @@ IppStatus ippsDeinterleave_32f(const Ipp32f* pSrc, int ch_num, int len, Ipp32f* 
 // the call allocate it for its own duration.
 
 /// Sizes in bytes for 2^order samples, order 0 to 29: of a spec, of the memory its set-up needs
-/// besides, and of the work buffer of its transforms. Each may be 0 but the first.
+/// besides, and of the work buffer of its transforms. All but the first may be 0.
 IppStatus ippsFFTGetSize_R_32f(int order, int flag, int hint, int* specSize, int* initSize,
                                int* workSize);
 /// *ppSpec is written on success only; it goes back through ippsFFTFree_R_32f.

@@ -224,6 +224,10 @@ KERNELS_INLINE void Hold(Vec4& a) {
 KERNELS_INLINE void Hold(Vec2& a) {
   asm("" : "+x"(a.v));
 }
+/// The compiler moves no load and no store across this.
+KERNELS_INLINE void KeepOrder() {
+  asm volatile("" : : : "memory");
+}
 
 /// The exact root of one float.
 KERNELS_INLINE float Sqrt(float x) {

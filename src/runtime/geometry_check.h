@@ -32,7 +32,8 @@ void CheckGeometry(const ProcessingGeometry& geometry);
 
 /// Tensors of these concrete shapes hold what the audio path reads and writes: a dimension that a
 /// tensor lacks has the size 1 in the geometry, and the output's windows are not shorter than the
-/// input's. (Longer ones are served, but their samples are read as if the windows were not.)
+/// input's. (Longer ones are accepted, but the audio path steps from window to window by the length
+/// of the input's.)
 void CheckTensorsFit(const ModelLayout& layout, const Platform::Shape& inputShape,
                      const Platform::Shape& outputShape, std::uint32_t classCount,
                      const ProcessingGeometry& geometry);

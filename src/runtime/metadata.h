@@ -21,13 +21,14 @@ struct ChannelBinding {
 };
 
 // Every operation here throws the platform's failures; those that read JSON also what
-// ParseMetadataJson throws for a value that is none. A JSON value of the wrong type is no failure.
+// ParseMetadataJson throws for a value that is not JSON. None throws for a JSON value of the wrong
+// type.
 
-/// The value of `key`; empty where the map does not have it. An empty value is a present one.
+/// The value of `key`, which may be empty text; nullopt where the map does not have the key.
 std::optional<std::u16string> TryLookupMetadata(const Platform::MetadataMap& map,
                                                 std::u16string_view key);
 
-/// The value of `key` as JSON; empty where the key is missing.
+/// The value of `key` as JSON; nullopt where the key is missing.
 std::optional<MetadataJson> ReadMetadataJson(const Platform::Model& model, std::u16string_view key);
 
 /// The raw text, `fallback` where the key is missing.

@@ -18,7 +18,7 @@ namespace Orvik::Tesmo::Dnn {
 /// Floats of several channels in one block, all zero at first. Move-only.
 struct PlanarBuffer {
   PlanarBuffer() = default;
-  /// Throws as MakeFloatArray, but no float is no failure.
+  /// Throws as MakeFloatArray, except that a size of 0 is allowed.
   PlanarBuffer(std::uint64_t channelCount, std::uint64_t channelLength);
 
   std::uint64_t channelCount = 0;

@@ -22,11 +22,12 @@ public:
   explicit ModelInfo(const Platform::Model& model);
 
   virtual const char16_t* GetName() const;
-  /// As JSON, 48000 where it is missing; the host is told FindMetadataDecimal's reading.
+  /// The value as JSON, 48000 where it is missing. Hosts get the reading of FindMetadataDecimal.
   virtual std::int32_t GetSampleRate() const;
-  /// As JSON, 0 where it is missing; the audio path goes by FindMetadataDecimal's reading.
+  /// The value as JSON, 0 where it is missing. The audio path uses the reading of
+  /// FindMetadataDecimal.
   virtual std::int32_t GetLookaheadNumBlocks() const;
-  /// The model's own affair; windows always overlap by one half.
+  /// Has no effect here: windows always overlap by one half.
   virtual std::int32_t GetOverlapInSamples() const;
   /// Windows per evaluation where the host names none; 0: no preference.
   virtual std::int32_t GetBaselineSequenceSize() const;

@@ -16,7 +16,7 @@ namespace {
 
 using Type = MetadataJson::Type;
 
-/// Gaps and errors that the author of a model cannot have meant.
+/// Limits beyond which a declared window is taken for a mistake.
 constexpr double SmallestSumOfSquares = 1e-6;
 constexpr double LargestError = 1e-5;
 
@@ -92,7 +92,8 @@ WindowShape ReadMembers(const MetadataJson& object) {
   return shape;
 }
 
-/// `numbers` in the middle of W samples; where one sample is over it comes last.
+/// `numbers` in the middle of W samples, with zeros around them. Of an odd number of zeros the
+/// larger half comes last.
 std::vector<float> Centred(const std::vector<double>& numbers, std::size_t windowLength) {
   std::vector<float> window(windowLength);
   const std::size_t from = (windowLength - numbers.size()) / 2;

@@ -91,7 +91,7 @@ RT_CODE void OverlapAddStage::Run(WindowedStreamProcessor& processor, const floa
   float* const overlapTail = current.overlapTail.get();
   float* const windows = current.windows.get();
 
-  // Window 0 straddles the last run's input and this one's; the others stand in this one's.
+  // Window 0 begins with the last hop of the previous run; all others lie in the input of this run.
   const auto cut = [&](const float* from, std::uint64_t at, float* to, std::uint64_t length) {
     if (analysis)
       Signal::Mul(analysis + at, from, to, length);

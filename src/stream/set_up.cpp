@@ -14,8 +14,8 @@ namespace Orvik::Tesmo {
 
 namespace {
 
-// The leak check at the end of an instrumented process counts blocks of a module that is gone as
-// lost, so such a process keeps it.
+// The leak check at the end of an instrumented process reports the blocks of an unloaded module as
+// lost. So such a process does not unload the engine.
 #if defined(__SANITIZE_ADDRESS__)
 constexpr int KeepForLeakCheck = RTLD_NODELETE;
 #elif defined(__has_feature)
@@ -33,10 +33,10 @@ struct CloseModule {
 };
 using Module = std::unique_ptr<void, CloseModule>;
 
-/// Null where the module does not load. Only FOLDER/FILE and FOLDER/kalvrin/FILE are tried:
-/// whatever else of that name a search would find is not the engine that was delivered with the
-/// library. Packages of a system use the second, where all libraries share one folder and the
-/// engine is no business of the others.
+/// Loads FOLDER/FILE or FOLDER/kalvrin/FILE; null where neither loads. No other place is searched,
+/// because another file of that name would not be the engine that was delivered with the library.
+/// The packages of a distribution use the second place: they have one folder for all libraries, and
+/// other programs shall not find this engine there.
 Module LoadRuntimeModule(const std::string& folder, const char* fileName) {
   for (const char* below : {"/", "/kalvrin/"}) {
     const std::string path = folder + below + fileName;
@@ -86,10 +86,10 @@ std::unique_ptr<StreamProcessor> AssembleStream(const std::shared_ptr<Platform::
                                                 std::uint64_t sequenceSize,
                                                 std::uint64_t channelCount,
                                                 std::uint64_t blockFrames) {
-  // refused here, where it costs nothing, rather than after the core has been built
+  // A refusal here costs nothing; later the core would have been built in vain.
   FloatCount({channelCount, blockFrames});
   auto core = std::make_unique<Dnn::Kalvrin>(runtime, model, sequenceSize, channelCount);
-  // from here on the size that the core settled on: a 0 from the host stands for the model's own
+  // Where the host passes 0 the core has chosen the size.
   const std::uint64_t effectiveSize = core->GetSequenceSize();
   auto stage = std::make_unique<OverlapAddStage>(core->GetHopLength(), effectiveSize, channelCount,
                                                  core->IsSpectral(), core->GetWindows());

@@ -90,7 +90,7 @@ RT_CODE void WindowedStreamProcessor::ProcessBlock(const float* const* input, fl
                                                    std::int32_t continuation) {
   const std::uint64_t capacityFrames = CapacityFrames();
   if (continuation == 0) LineUpCursors();
-  // A host may forget `continuation` 0 after the rings have become shorter.
+  // The rings may have become shorter, and the host may have forgotten to pass `continuation` 0.
   readCursor = std::min(readCursor, capacityFrames);
   writeCursor = std::min(writeCursor, capacityFrames);
 

@@ -53,23 +53,6 @@ TEST(Fft, NonFiniteAndDenormalSamplesReachTheSpectrum) {
       }
 }
 
-TEST(Fft, PackedOrderIsTheSpectrumWithoutItsZeros) {
-  for (const Members& m : AllMembers())
-    for (int order = 1; order <= 12; ++order) {
-      const auto spec = Plan(m.ippsFFTInitAlloc_R_32f, m.ippsFFTFree_R_32f, order, 2, 0);
-      const std::size_t N = std::size_t{1} << order;
-      const auto x = Noise(N, N);
-      std::vector<float> ccs(N + 2), packed(N + 1, 7.0f);
-      m.ippsFFTFwd_RToCCS_32f(x.data(), ccs.data(), spec.get(), nullptr);
-      ASSERT_EQ(ippStsNoErr,
-                m.ippsFFTFwd_RToPack_32f(x.data(), packed.data(), spec.get(), nullptr));
-      ccs[1] = ccs[N];
-      ccs[N] = 7.0f;
-      ccs.pop_back();
-      EXPECT_EQ(ccs, packed) << m.name << ", order " << order;
-    }
-}
-
 TEST(Fft, EveryOrderAndFlagHasItsStatusAndRefusedOnesNoSizes) {
   for (const Members& m : AllMembers())
     for (const int order : {INT_MIN, -2, -1, 0, 1, 7, 12, 28, 29, 30, 31, 32, INT_MAX})

@@ -64,8 +64,8 @@ TEST(TensorFactory, MakesEveryKindThatTensorsAreMadeOf) {
 
 TEST(ModelBinding, HoldsZeroTensorsAndBuffersOfItsGeometry) {
   FakeModel fake = TestSupport::MakeFakeAudioModel(6, {1, 1});
-  fake.inputs.push_back({u"x", {-1, 128}, 7});
-  fake.outputs.push_back({u"newX", {-1, 128}, 7});
+  fake.inputs.push_back({u"x", {-1, 0, 128}, 7});
+  fake.outputs.push_back({u"newX", {-1, 0, 128}, 7});
   fake.inputs.push_back({u"y", {4}, 1});
   fake.outputs.push_back({u"newY", {5}, 11});  // only its name counts
   FakeRuntime runtime(fake);
@@ -74,7 +74,7 @@ TEST(ModelBinding, HoldsZeroTensorsAndBuffersOfItsGeometry) {
   EXPECT_EQ(tensors.shapes.input, (Shape{3, 6, 6}));
   EXPECT_EQ(tensors.shapes.output, (Shape{2, 3, 4, 6}));
   EXPECT_EQ(CallsOf(runtime, "CreateTensor"),
-            (Calls{"CreateTensor(1:3,6,6)", "CreateTensor(1:2,3,4,6)", "CreateTensor(7:3,128)",
+            (Calls{"CreateTensor(1:3,6,6)", "CreateTensor(1:2,3,4,6)", "CreateTensor(7:3,3,128)",
                    "CreateTensor(1:4)"}));
   const struct {
     const char* name;

@@ -75,40 +75,6 @@ TEST(ModelLayout, SettlesFreeDimensionsAndRefusesOthersInOrder) {
   }
 }
 
-TEST(ModelLayout, TellsWindowsFromTheInput) {
-  const struct {
-    Shape input, output;
-    std::uint32_t features, window, hop;
-    std::int64_t components;
-  } rows[] = {
-      {{-1, -1, 480}, {-1, -1, -1, -1}, 480, 480, 240, 1},
-      {{2}, {2}, 2, 2, 1, 1},
-      {{-1, -1, 257, 2}, {-1, -1, -1, 257, 2}, 257, 512, 256, 2},
-      {{-1, -1, 241, 2}, {-1, -1, -1, -1, 2}, 241, 480, 240, 2},
-      {{-1, -1, 2, 2}, {-1, -1, -1, 2, 2}, 2, 2, 1, 2},
-  };
-  for (const auto& row : rows) {
-    const ModelLayout layout = ReadLayout(row.input, row.output);
-    EXPECT_EQ(layout.GetFeatureSize(), row.features);
-    EXPECT_EQ(layout.GetWindowLength(), row.window) << row.features;
-    EXPECT_EQ(layout.GetHopLength(), row.hop) << row.features;
-    EXPECT_EQ(layout.GetInputComponents(), row.components) << row.features;
-    EXPECT_EQ(layout.GetOutputComponents(), row.components) << row.features;
-  }
-}
-
-TEST(ModelLayout, ReadsStates) {
-  FakeModel fake = TestSupport::MakeFakeAudioModel(8, {1});
-  fake.inputs.push_back({u"a", {-1, 1, 0, 64}, 7});
-  fake.inputs.push_back({u"b", {}, 14});
-  const ModelLayout layout = ReadLayout(fake);
-  ASSERT_EQ(layout.GetStateCount(), 2U);
-  EXPECT_EQ(layout.GetStateShape(0, 3), (Shape{3, 1, 3, 64}));
-  EXPECT_EQ(layout.GetStateTensorKind(0), 7U);
-  EXPECT_EQ(layout.GetStateShape(1, 3), Shape{});
-  EXPECT_EQ(layout.GetStateTensorKind(1), 14U);
-}
-
 TEST(ModelLayout, RefusesWhatTheAudioPathCannotServe) {
   using Change = std::function<void(FakeModel&)>;
   const auto shapes = [](const Shape& input, const Shape& output) -> Change {

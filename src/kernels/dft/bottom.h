@@ -21,9 +21,9 @@ struct BottomRun {
   const float* roots;         ///< of the radix, for generic kernels
 };
 
-/// Kernels read the inputs of `count` neighbouring transforms as one register. Where a run has
-/// fewer transforms, or their inputs are no neighbours, each group is first copied to where they
-/// are.
+/// Kernels load the inputs of `count` transforms, neighbours in memory, as one register. Where a
+/// run has fewer transforms, or their inputs are not neighbours, each group is first copied into an
+/// array in which they are.
 template <int count>
 void RunBottom(void (*kernel)(const float*, float*, const BottomRun&), const float* src, float* dst,
                const BottomRun& run) {
@@ -96,7 +96,7 @@ void GroupedBottom(const float* src, float* dst, const BottomRun& run) {
                              } else {
                                float* const block = blocks[half];
                                const std::ptrdiff_t other = blocks[half + 2] - block;
-                               // a multiple of 8 ends in no 4: B is even
+                               // n is a multiple of 8 here, so its bottom radix is 8 or 16
                                Unroll<B / 2>([&](auto i) KERNELS_INLINE_LAMBDA {
                                  const Complex<V> a = z[half][2 * i], b = z[half][2 * i + 1];
                                  UnpackLoPairs(a.re, b.re).StoreLanes(block + 16 * i, other);

@@ -62,8 +62,8 @@ inline void RunDirectReal(Direction dir, int N, const float* src, float* dst, fl
                                                                                      scale);
 }
 
-inline void ComplexDirectSum(Direction dir, const float* src, float* dst, int n, const float* roots,
-                             float scale) {
+[[gnu::noinline]] inline void ComplexDirectSum(Direction dir, const float* src, float* dst, int n,
+                                               const float* roots, float scale) {
   Pairs<Vec2> x[DirectSumLimit];
   for (int j = 0; j < n; ++j)
     x[j] = Pairs<Vec2>::LoadU(src + 2 * j);

@@ -24,8 +24,9 @@ inline BottomRun BottomOf(const IppsDFTSpec_R_32f& spec) {
           bottom.directTable};
 }
 
-/// The complex plan. Blocks stand in `target` at the place of their results; the first stage goes
-/// on to `dst`, which may be the target, and multiplies by `scale` where the direction is inverse.
+/// Runs a complex plan. Every block lies in `target` at the place of its results. The last step,
+/// which is stage 0, writes to `dst`, which may be `target`, and multiplies by `scale` where the
+/// direction is inverse.
 template <Direction dir>
 class ComplexWalk {
 public:
@@ -162,7 +163,7 @@ public:
         inner(work + static_cast<std::ptrdiff_t>(spec.convLength) * 8) {}
 
   /// Results times `scale`.
-  IppStatus Complex(Direction dir, const float* src, float* dst, float scale) {
+  [[gnu::noinline]] IppStatus Complex(Direction dir, const float* src, float* dst, float scale) {
     Ipp32fc* out = reinterpret_cast<Ipp32fc*>(dst);
     ippsMul_32fc(reinterpret_cast<const Ipp32fc*>(src), Chirp(), Y(), n);
     const IppStatus status = Convolve();
@@ -260,7 +261,7 @@ private:
   }
 
   IppStatus Convolve() {
-    // then the inner work buffer is free, and holds the spectrum
+    // Where the inner transforms do not use their work buffer, it holds the spectrum.
     float* const spectrum = RunsBetweenVectors() ? reinterpret_cast<float*>(inner) : y;
     ippsZero_32fc(Y() + n, spec.convLength - n);
     IppStatus status = RunComplex(Direction::Forward, y, spectrum, *spec.convSpec, inner);

@@ -1,12 +1,5 @@
 // The DFT's entries for the build that includes this.
 
-// The addresses that the SSE builds' flags have computed in place are better kept running here (GCC
-// 12, 5 % of a mixed-radix transform).
-#if defined(__GNUC__) && !defined(__clang__)
-#pragma GCC push_options
-#pragma GCC optimize("ivopts")
-#endif
-
 #include "kernels/dft/engine.h"
 
 namespace Orvik::Tesmo::Kernels::KERNELS_BUILD {
@@ -58,7 +51,3 @@ constexpr auto ippsDFTFwd_CToC_32fc = ComplexDft<Direction::Forward>;
 constexpr auto ippsDFTInv_CToC_32fc = ComplexDft<Direction::Inverse>;
 
 }  // namespace Orvik::Tesmo::Kernels::KERNELS_BUILD
-
-#if defined(__GNUC__) && !defined(__clang__)
-#pragma GCC pop_options
-#endif

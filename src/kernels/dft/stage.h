@@ -76,7 +76,8 @@ template <class C, int R, Direction dir, Output output>
     if (grouped || whole * count == run.m) {
       pass();
     } else {
-      // The last values do not fill a C: take the ones before them again, read before they change.
+      // The last values do not fill a C. Theirs begins earlier, over values that pass() changes: it
+      // is read before and stored afterwards.
       C rest[room];
       load(run.m - count, run.twiddles + whole * group, rest);
       pass();

@@ -110,7 +110,8 @@ void ColumnLevels(float* data, const float* twiddles, int L, const LargeRow& pla
   }
 }
 
-/// A large plan on what Reverse left, in place. `work` is 32-byte aligned.
+/// The passes of a reversed or large plan, in place on what Reverse left. `work` is 32-byte
+/// aligned.
 template <Direction dir, Output output>
 void RunReversed(float* data, const FftSpec& spec, int L, const float* const* levelTwiddles,
                  float* work, float scale) {

@@ -112,8 +112,8 @@ constexpr int MaxPieceOrder(const Limits& limits) {
   return limits.reversedMax - 1;
 }
 
-/// From this complex order on a vector is copied and then reversed in place: two vectors have more
-/// pages than the processor's table of addresses holds.
+/// From this complex order on a vector is copied and then reversed in place: the pages of two
+/// vectors do not fit the processor's address cache (TLB).
 constexpr int copiedFrom = 19;
 /// From this complex order on the bit reversal is tiled: 64 rows of 64 values at a time.
 constexpr int tiledFrom = 20;

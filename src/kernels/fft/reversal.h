@@ -29,8 +29,8 @@ struct Patch {
   }
 };
 
-/// Patches change places with their partners. The four of a tile of 8 x 8 values go together: its
-/// cache lines are read and filled as wholes.
+/// Exchanges every patch with its partner. The four patches of a tile of 8 x 8 values are exchanged
+/// together, so that each cache line is read and written once.
 template <Direction dir>
 void ReverseInPlace(float* data, const std::int32_t* bitRev, std::ptrdiff_t M) {
   for (std::ptrdiff_t tile = 0; tile < M / 64; ++tile) {
