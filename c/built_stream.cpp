@@ -8,6 +8,7 @@
 
 #include <new>
 #include <optional>
+#include <utility>
 
 namespace Orvik::Tesmo::C {
 
@@ -58,22 +59,14 @@ kalvrin_sizes SizesOf(const Diagnosis::ModelFacts& facts, const Diagnosis::Strea
   return sizes;
 }
 
-}  // namespace
-
-BuiltStream BuildStream(const void* bytes, std::size_t size, Diagnosis::StreamRequest request) {
-  const auto engine = Engine();
-  std::optional<Diagnosis::ModelDescription> description;
+/// Runs `work` and turns what it throws into a Failure in words.
+template <class Work>
+auto Explained(const std::optional<Diagnosis::ModelDescription>& description,
+               const Diagnosis::StreamRequest& request, Work work) {
   kalvrin_status status = KALVRIN_MODEL_REFUSED;
   try {
     try {
-      const auto model = Dnn::LoadLearningModel(*engine, bytes, size);
-      description = Diagnosis::DescribeModel(*model);
-      const Diagnosis::ModelFacts facts(*model);
-      request = facts.Settle(request);
-      auto processor = AssembleStream(engine, model, request.sequenceSize, request.channelCount,
-                                      request.blockFrames);
-      return {std::move(processor), SizesOf(facts, request), ClassesOf(facts.info),
-              Diagnosis::Notes(facts)};
+      return work();
     } catch (const std::bad_alloc&) {
       status = KALVRIN_OUT_OF_MEMORY;
       throw;
@@ -82,6 +75,26 @@ BuiltStream BuildStream(const void* bytes, std::size_t size, Diagnosis::StreamRe
     throw Failure{status, ReasonText(Diagnosis::ExplainCurrentException(
                               description ? &*description : nullptr, request))};
   }
+}
+
+}  // namespace
+
+LoadedModel::LoadedModel(const void* bytes, std::size_t size) : engine(Engine()) {
+  Explained(description, {}, [&] {
+    model = Dnn::LoadLearningModel(*engine, bytes, size);
+    description = Diagnosis::DescribeModel(*model);
+    facts.emplace(*model);
+  });
+}
+
+BuiltStream LoadedModel::BuildStream(Diagnosis::StreamRequest request) const {
+  request = facts->Settle(request);
+  return Explained(description, request, [&]() -> BuiltStream {
+    auto processor = AssembleStream(engine, model, request.sequenceSize, request.channelCount,
+                                    request.blockFrames);
+    return {std::move(processor), SizesOf(*facts, request), ClassesOf(facts->info),
+            Diagnosis::Notes(*facts)};
+  });
 }
 
 }  // namespace Orvik::Tesmo::C

@@ -2,12 +2,15 @@
 
 // A stream and what its model declares, or in words why there is none.
 
+#include "diagnosis/model_description.h"
 #include "diagnosis/model_facts.h"
 #include "kalvrin.h"
 #include "kalvrin/stream_processor.h"
+#include "platform/platform.h"
 
 #include <cstddef>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -32,7 +35,20 @@ struct BuiltStream {
   std::vector<std::string> notes;
 };
 
-/// `bytes` are read during the call only. Throws Failure.
-BuiltStream BuildStream(const void* bytes, std::size_t size, Diagnosis::StreamRequest request);
+/// A model in the engine, for any number of streams. Does not change.
+class LoadedModel {
+public:
+  /// `bytes` are read during the call only. Throws Failure.
+  LoadedModel(const void* bytes, std::size_t size);
+
+  /// The stream does not need this object any more. Throws Failure.
+  BuiltStream BuildStream(Diagnosis::StreamRequest request) const;
+
+private:
+  std::shared_ptr<Platform::Runtime> engine;
+  std::shared_ptr<Platform::Model> model;
+  std::optional<Diagnosis::ModelDescription> description;
+  std::optional<Diagnosis::ModelFacts> facts;
+};
 
 }  // namespace Orvik::Tesmo::C

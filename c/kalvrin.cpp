@@ -20,6 +20,10 @@ struct kalvrin_stream {
   std::int32_t continuation = 0;
 };
 
+struct kalvrin_model {
+  C::LoadedModel loaded;
+};
+
 namespace {
 
 bool IsGain(float gain) {
@@ -57,13 +61,39 @@ kalvrin_status Guarded(kalvrin_status onFailure, Work work) noexcept {
   }
 }
 
-std::unique_ptr<kalvrin_stream> MakeStream(const void* model, std::size_t size,
-                                           const Diagnosis::StreamRequest& request) {
+std::unique_ptr<kalvrin_stream> MakeStream(const C::LoadedModel& model,
+                                           const kalvrin_request* request) {
+  const kalvrin_request wanted = request ? *request : kalvrin_request{};
   auto stream = std::make_unique<kalvrin_stream>();
-  stream->built = C::BuildStream(model, size, request);
+  stream->built = model.BuildStream({wanted.channels, wanted.windows, wanted.block_frames});
   const kalvrin_sizes& sizes = stream->built.sizes;
   stream->block = Dnn::PlanarBuffer(sizes.channels, sizes.block_frames);
   return stream;
+}
+
+/// Makes what `result` shall point to, or says why there is none.
+template <class Object, class Make>
+kalvrin_status Created(Object** result, char* reason, std::size_t reasonSize, Make make) noexcept {
+  CopyReason({}, reason, reasonSize);
+  if (!result) return KALVRIN_INVALID_ARGUMENT;
+  *result = nullptr;
+  const kalvrin_status status = Guarded(KALVRIN_MODEL_REFUSED, [&] {
+    try {
+      *result = make().release();
+      return KALVRIN_OK;
+    } catch (const C::Failure& failure) {
+      CopyReason(failure.reason, reason, reasonSize);
+      return failure.status;
+    }
+  });
+  if (status == KALVRIN_OUT_OF_MEMORY && reason && reasonSize != 0 && *reason == '\0')
+    CopyReason(kalvrin_status_text(status), reason, reasonSize);
+  return status;
+}
+
+void RequireModel(const void* model, std::size_t size) {
+  if (!model || size == 0 || size > std::numeric_limits<std::uint32_t>::max())
+    throw C::Failure{KALVRIN_INVALID_ARGUMENT, "there is no model, or one of 4 GiB or more"};
 }
 
 kalvrin_status TextAt(const std::string* text, const char** result) {
@@ -85,28 +115,30 @@ void Run(kalvrin_stream& stream, const float* const* input, float* const* output
 
 kalvrin_status kalvrin_create(const void* model, size_t model_size, const kalvrin_request* request,
                               char* reason, size_t reason_size, kalvrin_stream** stream) {
-  CopyReason({}, reason, reason_size);
-  if (!stream) return KALVRIN_INVALID_ARGUMENT;
-  *stream = nullptr;
-  if (!model || model_size == 0 || model_size > std::numeric_limits<std::uint32_t>::max()) {
-    CopyReason("there is no model, or one of 4 GiB or more", reason, reason_size);
-    return KALVRIN_INVALID_ARGUMENT;
-  }
-  const kalvrin_request wanted = request ? *request : kalvrin_request{};
-  const kalvrin_status status = Guarded(KALVRIN_MODEL_REFUSED, [&] {
-    try {
-      *stream =
-          MakeStream(model, model_size, {wanted.channels, wanted.windows, wanted.block_frames})
-              .release();
-      return KALVRIN_OK;
-    } catch (const C::Failure& failure) {
-      CopyReason(failure.reason, reason, reason_size);
-      return failure.status;
-    }
+  return Created(stream, reason, reason_size, [&] {
+    RequireModel(model, model_size);
+    return MakeStream(C::LoadedModel(model, model_size), request);
   });
-  if (status == KALVRIN_OUT_OF_MEMORY && reason && reason_size != 0 && *reason == '\0')
-    CopyReason(kalvrin_status_text(status), reason, reason_size);
-  return status;
+}
+
+kalvrin_status kalvrin_load_model(const void* model, size_t model_size, char* reason,
+                                  size_t reason_size, kalvrin_model** loaded) {
+  return Created(loaded, reason, reason_size, [&] {
+    RequireModel(model, model_size);
+    return std::unique_ptr<kalvrin_model>(new kalvrin_model{{model, model_size}});
+  });
+}
+
+kalvrin_status kalvrin_create_from(const kalvrin_model* model, const kalvrin_request* request,
+                                   char* reason, size_t reason_size, kalvrin_stream** stream) {
+  return Created(stream, reason, reason_size, [&] {
+    if (!model) throw C::Failure{KALVRIN_INVALID_ARGUMENT, "there is no model"};
+    return MakeStream(model->loaded, request);
+  });
+}
+
+void kalvrin_release_model(kalvrin_model* model) {
+  delete model;
 }
 
 void kalvrin_destroy(kalvrin_stream* stream) {

@@ -47,6 +47,7 @@ typedef enum kalvrin_status {
 } kalvrin_status;
 
 typedef struct kalvrin_stream kalvrin_stream;
+typedef struct kalvrin_model kalvrin_model;
 
 /* What the caller may ask for; 0 leaves the choice to the model. */
 typedef struct kalvrin_request {
@@ -73,7 +74,7 @@ typedef struct kalvrin_sizes {
 
 /*
  * Builds a stream for one model. model: model_size bytes of an ONNX file, read during the call
- * only; the inference engine reads it twice. request: null stands for zeros.
+ * only. request: null stands for zeros.
  *
  * stream gets the new stream, or null on failure. reason, if not null, gets reason_size bytes at
  * most, the terminating zero among them: nothing on success, else one line that says what is wrong,
@@ -86,6 +87,22 @@ typedef struct kalvrin_sizes {
 KALVRIN_API kalvrin_status kalvrin_create(const void* model, size_t model_size,
                                           const kalvrin_request* request, char* reason,
                                           size_t reason_size, kalvrin_stream** stream);
+
+/*
+ * For a process of many streams: loads a model once, and makes streams from it. These differ in
+ * nothing from those of kalvrin_create, except that the bytes of the model are needed no more.
+ * Streams of equal bytes share one copy of the weights either way, and nothing else.
+ *
+ * model, reason and the status of kalvrin_load_model: as for kalvrin_create; sizes that a model
+ * does not have are refused by kalvrin_create_from. That may run on several threads at once for one
+ * model. kalvrin_release_model takes null; the streams of the model may live on.
+ */
+KALVRIN_API kalvrin_status kalvrin_load_model(const void* model, size_t model_size, char* reason,
+                                              size_t reason_size, kalvrin_model** loaded);
+KALVRIN_API kalvrin_status kalvrin_create_from(const kalvrin_model* model,
+                                               const kalvrin_request* request, char* reason,
+                                               size_t reason_size, kalvrin_stream** stream);
+KALVRIN_API void kalvrin_release_model(kalvrin_model* model);
 
 /* Ends the stream and gives back all it holds, the texts that it gave included. */
 KALVRIN_API void kalvrin_destroy(kalvrin_stream* stream);

@@ -11,7 +11,8 @@ A gain is a linear factor, 0 or more. "Rest" is what no class of the model takes
 add up to the input. A model is the path of an ONNX file, or the bytes of one.
 
 Streams are independent of each other and may run on different threads; on one stream only one call at
-a time. While the model runs, other Python threads run too.
+a time. While the model runs, other Python threads run too. For many streams of one model, load it once:
+`with kalvrin.Loaded("separator.onnx") as model: streams = [kalvrin.Stream(model) for call in calls]`.
 """
 
 from __future__ import annotations
@@ -31,7 +32,7 @@ from typing import Any, Union
 import numpy as np
 import numpy.typing as npt
 
-__all__ = ["Finding", "Refused", "Stream", "StreamFailed", "check", "render", "stems"]
+__all__ = ["Finding", "Loaded", "Refused", "Stream", "StreamFailed", "check", "render", "stems"]
 
 Audio = npt.NDArray[np.float32]
 Model = Union[str, "os.PathLike[str]", bytes]
@@ -79,9 +80,12 @@ def _load_library() -> ctypes.CDLL:
         raise ImportError(f"{path} cannot be loaded ({error}); the environment variable "
                           "KALVRIN_LIBRARY can name the file") from error
     stream, text, floats = ctypes.c_void_p, ctypes.c_char_p, ctypes.c_void_p
+    model = ctypes.c_void_p
     size, gain, pointer = ctypes.c_size_t, ctypes.c_float, ctypes.POINTER
     for function, arguments in {
             "create": (text, size, pointer(_Request), text, size, pointer(stream)),
+            "load_model": (text, size, text, size, pointer(model)),
+            "create_from": (model, pointer(_Request), text, size, pointer(stream)),
             "get_sizes": (stream, pointer(_Sizes)),
             "get_class_name": (stream, size, pointer(text)),
             "get_note": (stream, size, pointer(text)),
@@ -93,6 +97,8 @@ def _load_library() -> ctypes.CDLL:
         getattr(library, "kalvrin_" + function).argtypes = arguments
     library.kalvrin_destroy.argtypes = (stream,)
     library.kalvrin_destroy.restype = None
+    library.kalvrin_release_model.argtypes = (model,)
+    library.kalvrin_release_model.restype = None
     library.kalvrin_status_text.restype = text
     library.kalvrin_version.restype = text
     return library
@@ -133,6 +139,52 @@ def _folded(name: str) -> bytes:
     return name.encode().lower()  # of bytes: the letters A to Z only
 
 
+def _made(function: Callable[..., int], *arguments: Any) -> ctypes.c_void_p:
+    """Returns the handle of what `function` makes. Raises what it refuses."""
+    handle = ctypes.c_void_p()
+    reason = ctypes.create_string_buffer(1024)
+    status = function(*arguments, reason, len(reason), handle)
+    if status == _OK:
+        return handle
+    words = reason.value.decode()
+    if status == _NO_MEMORY:
+        raise MemoryError(words)
+    if status == _NO_ENGINE:
+        raise RuntimeError(words)
+    first, *rest = words.split("\n")
+    details = dict(line.split(": ", 1) for line in rest if ": " in line)
+    raise Refused(first, **{label: details.get(label, "")
+                            for label in ("found", "expected", "change")})
+
+
+class Loaded:
+    """A model in memory, from which any number of streams can be made, on several threads at once.
+
+    Raises Refused, with the reason, if the library refuses the model, and OSError if its file cannot
+    be read. Use it in a `with` statement, or call `close`; its streams may live on.
+    """
+
+    def __init__(self, model: Model) -> None:
+        data = _model_bytes(model)
+        self._handle = _made(_library.kalvrin_load_model, data, len(data))
+
+    def close(self) -> None:
+        """Gives the model back. A new stream from it then raises Refused."""
+        handle, self._handle = self._handle, ctypes.c_void_p()
+        _library.kalvrin_release_model(handle)
+
+    def __enter__(self) -> Loaded:
+        return self
+
+    def __exit__(self, kind: type[BaseException] | None, value: BaseException | None,
+                 traceback: TracebackType | None) -> None:
+        self.close()
+
+    def __del__(self) -> None:
+        if hasattr(self, "_handle"):
+            self.close()
+
+
 class Stream:
     """One model that runs on audio block by block.
 
@@ -163,17 +215,16 @@ class Stream:
     notes: tuple[str, ...]
     """What the model may do but its users will not expect."""
 
-    def __init__(self, model: Model, *, channels: int = 0, windows: int = 0,
+    def __init__(self, model: Model | Loaded, *, channels: int = 0, windows: int = 0,
                  block_frames: int = 0, silent: bool = False) -> None:
-        self._handle = ctypes.c_void_p()
         if min(channels, windows, block_frames) < 0:
             raise ValueError("sizes are numbers from 0")
-        data = _model_bytes(model)
-        reason = ctypes.create_string_buffer(1024)
-        status = _library.kalvrin_create(data, len(data), _Request(channels, windows, block_frames),
-                                         reason, len(reason), self._handle)
-        if status != _OK:
-            self._refuse(status, reason.value.decode())
+        request = _Request(channels, windows, block_frames)
+        if isinstance(model, Loaded):
+            self._handle = _made(_library.kalvrin_create_from, model._handle, request)
+        else:
+            data = _model_bytes(model)
+            self._handle = _made(_library.kalvrin_create, data, len(data), request)
         sizes = _Sizes()
         _require(_library.kalvrin_get_sizes(self._handle, sizes))
         self.channels = sizes.channels
@@ -188,17 +239,6 @@ class Stream:
         self.notes = tuple(self._texts(_library.kalvrin_get_note))
         if not silent:
             self.reset_gains()
-
-    @staticmethod
-    def _refuse(status: int, reason: str) -> None:
-        if status == _NO_MEMORY:
-            raise MemoryError(reason)
-        if status == _NO_ENGINE:
-            raise RuntimeError(reason)
-        first, *rest = reason.split("\n")
-        details = dict(line.split(": ", 1) for line in rest if ": " in line)
-        raise Refused(first, **{label: details.get(label, "")
-                                for label in ("found", "expected", "change")})
 
     def _texts(self, function: Callable[..., int]) -> Iterator[str]:
         text = ctypes.c_char_p()
@@ -287,7 +327,7 @@ def _set_alone(stream: Stream, name: str) -> None:
     stream.set_gain(name, 1.0)
 
 
-def render(model: Model, audio: npt.ArrayLike, *, gains: Mapping[str, float] | None = None,
+def render(model: Model | Loaded, audio: npt.ArrayLike, *, gains: Mapping[str, float] | None = None,
            master: float = 1.0, windows: int = 0, block_frames: int = 0) -> Audio:
     """Returns the mix of a whole recording, in the shape of `audio` and in time with it.
 
@@ -303,7 +343,7 @@ def render(model: Model, audio: npt.ArrayLike, *, gains: Mapping[str, float] | N
         return _shaped_like(audio, _run_through(stream, array))
 
 
-def stems(model: Model, audio: npt.ArrayLike, *, windows: int = 0,
+def stems(model: Model | Loaded, audio: npt.ArrayLike, *, windows: int = 0,
           block_frames: int = 0) -> dict[str, Audio]:
     """Returns the parts of the audio: an array in the shape of `audio` for each class, in the model's
     order, and "Rest" at the end. Their sum is the input, within rounding.
@@ -312,14 +352,15 @@ def stems(model: Model, audio: npt.ArrayLike, *, windows: int = 0,
     case of A to Z does not count), only the first has an entry: no gain reaches the second.
     """
     array = _as_audio(audio)
-    data = _model_bytes(model)
+    loaded = model if isinstance(model, Loaded) else Loaded(model)
     result: dict[str, Audio] = {}
-    with Stream(data, channels=array.shape[0], windows=windows, block_frames=block_frames) as probe:
+    with Stream(loaded, channels=array.shape[0], windows=windows,
+                block_frames=block_frames) as probe:
         names: dict[bytes, str] = {}
         for name in (*probe.classes, REST):
             names.setdefault(_folded(name), name)
     for name in names.values():
-        with Stream(data, channels=array.shape[0], windows=windows, block_frames=block_frames,
+        with Stream(loaded, channels=array.shape[0], windows=windows, block_frames=block_frames,
                     silent=True) as stream:
             stream.set_master_gain(1.0)
             stream.set_gain(name, 1.0)

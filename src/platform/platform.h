@@ -5,7 +5,7 @@
 //
 // Every operation answers a ResultCode (negative: failed, out-arguments unspecified) and throws
 // nothing. Objects are shared by counted reference. All text is UTF-16. All operations may run on
-// any thread, one at a time per object; Runtime's own operations may run on several at once.
+// any thread, one at a time per object; those of a Runtime and a Model may run on several at once.
 // Evaluate is the only operation on the audio path: it allocates nothing of the boundary's own.
 
 #include "failure/result_code.h"
@@ -148,7 +148,8 @@ public:
 class Runtime {
 public:
   virtual ~Runtime() = default;
-  /// Parses `size` bytes at `bytes`, which may go afterwards.
+  /// Parses `size` bytes at `bytes`, which may go afterwards. Models of equal bytes, and their
+  /// sessions, may have in common what none of them writes, such as the weights.
   virtual ResultCode LoadModel(const void* bytes, std::uint32_t size,
                                std::shared_ptr<Model>& model) = 0;
   virtual ResultCode CreateDevice(DeviceKind kind, std::shared_ptr<Device>& device) = 0;

@@ -182,6 +182,36 @@ TEST(CInterfaceTest, RefusesBadArgumentsAndGoesOn) {
   kalvrin_destroy(nullptr);
 }
 
+TEST(CInterfaceTest, StreamsOfOneModelOutliveIt) {
+  const std::string model = MakeAudioModel({.failsAtOneWindow = true});
+  char reason[KALVRIN_REASON_SIZE];
+  kalvrin_model* loaded = nullptr;
+  ASSERT_EQ(kalvrin_load_model("nonsense", 8, reason, sizeof reason, &loaded),
+            KALVRIN_MODEL_REFUSED);
+  EXPECT_NE(*reason, '\0');
+  EXPECT_EQ(loaded, nullptr);
+  ASSERT_EQ(kalvrin_load_model(model.data(), model.size(), reason, sizeof reason, &loaded),
+            KALVRIN_OK);
+  const kalvrin_request refused = {1, 1, 8}, taken = {1, 2, 8};
+  kalvrin_stream* streams[2] = {};
+  EXPECT_EQ(kalvrin_create_from(loaded, &refused, reason, sizeof reason, &streams[0]),
+            KALVRIN_MODEL_REFUSED);
+  EXPECT_EQ(kalvrin_create_from(nullptr, &taken, reason, sizeof reason, &streams[0]),
+            KALVRIN_INVALID_ARGUMENT);
+  for (kalvrin_stream*& stream : streams)
+    ASSERT_EQ(kalvrin_create_from(loaded, &taken, reason, sizeof reason, &stream), KALVRIN_OK);
+  kalvrin_release_model(loaded);
+  kalvrin_destroy(streams[0]);
+  kalvrin_reset_gains(streams[1]);
+  float block[8];
+  for (int i = 0; i < 4; ++i) {
+    std::ranges::fill(block, 0.5F);
+    EXPECT_EQ(kalvrin_process_interleaved(streams[1], block, block, 8), KALVRIN_OK);
+  }
+  EXPECT_NEAR(block[7], 0.5F, 1e-6F);
+  kalvrin_destroy(streams[1]);
+}
+
 TEST(CInterfaceTest, AReasonIsCutToItsRoomBetweenCharacters) {
   const std::string model = MakeAudioModel({.metadata = {{"LookaheadNumBlocks", "\"ä\""}}});
   const Made whole = Make(model, {1, 1, 8});

@@ -115,6 +115,19 @@ TEST(Session, GivesItsMemoryBack) {
   EXPECT_LT(HeapInUse(), before);  // with no session at all
 }
 
+TEST(Session, SharesTheWeightsWithOthersOfTheSameBytes) {
+  const std::string model = RecipeModel("separator");  // 1.6 MiB of weights
+  const std::size_t before = HeapInUse();
+  std::vector<std::unique_ptr<Rig>> rigs;
+  for (int i = 0; i < 8; ++i)
+    rigs.push_back(std::make_unique<Rig>(model));
+  const std::size_t withAll = HeapInUse();
+  rigs.resize(2);
+  EXPECT_LT(withAll - HeapInUse(), 6 * (std::size_t{1} << 19));
+  rigs.clear();
+  EXPECT_LT(HeapInUse(), before + (1 << 18)) << "the weights go with the last session";
+}
+
 /// Between two evaluations the engine holds what it worked in, of which the least is a mebibyte.
 TEST(Session, KeepsItsWorkingMemoryWhileItLives) {
   Rig rig(MakeAudioModel({.states = {{.isHeard = true}}}));

@@ -59,6 +59,10 @@ def test_renders_what_the_tool_renders(tmp_path, recipe, gains, options):
     audio = noise(2, RATE // 2 + 3)
     expected = rendered(tmp_path, path_of(recipe), audio, *options)
     np.testing.assert_array_equal(kalvrin.render(path_of(recipe), audio, gains=gains), expected)
+    with kalvrin.Loaded(path_of(recipe)) as model:
+        np.testing.assert_array_equal(kalvrin.render(model, audio, gains=gains), expected)
+    with pytest.raises(kalvrin.Refused):
+        kalvrin.Stream(model)
 
 
 def test_a_stream_returns_what_render_returns_and_restarts():

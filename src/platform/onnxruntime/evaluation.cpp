@@ -5,9 +5,9 @@
 
 namespace Orvik::Tesmo::Platform::OnnxRuntime {
 
-Evaluation::Evaluation(std::shared_ptr<const ParsedModel> usedModel, BoundTensors boundInputs,
+Evaluation::Evaluation(const ParsedModel& model, OrtSession* session, BoundTensors boundInputs,
                        BoundTensors boundOutputs)
-    : model(std::move(usedModel)), inputs(std::move(boundInputs)),
+    : model(model), session(session), inputs(std::move(boundInputs)),
       outputs(std::move(boundOutputs)) {
   for (std::size_t i = 0; i < outputs.size(); ++i)
     if (outputs[i]) ArrangeOutput(i);
@@ -18,8 +18,8 @@ Evaluation::Evaluation(std::shared_ptr<const ParsedModel> usedModel, BoundTensor
 
 /// The input that the model names as this output.
 std::optional<std::size_t> Evaluation::PassedThrough(std::size_t output) const {
-  const std::vector<Feature>& features = model->Features(Side::Input);
-  const std::string& name = model->Features(Side::Output)[output].engineName;
+  const std::vector<Feature>& features = model.Features(Side::Input);
+  const std::string& name = model.Features(Side::Output)[output].engineName;
   const auto found = std::find_if(features.begin(), features.end(), [&](const Feature& feature) {
     return feature.engineName == name;
   });
@@ -45,18 +45,17 @@ void Evaluation::ArrangeOutput(std::size_t output) {
 }
 
 void Evaluation::BindOn(int someTurn) {
-  const Engine& engine = *model->GetEngine();
+  const Engine& engine = *model.GetEngine();
   const OrtApi& api = engine.Api();
   Handle<OrtIoBinding>& binding = bindings[static_cast<std::size_t>(someTurn)];
-  engine.Check(api.createBinding(model->EngineSession(), Receive(binding, api.releaseBinding)));
+  engine.Check(api.createBinding(session, Receive(binding, api.releaseBinding)));
   for (std::size_t i = 0; i < inputs.size(); ++i)
     if (inputs[i])
-      engine.Check(api.bindInput(binding.get(), model->Features(Side::Input)[i].engineName.c_str(),
+      engine.Check(api.bindInput(binding.get(), model.Features(Side::Input)[i].engineName.c_str(),
                                  inputs[i]->ReadOn(someTurn).Value()));
   for (std::size_t i = 0; i < outputs.size(); ++i)
     if (outputs[i])
-      engine.Check(api.bindOutput(binding.get(),
-                                  model->Features(Side::Output)[i].engineName.c_str(),
+      engine.Check(api.bindOutput(binding.get(), model.Features(Side::Output)[i].engineName.c_str(),
                                   outputs[i]->WrittenOn(someTurn).Value()));
 }
 
@@ -75,8 +74,8 @@ void Evaluation::Clear() {
 }
 
 void Evaluation::RunOn(int someTurn) {
-  const Engine& engine = *model->GetEngine();
-  engine.Check(engine.Api().runWithBinding(model->EngineSession(), nullptr,
+  const Engine& engine = *model.GetEngine();
+  engine.Check(engine.Api().runWithBinding(session, nullptr,
                                            bindings[static_cast<std::size_t>(someTurn)].get()));
   for (const Copy& copy : copies)
     copy.to->WrittenOn(someTurn).CopyFrom(copy.from->ReadOn(someTurn));

@@ -28,7 +28,9 @@ class Evaluation {
 public:
   /// Runs the model once on each turn, so that the engine has allocated and tried all it needs, and
   /// leaves all tensors zero.
-  Evaluation(std::shared_ptr<const ParsedModel> model, BoundTensors inputs, BoundTensors outputs);
+  /// `session` is one of `model`; both must outlive the evaluation.
+  Evaluation(const ParsedModel& model, OrtSession* session, BoundTensors inputs,
+             BoundTensors outputs);
 
   /// One evaluation. On failure no turn is taken, so states keep their values. Allocates nothing of
   /// its own (but for copies of strings).
@@ -47,7 +49,8 @@ private:
   void Clear();
   void RunOn(int someTurn);
 
-  std::shared_ptr<const ParsedModel> model;
+  const ParsedModel& model;
+  OrtSession* session;
   BoundTensors inputs, outputs;
   std::vector<Tensor*> states;  ///< those that alternate
   std::vector<Copy> copies;

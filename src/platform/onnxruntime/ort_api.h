@@ -21,6 +21,7 @@ struct OrtAllocator;
 struct OrtTypeInfo;
 struct OrtTensorInfo;  ///< element type and shape
 struct OrtModelMetadata;
+struct OrtPackedWeights;  ///< constants in the order that the operators read them in
 
 /// Version asked for, whatever the engine is: the first that has all entries below. An engine
 /// older than this returns no table.
@@ -79,6 +80,15 @@ struct OrtApi {
 
   OrtSlot<OrtStatus*(OrtSessionOptions**)> createSessionOptions{table, 10};
   OrtSlot<void(OrtSessionOptions*)> releaseSessionOptions{table, 100};
+  OrtSlot<OrtStatus*(const OrtSessionOptions*, OrtSessionOptions**)> cloneSessionOptions{table, 12};
+  OrtSlot<OrtStatus*(OrtSessionOptions*, const char* key, const char* value)> addConfigEntry{table,
+                                                                                             130};
+  /// A session made with this writes there what it has made of the model.
+  OrtSlot<OrtStatus*(OrtSessionOptions*, const char* path)> setOptimizedModelPath{table, 11};
+  /// The session uses this value for the constant of this name. Both the value and its memory must
+  /// outlive the session.
+  OrtSlot<OrtStatus*(OrtSessionOptions*, const char* name, const OrtValue*)> addInitializer{table,
+                                                                                            150};
   OrtSlot<OrtStatus*(OrtSessionOptions*, int)> setExecutionMode{table, 13};
   OrtSlot<OrtStatus*(OrtSessionOptions*)> enableCpuArena{table, 18};
   OrtSlot<OrtStatus*(OrtSessionOptions*, int)> setLogSeverity{table, 22};
@@ -89,7 +99,13 @@ struct OrtApi {
   OrtSlot<OrtStatus*(const OrtEnv*, const void* bytes, std::size_t size, const OrtSessionOptions*,
                      OrtSession**)>
       createSessionFromBytes{table, 8};
+  /// The container must outlive the session.
+  OrtSlot<OrtStatus*(const OrtEnv*, const void* bytes, std::size_t size, const OrtSessionOptions*,
+                     OrtPackedWeights*, OrtSession**)>
+      createSessionSharingWeights{table, 169};
   OrtSlot<void(OrtSession*)> releaseSession{table, 95};
+  OrtSlot<OrtStatus*(OrtPackedWeights**)> createPackedWeights{table, 166};
+  OrtSlot<void(OrtPackedWeights*)> releasePackedWeights{table, 167};
   OrtSlot<OrtStatus*(const OrtSession*, std::size_t* count)> getInputCount{table, 30};
   OrtSlot<OrtStatus*(const OrtSession*, std::size_t* count)> getOutputCount{table, 31};
   OrtSlot<OrtStatus*(const OrtSession*, std::size_t index, OrtTypeInfo**)> getInputType{table, 33};

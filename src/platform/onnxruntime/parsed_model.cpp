@@ -2,10 +2,17 @@
 
 #include "platform/utf16.h"
 
+#include <fcntl.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <utility>
 
 namespace Orvik::Tesmo::Platform::OnnxRuntime {
 namespace {
+
+constexpr int alreadyOptimized = 0;
 
 /// Memory of the engine's default allocator.
 class AllocatedByEngine {
@@ -101,19 +108,150 @@ std::vector<std::pair<std::u16string, std::u16string>> ReadMetadata(const Engine
   return pairs;
 }
 
+/// A file without a name, in memory.
+class MemoryFile {
+public:
+  MemoryFile() : file(memfd_create("kalvrin-model", MFD_CLOEXEC)) {}
+  MemoryFile(const MemoryFile&) = delete;
+  MemoryFile& operator=(const MemoryFile&) = delete;
+  ~MemoryFile() {
+    if (file >= 0) close(file);
+  }
+
+  /// Under which this process can open it; empty where the system has no such files or no names for
+  /// them.
+  std::string Path() const {
+    const std::string path = "/proc/self/fd/" + std::to_string(file);
+    return file >= 0 && access(path.c_str(), W_OK) == 0 ? path : "";
+  }
+
+  /// Empty where it cannot be read.
+  std::string Content() const {
+    struct stat status = {};
+    if (fstat(file, &status) != 0) return {};
+    std::string content(static_cast<std::size_t>(status.st_size), '\0');
+    for (std::size_t offset = 0; offset < content.size();) {
+      const ssize_t bytes =
+          pread(file, content.data() + offset, content.size() - offset, static_cast<off_t>(offset));
+      if (bytes <= 0) return {};
+      offset += static_cast<std::size_t>(bytes);
+    }
+    return content;
+  }
+
+private:
+  int file;
+};
+
+Handle<OrtSessionOptions> CloneOptions(const Engine& engine) {
+  Handle<OrtSessionOptions> options;
+  engine.Check(engine.Api().cloneSessionOptions(
+      engine.SessionOptions(), Receive(options, engine.Api().releaseSessionOptions)));
+  return options;
+}
+
+Handle<OrtSession> OpenWhole(const Engine& engine, std::string_view model,
+                             const OrtSessionOptions* options) {
+  Handle<OrtSession> session;
+  engine.Check(engine.Api().createSessionFromBytes(engine.Env(), model.data(), model.size(),
+                                                   options,
+                                                   Receive(session, engine.Api().releaseSession)));
+  return session;
+}
+
+/// Opens a session of `model` that writes what it has made of it. Returns that; nothing where it
+/// cannot be had.
+std::string Written(const Engine& engine, std::string_view model, OrtSessionOptions* options,
+                    Handle<OrtSession>& session) {
+  const MemoryFile file;
+  const std::string path = file.Path();
+  if (path.empty()) return {};
+  engine.Check(engine.Api().setOptimizedModelPath(options, path.c_str()));
+  session = OpenWhole(engine, model, options);
+  return file.Content();
+}
+
+/// A session of the whole model. `optimized` receives the model as the engine has optimized it;
+/// nothing where the engine cannot write it.
+Handle<OrtSession> OpenAndOptimize(const Engine& engine, std::string_view model,
+                                   std::string& optimized) {
+  Handle<OrtSession> session;
+  try {
+    optimized = Written(engine, model, CloneOptions(engine).get(), session);
+  } catch (const Failure&) {
+    session.reset();  // what is wrong with the model itself is found again below
+  }
+  return session ? std::move(session) : OpenWhole(engine, model, engine.SessionOptions());
+}
+
 }  // namespace
 
-ParsedModel::ParsedModel(std::shared_ptr<const Engine> usedEngine, const void* bytes,
+ParsedModel::ParsedModel(std::shared_ptr<const Engine> usedEngine, const void* data,
                          std::size_t size)
     : engine(std::move(usedEngine)) {
+  const std::string_view model(static_cast<const char*>(data), size);
+  std::string optimized;
+  auto whole = OpenAndOptimize(*engine, model, optimized);
+  ReadDeclarations(whole.get());
+  try {
+    Share(optimized);
+  } catch (const Failure&) {
+    weights.reset();
+    bytes = model;
+    first.emplace();
+    first->session = std::move(whole);
+  }
+}
+
+void ParsedModel::ReadDeclarations(const OrtSession* session) {
   const OrtApi& api = engine->Api();
-  engine->Check(api.createSessionFromBytes(engine->Env(), bytes, size, engine->SessionOptions(),
-                                           Receive(session, api.releaseSession)));
-  inputs =
-      ReadFeatures(*engine, session.get(), {api.getInputCount, api.getInputType, api.getInputName});
-  outputs = ReadFeatures(*engine, session.get(),
-                         {api.getOutputCount, api.getOutputType, api.getOutputName});
-  metadata = ReadMetadata(*engine, session.get());
+  inputs = ReadFeatures(*engine, session, {api.getInputCount, api.getInputType, api.getInputName});
+  outputs =
+      ReadFeatures(*engine, session, {api.getOutputCount, api.getOutputType, api.getOutputName});
+  metadata = ReadMetadata(*engine, session);
+}
+
+void ParsedModel::Share(const std::string& optimized) {
+  if (optimized.empty()) Refuse(ResultCodes::NotImplemented, "the engine has written no model");
+  const OrtApi& api = engine->Api();
+  const Handle<OrtSessionOptions> options = CloneOptions(*engine);
+  engine->Check(api.setGraphOptimizationLevel(options.get(), alreadyOptimized));
+  engine->Check(api.addConfigEntry(options.get(), "session.save_model_format", "ORT"));
+  Handle<OrtSession> writer;
+  bytes = Written(*engine, optimized, options.get(), writer);
+  weights.emplace(optimized);
+  engine->Check(api.createPackedWeights(Receive(packed, api.releasePackedWeights)));
+  first = OpenSharing();
+}
+
+EngineSession ParsedModel::OpenSharing() const {
+  const OrtApi& api = engine->Api();
+  const Handle<OrtSessionOptions> options = CloneOptions(*engine);
+  engine->Check(api.setGraphOptimizationLevel(options.get(), alreadyOptimized));
+  for (const char* entry :
+       {"session.use_ort_model_bytes_directly", "session.use_ort_model_bytes_for_initializers"})
+    engine->Check(api.addConfigEntry(options.get(), entry, "1"));
+  EngineSession made;
+  for (const Weight& weight : weights->All()) {
+    Handle<OrtValue>& value = made.weights.emplace_back();
+    engine->Check(api.createTensorOverMemory(engine->CpuMemory(), weight.data, weight.bytes,
+                                             weight.shape.data(), weight.shape.size(),
+                                             weight.element, Receive(value, api.releaseValue)));
+    engine->Check(api.addInitializer(options.get(), weight.name.c_str(), value.get()));
+  }
+  engine->Check(api.createSessionSharingWeights(engine->Env(), bytes.data(), bytes.size(),
+                                                options.get(), packed.get(),
+                                                Receive(made.session, api.releaseSession)));
+  return made;
+}
+
+EngineSession ParsedModel::OpenSession() const {
+  {
+    const std::lock_guard guard(firstLock);
+    if (first) return std::move(*std::exchange(first, std::nullopt));
+  }
+  if (weights) return OpenSharing();
+  return {{}, OpenWhole(*engine, bytes, engine->SessionOptions())};
 }
 
 }  // namespace Orvik::Tesmo::Platform::OnnxRuntime

@@ -2,6 +2,7 @@
 
 #include "platform/onnxruntime/engine.h"
 #include "platform/onnxruntime/model.h"
+#include "platform/onnxruntime/model_store.h"
 #include "platform/onnxruntime/session.h"
 #include "platform/onnxruntime/tensor.h"
 
@@ -20,7 +21,7 @@ public:
                        std::shared_ptr<Platform::Model>& model) override {
     return Guarded([&] {
       if (!bytes || size == 0) Refuse(ResultCodes::InvalidArgument, "there are no model bytes");
-      model = std::make_shared<Model>(std::make_shared<const ParsedModel>(engine, bytes, size));
+      model = std::make_shared<Model>(models.Load(engine, bytes, size));
     });
   }
 
@@ -51,7 +52,7 @@ public:
                            std::shared_ptr<Platform::Binding>& binding) override {
     return Guarded([&] {
       if (!session) Refuse(ResultCodes::InvalidArgument, "a binding needs a session");
-      binding = std::make_shared<Binding>(static_cast<const Session&>(*session).Model());
+      binding = std::make_shared<Binding>(std::static_pointer_cast<const Session>(session));
     });
   }
 
@@ -62,6 +63,7 @@ public:
 
 private:
   std::shared_ptr<const Engine> engine;
+  ModelStore models;
 };
 
 }  // namespace

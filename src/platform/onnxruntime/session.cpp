@@ -16,19 +16,19 @@ ResultCode SessionOptions::SetIntraOpNumThreadsOverride(std::uint32_t threads) {
 
 ResultCode Session::Evaluate(Platform::Binding& binding, const char16_t*) {
   auto& bound = static_cast<Binding&>(binding);
-  if (bound.Model() != model.get())
-    return Refused(ResultCodes::InvalidArgument, "the binding is another model's");
+  if (bound.BoundSession() != this)
+    return Refused(ResultCodes::InvalidArgument, "the binding is another session's");
   return bound.Evaluate();
 }
 
-Binding::Binding(std::shared_ptr<const ParsedModel> usedModel)
-    : model(std::move(usedModel)), inputs(model->Features(Side::Input).size()),
-      outputs(model->Features(Side::Output).size()) {}
+Binding::Binding(std::shared_ptr<const Session> usedSession)
+    : session(std::move(usedSession)), inputs(session->Model().Features(Side::Input).size()),
+      outputs(session->Model().Features(Side::Output).size()) {}
 
 ResultCode Binding::Bind(Side side, std::u16string_view name,
                          const std::shared_ptr<Platform::Tensor>& tensor) {
   return Guarded([&] {
-    const std::vector<Feature>& features = model->Features(side);
+    const std::vector<Feature>& features = session->Model().Features(side);
     const auto found = std::find_if(features.begin(), features.end(),
                                     [&](const Feature& feature) { return feature.name == name; });
     if (found == features.end() || !tensor)
@@ -42,7 +42,7 @@ ResultCode Binding::Bind(Side side, std::u16string_view name,
 ResultCode Binding::Prepare() {
   return Guarded([&] {
     evaluation.reset();
-    evaluation.emplace(model, inputs, outputs);
+    evaluation.emplace(session->Model(), session->Opened(), inputs, outputs);
   });
 }
 

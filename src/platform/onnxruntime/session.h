@@ -25,29 +25,32 @@ public:
 
 class Session final : public Platform::Session {
 public:
-  explicit Session(std::shared_ptr<const ParsedModel> model) : model(std::move(model)) {}
+  explicit Session(std::shared_ptr<const ParsedModel> usedModel)
+      : model(std::move(usedModel)), engineSession(model->OpenSession()) {}
 
   ResultCode Evaluate(Platform::Binding& binding, const char16_t* correlationId) override;
 
-  const std::shared_ptr<const ParsedModel>& Model() const { return model; }
+  const ParsedModel& Model() const { return *model; }
+  OrtSession* Opened() const { return engineSession.session.get(); }
 
 private:
   std::shared_ptr<const ParsedModel> model;
+  EngineSession engineSession;
 };
 
 class Binding final : public Platform::Binding {
 public:
-  explicit Binding(std::shared_ptr<const ParsedModel> model);
+  explicit Binding(std::shared_ptr<const Session> session);
 
   ResultCode Bind(Side side, std::u16string_view name,
                   const std::shared_ptr<Platform::Tensor>& tensor) override;
   ResultCode Prepare() override;
 
-  const ParsedModel* Model() const { return model.get(); }
+  const Session* BoundSession() const { return session.get(); }
   ResultCode Evaluate() noexcept;
 
 private:
-  std::shared_ptr<const ParsedModel> model;
+  std::shared_ptr<const Session> session;
   BoundTensors inputs, outputs;
   std::optional<Evaluation> evaluation;
 };
