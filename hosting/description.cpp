@@ -9,7 +9,7 @@
 #include <stdexcept>
 #include <string_view>
 
-namespace Orvik::Tesmo::Plugin {
+namespace Orvik::Tesmo::Hosting {
 namespace {
 
 constexpr std::string_view header = "kalvrin-plugin 1";
@@ -120,4 +120,4 @@ Description ReadDescription(const std::filesystem::path& file) {
   }
 }
 
-}  // namespace Orvik::Tesmo::Plugin
+}  // namespace Orvik::Tesmo::Hosting

@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-namespace Orvik::Tesmo::Plugin {
+namespace Orvik::Tesmo::Hosting {
 
 /// Channels of a form of a plugin at most.
 inline constexpr unsigned mostChannels = 64;
@@ -47,4 +47,4 @@ std::string DescriptionText(const Description& description);
 /// Throws std::runtime_error, which names the file, where it is missing or is no description.
 Description ReadDescription(const std::filesystem::path& file);
 
-}  // namespace Orvik::Tesmo::Plugin
+}  // namespace Orvik::Tesmo::Hosting

@@ -7,7 +7,7 @@
 #include <span>
 #include <stdexcept>
 
-namespace Orvik::Tesmo::Plugin {
+namespace Orvik::Tesmo::Hosting {
 
 Evaluation::Evaluation(const Description& description, const ModelBytes& model,
                        unsigned channelCount)
@@ -52,4 +52,4 @@ bool Evaluation::Run(const float* const* input, float* const* output) noexcept {
   return !failed;
 }
 
-}  // namespace Orvik::Tesmo::Plugin
+}  // namespace Orvik::Tesmo::Hosting

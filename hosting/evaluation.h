@@ -11,7 +11,7 @@
 #include <string>
 #include <vector>
 
-namespace Orvik::Tesmo::Plugin {
+namespace Orvik::Tesmo::Hosting {
 
 /// A stream of the library that runs one evaluation per call: a chunk of frames in, as many out.
 /// The delay between them is only what the overlap of the windows and the lookahead need.
@@ -50,4 +50,4 @@ private:
   std::atomic<std::uint32_t> failures = 0;
 };
 
-}  // namespace Orvik::Tesmo::Plugin
+}  // namespace Orvik::Tesmo::Hosting

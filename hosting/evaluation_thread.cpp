@@ -4,7 +4,7 @@
 #include <cerrno>
 #include <chrono>
 
-namespace Orvik::Tesmo::Plugin {
+namespace Orvik::Tesmo::Hosting {
 namespace {
 
 void Copy(const Frames& from, Frames& to) {
@@ -74,4 +74,4 @@ void EvaluationThread::WaitUntilIdle() const {
     completed.wait(done);
 }
 
-}  // namespace Orvik::Tesmo::Plugin
+}  // namespace Orvik::Tesmo::Hosting

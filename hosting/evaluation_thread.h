@@ -10,7 +10,7 @@
 #include <thread>
 #include <utility>
 
-namespace Orvik::Tesmo::Plugin {
+namespace Orvik::Tesmo::Hosting {
 
 /// Evaluations on a thread of their own. Chunks go in and results come out in order, through slots
 /// that each side owns in turn: no lock, no wait. The audio thread wakes the worker by sem_post, a
@@ -64,4 +64,4 @@ private:
   std::thread worker;
 };
 
-}  // namespace Orvik::Tesmo::Plugin
+}  // namespace Orvik::Tesmo::Hosting

@@ -6,7 +6,7 @@
 #include <cstddef>
 #include <vector>
 
-namespace Orvik::Tesmo::Plugin {
+namespace Orvik::Tesmo::Hosting {
 
 /// `frames` frames of silence at first, never resized.
 class Frames {
@@ -92,4 +92,4 @@ inline void FrameQueue::Pop(float* const* frames, std::size_t n) {
   count -= present;
 }
 
-}  // namespace Orvik::Tesmo::Plugin
+}  // namespace Orvik::Tesmo::Hosting

@@ -4,7 +4,7 @@
 #include <bit>
 #include <cmath>
 
-namespace Orvik::Tesmo::Plugin {
+namespace Orvik::Tesmo::Hosting {
 namespace {
 
 /// By how many host frames the way to the model's rate and back lags behind the input at most: the
@@ -121,4 +121,4 @@ void FullBand::ToHost(float* const* mix, const float* const* dry, const float* c
   AddDry(delayed, output, frames);
 }
 
-}  // namespace Orvik::Tesmo::Plugin
+}  // namespace Orvik::Tesmo::Hosting

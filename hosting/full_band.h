@@ -6,7 +6,7 @@
 #include <cstdint>
 #include <vector>
 
-namespace Orvik::Tesmo::Plugin {
+namespace Orvik::Tesmo::Hosting {
 
 /// Puts the mix of a model that runs at another rate into the host's audio, so that the host keeps
 /// its whole band. Only what the model changes is converted:
@@ -73,4 +73,4 @@ private:
   double firstPlace = 0;                         // model frame that plays with host frame 0
 };
 
-}  // namespace Orvik::Tesmo::Plugin
+}  // namespace Orvik::Tesmo::Hosting

@@ -4,7 +4,7 @@
 #include <cmath>
 #include <numbers>
 
-namespace Orvik::Tesmo::Plugin {
+namespace Orvik::Tesmo::Hosting {
 namespace {
 
 /// Mean square below which there is nothing to follow: 110 dB below full scale.
@@ -72,4 +72,4 @@ void HighBandGain::Follow(const Frames& mix, const Frames& dry, HighBand choice,
   }
 }
 
-}  // namespace Orvik::Tesmo::Plugin
+}  // namespace Orvik::Tesmo::Hosting

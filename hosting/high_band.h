@@ -6,7 +6,7 @@
 #include <cstdint>
 #include <vector>
 
-namespace Orvik::Tesmo::Plugin {
+namespace Orvik::Tesmo::Hosting {
 
 /// The gain of what lies above the model's band, where it knows no classes.
 enum class HighBand {
@@ -58,4 +58,4 @@ private:
   std::vector<Channel> channels;
 };
 
-}  // namespace Orvik::Tesmo::Plugin
+}  // namespace Orvik::Tesmo::Hosting

@@ -7,7 +7,7 @@
 #include <string>
 #include <utility>
 
-namespace Orvik::Tesmo::Plugin {
+namespace Orvik::Tesmo::Hosting {
 namespace {
 
 constexpr double fadeSeconds = 0.01;
@@ -215,4 +215,4 @@ float HostedStream::Load() const {
   return *std::max_element(loads.begin(), loads.end());
 }
 
-}  // namespace Orvik::Tesmo::Plugin
+}  // namespace Orvik::Tesmo::Hosting

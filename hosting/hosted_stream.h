@@ -15,7 +15,7 @@
 #include <span>
 #include <vector>
 
-namespace Orvik::Tesmo::Plugin {
+namespace Orvik::Tesmo::Hosting {
 
 /// Automatic: Spread where the host's blocks are shorter than a hop of the model, else Direct.
 enum class ModeWish { Automatic = 0, Direct = 1, Spread = 2 };
@@ -110,4 +110,4 @@ private:
   std::uint32_t loadFrames = 0;  // of the current tenth
 };
 
-}  // namespace Orvik::Tesmo::Plugin
+}  // namespace Orvik::Tesmo::Hosting

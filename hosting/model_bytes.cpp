@@ -7,7 +7,7 @@
 #include <sys/stat.h>
 #include <tuple>
 
-namespace Orvik::Tesmo::Plugin {
+namespace Orvik::Tesmo::Hosting {
 namespace {
 
 using Identity = std::tuple<dev_t, ino_t, off_t, time_t, long>;
@@ -44,4 +44,4 @@ std::shared_ptr<const ModelBytes> LoadModelBytes(const std::filesystem::path& fi
   return bytes;
 }
 
-}  // namespace Orvik::Tesmo::Plugin
+}  // namespace Orvik::Tesmo::Hosting

@@ -4,7 +4,7 @@
 #include <memory>
 #include <vector>
 
-namespace Orvik::Tesmo::Plugin {
+namespace Orvik::Tesmo::Hosting {
 
 using ModelBytes = std::vector<char>;
 
@@ -13,4 +13,4 @@ using ModelBytes = std::vector<char>;
 /// size and time of change. Any thread; slow. Throws std::runtime_error, std::bad_alloc.
 std::shared_ptr<const ModelBytes> LoadModelBytes(const std::filesystem::path& file);
 
-}  // namespace Orvik::Tesmo::Plugin
+}  // namespace Orvik::Tesmo::Hosting

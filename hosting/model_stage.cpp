@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <utility>
 
-namespace Orvik::Tesmo::Plugin {
+namespace Orvik::Tesmo::Hosting {
 namespace {
 
 constexpr double coverFadeSeconds = 0.005;
@@ -138,4 +138,4 @@ void ModelStage::Cover(bool hasResult) {
     lastDifference[c] = playing.mix[c][frames - 1] - gains.rest * playing.dry[c][frames - 1];
 }
 
-}  // namespace Orvik::Tesmo::Plugin
+}  // namespace Orvik::Tesmo::Hosting

@@ -8,7 +8,7 @@
 #include <cstdint>
 #include <vector>
 
-namespace Orvik::Tesmo::Plugin {
+namespace Orvik::Tesmo::Hosting {
 
 /// Where evaluations run.
 enum class Mode {
@@ -101,4 +101,4 @@ private:
   EvaluationThread thread;
 };
 
-}  // namespace Orvik::Tesmo::Plugin
+}  // namespace Orvik::Tesmo::Hosting

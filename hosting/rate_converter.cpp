@@ -6,7 +6,7 @@
 #include <stdexcept>
 #include <string>
 
-namespace Orvik::Tesmo::Plugin {
+namespace Orvik::Tesmo::Hosting {
 namespace {
 
 // 121 dB below full scale, flat to 90 % of the lower rate's band, 46 frames of the lower rate
@@ -61,4 +61,4 @@ std::size_t RateConverter::Process(const float* const* input, std::size_t frames
   return static_cast<std::size_t>(made);
 }
 
-}  // namespace Orvik::Tesmo::Plugin
+}  // namespace Orvik::Tesmo::Hosting

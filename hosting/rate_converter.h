@@ -6,7 +6,7 @@
 
 struct SRC_STATE_tag;
 
-namespace Orvik::Tesmo::Plugin {
+namespace Orvik::Tesmo::Hosting {
 
 /// Converts from one sample rate to another, in calls of any length. Output frame 0 has the time of
 /// input frame 0. A frame comes out as soon as the input that its filter needs has come in, so the
@@ -33,4 +33,4 @@ private:
   std::vector<std::unique_ptr<SRC_STATE_tag, Closer>> states;  // one per channel
 };
 
-}  // namespace Orvik::Tesmo::Plugin
+}  // namespace Orvik::Tesmo::Hosting

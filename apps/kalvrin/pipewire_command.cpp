@@ -28,7 +28,7 @@ struct Settings {
 };
 
 std::vector<std::pair<std::string, double>> ControlsFor(const Settings& settings,
-                                                        const Plugin::Description& d) {
+                                                        const Hosting::Description& d) {
   std::vector<std::pair<std::string, double>> controls;
   for (const std::string& name : d.classes)
     controls.emplace_back(name, 0);
@@ -60,7 +60,7 @@ int WriteDevice(Settings& settings) {
   // All nodes of a graph share one thread: unless asked, no evaluation runs on it.
   settings.request.isAlwaysSpread = !settings.isDirect;
   DescribedModel model(settings.operands.front(), settings.request);
-  Plugin::Description& d = model.description;
+  Hosting::Description& d = model.description;
   if (settings.isSink && settings.request.name.empty()) {  // a device beside the microphone
     d.name += " playback";
     d.symbol = Plugin::SymbolFor(d.name);

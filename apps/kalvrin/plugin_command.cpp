@@ -19,7 +19,7 @@ struct Settings {
   bool takesAnyModel = false;
 };
 
-void PrintLatencies(const Plugin::Description& d) {
+void PrintLatencies(const Hosting::Description& d) {
   const double rate = d.sampleRateHz ? d.sampleRateHz : 48000;
   const auto text = [&](bool isSpread) {
     const double frames = PluginLatency(d, isSpread, rate);
@@ -30,7 +30,7 @@ void PrintLatencies(const Plugin::Description& d) {
   PrintField(std::cout, "spread", text(true));
 }
 
-void PrintPlugin(const std::filesystem::path& written, const Plugin::Description& d,
+void PrintPlugin(const std::filesystem::path& written, const Hosting::Description& d,
                  bool isLadspa) {
   PrintField(std::cout, "written", written.string());
   for (const unsigned count : d.channelCounts)
@@ -43,7 +43,7 @@ int WriteAnyModelPlugin(const Settings& settings) {
   if (settings.isLadspa) throw UsageError("--any is for LV2: LADSPA hosts cannot choose a file");
   if (settings.request.sequenceSize != 0)
     throw UsageError("--any takes no --sequence: each model has its own");
-  const Plugin::Description d = DescriptionOfAnyModel(settings.request);
+  const Hosting::Description d = DescriptionOfAnyModel(settings.request);
   PrintPlugin(WriteLv2Bundle(d, nullptr, settings.folder), d, false);
   return ExitStatus::Ok;
 }
@@ -56,7 +56,7 @@ int WritePlugin(Settings& settings) {
   if (operands.size() > 1) throw UsageError("'" + operands[1] + "' is one too many");
   ContinueInChild();
   const DescribedModel model(operands.front(), settings.request);
-  const Plugin::Description& d = model.description;
+  const Hosting::Description& d = model.description;
   const auto written = settings.isLadspa ? WriteLadspaModel(model, settings.folder)
                                          : WriteLv2Bundle(d, &model.file, settings.folder);
   PrintPlugin(written, d, settings.isLadspa);
@@ -78,7 +78,7 @@ std::function<int()> Declare(CLI::App& line) {
           "for LADSPA hosts: add the model to those that DIR/kalvrin_ladspa.so offers");
   AddCount(line, "--sequence", s->request.sequenceSize, 1, mostWindows,
            "windows per evaluation (default: the model's own, else 4)");
-  AddCount(line, "--channels", s->request.channelCount, 1, Plugin::mostChannels,
+  AddCount(line, "--channels", s->request.channelCount, 1, Hosting::mostChannels,
            "a form of that many channels too, beside mono and stereo");
   AddFlag(line, "--spread", s->request.isAlwaysSpread,
           "always evaluate on a thread of its own: no choice of the mode, and hard real time");

@@ -10,7 +10,7 @@ inline constexpr const char* statusUri = "urn:kalvrin:status";
 
 /// Returns the identity of a plugin form, which hosts store in their sessions. It depends on the
 /// symbol and the channels alone.
-inline std::string Lv2Uri(const Description& description, unsigned channelCount) {
+inline std::string Lv2Uri(const Hosting::Description& description, unsigned channelCount) {
   return "urn:kalvrin:" + description.symbol + ":" + FormName(channelCount);
 }
 

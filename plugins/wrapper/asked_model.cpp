@@ -20,7 +20,7 @@ std::string Clause(const Diagnosis::Explanation& why) {
   return why.reason + (why.found.empty() ? "" : " (" + why.found + ")") + "; " + why.change;
 }
 
-std::string StatusText(const Description& d, std::size_t gainCount) {
+std::string StatusText(const Hosting::Description& d, std::size_t gainCount) {
   std::string text = d.name + ":";
   for (std::size_t i = 0; i < d.classes.size(); ++i)
     text += (i == 0 ? " " : ", ") + (i < gainCount ? "Class " + std::to_string(i + 1) : "0 dB") +
@@ -28,10 +28,10 @@ std::string StatusText(const Description& d, std::size_t gainCount) {
   return text;
 }
 
-Description Describe(const Platform::Model& model, const std::string& file,
-                     const StreamWish& wish) {
+Hosting::Description Describe(const Platform::Model& model, const std::string& file,
+                              const StreamWish& wish) {
   const Diagnosis::ModelFacts facts(model);
-  Description description = DescriptionOf(facts, wish.sequenceSize);
+  Hosting::Description description = Hosting::DescriptionOf(facts, wish.sequenceSize);
   description.name = Diagnosis::PrintableText(facts.info.GetName());
   if (description.name.empty()) description.name = std::filesystem::path(file).stem();
   return description;
@@ -39,19 +39,19 @@ Description Describe(const Platform::Model& model, const std::string& file,
 
 /// Fills all but `file`. Throws std::runtime_error with the reason.
 void Load(AskedModel& asked, const StreamWish& wish) {
-  const auto bytes = LoadModelBytes(asked.file);
+  const auto bytes = Hosting::LoadModelBytes(asked.file);
   const auto engine = ProcessRuntime();
   std::optional<Diagnosis::ModelDescription> declared;
   Diagnosis::StreamRequest request = {wish.channelCount, wish.sequenceSize, 0};
   try {
     const auto model = Dnn::LoadLearningModel(*engine, bytes->data(), bytes->size());
     declared = Diagnosis::DescribeModel(*model);
-    const Description description = Describe(*model, asked.file, wish);
+    const Hosting::Description description = Describe(*model, asked.file, wish);
     request.sequenceSize = description.sequenceSize;
     request.blockFrames = description.ChunkFrames();
     try {
-      asked.stream = std::make_unique<HostedStream>(description, bytes, wish.hostRateHz,
-                                                    wish.channelCount, wish.usualBlockFrames);
+      asked.stream = std::make_unique<Hosting::HostedStream>(
+          description, bytes, wish.hostRateHz, wish.channelCount, wish.usualBlockFrames);
     } catch (const std::runtime_error&) {
       // the library's entry says nothing but null; this says why
       AssembleStream(engine, model, request.sequenceSize, request.channelCount,

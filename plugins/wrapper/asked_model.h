@@ -14,8 +14,8 @@ struct AskedModel {
   std::string status;  // for people, one line: the names of its classes, or why it is refused
   bool isRefused = false;
   double hopSeconds = 0;
-  std::unique_ptr<HostedStream> stream;  // null where it is refused, or none
-  AskedModel* next = nullptr;            // of a list, for whoever holds the object
+  std::unique_ptr<Hosting::HostedStream> stream;  // null where it is refused, or none
+  AskedModel* next = nullptr;                     // of a list, for whoever holds the object
 };
 
 /// How a stream is to be made of a model.

@@ -36,7 +36,7 @@ std::unique_ptr<AskedModel> ChangingStream::ChangeTo(std::unique_ptr<AskedModel>
   return asked;
 }
 
-std::uint32_t ChangingStream::GetLatencyFrames(ModeWish wish) const {
+std::uint32_t ChangingStream::GetLatencyFrames(Hosting::ModeWish wish) const {
   return Heard().stream ? Heard().stream->GetLatencyFrames(wish) : 0;
 }
 
@@ -60,7 +60,7 @@ void ChangingStream::Begin() {
 }
 
 /// The new model's output is its own after its latency, and its gains have faded in a hop later.
-std::uint32_t ChangingStream::FramesOfPhase(ModeWish wish) const {
+std::uint32_t ChangingStream::FramesOfPhase(Hosting::ModeWish wish) const {
   if (isFading) return fadeFrames;
   return coming->stream->GetLatencyFrames(wish) +
          static_cast<std::uint32_t>(std::lround(coming->hopSeconds * hostRateHz));
@@ -75,7 +75,7 @@ void ChangingStream::EndPhase() {
 }
 
 void ChangingStream::Play(AskedModel& model, float* const* to, std::uint32_t frames,
-                          const Controls& controls) {
+                          const Hosting::Controls& controls) {
   if (model.stream) return model.stream->Process(inputs.data(), to, frames, controls);
   for (std::size_t c = 0; c < inputs.size(); ++c)
     if (to[c] != inputs[c]) std::copy_n(inputs[c], frames, to[c]);
@@ -91,7 +91,7 @@ void ChangingStream::FadeIn(std::uint32_t frames) {
 }
 
 void ChangingStream::Process(const float* const* input, float* const* output, std::uint32_t frames,
-                             const Controls& controls) {
+                             const Hosting::Controls& controls) {
   std::uint32_t done = 0;
   do {
     for (std::size_t c = 0; c < inputs.size(); ++c) {

@@ -30,7 +30,7 @@ public:
 
   /// As HostedStream::Process.
   void Process(const float* const* input, float* const* output, std::uint32_t frames,
-               const Controls& controls);
+               const Hosting::Controls& controls);
 
   /// `asked` is not refused. Returns a model that waited for its turn and never played, or null.
   std::unique_ptr<AskedModel> ChangeTo(std::unique_ptr<AskedModel> asked);
@@ -39,15 +39,16 @@ public:
 
   /// The one that is heard, or is being faded in.
   const AskedModel& Heard() const { return isFading ? *coming : *current; }
-  std::uint32_t GetLatencyFrames(ModeWish wish) const;
+  std::uint32_t GetLatencyFrames(Hosting::ModeWish wish) const;
   std::uint64_t LateResults() const;
   float Load() const;
 
 private:
   void Begin();
-  std::uint32_t FramesOfPhase(ModeWish wish) const;
+  std::uint32_t FramesOfPhase(Hosting::ModeWish wish) const;
   void EndPhase();
-  void Play(AskedModel& model, float* const* to, std::uint32_t frames, const Controls& controls);
+  void Play(AskedModel& model, float* const* to, std::uint32_t frames,
+            const Hosting::Controls& controls);
   void FadeIn(std::uint32_t frames);
 
   double hostRateHz;
@@ -55,7 +56,7 @@ private:
   bool isFading = false;         // `coming` is heard; else it still runs unheard
   std::uint32_t framesDone = 0;  // of that
   std::uint32_t fadeFrames;
-  Frames fromComing;
+  Hosting::Frames fromComing;
   std::vector<const float*> inputs;  // at the place where a call has come to
   std::vector<float*> outputs;
 };

@@ -10,19 +10,22 @@
 namespace Orvik::Tesmo::Plugin {
 namespace {
 
-ModeWish WishFor(float value) {
-  return value >= 1.5F ? ModeWish::Spread : value >= 0.5F ? ModeWish::Direct : ModeWish::Automatic;
+Hosting::ModeWish WishFor(float value) {
+  return value >= 1.5F   ? Hosting::ModeWish::Spread
+         : value >= 0.5F ? Hosting::ModeWish::Direct
+                         : Hosting::ModeWish::Automatic;
 }
 
 std::unique_ptr<AskedModel> FirstModel(const Form& form, double hostRateHz,
                                        std::uint32_t usualBlockFrames) {
   if (form.description.takesAnyModel) {
-    (void)HostedStream::CheckedRate(hostRateHz);
+    (void)Hosting::HostedStream::CheckedRate(hostRateHz);
     return NoModel();
   }
   auto model = std::make_unique<AskedModel>();
-  model->stream = std::make_unique<HostedStream>(form.description, LoadModelBytes(form.model),
-                                                 hostRateHz, form.channelCount, usualBlockFrames);
+  model->stream =
+      std::make_unique<Hosting::HostedStream>(form.description, Hosting::LoadModelBytes(form.model),
+                                              hostRateHz, form.channelCount, usualBlockFrames);
   return model;
 }
 
@@ -32,7 +35,8 @@ void Say(const char* what) noexcept {
   std::fprintf(stderr, "kalvrin: %s\n", what);
 }
 
-Form::Form(Description described, unsigned channelCount, std::filesystem::path model, Interface of)
+Form::Form(Hosting::Description described, unsigned channelCount, std::filesystem::path model,
+           Interface of)
     : description(std::move(described)), channelCount(channelCount), model(std::move(model)),
       ports(PortsOf(description, channelCount, of)) {}
 
@@ -62,7 +66,7 @@ float Instance::Value(std::size_t port) const {
 
 void Instance::ReadControls() {
   controls.classGainsDb = classGainsDb;
-  if (form.description.isAlwaysSpread) controls.mode = ModeWish::Spread;
+  if (form.description.isAlwaysSpread) controls.mode = Hosting::ModeWish::Spread;
   for (std::size_t i = 0; i < data.size(); ++i) {
     const Port& port = form.ports[i];
     switch (port.role) {
@@ -91,7 +95,7 @@ void Instance::ReadControls() {
       controls.mode = WishFor(Value(i));
       break;
     case Role::HighBand:
-      controls.highBand = Value(i) > 0.5F ? HighBand::Rest : HighBand::Follow;
+      controls.highBand = Value(i) > 0.5F ? Hosting::HighBand::Rest : Hosting::HighBand::Follow;
       break;
     case Role::FreeWheel:
       controls.mayWait = Value(i) > 0;
@@ -143,7 +147,7 @@ std::vector<Form> FindForms(const std::filesystem::path& folder, Interface of) n
       if (entry.path().extension() == ".plugin") files.insert(entry.path());
     for (const auto& file : files) {
       try {
-        const Description description = ReadDescription(file);
+        const Hosting::Description description = Hosting::ReadDescription(file);
         for (const unsigned count : description.channelCounts)
           forms.emplace_back(description, count,
                              std::filesystem::path(file).replace_extension(".onnx"), of);

@@ -12,13 +12,14 @@ namespace Orvik::Tesmo::Plugin {
 
 /// A form of a model that a host can instantiate.
 struct Form {
-  Description description;
+  Hosting::Description description;
   unsigned channelCount = 0;
   std::filesystem::path model;
   std::vector<Port> ports;
 
   /// Fills `ports` from the other members.
-  Form(Description description, unsigned channelCount, std::filesystem::path model, Interface of);
+  Form(Hosting::Description description, unsigned channelCount, std::filesystem::path model,
+       Interface of);
 };
 
 /// A stream behind the ports that a host connects, for interfaces that pass a pointer to floats for
@@ -57,7 +58,7 @@ private:
   std::vector<float> classGainsDb;
   std::vector<const float*> inputs;
   std::vector<float*> outputs;
-  Controls controls;
+  Hosting::Controls controls;
 };
 
 /// The instance, or null with the reason on standard error.

@@ -5,6 +5,8 @@
 namespace Orvik::Tesmo::Plugin {
 namespace {
 
+using Hosting::highestGainDb, Hosting::lowestGainDb;
+
 Port Audio(Role role, unsigned channel, unsigned channelCount) {
   const bool isInput = role == Role::Input;
   Port port{.role = role,
@@ -41,7 +43,8 @@ std::vector<std::string> ClassSymbols(const std::vector<std::string>& classes) {
 
 }  // namespace
 
-std::vector<Port> PortsOf(const Description& description, unsigned channelCount, Interface of) {
+std::vector<Port> PortsOf(const Hosting::Description& description, unsigned channelCount,
+                          Interface of) {
   std::vector<Port> ports;
   for (const Role role : {Role::Input, Role::Output})
     for (unsigned c = 0; c < channelCount; ++c)

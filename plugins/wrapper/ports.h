@@ -45,7 +45,8 @@ enum class Interface { Lv2, Ladspa };
 
 /// The ports of one form, in the order of their numbers. LV2 has Enabled and FreeWheel, LADSPA has
 /// Bypass in their place. Only LV2 has messages.
-std::vector<Port> PortsOf(const Description& description, unsigned channelCount, Interface of);
+std::vector<Port> PortsOf(const Hosting::Description& description, unsigned channelCount,
+                          Interface of);
 
 /// "mono", "stereo", "3_channels" and so on.
 std::string FormName(unsigned channelCount);

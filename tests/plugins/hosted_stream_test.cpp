@@ -20,7 +20,7 @@
 namespace {
 
 using namespace Orvik::Tesmo;
-using namespace Orvik::Tesmo::Plugin;
+using namespace Orvik::Tesmo::Hosting;
 using TestSupport::CountingModel;
 using TestSupport::PluginModel;
 using Audio = std::vector<std::vector<float>>;  // channels of samples

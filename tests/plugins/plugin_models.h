@@ -11,12 +11,12 @@ namespace TestSupport {
 
 /// A model and what its plugin knows of it.
 struct PluginModel {
-  Orvik::Tesmo::Plugin::Description description;
-  std::shared_ptr<const Orvik::Tesmo::Plugin::ModelBytes> bytes;
+  Orvik::Tesmo::Hosting::Description description;
+  std::shared_ptr<const Orvik::Tesmo::Hosting::ModelBytes> bytes;
 };
 
-inline std::shared_ptr<const Orvik::Tesmo::Plugin::ModelBytes> Bytes(const std::string& model) {
-  return std::make_shared<Orvik::Tesmo::Plugin::ModelBytes>(model.begin(), model.end());
+inline std::shared_ptr<const Orvik::Tesmo::Hosting::ModelBytes> Bytes(const std::string& model) {
+  return std::make_shared<Orvik::Tesmo::Hosting::ModelBytes>(model.begin(), model.end());
 }
 
 /// Passes samples through in its class "Extracted" and adds a state that every evaluation counts

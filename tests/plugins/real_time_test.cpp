@@ -14,7 +14,7 @@
 
 namespace {
 
-using namespace Orvik::Tesmo::Plugin;
+using namespace Orvik::Tesmo::Hosting;
 using namespace TestSupport;
 
 /// Blocks of all lengths with knobs in motion, bypass and changes of mode among it.

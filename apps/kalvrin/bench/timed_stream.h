@@ -49,7 +49,7 @@ private:
   std::uint64_t given = 0;  ///< frames so far
   std::vector<float> noise;
   std::vector<const float*> inputs;
-  Plugin::Frames outputs;
+  Hosting::Frames outputs;
 };
 
 }  // namespace Orvik::Tesmo::Tool

@@ -24,7 +24,7 @@ namespace Orvik::Tesmo::Tool {
 namespace {
 
 /// Throws Refusal for a name with characters that do not fit on a line.
-void CheckClassNames(const Plugin::Description& description) {
+void CheckClassNames(const Hosting::Description& description) {
   for (const std::string& name : description.classes)
     if (const std::string text = PrintableText(name); text != name)
       throw Refusal("a class is called '" + text + "', with characters that no host can show");
@@ -40,7 +40,7 @@ DescribedModel::DescribedModel(const std::string& path, const PluginRequest& req
   } catch (...) {
     throw model.RefusalFor({});
   }
-  description = Plugin::DescriptionOf(model.Facts(), request.sequenceSize);
+  description = Hosting::DescriptionOf(model.Facts(), request.sequenceSize);
   CheckClassNames(description);
   description.isAlwaysSpread = request.isAlwaysSpread;
   std::optional<Refusal> refusal;
@@ -69,9 +69,9 @@ DescribedModel::DescribedModel(const std::string& path, const PluginRequest& req
   description.symbol = Plugin::SymbolFor(description.name);
 }
 
-Plugin::Description DescriptionOfAnyModel(const PluginRequest& request) {
+Hosting::Description DescriptionOfAnyModel(const PluginRequest& request) {
   constexpr int gainCount = 8;
-  Plugin::Description description;
+  Hosting::Description description;
   description.name = request.name.empty() ? "Any model" : request.name;
   description.takesAnyModel = true;
   description.isAlwaysSpread = request.isAlwaysSpread;
@@ -94,7 +94,7 @@ std::string CheckedPluginName(std::string_view text) {
   throw UsageError("a name is a line of text");
 }
 
-double PluginLatency(const Plugin::Description& d, bool isSpread, double hostRateHz) {
+double PluginLatency(const Hosting::Description& d, bool isSpread, double hostRateHz) {
   const std::uint64_t chunk = d.ChunkFrames();
   const std::uint64_t frames =
       LatencyFrames(d.windowLength, d.lookaheadBlocks, d.sequenceSize, chunk) +

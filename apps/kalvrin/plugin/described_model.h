@@ -23,17 +23,17 @@ struct DescribedModel {
   DescribedModel(const std::string& path, const PluginRequest& request);
 
   ModelFile file;
-  Plugin::Description description;
+  Hosting::Description description;
 };
 
 /// What a plugin that takes any model has to know: the names of its gains are numbers.
-Plugin::Description DescriptionOfAnyModel(const PluginRequest& request);
+Hosting::Description DescriptionOfAnyModel(const PluginRequest& request);
 
 /// Returns `text` where it is one line of valid UTF-8; throws UsageError otherwise.
 std::string CheckedPluginName(std::string_view text);
 
 /// In frames at `hostRateHz`. Where that is not the model's rate, the conversion of the rate adds
 /// some more, which is not included.
-double PluginLatency(const Plugin::Description& description, bool isSpread, double hostRateHz);
+double PluginLatency(const Hosting::Description& description, bool isSpread, double hostRateHz);
 
 }  // namespace Orvik::Tesmo::Tool

@@ -112,7 +112,7 @@ std::string GainsText(const Values& controls) {
   for (const auto& [control, value] : controls) {
     if (!IsGain(control)) continue;
     text << (text.tellp() == 0 ? "" : ", ") << control << ' ';
-    if (value <= Plugin::lowestGainDb)
+    if (value <= Hosting::lowestGainDb)
       text << "mute";
     else
       text << std::round(value * 10) / 10 << " dB";
@@ -148,11 +148,11 @@ fs::path ChainFile(const std::string& name) {
 }
 
 double Decibels(float gain) {
-  if (gain <= 0) return Plugin::lowestGainDb;
+  if (gain <= 0) return Hosting::lowestGainDb;
   const double db = 20 * std::log10(static_cast<double>(gain));
-  if (db > Plugin::highestGainDb)
+  if (db > Hosting::highestGainDb)
     throw UsageError("a gain of " + GainText(gain) + " is more than the plugin's +12 dB");
-  return std::max(db, static_cast<double>(Plugin::lowestGainDb));
+  return std::max(db, static_cast<double>(Hosting::lowestGainDb));
 }
 
 void ListDevices() {

@@ -40,13 +40,13 @@ void WriteBytes(const fs::path& path, std::string_view bytes) {
   out.Commit();
 }
 
-void WriteModel(const Plugin::Description& description, const ModelFile* model,
+void WriteModel(const Hosting::Description& description, const ModelFile* model,
                 const fs::path& file) {
   if (model) WriteBytes(file, {model->bytes.data(), model->bytes.size()});
-  WriteBytes(Plugin::DescriptionPath(file), Plugin::DescriptionText(description));
+  WriteBytes(Hosting::DescriptionPath(file), Hosting::DescriptionText(description));
 }
 
-void FillBundle(const Plugin::Description& description, const ModelFile* model,
+void FillBundle(const Hosting::Description& description, const ModelFile* model,
                 const fs::path& bundle) {
   fs::create_directories(bundle);
   CopyInstalledFile("kalvrin_lv2.so", bundle);
@@ -86,7 +86,7 @@ auto Saying(Work work) {
 
 }  // namespace
 
-fs::path WriteLv2Bundle(const Plugin::Description& description, const ModelFile* model,
+fs::path WriteLv2Bundle(const Hosting::Description& description, const ModelFile* model,
                         const fs::path& folder) {
   return Saying([&] {
     fs::path bundle = folder / ("kalvrin-" + description.symbol + ".lv2");

@@ -9,7 +9,7 @@
 namespace Orvik::Tesmo::Tool {
 namespace {
 
-using Plugin::Description;
+using Hosting::Description;
 using Plugin::Port;
 using Plugin::Role;
 

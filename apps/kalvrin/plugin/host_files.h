@@ -15,17 +15,17 @@ namespace Orvik::Tesmo::Tool {
 
 /// The text of manifest.ttl: names the plugins, their `binary`, and the file `plugins` that
 /// describes them.
-std::string ManifestText(const Plugin::Description& description, const std::string& binary,
+std::string ManifestText(const Hosting::Description& description, const std::string& binary,
                          const std::string& plugins);
 
 /// The text of that file: the plugins with all their ports.
-std::string PluginsText(const Plugin::Description& description);
+std::string PluginsText(const Hosting::Description& description);
 
 /// A virtual device: a microphone, which is the audio of a real one after a LADSPA plugin, or a
 /// sink, which plays what applications send it through the plugin.
 struct FilterChain {
   std::filesystem::path library;  // absolute
-  Plugin::Description description;
+  Hosting::Description description;
   unsigned channelCount = 1;
   bool isSink = false;
   std::vector<std::pair<std::string, double>> controls;  // by the names of the plugin's ports

@@ -52,7 +52,7 @@ private:
   RenderSizes sizes;
   std::unique_ptr<StreamProcessor> stream;
   std::vector<std::unique_ptr<AudioWriter>> writers;
-  Plugin::Frames block;
+  Hosting::Frames block;
   std::vector<float> interleaved, converted;
   std::uint64_t skip;  // model frames still to be left out
   std::uint64_t length = std::numeric_limits<std::uint64_t>::max();  // model frames to be kept

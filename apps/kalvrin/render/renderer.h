@@ -71,7 +71,7 @@ private:
   std::vector<std::unique_ptr<RenderStream>> streams;  // the first is the mix
   std::optional<Resampler> toModelRate;
   std::vector<float> pending;  // model frames that do not fill a block yet, interleaved
-  std::optional<Plugin::Frames> block;
+  std::optional<Hosting::Frames> block;
   std::uint64_t readFrames = 0;   // of the file
   std::uint64_t modelFrames = 0;  // gone into `pending`
   std::uint64_t runFrames = 0;    // gone through the streams
