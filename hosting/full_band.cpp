@@ -10,11 +10,15 @@ namespace {
 /// By how many host frames the way to the model's rate and back lags behind the input at most: the
 /// filters need frames ahead, and the two rates' frames fall together differently each time.
 /// Measured with single frames over all the ways in which they can.
-std::uint64_t MeasuredLag(RateConverter& toModel, RateConverter& toHost, std::size_t channelCount) {
-  constexpr std::uint64_t fillingFrames = 16384, phases = 16384;
-  Frames in(channelCount, 1);
-  Frames between(channelCount, toModel.MostFrames(1));
-  Frames out(channelCount, toHost.MostFrames(between.Length()));
+std::uint64_t MeasuredLag(double hostRateHz, double modelRateHz) {
+  const double hostPerModel = std::max(hostRateHz / modelRateHz, 1.0);
+  const auto fillingFrames = static_cast<std::uint64_t>(128 * hostPerModel);
+  constexpr std::uint64_t phases = 16384;
+  RateConverter toModel(hostRateHz, modelRateHz, 1);
+  RateConverter toHost(modelRateHz, hostRateHz, 1);
+  Frames in(1, 1);
+  Frames between(1, toModel.MostFrames(1));
+  Frames out(1, toHost.MostFrames(between.Length()));
   std::uint64_t taken = 0;
   std::uint64_t made = 0;
   std::uint64_t lag = 0;
@@ -23,8 +27,6 @@ std::uint64_t MeasuredLag(RateConverter& toModel, RateConverter& toHost, std::si
     made += toHost.Process(between.Channels(), frames, out.Channels());
     lag = std::max(lag, ++taken - made);
   }
-  toModel.Reset();
-  toHost.Reset();
   return lag;
 }
 
@@ -35,7 +37,7 @@ FullBand::FullBand(double hostRateHz, double modelRateHz, std::size_t channelCou
     : modelPerHost(modelRateHz / hostRateHz), hostPerModel(hostRateHz / modelRateHz),
       toModel(hostRateHz, modelRateHz, channelCount), toHost(modelRateHz, hostRateHz, channelCount),
       // one more, because the second converter may start at another phase than the measured one
-      marginFrames(MeasuredLag(toModel, toHost, channelCount) + 1),
+      marginFrames(MeasuredLag(hostRateHz, modelRateHz) + 1),
       converted(channelCount, toHost.MostFrames(toModel.MostFrames(mostFrames))),
       convertedQueue(channelCount, marginFrames + mostFrames + converted.Length() + 2),
       recentGain(channelCount, std::bit_ceil(toModel.MostFrames(marginFrames + mostFrames) + 4)) {}

@@ -16,8 +16,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr const char* libraries[] = {"libkalvrin.so.0", "libonnxruntime.so.1",
-                                     "libsamplerate.so.0"};
+constexpr const char* libraries[] = {"libkalvrin.so.0", "libonnxruntime.so.1"};
 
 /// A hidden name in the same folder as `path`, which no other process uses.
 fs::path Beside(const fs::path& path, const char* what) {
