@@ -1,34 +1,19 @@
 #include "hosting/evaluation.h"
 
-#include "runtime/text.h"
-
-#include <algorithm>
 #include <cmath>
 #include <span>
-#include <stdexcept>
 
 namespace Orvik::Tesmo::Hosting {
 
-Evaluation::Evaluation(const Description& description, const ModelBytes& model,
-                       unsigned channelCount)
+Evaluation::Evaluation(const Description& description, std::unique_ptr<StreamProcessor> ownedStream,
+                       std::size_t channelCount)
     : chunkFrames(description.ChunkFrames()),
       // the library's latency, less the chunk that its rings hold in blocks of a chunk
       delayFrames(LatencyFrames(description.windowLength, description.lookaheadBlocks,
                                 description.sequenceSize, chunkFrames) -
                   chunkFrames),
       sequenceSize(description.sequenceSize), channelCount(channelCount),
-      stream(CreateStreamProcessor(model.data(), model.size(), sequenceSize, channelCount,
-                                   chunkFrames)) {
-  if (!stream)
-    throw std::runtime_error("the library refuses the model of " + description.name +
-                             "; 'kalvrin check' on it says why");
-  stream->ResetGains();
-  for (const std::string& name : description.classes) {
-    classNames.push_back(Dnn::Utf16FromUtf8(name));
-    if (!stream->SetAudioClassGain(classNames.back().c_str(), 1))
-      throw std::runtime_error("the model of " + description.name + " has no class " + name);
-  }
-}
+      stream(std::move(ownedStream)) {}
 
 void Evaluation::Restart() {
   stream->SetSequenceSize(sequenceSize);
@@ -44,11 +29,15 @@ bool Evaluation::Run(const float* const* input, float* const* output) noexcept {
     stream->ProcessBlock(input, output, chunkFrames, 1);
   } catch (...) {
     failures.fetch_add(1, std::memory_order_relaxed);
+    failure = std::current_exception();
     failed = true;
   }
-  for (unsigned c = 0; c < channelCount; ++c)
-    for (float& sample : std::span(output[c], chunkFrames))
-      if (failed || !std::isfinite(sample)) sample = 0;
+  for (std::size_t c = 0; c < channelCount; ++c)
+    for (float& sample : std::span(output[c], chunkFrames)) {
+      if (!failed && std::isfinite(sample)) continue;
+      if (!failed) ++nonFinite;
+      sample = 0;
+    }
   return !failed;
 }
 

@@ -2,14 +2,13 @@
 
 #include "hosting/description.h"
 #include "hosting/frames.h"
-#include "hosting/model_bytes.h"
 #include "kalvrin/stream_processor.h"
 
 #include <atomic>
 #include <cstdint>
+#include <exception>
 #include <memory>
-#include <string>
-#include <vector>
+#include <utility>
 
 namespace Orvik::Tesmo::Hosting {
 
@@ -17,8 +16,9 @@ namespace Orvik::Tesmo::Hosting {
 /// The delay between them is only what the overlap of the windows and the lookahead need.
 class Evaluation {
 public:
-  /// Slow. Throws std::runtime_error where the library refuses the model, std::bad_alloc.
-  Evaluation(const Description& description, const ModelBytes& model, unsigned channelCount);
+  /// `stream`: a new one, for blocks of description.ChunkFrames().
+  Evaluation(const Description& description, std::unique_ptr<StreamProcessor> stream,
+             std::size_t channelCount);
 
   std::uint64_t ChunkFrames() const { return chunkFrames; }
   /// Frames from a place in the input chunk to the same audio in the output chunks.
@@ -28,26 +28,27 @@ public:
   void Restart();
 
   /// Takes and writes ChunkFrames() frames. Samples of the result that are not finite become
-  /// silence. Returns false, and silence, where the evaluation fails in the engine. Allocates
-  /// nothing of ours.
+  /// silence and are counted. Returns false, and silence, where the evaluation fails in the engine.
+  /// Allocates nothing of ours.
   bool Run(const float* const* input, float* const* output) noexcept;
 
-  /// Linear, from 0. May run while Run does.
-  void SetMasterGain(float gain) { stream->SetMasterGain(gain); }
-  void SetRestGain(float gain) { stream->SetAudioClassGain(u"Rest", gain); }
-  void SetClassGain(std::size_t index, float gain) {
-    stream->SetAudioClassGain(classNames[index].c_str(), gain);
-  }
+  /// For its gains, which may change while Run runs.
+  StreamProcessor& Stream() { return *stream; }
 
   /// How many evaluations have failed. Any thread.
   std::uint32_t Failures() const { return failures.load(std::memory_order_relaxed); }
+  /// What the last of them has thrown since the last call, else null; never while Run runs.
+  std::exception_ptr TakeFailure() { return std::exchange(failure, nullptr); }
+  /// Never while Run runs.
+  std::uint64_t NonFiniteSamples() const { return nonFinite; }
 
 private:
   std::uint64_t chunkFrames, delayFrames, sequenceSize;
-  unsigned channelCount;
-  std::vector<std::u16string> classNames;
+  std::size_t channelCount;
   std::unique_ptr<StreamProcessor> stream;
   std::atomic<std::uint32_t> failures = 0;
+  std::exception_ptr failure;
+  std::uint64_t nonFinite = 0;
 };
 
 }  // namespace Orvik::Tesmo::Hosting

@@ -14,7 +14,7 @@ void Copy(const Frames& from, Frames& to) {
 
 }  // namespace
 
-EvaluationThread::EvaluationThread(Evaluation& evaluation, unsigned channelCount)
+EvaluationThread::EvaluationThread(Evaluation& evaluation, std::size_t channelCount)
     : evaluation(evaluation), slots{Slot(channelCount, evaluation.ChunkFrames()),
                                     Slot(channelCount, evaluation.ChunkFrames()),
                                     Slot(channelCount, evaluation.ChunkFrames()),

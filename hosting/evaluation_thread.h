@@ -18,7 +18,7 @@ namespace Orvik::Tesmo::Hosting {
 class EvaluationThread {
 public:
   /// `evaluation` outlives the object. Starts the thread, which sleeps while there is nothing.
-  EvaluationThread(Evaluation& evaluation, unsigned channelCount);
+  EvaluationThread(Evaluation& evaluation, std::size_t channelCount);
   /// Waits for the evaluation in progress.
   ~EvaluationThread();
   EvaluationThread(const EvaluationThread&) = delete;
@@ -46,7 +46,7 @@ private:
   void Work();
 
   struct Slot {
-    Slot(unsigned channelCount, std::uint64_t frames)
+    Slot(std::size_t channelCount, std::uint64_t frames)
         : input(channelCount, frames), output(channelCount, frames) {}
     Frames input, output;
     std::uint64_t number = 0;

@@ -1,5 +1,8 @@
 #include "hosting/hosted_stream.h"
 
+#include "kalvrin/stream_processor.h"
+#include "runtime/text.h"
+
 #include <algorithm>
 #include <chrono>
 #include <cmath>
@@ -11,8 +14,6 @@ namespace Orvik::Tesmo::Hosting {
 namespace {
 
 constexpr double fadeSeconds = 0.01;
-/// Louder than any audio, far from where sums overflow: 120 dB above full scale.
-constexpr float loudest = 1e6F;
 
 /// In double, as the tool does: the same gain to the last bit.
 float LinearGain(float db) {
@@ -20,10 +21,16 @@ float LinearGain(float db) {
   return static_cast<float>(std::pow(10.0, std::min(db, highestGainDb) / 20.0));
 }
 
-/// Copies, with silence for what is no audio.
-void CopyAudio(const float* from, float* to, std::uint32_t frames) {
-  for (std::uint32_t i = 0; i < frames; ++i)
-    to[i] = std::fabs(from[i]) <= loudest ? from[i] : 0.0F;
+/// Throws std::runtime_error where the library refuses the model.
+std::unique_ptr<StreamProcessor> MakeStream(const Description& description, const ModelBytes& model,
+                                            unsigned channelCount) {
+  std::unique_ptr<StreamProcessor> stream(
+      CreateStreamProcessor(model.data(), model.size(), description.sequenceSize, channelCount,
+                            description.ChunkFrames()));
+  if (!stream)
+    throw std::runtime_error("the library refuses the model of " + description.name +
+                             "; 'kalvrin check' on it says why");
+  return stream;
 }
 
 float Towards(float target, float value, float step) {
@@ -40,46 +47,38 @@ double HostedStream::CheckedRate(double rateHz) {
 
 HostedStream::HostedStream(const Description& description, std::shared_ptr<const ModelBytes> bytes,
                            double rateHz, unsigned channelCount, std::uint32_t usualBlockFrames)
-    : hostRateHz(CheckedRate(rateHz)),
-      modelRateHz(description.sampleRateHz ? description.sampleRateHz : hostRateHz),
-      hopLength(description.HopLength()), usualBlockFrames(usualBlockFrames),
-      model(std::move(bytes)), stage(description, *model, channelCount, modelRateHz, hostRateHz),
-      dry(channelCount, sliceFrames), wet(channelCount, sliceFrames), atModelRate(channelCount, 0),
-      fromModel(channelCount, sliceFrames), dryDelay(channelCount, 0),
+    : hostRateHz(CheckedRate(rateHz)), hopLength(description.HopLength()),
+      usualBlockFrames(usualBlockFrames), model(std::move(bytes)),
+      stage(description, MakeStream(description, *model, channelCount), channelCount, hostRateHz,
+            true),
       fadeStep(static_cast<float>(1 / (fadeSeconds * hostRateHz))),
       gainsDb(description.classes.size() + 2), gains(gainsDb.size(), 1) {
-  if (hostRateHz != modelRateHz) {
-    fullBand.emplace(hostRateHz, modelRateHz, channelCount, sliceFrames);
-    atModelRate = Frames(channelCount, fullBand->MostModelFrames(sliceFrames));
-    fromModel = StageOutput(channelCount, atModelRate.Length());
+  StreamProcessor& stream = stage.Model().GetEvaluation().Stream();
+  stream.ResetGains();
+  for (const std::string& name : description.classes) {
+    classNames.push_back(Dnn::Utf16FromUtf8(name));
+    if (!stream.SetAudioClassGain(classNames.back().c_str(), 1))
+      throw std::runtime_error("the model of " + description.name + " has no class " + name);
   }
-  dryDelay = FrameQueue(channelCount, LatencyOf(Mode::Spread) + sliceFrames);
   Begin(Settle(ModeWish::Automatic, usualBlockFrames));
 }
 
 Mode HostedStream::Settle(ModeWish wish, std::uint32_t blockFrames) const {
   if (wish != ModeWish::Automatic) return wish == ModeWish::Direct ? Mode::Direct : Mode::Spread;
   if (automaticMode) return *automaticMode;
-  const bool isShort =
-      blockFrames != 0 && blockFrames * modelRateHz < static_cast<double>(hopLength) * hostRateHz;
+  const bool isShort = blockFrames != 0 && blockFrames * stage.ModelRateHz() <
+                                               static_cast<double>(hopLength) * hostRateHz;
   return isShort ? Mode::Spread : Mode::Direct;
 }
 
-std::uint32_t HostedStream::LatencyOf(Mode mode) const {
-  const std::uint64_t frames = stage.LatencyFrames(mode);
-  return static_cast<std::uint32_t>(fullBand ? fullBand->LatencyFrames(frames) : frames);
-}
-
 std::uint32_t HostedStream::GetLatencyFrames(ModeWish wish) const {
-  return LatencyOf(hasBegun ? stage.GetMode() : Settle(wish, usualBlockFrames));
+  return stage.LatencyFrames(hasBegun ? GetMode() : Settle(wish, usualBlockFrames));
 }
 
 /// Before the first frame: all but the stage, which is silent, in place for `mode`.
 void HostedStream::Begin(Mode mode) {
-  stage.TrySwitch(mode);
-  if (fullBand) fullBand->Begin(stage.LatencyFrames(mode));
-  dryDelay.Clear();
-  dryDelay.PushSilence(LatencyOf(mode));
+  stage.Model().TrySwitch(mode);
+  stage.Begin();
   level = 1;
   isSwitching = false;
   mutedFrames = 0;
@@ -88,14 +87,14 @@ void HostedStream::Begin(Mode mode) {
 }
 
 void HostedStream::Activate() {
-  if (hasBegun) stage.Restart(Mode::Direct);
+  if (hasBegun) stage.Model().Restart(Mode::Direct);
   hasBegun = false;
   automaticMode.reset();
   Begin(Settle(ModeWish::Automatic, usualBlockFrames));
 }
 
 void HostedStream::FollowGains(const Controls& controls) {
-  Evaluation& evaluation = stage.Gains();
+  StreamProcessor& stream = stage.Model().GetEvaluation().Stream();
   const std::size_t classCount = gainsDb.size() - 2;
   const auto follow = [this](std::size_t place, float wanted, auto set) {
     if (std::isnan(wanted) || gainsDb[place] == wanted) return;
@@ -104,16 +103,17 @@ void HostedStream::FollowGains(const Controls& controls) {
     set(gains[place]);
   };
   for (std::size_t i = 0; i < std::min(classCount, controls.classGainsDb.size()); ++i)
-    follow(i, controls.classGainsDb[i], [&](float gain) { evaluation.SetClassGain(i, gain); });
-  follow(classCount, controls.restGainDb, [&](float gain) { evaluation.SetRestGain(gain); });
-  follow(classCount + 1, controls.masterGainDb,
-         [&](float gain) { evaluation.SetMasterGain(gain); });
+    follow(i, controls.classGainsDb[i],
+           [&](float gain) { stream.SetAudioClassGain(classNames[i].c_str(), gain); });
+  follow(classCount, controls.restGainDb,
+         [&](float gain) { stream.SetAudioClassGain(u"Rest", gain); });
+  follow(classCount + 1, controls.masterGainDb, [&](float gain) { stream.SetMasterGain(gain); });
   const auto [least, greatest] = std::minmax_element(gains.begin(), gains.end() - 1);
   const float master = gains.back();
-  stage.SetDryGains({.rest = master * gains[classCount],
-                     .least = master * *least,
-                     .greatest = master * *greatest},
-                    controls.highBand);
+  stage.Model().SetDryGains({.rest = master * gains[classCount],
+                             .least = master * *least,
+                             .greatest = master * *greatest},
+                            controls.highBand);
 }
 
 void HostedStream::FollowMode(ModeWish wish, std::uint32_t frames) {
@@ -125,15 +125,13 @@ void HostedStream::FollowMode(ModeWish wish, std::uint32_t frames) {
     Begin(mode);
     return;
   }
-  if (mode == stage.GetMode() && !isSwitching) return;
+  if (mode == GetMode() && !isSwitching) return;
   isSwitching = true;
   // muted first; where the wish is taken back meanwhile, chunks may be missing, too
-  if (level > 0 || !stage.TrySwitch(mode)) return;
+  if (level > 0 || !stage.Model().TrySwitch(mode)) return;
   isSwitching = false;
-  if (fullBand) fullBand->Begin(stage.LatencyFrames(mode));
-  dryDelay.Clear();
-  dryDelay.PushSilence(LatencyOf(mode));
-  mutedFrames = LatencyOf(mode);
+  stage.Begin();
+  mutedFrames = stage.LatencyFrames(mode);
 }
 
 void HostedStream::Process(const float* const* input, float* const* output, std::uint32_t frames,
@@ -141,7 +139,7 @@ void HostedStream::Process(const float* const* input, float* const* output, std:
   using Clock = std::chrono::steady_clock;
   FollowGains(controls);
   if (frames == 0) return;
-  if (controls.mayWait) stage.WaitForResults();
+  if (controls.mayWait) stage.Model().WaitForResults();
   const auto begin = Clock::now();
   ProcessAll(input, output, frames, controls);
   CountLoad(std::chrono::duration<double>(Clock::now() - begin).count(), frames);
@@ -152,39 +150,19 @@ void HostedStream::ProcessAll(const float* const* input, float* const* output, s
   if (!hasBegun) wetShare = controls.isBypassed ? 0 : 1;
   for (std::uint32_t done = 0; done < frames;) {
     FollowMode(controls.mode, frames);
-    const std::uint32_t n = std::min(frames - done, sliceFrames);
+    const std::uint32_t n = std::min(frames - done, HostStage::sliceFrames);
     // all of the input before any of the output: they may be the same arrays
-    for (std::size_t c = 0; c < dry.ChannelCount(); ++c)
-      CopyAudio(input[c] + done, dry[c], n);
-    ProcessSlice(n, frames - done - n);
+    stage.Process(input, done, n, frames - done - n);
     MixTo(output, done, n, controls.isBypassed);
     done += n;
   }
 }
 
-/// `dry` through the model to `wet`, and delayed as much to `dry`.
-void HostedStream::ProcessSlice(std::uint32_t frames, std::uint32_t framesToCome) {
-  std::size_t modelFrames = frames;
-  if (fullBand) {
-    modelFrames = fullBand->ToModel(dry.Channels(), frames, atModelRate.Channels());
-    stage.Process(atModelRate.Channels(), fromModel, modelFrames,
-                  fullBand->MostModelFrames(framesToCome));
-  } else {
-    stage.Process(dry.Channels(), fromModel, frames, framesToCome);
-  }
-  dryDelay.Push(dry.Channels(), frames);
-  dryDelay.Pop(dry.Channels(), frames);
-  if (fullBand)
-    fullBand->ToHost(fromModel.mix.Channels(), fromModel.dry.Channels(),
-                     fromModel.highBandGain.Channels(), modelFrames, dry.Channels(), wet.Channels(),
-                     frames);
-  else
-    std::swap(wet, fromModel.mix);
-}
-
 /// The slice's output, with the fades of bypass and of a change of mode.
 void HostedStream::MixTo(float* const* output, std::uint32_t begin, std::uint32_t frames,
                          bool isBypassed) {
+  const Frames& dry = stage.Dry();
+  const Frames& wet = stage.Wet();
   const float wanted = isBypassed ? 0 : 1;
   for (std::uint32_t i = 0; i < frames; ++i) {
     wetShare = Towards(wanted, wetShare, fadeStep);
@@ -202,7 +180,7 @@ void HostedStream::MixTo(float* const* output, std::uint32_t begin, std::uint32_
 
 void HostedStream::CountLoad(double seconds, std::uint32_t frames) {
   const auto load = static_cast<float>(
-      std::max(seconds * hostRateHz / static_cast<double>(frames), stage.TakeWorstLoad()));
+      std::max(seconds * hostRateHz / static_cast<double>(frames), stage.Model().TakeWorstLoad()));
   loads.front() = std::max(loads.front(), load);
   const auto tenth = static_cast<std::uint32_t>(hostRateHz / 10);
   for (loadFrames += frames; loadFrames >= tenth; loadFrames -= tenth) {

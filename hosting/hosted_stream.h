@@ -3,16 +3,15 @@
 // A model behind the audio of a host, at the host's sample rate and in its blocks.
 
 #include "hosting/description.h"
-#include "hosting/frames.h"
-#include "hosting/full_band.h"
+#include "hosting/host_stage.h"
 #include "hosting/model_bytes.h"
-#include "hosting/model_stage.h"
 
 #include <array>
 #include <cstdint>
 #include <memory>
 #include <optional>
 #include <span>
+#include <string>
 #include <vector>
 
 namespace Orvik::Tesmo::Hosting {
@@ -62,37 +61,29 @@ public:
   /// Latency in frames of the host, conversion of the rate included. It changes with the mode only.
   /// Before the first frame it is what `wish` would make it.
   std::uint32_t GetLatencyFrames(ModeWish wish) const;
-  Mode GetMode() const { return stage.GetMode(); }
-  std::uint64_t LateResults() const { return stage.LateResults(); }
-  std::uint32_t FailedEvaluations() { return stage.Gains().Failures(); }
+  Mode GetMode() const { return stage.Model().GetMode(); }
+  std::uint64_t LateResults() const { return stage.Model().LateResults(); }
+  std::uint32_t FailedEvaluations() const { return stage.Model().GetEvaluation().Failures(); }
   /// The greatest load of the last second: the time of a call, or in Spread of an evaluation, as a
   /// share of the time that its frames last. At 1 audio is lost.
   float Load() const;
 
 private:
-  /// Host frames that go through the whole chain at once.
-  static constexpr std::uint32_t sliceFrames = 256;
-
   Mode Settle(ModeWish wish, std::uint32_t blockFrames) const;
-  std::uint32_t LatencyOf(Mode mode) const;
   void Begin(Mode mode);
   void FollowGains(const Controls& controls);
   void FollowMode(ModeWish wish, std::uint32_t frames);
   void ProcessAll(const float* const* input, float* const* output, std::uint32_t frames,
                   const Controls& controls);
-  void ProcessSlice(std::uint32_t frames, std::uint32_t framesToCome);
   void MixTo(float* const* output, std::uint32_t begin, std::uint32_t frames, bool isBypassed);
   void CountLoad(double seconds, std::uint32_t frames);
 
-  double hostRateHz, modelRateHz;
+  double hostRateHz;
   std::uint64_t hopLength;
   std::uint32_t usualBlockFrames;
   std::shared_ptr<const ModelBytes> model;  // held for further instances to share
-  ModelStage stage;
-  std::optional<FullBand> fullBand;  // where the rates differ
-  Frames dry, wet, atModelRate;
-  StageOutput fromModel;
-  FrameQueue dryDelay;
+  std::vector<std::u16string> classNames;
+  HostStage stage;
 
   bool hasBegun = false;  // a frame has come since Activate
   std::optional<Mode> automaticMode;

@@ -10,9 +10,10 @@ constexpr double coverFadeSeconds = 0.005;
 
 }  // namespace
 
-ModelStage::ModelStage(const Description& description, const ModelBytes& model,
-                       unsigned channelCount, double modelRateHz, double hostRateHz)
-    : modelRateHz(modelRateHz), evaluation(description, model, channelCount),
+ModelStage::ModelStage(const Description& description, std::unique_ptr<StreamProcessor> stream,
+                       std::size_t channelCount, double modelRateHz, double hostRateHz,
+                       bool hasThread)
+    : modelRateHz(modelRateHz), evaluation(description, std::move(stream), channelCount),
       collected(channelCount, evaluation.ChunkFrames()),
       ahead(channelCount, evaluation.ChunkFrames()),
       playing(channelCount, evaluation.ChunkFrames()),
@@ -20,7 +21,8 @@ ModelStage::ModelStage(const Description& description, const ModelBytes& model,
       highBand(std::min(0.5, 0.5 * hostRateHz / modelRateHz), channelCount,
                description.HopLength()),
       fadeStep(static_cast<float>(1 / (coverFadeSeconds * modelRateHz))), step(channelCount),
-      lastDifference(channelCount), thread(evaluation, channelCount) {
+      lastDifference(channelCount) {
+  if (hasThread) thread.emplace(evaluation, channelCount);
   BeginDry();
 }
 
@@ -36,8 +38,10 @@ void ModelStage::BeginDry() {
 }
 
 void ModelStage::Restart(Mode newMode) {
-  thread.WaitUntilIdle();
-  thread.Forget();
+  if (thread) {
+    thread->WaitUntilIdle();
+    thread->Forget();
+  }
   evaluation.Restart();
   for (Frames* frames : {&playing.mix, &playing.dry, &playing.highBandGain})
     frames->Clear();
@@ -50,9 +54,13 @@ void ModelStage::Restart(Mode newMode) {
 
 bool ModelStage::TrySwitch(Mode newMode) {
   firstSpread = chunk;
-  isDraining = newMode != mode && !thread.IsIdle();
-  if (isDraining || newMode == mode) return !isDraining;
-  thread.Forget();
+  if (newMode == mode) {
+    isDraining = false;
+    return true;
+  }
+  isDraining = !thread->IsIdle();
+  if (isDraining) return false;
+  thread->Forget();
   playing.mix.Clear();
   playing.dry.Clear();
   isAhead = false;
@@ -62,7 +70,8 @@ bool ModelStage::TrySwitch(Mode newMode) {
 }
 
 double ModelStage::TakeWorstLoad() {
-  return thread.TakeWorstSeconds() * modelRateHz / static_cast<double>(evaluation.ChunkFrames());
+  if (!thread) return 0;
+  return thread->TakeWorstSeconds() * modelRateHz / static_cast<double>(evaluation.ChunkFrames());
 }
 
 void ModelStage::Process(const float* const* input, StageOutput& output, std::size_t frames,
@@ -89,11 +98,11 @@ void ModelStage::EndChunk(std::size_t framesToCome) {
     Cover(evaluation.Run(collected.Channels(), playing.mix.Channels()));
   } else {
     Cover(FetchResult());
-    isAhead = framesToCome >= collected.Length() && thread.IsIdle();
+    isAhead = framesToCome >= collected.Length() && thread->IsIdle();
     if (isAhead)
       aheadHasResult = evaluation.Run(collected.Channels(), ahead.Channels());
     else if (!isDraining)
-      thread.Submit(collected, chunk);
+      thread->Submit(collected, chunk);
   }
   highBand.Follow(playing.mix, playing.dry, highBandChoice, gains, playing.highBandGain);
   ++chunk;
@@ -107,7 +116,7 @@ bool ModelStage::FetchResult() {
     return aheadHasResult;
   }
   bool hasResult = true;
-  if (chunk > firstSpread && thread.Take(chunk - 1, playing.mix, hasResult)) return hasResult;
+  if (chunk > firstSpread && thread->Take(chunk - 1, playing.mix, hasResult)) return hasResult;
   playing.mix.Clear();
   if (chunk == firstSpread || isDraining) return true;
   ++lateResults;

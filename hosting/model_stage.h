@@ -6,6 +6,8 @@
 #include "hosting/high_band.h"
 
 #include <cstdint>
+#include <memory>
+#include <optional>
 #include <vector>
 
 namespace Orvik::Tesmo::Hosting {
@@ -29,12 +31,13 @@ struct StageOutput {
 /// object; Process neither allocates nor waits, apart from what an evaluation in Mode::Direct does.
 class ModelStage {
 public:
-  /// `modelRateHz` is the rate of the frames here, `hostRateHz` that of the audio outside. Slow.
-  /// Throws what Evaluation throws.
-  ModelStage(const Description& description, const ModelBytes& model, unsigned channelCount,
-             double modelRateHz, double hostRateHz);
+  /// `stream`: as Evaluation takes it. `modelRateHz` is the rate of the frames here, `hostRateHz`
+  /// that of the audio outside. Without a thread Mode::Spread must not be asked for. Slow.
+  ModelStage(const Description& description, std::unique_ptr<StreamProcessor> stream,
+             std::size_t channelCount, double modelRateHz, double hostRateHz, bool hasThread);
 
-  Evaluation& Gains() { return evaluation; }
+  Evaluation& GetEvaluation() { return evaluation; }
+  const Evaluation& GetEvaluation() const { return evaluation; }
   /// What the evaluation's gains come to, for the dry path: a result that is missing is replaced by
   /// the dry path at the gain of Rest, and `choice` needs them.
   void SetDryGains(const MixGains& newGains, HighBand choice) {
@@ -63,7 +66,9 @@ public:
   void Process(const float* const* input, StageOutput& output, std::size_t frames,
                std::size_t framesToCome);
   /// Sleeps until every result is there, for hosts that do not play in real time: none is late.
-  void WaitForResults() const { thread.WaitUntilIdle(); }
+  void WaitForResults() const {
+    if (thread) thread->WaitUntilIdle();
+  }
 
 private:
   void BeginDry();
@@ -98,7 +103,7 @@ private:
   // the last frame.
   std::vector<float> step, lastDifference;
 
-  EvaluationThread thread;
+  std::optional<EvaluationThread> thread;
 };
 
 }  // namespace Orvik::Tesmo::Hosting

@@ -23,7 +23,7 @@ int Check(const std::string& path, StreamRequest request) {
     model.MakeStream(request);
     std::cout << "accepted: " << file.path << '\n';
     PrintField(std::cout, "stream", StreamText(request, facts));
-    PrintField(std::cout, "latency", LatencyText(facts.Latency(request), facts));
+    PrintField(std::cout, "latency", LatencyText(facts.Latency(request), facts.sampleRateHz));
     PrintNotes(std::cout, Notes(facts));
     return ExitStatus::Ok;
   } catch (...) {

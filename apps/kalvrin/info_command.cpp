@@ -66,8 +66,8 @@ void PrintGeometry(const ModelFacts& facts) {
              layout.GetInputComponents() > 1
                  ? "spectra of " + Counted(layout.GetFeatureSize(), "bin")
                  : std::string("samples"));
-  PrintField(std::cout, "window", LatencyText(window, facts) + ", " + WindowText(facts));
-  PrintField(std::cout, "hop", LatencyText(layout.GetHopLength(), facts));
+  PrintField(std::cout, "window", LatencyText(window, facts.sampleRateHz) + ", " + WindowText(facts));
+  PrintField(std::cout, "hop", LatencyText(layout.GetHopLength(), facts.sampleRateHz));
   const bool own = facts.info.GetBaselineSequenceSize() != 0;
   PrintField(std::cout, "sequence",
              Counted(facts.Settle({}).sequenceSize, "window") + " per evaluation, " +
@@ -163,7 +163,7 @@ void PrintLatencies(const ModelFacts& facts) {
   for (const std::uint64_t block : {32, 64, 128, 256, 480, 512, 960, 1024, 2048, 4096}) {
     settled.blockFrames = block;
     PrintField(std::cout, "block " + std::to_string(block),
-               LatencyText(facts.Latency(settled), facts));
+               LatencyText(facts.Latency(settled), facts.sampleRateHz));
   }
 }
 

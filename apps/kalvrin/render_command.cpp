@@ -23,6 +23,12 @@ struct Settings : RenderSettings {
 
 constexpr std::uint64_t mostJobs = 1024;
 
+Hosting::HighBand ParseHighBand(const std::string& text) {
+  if (text == "follow") return Hosting::HighBand::Follow;
+  if (text == "rest") return Hosting::HighBand::Rest;
+  throw UsageError("'" + text + "' is not follow or rest");
+}
+
 int RenderMany(const Settings& settings) {
   if (settings.model == "-") throw UsageError("MODEL cannot be standard input for many files");
   if (settings.output == "-") throw UsageError("OUT is a folder for many files");
@@ -96,7 +102,11 @@ std::function<int()> Declare(CLI::App& line) {
            "frames of a ProcessBlock call (default: one hop of the model)");
   AddFlag(line, "--raw-latency", s->rawLatency,
           "leave the latency in: the output starts late and is longer by it");
-  AddFlag(line, "--resample", s->resample, "convert audio of another rate to the model's and back");
+  AddFlag(line, "--resample", s->resample,
+          "take audio of another rate than the model's; the output keeps its whole band");
+  AddOption(line, "--high-band", "CHOICE",
+            "above the model's band: follow (default) what the mix did below, or rest",
+            [s](const std::string& text) { s->highBand = ParseHighBand(text); });
   AddOption(line, "--format", "FORMAT",
             "wav, flac or ogg (default: by the extension of OUT, wav without one)",
             [s](const std::string& text) { s->container = ParseContainer(text); });

@@ -38,10 +38,9 @@ std::string DurationText(double seconds) {
   return seconds < 1 ? Format("%.1f ms", seconds * 1000) : Format("%.2f s", seconds);
 }
 
-std::string LatencyText(std::uint64_t frames, const ModelFacts& facts) {
+std::string LatencyText(std::uint64_t frames, std::int32_t rateHz) {
   std::string text = Counted(frames, "frame");
-  if (facts.sampleRateHz > 0)
-    text += " (" + DurationText(static_cast<double>(frames) / facts.sampleRateHz) + ")";
+  if (rateHz > 0) text += " (" + DurationText(static_cast<double>(frames) / rateHz) + ")";
   return text;
 }
 

@@ -25,8 +25,8 @@ std::string Counted(std::uint64_t count, std::string_view noun);
 /// "12.5 ms", "1.25 s".
 std::string DurationText(double seconds);
 
-/// "1152 frames (24.0 ms)"; without the time where the model states no sample rate.
-std::string LatencyText(std::uint64_t frames, const ModelFacts& facts);
+/// "1152 frames (24.0 ms)"; without the time where the rate is 0.
+std::string LatencyText(std::uint64_t frames, std::int32_t rateHz);
 
 /// What the stage multiplies by before and behind the model: "hann of 400 frames".
 std::string WindowText(const ModelFacts& facts);

@@ -10,7 +10,9 @@
 #include <algorithm>
 #include <cmath>
 #include <filesystem>
+#include <functional>
 #include <limits>
+#include <numeric>
 #include <sndfile.hh>
 
 namespace TestSupport {
@@ -200,24 +202,53 @@ TEST_F(Render, StemsAddUpToTheInput) {
     ASSERT_NEAR(speech.samples[i], audio.samples[i] * (i % 2 ? 1 : 0.5), rounding) << i;
 }
 
-TEST_F(Render, ResamplesThereAndBack) {
-  const Options model{.features = 64, .metadata = {{"SampleRate", "48000"}}};
-  for (const int rate : {44100, 8000, 96000, 48000})
+TEST_F(Render, AnyRateKeepsItsWholeBandItsLengthAndItsPlace) {
+  const Options model{.features = 512, .metadata = {{"SampleRate", "16000"}}};
+  for (const int rate : {8000, 44100, 48000, 96000, 192000})
     for (const std::size_t frames : {20011, 1, 0}) {
-      const Audio audio = MakeSine(rate, 1000, frames);
+      Audio audio = MakeNoise(frames, 2, TestSeed());
+      audio.rate = rate;
       Prepare(model, audio);
       Run("--resample");
       const Audio out = ReadAudio(folder / "out.wav");
       EXPECT_EQ(out.rate, rate);
-      ASSERT_EQ(out.samples.size(), frames) << rate;
-      // The ends lack what lies beyond them; between them the sine comes back.
-      for (std::size_t i = 500; i + 500 < frames; ++i)
-        ASSERT_NEAR(out.samples[i], audio.samples[i], 1e-4) << rate << " Hz, frame " << i;
+      EXPECT_LE(GreatestDifference(out.samples, audio.samples), 3e-7) << rate;
     }
-  Prepare(model, MakeSine(44100, 1000, 441));
-  Run("--resample --raw-latency");
-  // 128 frames of latency at 48000 Hz are 117.6 at 44100 Hz.
-  EXPECT_EQ(ReadAudio(folder / "out.wav").Frames(), 441U + 118U);
+  const Audio audio = MakeNoise(441, 1, TestSeed());
+  Prepare(model, audio);
+  const std::string said = Run("--resample --raw-latency").out;  // "latency  1234 frames (...)"
+  std::vector<float> later(std::stoul(said.substr(said.find("latency") + 7)));
+  EXPECT_GT(later.size(), 4 * 256U) << "more than the model's";
+  later.insert(later.end(), audio.samples.begin(), audio.samples.end());
+  EXPECT_LE(GreatestDifference(ReadAudio(folder / "out.wav").samples, later), 3e-7);
+}
+
+TEST_F(Render, WhatIsAboveTheModelsBandIsInRest) {
+  Audio audio = MakeNoise(40000, 1, TestSeed());  // at 48 kHz
+  Prepare({.features = 64,
+           .classGains = {0.75F, 0.25F},
+           .metadata = {{"AudioClassNames", R"(["A","B"])"}, {"SampleRate", "16000"}}},
+          audio);
+  Run("--resample --stems stems --rest=-20dB");
+  const auto stem = [&](const std::string& name) {
+    return ReadAudio(folder / ("stems/" + name + ".wav")).samples;
+  };
+  std::vector<float> sum = stem("A");
+  for (const char* name : {"B", "Rest"})
+    std::ranges::transform(sum, stem(name), sum.begin(), std::plus());
+  EXPECT_LE(GreatestDifference(sum, audio.samples), 1e-6);
+  EXPECT_EQ(stem("Mix"), ReadAudio(folder / "out.wav").samples);
+
+  // The classes claim all of the model's third of the band.
+  const auto power = [](const std::vector<float>& samples) {
+    return std::inner_product(samples.begin(), samples.end(), samples.begin(), 0.0);
+  };
+  const double all = power(audio.samples);
+  EXPECT_NEAR(power(stem("Rest")) / all, 2.0 / 3, 0.05);
+  EXPECT_NEAR(power(stem("Mix")) / all, 1, 0.05) << "it follows the classes";
+  Run("--resample --rest=-20dB --high-band=rest");
+  EXPECT_NEAR(power(ReadAudio(folder / "out.wav").samples) / all, 1.0 / 3, 0.05);
+  ExpectPart(Run("--high-band=on", "out.wav", 2).err, "'on' is not follow or rest");
 }
 
 TEST_F(Render, ThroughPipesAndOntoItself) {

@@ -12,7 +12,7 @@ diff <(echo "$declared") <(echo "$exported") || fault "declared (<) and exported
 
 dynamic=$(readelf -d "$library")
 grep -q 'SONAME.*\[libkalvrin_c.so.0\]' <<<"$dynamic" || fault "soname"
-if grep NEEDED <<<"$dynamic" | grep -qE 'kalvrin|onnx|sndfile|proto|soxr'; then fault "needs another library of this project, of the tool or the engine"; fi
+if grep NEEDED <<<"$dynamic" | grep -qE 'kalvrin|onnx|sndfile|proto'; then fault "needs another library of this project, of the tool or the engine"; fi
 grep -q 'BIND_NOW\|FLAGS.* NOW' <<<"$dynamic" || fault "symbols bound late"
 
 [ "$faults" = 0 ]

@@ -1,6 +1,5 @@
 #pragma once
 
-#include "audio/resampler.h"
 #include "audio/sound_file.h"
 #include "hosting/frames.h"
 #include "kalvrin/stream_processor.h"
@@ -8,18 +7,17 @@
 #include <cstdint>
 #include <limits>
 #include <memory>
-#include <optional>
 #include <utility>
 #include <vector>
 
 namespace Orvik::Tesmo::Tool {
 
-/// The sizes that all streams of a render share. Model frames are frames at the model's rate.
+/// The sizes that all streams of a render share.
 struct RenderSizes {
   std::size_t channelCount;
   std::size_t blockFrames;
-  std::uint64_t skippedFrames;  // model frames left out at the start
-  double modelRateHz, fileRateHz;
+  std::uint64_t skippedFrames;  // left out at the start
+  double rateHz;                // of the audio
 };
 
 /// One stream and the files that its output goes to.
@@ -34,31 +32,27 @@ public:
   /// cannot be written.
   void Process(const float* const* input);
 
-  /// How many model frames are kept, after the skipped ones; call it before they have all come.
-  void SetLength(std::uint64_t modelFrames) { length = modelFrames; }
+  /// How many frames are kept, after the skipped ones; call it before they have all come.
+  void SetLength(std::uint64_t frames) { length = frames; }
 
-  /// Completes the files at `fileFrames` frames, with silence where frames are missing.
-  void Finish(std::uint64_t fileFrames);
+  /// Completes the files.
+  void Finish();
 
   const std::vector<std::unique_ptr<AudioWriter>>& Writers() const { return writers; }
   /// Time spent in the stream so far.
   double ProcessingSeconds() const { return processingSeconds; }
 
 private:
-  std::span<const float> Keep(std::span<const float> modelFrames);
-  void Deliver(std::span<const float> modelFrames);
-  void Write(std::span<const float> fileFrames);
+  std::span<const float> Keep(std::span<const float> frames);
 
   RenderSizes sizes;
   std::unique_ptr<StreamProcessor> stream;
   std::vector<std::unique_ptr<AudioWriter>> writers;
   Hosting::Frames block;
-  std::vector<float> interleaved, converted;
-  std::uint64_t skip;  // model frames still to be left out
-  std::uint64_t length = std::numeric_limits<std::uint64_t>::max();  // model frames to be kept
+  std::vector<float> interleaved;
+  std::uint64_t skip;                                                // frames still to be left out
+  std::uint64_t length = std::numeric_limits<std::uint64_t>::max();  // frames to be kept
   std::uint64_t keptFrames = 0;
-  std::optional<Resampler> resampler;
-  std::uint64_t writtenFrames = 0;
   std::uint64_t blocks = 0;
   double processingSeconds = 0;
 };

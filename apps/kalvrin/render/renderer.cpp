@@ -6,9 +6,10 @@
 #include "system/process.h"
 
 #include <algorithm>
-#include <cmath>
 #include <cstdio>
 #include <ostream>
+#include <stdexcept>
+#include <utility>
 
 namespace Orvik::Tesmo::Tool {
 
@@ -19,14 +20,31 @@ Renderer::Renderer(RenderSettings wanted, LoadedModel& renderModel)
   settings.stream.channelCount = channelCount;
   BuildMix();
   if (!settings.stemFolder.empty()) BuildStems();
-  if (ModelRate() != reader.SampleRate())
-    toModelRate.emplace(reader.SampleRate(), ModelRate(), static_cast<unsigned>(channelCount));
   block.emplace(channelCount, settings.stream.blockFrames);
 }
 
-/// The rate of the streams: the model's, or the file's where the model states none.
-double Renderer::ModelRate() const {
-  return model.Facts().sampleRateHz > 0 ? model.Facts().sampleRateHz : reader.SampleRate();
+/// The model states a rate, and the file has another.
+bool Renderer::IsConverted() const {
+  const std::int32_t rate = model.Facts().sampleRateHz;
+  return rate > 0 && rate != reader.SampleRate();
+}
+
+/// A stream at the rate of the file. `highBand`: what it plays above the model's band.
+std::unique_ptr<StreamProcessor> Renderer::MakeStream(Hosting::HighBand highBand) {
+  if (!IsConverted()) return model.MakeStream(settings.stream);
+  StreamRequest inner = settings.stream;
+  inner.blockFrames = Hosting::FullBandStream::InnerBlockFrames(model.Facts(), settings.stream);
+  auto atModelRate = model.MakeStream(inner);
+  try {
+    auto stream = std::make_unique<Hosting::FullBandStream>(
+        model.Facts(), settings.stream, reader.SampleRate(), std::move(atModelRate));
+    stream->SetHighBand(highBand);
+    latency = stream->LatencyFrames();
+    converted.push_back(stream.get());
+    return stream;
+  } catch (const std::runtime_error& error) {  // rates too far apart
+    throw Refusal(reader.Name() + ": " + error.what());
+  }
 }
 
 void Renderer::BuildMix() {
@@ -34,12 +52,12 @@ void Renderer::BuildMix() {
   try {
     model.Load();
     settings.stream = model.Facts().Settle(settings.stream);
-    mix = model.MakeStream(settings.stream);
+    ExpectRate();
+    latency = model.Facts().Latency(settings.stream);
+    mix = MakeStream(settings.highBand);
   } catch (...) {
     throw model.RefusalFor(settings.stream);
   }
-  ExpectRate();
-  latency = model.Facts().Latency(settings.stream);
   SetMix(*mix, settings.gains, model.Facts());
   AddStream(std::move(mix)).AddWriter(MakeWriter(settings.output));
 }
@@ -58,14 +76,14 @@ void Renderer::BuildStems() {
   streams.front()->AddWriter(MakeWriter(pathOf(0)));
   std::size_t index = 2;
   for (const Stem& stem : stems) {
-    auto stream = model.MakeStream(settings.stream);
+    auto stream = MakeStream(Hosting::HighBand::Rest);  // so that the stems add up to the input
     SetStem(*stream, stem);
     AddStream(std::move(stream)).AddWriter(MakeWriter(pathOf(stem.isRemainder ? 1 : index++)));
   }
 }
 
 void Renderer::ExpectRate() const {
-  if (settings.resample || ModelRate() == reader.SampleRate()) return;
+  if (settings.resample || !IsConverted()) return;
   throw Refusal(reader.Name() + " has a sample rate of " + std::to_string(reader.SampleRate()) +
                 " Hz, and the model works at " + std::to_string(model.Facts().sampleRateHz) +
                 " Hz; --resample converts there and back");
@@ -76,8 +94,7 @@ RenderStream& Renderer::AddStream(std::unique_ptr<StreamProcessor> stream) {
   sizes.channelCount = channelCount;
   sizes.blockFrames = settings.stream.blockFrames;
   sizes.skippedFrames = settings.rawLatency ? 0 : latency;
-  sizes.modelRateHz = ModelRate();
-  sizes.fileRateHz = reader.SampleRate();
+  sizes.rateHz = reader.SampleRate();
   streams.push_back(std::make_unique<RenderStream>(std::move(stream), sizes));
   return *streams.back();
 }
@@ -100,32 +117,19 @@ void Renderer::Run(ProgressLine& progress) {
 void Renderer::ReadAll(ProgressLine& progress) {
   constexpr std::size_t framesAtOnce = 4096;
   std::vector<float> read(framesAtOnce * channelCount);
-  std::vector<float> converted;
   for (;;) {
     ThrowIfInterrupted();
     const std::size_t frames = reader.Read(read.data(), framesAtOnce);
     if (frames == 0) break;
     readFrames += frames;
-    const std::span<const float> audio(read.data(), frames * channelCount);
-    if (toModelRate) {
-      converted.clear();
-      toModelRate->Process(audio, converted);
-      Feed(converted);
-    } else {
-      Feed(audio);
-    }
+    Feed({read.data(), frames * channelCount});
     if (const auto expected = reader.FrameCount())
       progress.Update(static_cast<double>(readFrames) / static_cast<double>(*expected));
   }
-  if (!toModelRate) return;
-  converted.clear();
-  toModelRate->Finish(converted);
-  Feed(converted);
 }
 
 void Renderer::Feed(std::span<const float> audio) {
   pending.insert(pending.end(), audio.begin(), audio.end());
-  modelFrames += audio.size() / channelCount;
   std::size_t used = 0;
   const std::size_t step = channelCount * block->Length();
   for (; pending.size() - used >= step; used += step)
@@ -144,19 +148,16 @@ void Renderer::RunBlock(const float* interleaved) {
 
 /// Feeds silence until the streams have returned all audio, and completes the files.
 void Renderer::Flush() {
-  const std::uint64_t delay = settings.rawLatency ? latency : 0;
   for (const auto& stream : streams)
-    stream->SetLength(modelFrames + delay);
-  while (modelFrames > 0 && runFrames < modelFrames + latency) {
+    stream->SetLength(readFrames + (settings.rawLatency ? latency : 0));
+  while (readFrames > 0 && runFrames < readFrames + latency) {
     ThrowIfInterrupted();
     pending.resize(channelCount * block->Length());
     RunBlock(pending.data());
     pending.clear();
   }
-  const auto fileDelay = static_cast<std::uint64_t>(
-      std::llround(static_cast<double>(delay) * reader.SampleRate() / ModelRate()));
   for (const auto& stream : streams)
-    stream->Finish(readFrames + fileDelay);
+    stream->Finish();
 }
 
 double Renderer::AudioSeconds() const {
@@ -173,9 +174,10 @@ void Renderer::PrintSummary(std::ostream& out) const {
              Counted(channelCount, "channel") + ", " + std::to_string(reader.SampleRate()) +
                  " Hz, " + DurationText(audioSeconds));
   PrintField(out, "gains", MixText(settings.gains, model.Facts()));
-  PrintField(out, "latency",
-             LatencyText(latency, model.Facts()) +
-                 (settings.rawLatency ? ", left in" : ", taken out"));
+  PrintField(
+      out, "latency",
+      LatencyText(latency, IsConverted() ? reader.SampleRate() : model.Facts().sampleRateHz) +
+          (settings.rawLatency ? ", left in" : ", taken out"));
   char speed[96];
   std::snprintf(speed, sizeof speed, "real-time factor %.4f (%s of processing)",
                 audioSeconds > 0 ? processing / audioSeconds : 0.0,
@@ -193,6 +195,12 @@ std::vector<std::string> Renderer::Warnings() const {
     warn(reader.Name() + " holds values that are not finite (" +
          Counted(reader.NonFiniteSamples(), "sample") + ", the first in frame " +
          std::to_string(reader.FirstNonFiniteFrame()) + "); they are taken as silence");
+  std::uint64_t silenced = 0;
+  for (const Hosting::FullBandStream* stream : converted)
+    silenced += stream->NonFiniteSamples();
+  if (silenced != 0)
+    warn("the model gave values that are not finite (" + Counted(silenced, "sample") +
+         "); they are taken as silence");
   for (const auto& stream : streams)
     for (const auto& writer : stream->Writers()) {
       if (writer->NonFiniteSamples() != 0)

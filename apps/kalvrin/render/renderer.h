@@ -2,7 +2,7 @@
 
 #include "audio/sound_file.h"
 #include "command_line/progress.h"
-#include "hosting/frames.h"
+#include "hosting/full_band_stream.h"
 #include "model/model.h"
 #include "render/mix.h"
 #include "render/render_stream.h"
@@ -25,6 +25,7 @@ struct RenderSettings {
   std::string stemFolder;  // empty: no stems
   bool rawLatency = false;
   bool resample = false;
+  Hosting::HighBand highBand = Hosting::HighBand::Follow;
 };
 
 /// One render: reads a file and writes the mix and, where asked, the stems. Each has a stream of
@@ -51,30 +52,29 @@ public:
 private:
   void BuildMix();
   void BuildStems();
+  bool IsConverted() const;
   void ExpectRate() const;
+  std::unique_ptr<StreamProcessor> MakeStream(Hosting::HighBand highBand);
   RenderStream& AddStream(std::unique_ptr<StreamProcessor> stream);
   std::unique_ptr<AudioWriter> MakeWriter(const std::string& path) const;
   void ReadAll(ProgressLine& progress);
-  void Feed(std::span<const float> modelFrames);
+  void Feed(std::span<const float> audio);
   void RunBlock(const float* interleaved);
   void Flush();
-
-  double ModelRate() const;
 
   RenderSettings settings;
   AudioReader reader;
   LoadedModel& model;
   std::size_t channelCount;
-  std::uint64_t latency = 0;  // model frames
+  std::uint64_t latency = 0;  // frames
   AudioFormat format;
   std::optional<StemFolder> stemFolder;
-  std::vector<std::unique_ptr<RenderStream>> streams;  // the first is the mix
-  std::optional<Resampler> toModelRate;
-  std::vector<float> pending;  // model frames that do not fill a block yet, interleaved
+  std::vector<std::unique_ptr<RenderStream>> streams;     // the first is the mix
+  std::vector<const Hosting::FullBandStream*> converted;  // those that convert, owned by `streams`
+  std::vector<float> pending;  // frames that do not fill a block yet, interleaved
   std::optional<Hosting::Frames> block;
-  std::uint64_t readFrames = 0;   // of the file
-  std::uint64_t modelFrames = 0;  // gone into `pending`
-  std::uint64_t runFrames = 0;    // gone through the streams
+  std::uint64_t readFrames = 0;  // of the file
+  std::uint64_t runFrames = 0;   // gone through the streams
 };
 
 }  // namespace Orvik::Tesmo::Tool

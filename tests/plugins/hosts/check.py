@@ -32,12 +32,13 @@ def model(name):
     return build / f"models/{name}.onnx"
 
 
-def rendered(name, classes, rest, audio):
+def rendered(name, classes, rest, audio, rate=16000):
     """What the tool gives for the gains, in time with the input."""
-    write_wav(work / "in.wav", audio, 16000)
+    write_wav(work / "in.wav", audio, rate)
     db = lambda value: "-infdB" if value <= -60 else f"{value}dB"
     gains = [f"--gain={key}={db(value)}" for key, value in classes.items()]
-    run(tool, "render", model(name), work / "in.wav", work / "out.wav", *gains, f"--rest={db(rest)}", "--encoding", "float")
+    run(tool, "render", model(name), work / "in.wav", work / "out.wav", *gains, f"--rest={db(rest)}", "--encoding", "float",
+        "--resample")
     return read_audio(work / "out.wav", audio.shape[1])
 
 
@@ -128,7 +129,11 @@ def check_ffmpeg(mix):
             expected = rendered(name, classes, rest, signal(3, channels))
             found = read_audio(work / "in.wav", channels, "-af", mix(symbol, form, classes, rest))
             results.append(equal_bits(found, expected, direct_latency(name)))
-    return f"{len(results)} runs, {results[-1]}"
+    for rate, (name, symbol, classes, rest) in zip((44100, 48000, 96000, 192000), MODELS):
+        expected = rendered(name, classes, rest, signal(3, 1, rate), rate)
+        found = read_audio(work / "in.wav", 1, "-af", mix(symbol, "mono", classes, rest))
+        results.append(equal_bits(found, expected, offset(found[:, 0], expected[:, 0])))
+    return f"{len(results)} runs at 16 to 192 kHz, {results[-1]}"
 
 
 def check_gstreamer(element, settings):
@@ -170,15 +175,16 @@ def check_rates():
     need("ffmpeg")
     worst = 0
     for rate in (8000, 44100, 48000, 96000, 192000):
-        given = np.random.default_rng(rate).uniform(-1, 1, (2 * rate, 1)).astype("<f4")
+        given = np.random.default_rng(rate).uniform(-1, 1, (2 * rate, 2)).astype("<f4")
         write_wav(work / "in.wav", given, rate)
-        found = read_audio(work / "in.wav", 1, "-af", lv2_filter("noise_reducer", "mono"))[:, 0]
-        latency = offset(found, given[:rate, 0])
-        expect(len(found) > latency + rate, f"{rate} Hz: only {len(found)} frames came")
-        differences = np.abs(found[latency:].astype(float) - given[:len(found) - latency, 0])
-        worst = max(worst, np.max(differences))
-        expect(worst <= 3e-7, f"{rate} Hz: {worst:.2g} from the input, {latency} frames later")
-    return f"noise up to the highest frequency comes through within {worst:.2g} at 8 to 192 kHz"
+        for chain in (lv2_filter("noise_reducer", "stereo"), ladspa_mix("noise_reducer", "stereo", {"Speech": 0}, 0)):
+            found = read_audio(work / "in.wav", 2, "-af", chain)
+            latency = offset(found[:, 0], given[:rate, 0])
+            expect(len(found) > latency + rate, f"{rate} Hz: only {len(found)} frames came")
+            differences = np.abs(found[latency:].astype(float) - given[:len(found) - latency])
+            worst = max(worst, np.max(differences))
+            expect(worst <= 3e-7, f"{rate} Hz, {chain}: {worst:.2g} from the input, {latency} frames later")
+    return f"noise up to the highest frequency comes through within {worst:.2g} at 8 to 192 kHz, LV2 and LADSPA"
 
 
 latencies = {}
