@@ -1,15 +1,20 @@
 "use strict";
 // Builds a section for each of window.scenes (written by the demonstration) and connects its controls.
 
-// The sample rate of the audio. At another rate the browser would resample each part.
-const context = new AudioContext({ sampleRate: window.scenes[0].rate });
+// By sample rate of the audio. At another rate the browser would resample each part.
+const contexts = {};
 const players = [];
+
+function contextOf(rate) {
+  contexts[rate] ??= new AudioContext({ sampleRate: rate });
+  return contexts[rate];
+}
 
 function fromTemplate(id) {
   return document.getElementById(id).content.firstElementChild.cloneNode(true);
 }
 
-async function decode(base64) {
+async function decode(base64, context) {
   const bytes = Uint8Array.from(atob(base64), (c) => c.charCodeAt(0));
   return context.decodeAudioData(bytes.buffer);
 }
@@ -59,7 +64,7 @@ class Track {
 class Player {
   constructor(scene, buffers) {
     this.scene = scene;
-    this.mixer = new Mixer(context, buffers);
+    this.mixer = new Mixer(contextOf(scene.rate), buffers);
     this.element = fromTemplate("scene");
     const find = (selector) => this.element.querySelector(selector);
     find("h2").textContent = scene.title;
@@ -111,7 +116,7 @@ class Player {
   drawMix() {
     const factors = Object.fromEntries(Object.values(this.tracks).filter((track) => track.slider)
                                            .map((track) => [track.name, track.factor]));
-    Spectrogram.draw(this.tracks.Mix.canvas, this.mixer.mixed(factors), context.sampleRate);
+    Spectrogram.draw(this.tracks.Mix.canvas, this.mixer.mixed(factors), this.scene.rate);
   }
 
   reset() {
@@ -141,7 +146,7 @@ class Player {
 async function build() {
   for (const scene of window.scenes) {
     const names = Object.keys(scene.audio);
-    const buffers = await Promise.all(names.map((name) => decode(scene.audio[name])));
+    const buffers = await Promise.all(names.map((name) => decode(scene.audio[name], contextOf(scene.rate))));
     const player = new Player(scene, Object.fromEntries(names.map((name, i) => [name, buffers[i]])));
     players.push(player);
     document.getElementById("scenes").append(player.element);

@@ -25,11 +25,11 @@ LEVELS = """
   mixer.seek(start);
   mixer.play();
   setTimeout(async () => {
-    await context.suspend();  // so that all meters show the same moment
+    await mixer.context.suspend();  // so that all meters show the same moment
     const levels = {};
     for (const name of Object.keys(mixer.meters)) levels[name] = mixer.level(name);
     mixer.pause();
-    await context.resume();
+    await mixer.context.resume();
     done(levels);
   }, 700);
 """
@@ -85,9 +85,11 @@ class Page(unittest.TestCase):
     def reset(self, scene):
         scene.find_element(By.CSS_SELECTOR, "button.reset").click()
 
-    def test_three_scenes_with_all_parts_and_facts(self):
+    def test_four_scenes_with_all_parts_and_facts(self):
         scenes = self.scenes()
-        self.assertEqual(len(scenes), 3)
+        self.assertEqual(len(scenes), 4)
+        rates = self.driver.execute_script("return players.map(({mixer}) => mixer.buffers.Original.sampleRate)")
+        self.assertEqual(rates, [16000, 16000, 16000, 48000])
         for scene in scenes:
             names = list(self.tracks(scene))
             self.assertEqual((names[0], names[-2], names[-1]), ("Original", "Rest", "Mix"))
