@@ -6,8 +6,10 @@
 #include "runtime/model_loading.h"
 #include "stream/set_up.h"
 
+#include <cmath>
 #include <new>
 #include <optional>
+#include <stdexcept>
 #include <utility>
 
 namespace Orvik::Tesmo::C {
@@ -87,14 +89,42 @@ LoadedModel::LoadedModel(const void* bytes, std::size_t size) : engine(Engine())
   });
 }
 
-BuiltStream LoadedModel::BuildStream(Diagnosis::StreamRequest request) const {
-  request = facts->Settle(request);
-  return Explained(description, request, [&]() -> BuiltStream {
-    auto processor = AssembleStream(engine, model, request.sequenceSize, request.channelCount,
-                                    request.blockFrames);
-    return {std::move(processor), SizesOf(*facts, request), ClassesOf(facts->info),
+BuiltStream LoadedModel::BuildStream(Diagnosis::StreamRequest request, int rateHz) const {
+  if (rateHz < 0) throw Failure{KALVRIN_INVALID_ARGUMENT, "a sample rate is a number from 0"};
+  const bool isConverted = rateHz != 0 && facts->sampleRateHz > 0 && rateHz != facts->sampleRateHz;
+  if (isConverted) return BuildAtRate(request, rateHz);
+  return BuildAtModelRate(facts->Settle(request));
+}
+
+BuiltStream LoadedModel::BuildAtModelRate(const Diagnosis::StreamRequest& settled) const {
+  return Explained(description, settled, [&]() -> BuiltStream {
+    auto processor = AssembleStream(engine, model, settled.sequenceSize, settled.channelCount,
+                                    settled.blockFrames);
+    return {std::move(processor), SizesOf(*facts, settled), ClassesOf(facts->info),
             Diagnosis::Notes(*facts)};
   });
+}
+
+BuiltStream LoadedModel::BuildAtRate(Diagnosis::StreamRequest request, int rateHz) const {
+  const double audioPerModel = static_cast<double>(rateHz) / facts->sampleRateHz;
+  if (request.blockFrames == 0)
+    request.blockFrames = static_cast<std::uint64_t>(
+        std::ceil(static_cast<double>(facts->layout.GetHopLength()) * audioPerModel));
+  request = facts->Settle(request);
+  Diagnosis::StreamRequest inner = request;
+  inner.blockFrames = Hosting::FullBandStream::InnerBlockFrames(*facts, request);
+  BuiltStream built = BuildAtModelRate(inner);
+  try {
+    auto stream = std::make_unique<Hosting::FullBandStream>(*facts, request, rateHz,
+                                                            std::move(built.processor));
+    built.fullBand = stream.get();
+    built.sizes.block_frames = request.blockFrames;
+    built.sizes.latency_frames = stream->LatencyFrames();
+    built.processor = std::move(stream);
+  } catch (const std::runtime_error& error) {  // rates too far apart
+    throw Failure{KALVRIN_INVALID_ARGUMENT, error.what()};
+  }
+  return built;
 }
 
 }  // namespace Orvik::Tesmo::C

@@ -4,6 +4,7 @@
 
 #include "diagnosis/model_description.h"
 #include "diagnosis/model_facts.h"
+#include "hosting/full_band_stream.h"
 #include "kalvrin.h"
 #include "kalvrin/stream_processor.h"
 #include "platform/platform.h"
@@ -33,6 +34,7 @@ struct BuiltStream {
   kalvrin_sizes sizes;
   std::vector<ClassName> classes;  ///< in the model's order, then Rest
   std::vector<std::string> notes;
+  Hosting::FullBandStream* fullBand = nullptr;  ///< `processor`, at another rate than the model's
 };
 
 /// A model in the engine, for any number of streams. Does not change.
@@ -41,10 +43,14 @@ public:
   /// `bytes` are read during the call only. Throws Failure.
   LoadedModel(const void* bytes, std::size_t size);
 
-  /// The stream does not need this object any more. Throws Failure.
-  BuiltStream BuildStream(Diagnosis::StreamRequest request) const;
+  /// `rateHz`: of the audio; 0: the model's. The stream does not need this object any more. Throws
+  /// Failure.
+  BuiltStream BuildStream(Diagnosis::StreamRequest request, int rateHz) const;
 
 private:
+  BuiltStream BuildAtModelRate(const Diagnosis::StreamRequest& settled) const;
+  BuiltStream BuildAtRate(Diagnosis::StreamRequest request, int rateHz) const;
+
   std::shared_ptr<Platform::Runtime> engine;
   std::shared_ptr<Platform::Model> model;
   std::optional<Diagnosis::ModelDescription> description;

@@ -62,10 +62,10 @@ kalvrin_status Guarded(kalvrin_status onFailure, Work work) noexcept {
 }
 
 std::unique_ptr<kalvrin_stream> MakeStream(const C::LoadedModel& model,
-                                           const kalvrin_request* request) {
+                                           const kalvrin_request* request, int rateHz) {
   const kalvrin_request wanted = request ? *request : kalvrin_request{};
   auto stream = std::make_unique<kalvrin_stream>();
-  stream->built = model.BuildStream({wanted.channels, wanted.windows, wanted.block_frames});
+  stream->built = model.BuildStream({wanted.channels, wanted.windows, wanted.block_frames}, rateHz);
   const kalvrin_sizes& sizes = stream->built.sizes;
   stream->block = Dnn::PlanarBuffer(sizes.channels, sizes.block_frames);
   return stream;
@@ -117,7 +117,7 @@ kalvrin_status kalvrin_create(const void* model, size_t model_size, const kalvri
                               char* reason, size_t reason_size, kalvrin_stream** stream) {
   return Created(stream, reason, reason_size, [&] {
     RequireModel(model, model_size);
-    return MakeStream(C::LoadedModel(model, model_size), request);
+    return MakeStream(C::LoadedModel(model, model_size), request, 0);
   });
 }
 
@@ -131,9 +131,15 @@ kalvrin_status kalvrin_load_model(const void* model, size_t model_size, char* re
 
 kalvrin_status kalvrin_create_from(const kalvrin_model* model, const kalvrin_request* request,
                                    char* reason, size_t reason_size, kalvrin_stream** stream) {
+  return kalvrin_create_at_rate(model, request, 0, reason, reason_size, stream);
+}
+
+kalvrin_status kalvrin_create_at_rate(const kalvrin_model* model, const kalvrin_request* request,
+                                      int sample_rate_hz, char* reason, size_t reason_size,
+                                      kalvrin_stream** stream) {
   return Created(stream, reason, reason_size, [&] {
     if (!model) throw C::Failure{KALVRIN_INVALID_ARGUMENT, "there is no model"};
-    return MakeStream(model->loaded, request);
+    return MakeStream(model->loaded, request, sample_rate_hz);
   });
 }
 
@@ -180,6 +186,15 @@ kalvrin_status kalvrin_set_master_gain(kalvrin_stream* stream, float gain) {
   return Guarded(KALVRIN_INVALID_ARGUMENT, [&] {
     return stream->built.processor->SetMasterGain(gain) ? KALVRIN_OK : KALVRIN_INVALID_ARGUMENT;
   });
+}
+
+kalvrin_status kalvrin_set_high_band(kalvrin_stream* stream, kalvrin_high_band choice) {
+  if (!stream || (choice != KALVRIN_HIGH_BAND_FOLLOW && choice != KALVRIN_HIGH_BAND_REST))
+    return KALVRIN_INVALID_ARGUMENT;
+  if (stream->built.fullBand)
+    stream->built.fullBand->SetHighBand(
+        choice == KALVRIN_HIGH_BAND_REST ? Hosting::HighBand::Rest : Hosting::HighBand::Follow);
+  return KALVRIN_OK;
 }
 
 kalvrin_status kalvrin_reset_gains(kalvrin_stream* stream) {

@@ -66,7 +66,7 @@ typedef struct kalvrin_sizes {
   size_t lookahead_windows; /* of the model */
   size_t latency_frames;    /* from a frame in to the same frame out */
   size_t class_count;       /* without Rest */
-  int sample_rate_hz;       /* the model's; 0: it does not say. Nothing is resampled */
+  int sample_rate_hz;       /* the model's; 0: it does not say */
 } kalvrin_sizes;
 
 /* Room that a reason wants; a longer one is cut. */
@@ -104,6 +104,22 @@ KALVRIN_API kalvrin_status kalvrin_create_from(const kalvrin_model* model,
                                                size_t reason_size, kalvrin_stream** stream);
 KALVRIN_API void kalvrin_release_model(kalvrin_model* model);
 
+/*
+ * As kalvrin_create_from, for audio of any sample rate within 1/256 and 256 times the model's
+ * (KALVRIN_INVALID_ARGUMENT beyond); 0: the model's. Only what the model changes is converted: with
+ * every gain 1 the output is the delayed input at every frequency, also above the model's band.
+ * Where the rates differ
+ * - block_frames and latency_frames of the sizes are frames of the audio; a process call may bring
+ *   any number up to block_frames, and the latency stays;
+ * - input that is not finite counts as silence;
+ * - a process call in which the model fails (KALVRIN_ENGINE_FAILED) writes its output all the same,
+ *   and the stretch without a result is the input at the gain of Rest.
+ */
+KALVRIN_API kalvrin_status kalvrin_create_at_rate(const kalvrin_model* model,
+                                                  const kalvrin_request* request,
+                                                  int sample_rate_hz, char* reason,
+                                                  size_t reason_size, kalvrin_stream** stream);
+
 /* Ends the stream and gives back all it holds, the texts that it gave included. */
 KALVRIN_API void kalvrin_destroy(kalvrin_stream* stream);
 
@@ -126,6 +142,15 @@ KALVRIN_API kalvrin_status kalvrin_set_gain(kalvrin_stream* stream, const char* 
 
 /* Linear factor on everything: finite, from 0. */
 KALVRIN_API kalvrin_status kalvrin_set_master_gain(kalvrin_stream* stream, float gain);
+
+/* What plays above the band of the model, where it knows no classes. */
+typedef enum kalvrin_high_band {
+  KALVRIN_HIGH_BAND_FOLLOW = 0, /* what the mix made of the model's top octave */
+  KALVRIN_HIGH_BAND_REST = 1    /* the gain of Rest */
+} kalvrin_high_band;
+
+/* A stream follows until it is told otherwise; at the model's own rate there is no such band. */
+KALVRIN_API kalvrin_status kalvrin_set_high_band(kalvrin_stream* stream, kalvrin_high_band choice);
 
 /* Every gain becomes 1: the output is the delayed input. */
 KALVRIN_API kalvrin_status kalvrin_reset_gains(kalvrin_stream* stream);

@@ -6,7 +6,8 @@
     >>> for finding in kalvrin.check("mine.onnx"): print(finding)
 
 Audio is an array of 32-bit floats `[channels, frames]`, or `[frames]` for one channel; full scale is 1,
-a frame is one sample on every channel. Nothing is resampled: the audio needs the model's sample rate.
+a frame is one sample on every channel. It has the model's sample rate, unless `sample_rate` says another: then
+only what the model changes is converted, and the output keeps the whole band.
 A gain is a linear factor, 0 or more. "Rest" is what no class of the model takes: the classes and Rest
 add up to the input. A model is the path of an ONNX file, or the bytes of one.
 
@@ -67,6 +68,7 @@ class _Sizes(ctypes.Structure):
         "latency_frames", "class_count")), ("sample_rate_hz", ctypes.c_int)]
 
 
+_HIGH_BANDS = ("follow", "rest")
 _OK, _INVALID, _REFUSED, _NO_ENGINE, _FAILED, _NO_MEMORY, _NOT_FOUND = range(7)
 
 
@@ -83,14 +85,14 @@ def _load_library() -> ctypes.CDLL:
     model = ctypes.c_void_p
     size, gain, pointer = ctypes.c_size_t, ctypes.c_float, ctypes.POINTER
     for function, arguments in {
-            "create": (text, size, pointer(_Request), text, size, pointer(stream)),
             "load_model": (text, size, text, size, pointer(model)),
-            "create_from": (model, pointer(_Request), text, size, pointer(stream)),
+            "create_at_rate": (model, pointer(_Request), ctypes.c_int, text, size, pointer(stream)),
             "get_sizes": (stream, pointer(_Sizes)),
             "get_class_name": (stream, size, pointer(text)),
             "get_note": (stream, size, pointer(text)),
             "set_gain": (stream, text, gain),
             "set_master_gain": (stream, gain),
+            "set_high_band": (stream, ctypes.c_int),
             "reset_gains": (stream,),
             "process_interleaved": (stream, floats, floats, size),
             "restart": (stream,)}.items():
@@ -193,6 +195,10 @@ class Stream:
     `block_frames`: frames of one block; 0: one hop of the model. At the start every gain is 1, so the
     input comes out again `latency_frames` later; with `silent` every gain is 0.
 
+    `sample_rate`: of the audio in Hz; 0: the model's. `block_frames` and `latency_frames` are frames of
+    the audio. `high_band`: the gain above the model's band, "follow" (what the mix made of the model's top
+    octave) or "rest" (the gain of Rest).
+
     Raises Refused, with the reason, if the library refuses the model, and OSError if its file cannot
     be read. Use it in a `with` statement, or call `close`.
     """
@@ -216,15 +222,16 @@ class Stream:
     """What the model may do but its users will not expect."""
 
     def __init__(self, model: Model | Loaded, *, channels: int = 0, windows: int = 0,
-                 block_frames: int = 0, silent: bool = False) -> None:
-        if min(channels, windows, block_frames) < 0:
-            raise ValueError("sizes are numbers from 0")
-        request = _Request(channels, windows, block_frames)
-        if isinstance(model, Loaded):
-            self._handle = _made(_library.kalvrin_create_from, model._handle, request)
-        else:
-            data = _model_bytes(model)
-            self._handle = _made(_library.kalvrin_create, data, len(data), request)
+                 block_frames: int = 0, sample_rate: int = 0, high_band: str = "follow",
+                 silent: bool = False) -> None:
+        if min(channels, windows, block_frames, sample_rate) < 0:
+            raise ValueError("sizes and rates are numbers from 0")
+        if high_band not in _HIGH_BANDS:
+            raise ValueError(f"high_band is one of {', '.join(_HIGH_BANDS)}, not {high_band!r}")
+        loaded = model if isinstance(model, Loaded) else Loaded(model)
+        self._handle = _made(_library.kalvrin_create_at_rate, loaded._handle,
+                             _Request(channels, windows, block_frames), sample_rate)
+        _require(_library.kalvrin_set_high_band(self._handle, _HIGH_BANDS.index(high_band)))
         sizes = _Sizes()
         _require(_library.kalvrin_get_sizes(self._handle, sizes))
         self.channels = sizes.channels
@@ -328,25 +335,28 @@ def _set_alone(stream: Stream, name: str) -> None:
 
 
 def render(model: Model | Loaded, audio: npt.ArrayLike, *, gains: Mapping[str, float] | None = None,
-           master: float = 1.0, windows: int = 0, block_frames: int = 0) -> Audio:
+           master: float = 1.0, windows: int = 0, block_frames: int = 0, sample_rate: int = 0,
+           high_band: str = "follow") -> Audio:
     """Returns the mix of a whole recording, in the shape of `audio` and in time with it.
 
-    `gains`: gains by class name; "Rest" is a name too. Classes without an entry have gain 1. `windows`
-    and `block_frames` are as for Stream and change only the speed. The result has the samples that
+    `gains`: gains by class name; "Rest" is a name too. Classes without an entry have gain 1. The rest is
+    as for Stream; `windows` and `block_frames` change only the speed. The result has the samples that
     `kalvrin render` writes. Raises what Stream raises.
     """
     array = _as_audio(audio)
-    with Stream(model, channels=array.shape[0], windows=windows, block_frames=block_frames) as stream:
+    with Stream(model, channels=array.shape[0], windows=windows, block_frames=block_frames,
+                sample_rate=sample_rate, high_band=high_band) as stream:
         stream.set_master_gain(master)
         for name, gain in (gains or {}).items():
             stream.set_gain(name, gain)
         return _shaped_like(audio, _run_through(stream, array))
 
 
-def stems(model: Model | Loaded, audio: npt.ArrayLike, *, windows: int = 0,
-          block_frames: int = 0) -> dict[str, Audio]:
+def stems(model: Model | Loaded, audio: npt.ArrayLike, *, windows: int = 0, block_frames: int = 0,
+          sample_rate: int = 0) -> dict[str, Audio]:
     """Returns the parts of the audio: an array in the shape of `audio` for each class, in the model's
-    order, and "Rest" at the end. Their sum is the input, within rounding.
+    order, and "Rest" at the end. Their sum is the input, within rounding. What lies above the model's
+    band is in Rest.
 
     Each part comes from a stream of its own over the same audio. If two classes have the same name (the
     case of A to Z does not count), only the first has an entry: no gain reaches the second.
@@ -361,7 +371,7 @@ def stems(model: Model | Loaded, audio: npt.ArrayLike, *, windows: int = 0,
             names.setdefault(_folded(name), name)
     for name in names.values():
         with Stream(loaded, channels=array.shape[0], windows=windows, block_frames=block_frames,
-                    silent=True) as stream:
+                    sample_rate=sample_rate, high_band="rest", silent=True) as stream:
             stream.set_master_gain(1.0)
             stream.set_gain(name, 1.0)
             result[name] = _shaped_like(audio, _run_through(stream, array))

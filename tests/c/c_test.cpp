@@ -119,6 +119,52 @@ TEST(CInterfaceTest, GivesTheSamplesOfTheLibrary) {
   }
 }
 
+/// At another rate the input comes back at every frequency, and again after a restart.
+TEST(CInterfaceTest, AStreamAtAnyRateKeepsTheWholeBand) {
+  const std::string model = MakeAudioModel(TwoClasses);
+  kalvrin_model* loaded = nullptr;
+  ASSERT_EQ(kalvrin_load_model(model.data(), model.size(), nullptr, 0, &loaded), KALVRIN_OK);
+  const auto create = [loaded](int rateHz, std::string& reason) {
+    const kalvrin_request request = {1, 0, 0};
+    char text[KALVRIN_REASON_SIZE];
+    kalvrin_stream* stream = nullptr;
+    kalvrin_create_at_rate(loaded, &request, rateHz, text, sizeof text, &stream);
+    reason = text;
+    return Stream(stream);
+  };
+  std::string reason;
+  for (const int rateHz : {0, 16000, 44100, 192000}) {
+    const Stream stream = create(rateHz, reason);
+    ASSERT_TRUE(stream) << reason;
+    kalvrin_reset_gains(stream.get());
+    kalvrin_sizes sizes;
+    kalvrin_get_sizes(stream.get(), &sizes);
+    EXPECT_EQ(sizes.block_frames, rateHz == 44100 ? 23u : rateHz == 192000 ? 96u : 8u);
+    for (int run = 0; run < 2; ++run) {
+      std::vector<float> noise(sizes.block_frames * 400);
+      std::mt19937_64 random(TestSeed());
+      std::ranges::generate(noise,
+                            [&] { return std::uniform_real_distribution<float>(-1, 1)(random); });
+      std::vector<float> out = noise;
+      for (std::size_t i = 0; i < out.size(); i += sizes.block_frames)
+        ASSERT_EQ(kalvrin_process_interleaved(stream.get(), &out[i], &out[i], sizes.block_frames),
+                  KALVRIN_OK);
+      for (std::size_t i = 0; i < out.size(); ++i)
+        ASSERT_NEAR(out[i], i < sizes.latency_frames ? 0 : noise[i - sizes.latency_frames], 6e-7)
+            << rateHz << ' ' << i;
+      EXPECT_EQ(kalvrin_restart(stream.get()), KALVRIN_OK);
+    }
+    EXPECT_EQ(kalvrin_set_high_band(stream.get(), KALVRIN_HIGH_BAND_REST), KALVRIN_OK);
+    EXPECT_EQ(kalvrin_set_high_band(stream.get(), static_cast<kalvrin_high_band>(2)),
+              KALVRIN_INVALID_ARGUMENT);
+  }
+  for (const int rateHz : {-1, 16000 * 257}) {
+    EXPECT_FALSE(create(rateHz, reason));
+    EXPECT_NE(reason.find(rateHz < 0 ? "from 0" : "cannot convert"), std::string::npos) << reason;
+  }
+  kalvrin_release_model(loaded);
+}
+
 TEST(CInterfaceTest, SaysInWordsWhyThereIsNoStream) {
   struct Row {
     const char* name;

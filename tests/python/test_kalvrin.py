@@ -35,12 +35,12 @@ def test_stems_and_rest_add_up_to_the_input():
     np.testing.assert_allclose(sum(stems.values()), audio, atol=2e-6)
 
 
-def rendered(tmp_path, model, audio, *options):
+def rendered(tmp_path, model, audio, *options, rate=RATE):
     """What `kalvrin render` writes for `audio`."""
     with wave.open(str(tmp_path / "in.wav"), "wb") as file:
         file.setnchannels(audio.shape[0])
         file.setsampwidth(2)
-        file.setframerate(RATE)
+        file.setframerate(rate)
         file.writeframes((audio.T * 32768).astype("<i2").tobytes())
     subprocess.run([os.environ["KALVRIN_TOOL"], "render", model, tmp_path / "in.wav",
                     tmp_path / "out.wav", "--encoding", "float", *options],
@@ -63,6 +63,21 @@ def test_renders_what_the_tool_renders(tmp_path, recipe, gains, options):
         np.testing.assert_array_equal(kalvrin.render(model, audio, gains=gains), expected)
     with pytest.raises(kalvrin.Refused):
         kalvrin.Stream(model)
+
+
+@pytest.mark.parametrize("rate", [44100, 48000])
+def test_other_rates_keep_their_band_as_in_the_tool(tmp_path, rate):
+    audio = noise(2, rate // 2)
+    model, gains = path_of("separator"), {"Music": 0.25}
+    options = ["--gain", "Music=0.25", "--high-band", "rest", "--resample"]
+    expected = rendered(tmp_path, model, audio, *options, rate=rate)
+    np.testing.assert_array_equal(kalvrin.render(model, audio, gains=gains, sample_rate=rate, high_band="rest"),
+                                  expected)
+    np.testing.assert_allclose(kalvrin.render(model, audio, sample_rate=rate), audio, atol=3e-7)
+    stems = kalvrin.stems(model, audio, sample_rate=rate)
+    np.testing.assert_allclose(sum(stems.values()), audio, atol=2e-6)
+    with pytest.raises(ValueError, match="follow, rest"):
+        kalvrin.render(model, audio, sample_rate=rate, high_band="on")
 
 
 def test_a_stream_returns_what_render_returns_and_restarts():
