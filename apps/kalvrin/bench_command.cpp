@@ -161,12 +161,7 @@ int RunBench(Settings& settings) {
 std::function<int()> Declare(CLI::App& line) {
   const auto s = std::make_shared<Settings>();
   AddOperand(line, "MODEL", s->model);
-  AddCount(line, "--channels", s->stream.channelCount, 1, mostChannels,
-           "channels of the stream (default: as the model fixes them, else 2)");
-  AddCount(line, "--sequence", s->stream.sequenceSize, 1, mostWindows,
-           "windows per evaluation of the single blocks (default: the model's, else 4)");
-  AddCount(line, "--block", s->stream.blockFrames, 1, mostBlockFrames,
-           "frames of the single blocks (default: one hop of the model)");
+  AddStreamSizes(line, s->stream, true);
   AddCount(line, "--seconds", s->seconds, 1, 86400,
            "time for the tables, and again for the single blocks (default: 10)");
   AddCount(line, "--blocks", s->blocks, 1, 100'000'000, "single blocks at most (default: 1000000)");
@@ -181,8 +176,8 @@ constinit const Command benchCommand = {
     "Runs streams over the model on noise and prints tables to choose sizes by: latency, "
     "real-time\n"
     "factor, and the block in which the model runs against the time that it lasts. Then the\n"
-    "median, the rare and the worst of many single blocks. All is measured on one core, with\n"
-    "whatever else runs on the machine.\n",
+    "median, the rare and the worst of many single blocks, which have the sizes asked for.\n"
+    "All is measured on one core, with whatever else runs on the machine.\n",
     Declare,
 };
 

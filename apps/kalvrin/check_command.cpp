@@ -44,12 +44,7 @@ std::function<int()> Declare(CLI::App& line) {
   };
   const auto s = std::make_shared<Settings>();
   AddOperand(line, "MODEL", s->model);
-  AddCount(line, "--channels", s->stream.channelCount, 1, mostChannels,
-           "channels of the stream (default: as the model fixes them, else 2)");
-  AddCount(line, "--sequence", s->stream.sequenceSize, 1, mostWindows,
-           "windows per evaluation (default: the model's own, else 4)");
-  AddCount(line, "--block", s->stream.blockFrames, 1, mostBlockFrames,
-           "frames of a ProcessBlock call (default: one hop of the model)");
+  AddStreamSizes(line, s->stream, true);
   AddFlag(line, "--isolated", s->isIsolated,
           "keep the engine in a process of its own; it always is, so this only says so");
   return [s] { return Check(s->model, s->stream); };

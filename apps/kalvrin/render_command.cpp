@@ -2,7 +2,6 @@
 #include "batch/batch.h"
 #include "command_line/command.h"
 #include "command_line/values.h"
-#include "diagnosis/report.h"
 #include "render/renderer.h"
 
 #include <algorithm>
@@ -96,10 +95,7 @@ std::function<int()> Declare(CLI::App& line) {
   AddOption(line, "--stems", "DIR",
             "also write each class, Rest and Mix to files of their own in DIR",
             [s](const std::string& text) { s->stemFolder = text.empty() ? "." : text; });
-  AddCount(line, "--sequence", s->stream.sequenceSize, 1, mostWindows,
-           "windows per evaluation (default: the model's own, else 4)");
-  AddCount(line, "--block", s->stream.blockFrames, 1, mostBlockFrames,
-           "frames of a ProcessBlock call (default: one hop of the model)");
+  AddStreamSizes(line, s->stream, false);
   AddFlag(line, "--raw-latency", s->rawLatency,
           "leave the latency in: the output starts late and is longer by it");
   AddFlag(line, "--resample", s->resample,

@@ -1,5 +1,7 @@
 #include "command_line/command.h"
 
+#include "diagnosis/report.h"
+
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <iostream>
@@ -107,6 +109,16 @@ void AddCount(CLI::App& line, const std::string& name, std::uint64_t& value, std
   AddOption(line, name, valueName, help, [&value, least, most](const std::string& text) {
     value = ParseCount(text, least, most);
   });
+}
+
+void AddStreamSizes(CLI::App& line, Diagnosis::StreamRequest& sizes, bool withChannels) {
+  if (withChannels)
+    AddCount(line, "--channels", sizes.channelCount, 1, Diagnosis::mostChannels,
+             "channels of the stream (default: as the model fixes them, else 2)");
+  AddCount(line, "--sequence", sizes.sequenceSize, 1, Diagnosis::mostWindows,
+           "windows per evaluation (default: the model's own, else 4)");
+  AddCount(line, "--block", sizes.blockFrames, 1, Diagnosis::mostBlockFrames,
+           "frames of a ProcessBlock call (default: one hop of the model)");
 }
 
 void AddFlag(CLI::App& line, const std::string& name, bool& isGiven, const std::string& help) {

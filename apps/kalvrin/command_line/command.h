@@ -5,6 +5,7 @@
 
 #include "command_line/errors.h"
 #include "command_line/values.h"
+#include "diagnosis/model_facts.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -59,6 +60,10 @@ void AddOption(CLI::App& line, const std::string& name, const std::string& value
 /// An option with a whole number from `least` to `most`.
 void AddCount(CLI::App& line, const std::string& name, std::uint64_t& value, std::uint64_t least,
               std::uint64_t most, const std::string& help, const std::string& valueName = "N");
+
+/// --sequence and --block, and --channels where the audio does not decide it: the sizes of a
+/// stream.
+void AddStreamSizes(CLI::App& line, Diagnosis::StreamRequest& sizes, bool withChannels);
 
 /// An option without a value.
 void AddFlag(CLI::App& line, const std::string& name, bool& isGiven, const std::string& help);
