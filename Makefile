@@ -6,7 +6,7 @@ configure = cmake -S . -B $(1) -G Ninja $(2) $(CMAKE_ARGS)
 
 .PHONY: help build test test-large test-embed test-examples test-plugins test-cpus soak demo test-page train eval lint lint-all \
         lint-quick check-all asan tsan bench bench-compare fuzz fuzz-long coverage test-batch deb \
-        test-deb dist dist-again test-dist mutants install clean
+        test-deb dist dist-again test-dist docs mutants install clean
 
 help:            ## this list
 	@sed -n 's/^\([a-z-]*\):.*##  */\1\t/p' $(MAKEFILE_LIST) | expand -t 15
@@ -152,6 +152,11 @@ test-dist: dist build ## each file of dist in bare systems of Debian 12 and 13, 
 	@cmake --build $(BUILD) --target models
 	@packaging/try-dist dist $(BUILD) $(SUITES)
 
+docs:            ## the documentation as a static site with search, in build-docs/site; opened in a headless browser
+	@scripts/install-packages docs page
+	@scripts/docs $(BUILD)-docs
+	@tests/docs/site_test.py $(BUILD)-docs/site
+
 deb:             ## Debian packages, in build-deb/packages
 	@scripts/install-packages build deb
 	@scripts/deb $(BUILD)-deb $(JOBS)
@@ -162,4 +167,4 @@ test-deb: deb    ## those packages installed and used in a bare system; as root
 clean:           ## remove the build folders
 	rm -rf $(BUILD) $(BUILD)-asan $(BUILD)-tsan $(BUILD)-bench $(BUILD)-fuzz $(BUILD)-coverage \
 	  $(BUILD)-deb $(BUILD)-mutants $(BUILD)-lint $(BUILD)-check \
-	  $(BUILD)-embed $(BUILD)-dist dist
+	  $(BUILD)-embed $(BUILD)-dist dist $(BUILD)-docs
