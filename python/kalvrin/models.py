@@ -15,8 +15,8 @@ import sys
 
 def _files() -> dict[str, pathlib.Path]:
     own = os.environ.get("KALVRIN_MODELS")
-    prefixes = (pathlib.Path(__file__).with_name("_installed"), sys.prefix, "/usr/local", "/usr")
-    folders = [own] if own else [pathlib.Path(prefix, "share/kalvrin/models") for prefix in prefixes]
+    prefixes = (str(pathlib.Path(__file__).with_name("_installed")), sys.prefix, "/usr/local", "/usr")
+    folders = [own] if own else [prefix + "/share/kalvrin/models" for prefix in prefixes]
     for folder in folders:
         files = {path.stem: path for path in sorted(pathlib.Path(folder).glob("*.onnx"))}
         if files:
