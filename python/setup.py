@@ -2,17 +2,18 @@
 
 import os
 
-from setuptools import setup
+from setuptools import Distribution, setup
 from wheel.bdist_wheel import bdist_wheel
 
 
 class Wheel(bdist_wheel):
-    def finalize_options(self):
-        super().finalize_options()
-        self.root_is_pure = False
-
     def get_tag(self):
         return "py3", "none", os.environ["KALVRIN_PLATFORM"]
 
 
-setup(cmdclass={"bdist_wheel": Wheel})
+class Binary(Distribution):
+    def has_ext_modules(self):
+        return True
+
+
+setup(cmdclass={"bdist_wheel": Wheel}, distclass=Binary)
