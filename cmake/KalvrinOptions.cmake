@@ -3,7 +3,7 @@
 
 option(KALVRIN_PROGRAMS "Build the tool, the plugins, the C interface and the models too" ${PROJECT_IS_TOP_LEVEL})
 option(KALVRIN_WERROR "Treat warnings as errors" ${PROJECT_IS_TOP_LEVEL})
-option(KALVRIN_PORTABLE "Build for other machines: the C++ library inside the libraries, a search path in the tool" OFF)
+option(KALVRIN_PORTABLE "Let the tool look beside it for the libraries of packages, as a release has them" OFF)
 option(KALVRIN_TESTS "Build the tests (needs GoogleTest and python3-onnx)" OFF)
 option(KALVRIN_BENCH "Build the benchmarks (needs Google Benchmark, FFTW and KissFFT)" OFF)
 option(KALVRIN_FUZZ "Build the fuzz targets for libFuzzer, all under sanitizers (needs clang)" OFF)
@@ -22,9 +22,6 @@ if(NOT CMAKE_BUILD_TYPE)
   endif()
 endif()
 set(CMAKE_CXX_FLAGS_RELEASE "-O2 -DNDEBUG")
-
-# For the shared libraries: then only the engine and the tool ask for a C++ library on the machine, an old one.
-set(KALVRIN_RUNTIME_LINKING $<$<BOOL:${KALVRIN_PORTABLE}>:-static-libstdc++>)
 
 set(CMAKE_CXX_STANDARD 20)
 set(CMAKE_CXX_STANDARD_REQUIRED ON)
