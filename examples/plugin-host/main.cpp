@@ -6,6 +6,7 @@
 #include <lilv/lilv.h>
 #include <lv2/core/lv2.h>
 
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
