@@ -4,9 +4,9 @@ JOBS ?= $(shell nproc)
 CMAKE_ARGS ?=
 configure = cmake -S . -B $(1) -G Ninja $(2) $(CMAKE_ARGS)
 
-.PHONY: help build test test-large test-embed test-plugins test-cpus soak demo test-page train eval lint lint-all \
+.PHONY: help build test test-large test-embed test-examples test-plugins test-cpus soak demo test-page train eval lint lint-all \
         lint-quick check-all asan tsan bench bench-compare fuzz fuzz-long coverage test-batch deb \
-        test-deb mutants install clean
+        test-deb dist dist-again test-dist docs mutants install clean
 
 help:            ## this list
 	@sed -n 's/^\([a-z-]*\):.*##  */\1\t/p' $(MAKEFILE_LIST) | expand -t 15
@@ -31,6 +31,10 @@ test-large:      ## transforms of up to 2^29 samples (12 GiB of memory, some min
 test-embed:      ## examples/embed, a host that builds the library as a part of itself
 	@scripts/install-packages build
 	@tests/docs/embed_test.sh $(BUILD)-embed $(JOBS)
+
+test-examples: build ## the other projects of examples/, built against what is installed, and run
+	@scripts/install-packages build examples
+	@scripts/try-examples $(BUILD)
 
 test-plugins:    ## the plugins in real hosts: ffmpeg, JACK, PipeWire, the validators
 	@scripts/install-packages build plugins
@@ -96,7 +100,7 @@ lint lint-all lint-quick:
 	@scripts/lint $(BUILD)-lint $(SCOPE)
 
 # VERBS="lint soak": only these. The logs and the table stay in $(BUILD)-check.
-check-all: VERBS ?= test lint asan tsan test-embed test-plugins test-page test-batch test-deb test-cpus coverage soak
+check-all: VERBS ?= test lint asan tsan test-embed test-examples test-plugins test-page test-batch test-deb test-cpus coverage soak
 check-all:       ## all verbs that can fail, one after another, hours; a table at the end; as root
 	@scripts/check-all $(BUILD)-check $(VERBS)
 
@@ -136,6 +140,23 @@ mutants:         ## small changes of the library that tests have to notice, an h
 install: build   ## into PREFIX (default /usr/local)
 	@cmake --install $(BUILD) $(if $(PREFIX),--prefix $(PREFIX))
 
+dist:            ## what a release consists of, in dist: archives, plugins, Debian packages, the Python wheel
+	@scripts/install-packages build deb dist
+	@scripts/dist $(BUILD)-dist $(JOBS) dist
+
+dist-again: dist ## the same from a clone in another folder, all compiled again: the bytes have to be the same
+	@scripts/dist-again $(JOBS) dist
+
+test-dist: dist build ## each file of dist in bare systems of Debian 12 and 13, compared with the build tree; as root
+	@scripts/install-packages deb dist
+	@cmake --build $(BUILD) --target models
+	@packaging/try-dist dist $(BUILD) $(SUITES)
+
+docs:            ## the documentation as a static site with search, in build-docs/site; opened in a headless browser
+	@scripts/install-packages docs page
+	@scripts/docs $(BUILD)-docs
+	@tests/docs/site_test.py $(BUILD)-docs/site
+
 deb:             ## Debian packages, in build-deb/packages
 	@scripts/install-packages build deb
 	@scripts/deb $(BUILD)-deb $(JOBS)
@@ -146,4 +167,4 @@ test-deb: deb    ## those packages installed and used in a bare system; as root
 clean:           ## remove the build folders
 	rm -rf $(BUILD) $(BUILD)-asan $(BUILD)-tsan $(BUILD)-bench $(BUILD)-fuzz $(BUILD)-coverage \
 	  $(BUILD)-deb $(BUILD)-mutants $(BUILD)-lint $(BUILD)-check \
-	  $(BUILD)-embed
+	  $(BUILD)-embed $(BUILD)-dist dist $(BUILD)-docs

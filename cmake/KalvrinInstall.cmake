@@ -8,7 +8,7 @@ file(RELATIVE_PATH KALVRIN_PREFIX_FROM_PC
   /${CMAKE_INSTALL_LIBDIR}/pkgconfig /)
 configure_file(${PROJECT_SOURCE_DIR}/cmake/kalvrin.pc.in ${PROJECT_BINARY_DIR}/kalvrin.pc @ONLY)
 write_basic_package_version_file(${PROJECT_BINARY_DIR}/kalvrinConfigVersion.cmake
-  COMPATIBILITY SameMinorVersion)
+  COMPATIBILITY SameMajorVersion)
 
 install(TARGETS kalvrin EXPORT kalvrin LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
 install(FILES ${PROJECT_BINARY_DIR}/lib/libonnxruntime.so.1 DESTINATION ${KALVRIN_ENGINE_DESTINATION})

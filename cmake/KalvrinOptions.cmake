@@ -3,6 +3,7 @@
 
 option(KALVRIN_PROGRAMS "Build the tool, the plugins, the C interface and the models too" ${PROJECT_IS_TOP_LEVEL})
 option(KALVRIN_WERROR "Treat warnings as errors" ${PROJECT_IS_TOP_LEVEL})
+option(KALVRIN_PORTABLE "Let the tool look beside it for the libraries of packages, as a release has them" OFF)
 option(KALVRIN_TESTS "Build the tests (needs GoogleTest and python3-onnx)" OFF)
 option(KALVRIN_BENCH "Build the benchmarks (needs Google Benchmark, FFTW and KissFFT)" OFF)
 option(KALVRIN_FUZZ "Build the fuzz targets for libFuzzer, all under sanitizers (needs clang)" OFF)

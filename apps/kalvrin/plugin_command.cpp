@@ -17,6 +17,7 @@ struct Settings {
   std::string folder;
   bool isLadspa = false;
   bool takesAnyModel = false;
+  bool isPortable = false;
 };
 
 void PrintLatencies(const Hosting::Description& d) {
@@ -44,7 +45,7 @@ int WriteAnyModelPlugin(const Settings& settings) {
   if (settings.request.sequenceSize != 0)
     throw UsageError("--any takes no --sequence: each model has its own");
   const Hosting::Description d = DescriptionOfAnyModel(settings.request);
-  PrintPlugin(WriteLv2Bundle(d, nullptr, settings.folder), d, false);
+  PrintPlugin(WriteLv2Bundle(d, nullptr, settings.folder, settings.isPortable), d, false);
   return ExitStatus::Ok;
 }
 
@@ -57,8 +58,9 @@ int WritePlugin(Settings& settings) {
   ContinueInChild();
   const DescribedModel model(operands.front(), settings.request);
   const Hosting::Description& d = model.description;
-  const auto written = settings.isLadspa ? WriteLadspaModel(model, settings.folder)
-                                         : WriteLv2Bundle(d, &model.file, settings.folder);
+  const auto written = settings.isLadspa
+                           ? WriteLadspaModel(model, settings.folder, settings.isPortable)
+                           : WriteLv2Bundle(d, &model.file, settings.folder, settings.isPortable);
   PrintPlugin(written, d, settings.isLadspa);
   PrintLatencies(d);
   return ExitStatus::Ok;
@@ -76,6 +78,8 @@ std::function<int()> Declare(CLI::App& line) {
           "without MODEL: an LV2 plugin that takes any, which the host chooses while audio runs");
   AddFlag(line, "--ladspa", s->isLadspa,
           "for LADSPA hosts: add the model to those that DIR/kalvrin_ladspa.so offers");
+  AddFlag(line, "--portable", s->isPortable,
+          "copy library and engine into it, for other machines (default: links to the installed)");
   AddCount(line, "--sequence", s->request.sequenceSize, 1, mostWindows,
            "windows per evaluation (default: the model's own, else 4)");
   AddCount(line, "--channels", s->request.channelCount, 1, Hosting::mostChannels,
@@ -90,10 +94,9 @@ std::function<int()> Declare(CLI::App& line) {
 constinit const Command pluginCommand = {
     "plugin",
     "make an LV2 or LADSPA plugin of a model",
-    "Writes a complete plugin: binary, model, libraries and what hosts read to find it. It has a "
-    "gain\n"
-    "in decibels for each class, for Rest and for everything, a bypass, and reports its latency;\n"
-    "the latencies printed are at the model's rate. Hosts may run at any rate from 8 to 192 kHz.\n",
+    "Writes a plugin: model, binary, libraries and what hosts read to find it. It has a gain in\n"
+    "decibels for each class, for Rest and for everything, a bypass, and reports its latency; the\n"
+    "latencies printed are at the model's rate. Hosts may run at any rate from 8 to 192 kHz.\n",
     Declare,
 };
 

@@ -178,7 +178,7 @@ KALVRIN_API kalvrin_status kalvrin_restart(kalvrin_stream* stream);
 /* A few words on a status; never null. The text is static. */
 KALVRIN_API const char* kalvrin_status_text(kalvrin_status status);
 
-/* The version of the library, such as "0.1.0". The text is static. */
+/* The version of the library, such as "1.0.0". The text is static. */
 KALVRIN_API const char* kalvrin_version(void);
 
 #ifdef __cplusplus

@@ -3,6 +3,7 @@
 
 #include <kalvrin/stream_processor.h>
 
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>

@@ -1,8 +1,8 @@
 """Runs audio through a neural model that splits it into named classes, and mixes these by gains.
 
     >>> import kalvrin
-    >>> stems = kalvrin.stems("separator.onnx", audio)      # {"Speech": ..., "Music": ..., "Rest": ...}
-    >>> quiet = kalvrin.render("separator.onnx", audio, gains={"Music": 0.1})
+    >>> stems = kalvrin.stems(kalvrin.models.separator, audio)  # {"Speech": ..., "Music": ..., "Rest": ...}
+    >>> quiet = kalvrin.render("mine.onnx", audio, gains={"Music": 0.1})
     >>> for finding in kalvrin.check("mine.onnx"): print(finding)
 
 Audio is an array of 32-bit floats `[channels, frames]`, or `[frames]` for one channel; full scale is 1,
@@ -33,7 +33,10 @@ from typing import Any, Union
 import numpy as np
 import numpy.typing as npt
 
-__all__ = ["Finding", "Loaded", "Refused", "Stream", "StreamFailed", "check", "render", "stems"]
+if __name__ != "__main__":  # `check` runs this file as a program
+    from . import models
+
+__all__ = ["Finding", "Loaded", "Refused", "Stream", "StreamFailed", "check", "models", "render", "stems"]
 
 Audio = npt.NDArray[np.float32]
 Model = Union[str, "os.PathLike[str]", bytes]
@@ -73,8 +76,8 @@ _OK, _INVALID, _REFUSED, _NO_ENGINE, _FAILED, _NO_MEMORY, _NOT_FOUND = range(7)
 
 
 def _load_library() -> ctypes.CDLL:
-    name = "libkalvrin_c.so.0"
-    beside = pathlib.Path(__file__).with_name(name)
+    name = "libkalvrin_c.so.1"
+    beside = pathlib.Path(__file__).with_name("_installed") / "lib" / name
     path = os.environ.get("KALVRIN_LIBRARY") or (str(beside) if beside.exists() else name)
     try:
         library = ctypes.CDLL(path)

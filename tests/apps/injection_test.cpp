@@ -92,7 +92,7 @@ std::string MakeToolWithSmallLibraries(const TemporaryFolder& folder) {
   std::filesystem::create_symlink(libraries / "libonnxruntime.so.1",
                                   folder / "kalvrin/libonnxruntime.so.1");
   for (const char* name :
-       {"libonnxruntime.so.1", "libkalvrin.so.0", "kalvrin_lv2.so", "kalvrin_ladspa.so"})
+       {"libonnxruntime.so.1", "libkalvrin.so.1", "kalvrin_lv2.so", "kalvrin_ladspa.so"})
     WriteFile(folder / name, std::string(70'000, '!'));
   return folder / "kalvrin-tool";
 }

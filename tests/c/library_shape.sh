@@ -11,7 +11,7 @@ exported=$(nm -D --defined-only "$library" | awk '$2 == "T" {print $3} $2 != "T"
 diff <(echo "$declared") <(echo "$exported") || fault "declared (<) and exported (>) differ"
 
 dynamic=$(readelf -d "$library")
-grep -q 'SONAME.*\[libkalvrin_c.so.0\]' <<<"$dynamic" || fault "soname"
+grep -q 'SONAME.*\[libkalvrin_c.so.1\]' <<<"$dynamic" || fault "soname"
 if grep NEEDED <<<"$dynamic" | grep -qE 'kalvrin|onnx|sndfile|proto'; then fault "needs another library of this project, of the tool or the engine"; fi
 grep -q 'BIND_NOW\|FLAGS.* NOW' <<<"$dynamic" || fault "symbols bound late"
 

@@ -28,6 +28,12 @@ def noise(channels, frames):
     return (steps / 32768).astype(np.float32)
 
 
+def test_models_are_paths_by_their_names():
+    assert kalvrin.models.separator == path_of("separator") and set(RECIPES) <= set(dir(kalvrin.models))
+    with pytest.raises(AttributeError, match="band_splitter"):
+        kalvrin.models.nobody
+
+
 def test_stems_and_rest_add_up_to_the_input():
     audio = noise(2, RATE + 77)
     stems = kalvrin.stems(path_of("separator"), audio)

@@ -9,7 +9,7 @@ same() { [ "$2" = "$3" ] || fault "$1: '$2', wanted '$3'"; }
 same exports "$(nm -D --defined-only "$library" | awk '{print $2, $3}')" "T CreateStreamProcessor"
 
 dynamic=$(readelf -d "$library")
-same soname "$(sed -n 's/.*SONAME.*\[\(.*\)\]/\1/p' <<<"$dynamic")" libkalvrin.so.0
+same soname "$(sed -n 's/.*SONAME.*\[\(.*\)\]/\1/p' <<<"$dynamic")" libkalvrin.so.1
 case "$(sed -n 's/.*R[UN]*PATH.*\[\(.*\)\]/\1/p' <<<"$dynamic")" in ''|'$ORIGIN') ;; *) fault "a search path of its own" ;; esac
 if grep NEEDED <<<"$dynamic" | grep -qi onnx; then fault "linked to the engine"; fi
 

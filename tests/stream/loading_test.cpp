@@ -54,7 +54,7 @@ protected:
     Leave();
     std::string pattern = (fs::temp_directory_path() / "kalvrin-loading.XXXXXX").string();
     folder = mkdtemp(pattern.data());
-    fs::copy_file(Library, folder / "libkalvrin.so.0");
+    fs::copy_file(Library, folder / "libkalvrin.so.1");
   }
   void Leave() {
     Unload();
@@ -63,7 +63,7 @@ protected:
   void PlaceEngine() { fs::create_symlink(Engine, folder / "libonnxruntime.so.1"); }
 
   void Load(const char* path = nullptr) {
-    handle = dlopen(path ? path : (folder / "libkalvrin.so.0").c_str(), RTLD_NOW | RTLD_LOCAL);
+    handle = dlopen(path ? path : (folder / "libkalvrin.so.1").c_str(), RTLD_NOW | RTLD_LOCAL);
     ASSERT_TRUE(handle) << path;
     create = reinterpret_cast<decltype(create)>(dlsym(handle, "CreateStreamProcessor"));
     ASSERT_TRUE(create);
@@ -146,7 +146,7 @@ TEST_F(LoadingTest, UnusableEngineGivesNullForGood) {
     PlaceEngine();
     EXPECT_FALSE(Create()) << row.name << ": the engine came too late";
     Unload();
-    ASSERT_FALSE(IsLoaded("libkalvrin.so.0")) << row.name;
+    ASSERT_FALSE(IsLoaded("libkalvrin.so.1")) << row.name;
 #ifdef KALVRIN_ADDRESS_SANITIZER
     if (std::string(row.name) == "another library")
       continue;  // it stays loaded there, under the name of the engine
@@ -165,7 +165,7 @@ TEST_F(LoadingTest, UnloadingGivesTheEngineBackAndReopeningStartsAfresh) {
     EXPECT_NEAR(RunAtUnity(*stream, 0.5f), 0.5f, 1e-6) << round;
     stream.reset();
     Unload();
-    EXPECT_FALSE(IsLoaded("libkalvrin.so.0")) << round;
+    EXPECT_FALSE(IsLoaded("libkalvrin.so.1")) << round;
 #ifndef KALVRIN_ADDRESS_SANITIZER
     EXPECT_FALSE(IsLoaded("libonnxruntime.so.1")) << round;
 #endif
@@ -177,7 +177,7 @@ TEST_F(LoadingTest, FolderIsThatOfTheLoadWhereverTheProcessHasGone) {
   PlaceEngine();
   const fs::path home = fs::current_path();
   fs::current_path(folder);
-  ASSERT_NO_FATAL_FAILURE(Load("./libkalvrin.so.0"));
+  ASSERT_NO_FATAL_FAILURE(Load("./libkalvrin.so.1"));
   fs::current_path("/");
   EXPECT_TRUE(Create());
   fs::current_path(home);

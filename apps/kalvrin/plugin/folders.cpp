@@ -16,7 +16,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr const char* libraries[] = {"libkalvrin.so.0", "libonnxruntime.so.1"};
+constexpr const char* libraries[] = {"libkalvrin.so.1", "libonnxruntime.so.1"};
 
 /// A hidden name in the same folder as `path`, which no other process uses.
 fs::path Beside(const fs::path& path, const char* what) {
@@ -24,12 +24,33 @@ fs::path Beside(const fs::path& path, const char* what) {
          ("." + path.filename().string() + "." + what + std::to_string(getpid()));
 }
 
+/// Whether the plugins' binaries lie where `cmake --install` puts them, not in a build tree.
+bool IsInstalled() {
+  return InstalledFile("kalvrin_lv2.so").parent_path().filename() == "kalvrin";
+}
+
 /// Copies to a new file, so that a program that has the old one open keeps it.
 void CopyInstalledFile(const char* name, const fs::path& folder) {
+  const fs::path target = folder / name;
+  if (fs::is_symlink(target)) fs::remove(target);  // to what is installed, which stays
   const InputFile from(InstalledFile(name));
-  OutputFile to(folder / name);
+  OutputFile to(target);
   CopyToEnd(from.Get(), from.Name(), to.Get(), to.Name());
   to.Commit();
+}
+
+/// Puts what the plugin's binary needs beside it. The binary itself is always a copy: the loader
+/// takes links to one file for one library, which would have the models of one folder only.
+void ProvideLibraries(const fs::path& folder, bool isPortable) {
+  for (const char* name : libraries) {
+    if (isPortable || !IsInstalled()) {
+      CopyInstalledFile(name, folder);
+      continue;
+    }
+    const fs::path link = Beside(folder / name, "link");
+    fs::create_symlink(fs::canonical(InstalledFile(name)), link);
+    fs::rename(link, folder / name);
+  }
 }
 
 void WriteBytes(const fs::path& path, std::string_view bytes) {
@@ -46,11 +67,10 @@ void WriteModel(const Hosting::Description& description, const ModelFile* model,
 }
 
 void FillBundle(const Hosting::Description& description, const ModelFile* model,
-                const fs::path& bundle) {
+                const fs::path& bundle, bool isPortable) {
   fs::create_directories(bundle);
   CopyInstalledFile("kalvrin_lv2.so", bundle);
-  for (const char* name : libraries)
-    CopyInstalledFile(name, bundle);
+  ProvideLibraries(bundle, isPortable);
   WriteModel(description, model, bundle / "model.onnx");
   WriteBytes(bundle / "plugins.ttl", PluginsText(description));
   WriteBytes(bundle / "manifest.ttl", ManifestText(description, "kalvrin_lv2.so", "plugins.ttl"));
@@ -86,14 +106,14 @@ auto Saying(Work work) {
 }  // namespace
 
 fs::path WriteLv2Bundle(const Hosting::Description& description, const ModelFile* model,
-                        const fs::path& folder) {
+                        const fs::path& folder, bool isPortable) {
   return Saying([&] {
     fs::path bundle = folder / ("kalvrin-" + description.symbol + ".lv2");
     if (fs::exists(bundle) && !fs::exists(bundle / "model.plugin"))
       throw Refusal(bundle.string() + " is there already and is no bundle of this tool");
     const Scratch fresh{Beside(bundle, "new")};
     const Scratch old{Beside(bundle, "old")};
-    FillBundle(description, model, fresh.path);
+    FillBundle(description, model, fresh.path, isPortable);
     const bool isThere = fs::exists(bundle);
     if (isThere) fs::rename(bundle, old.path);
     try {
@@ -106,12 +126,11 @@ fs::path WriteLv2Bundle(const Hosting::Description& description, const ModelFile
   });
 }
 
-fs::path WriteLadspaModel(const DescribedModel& model, const fs::path& folder) {
+fs::path WriteLadspaModel(const DescribedModel& model, const fs::path& folder, bool isPortable) {
   return Saying([&] {
     const fs::path models = folder / "kalvrin";
     fs::create_directories(models);
-    for (const char* name : libraries)
-      CopyInstalledFile(name, models);
+    ProvideLibraries(models, isPortable);
     WriteModel(model.description, &model.file, models / (model.description.symbol + ".onnx"));
     CopyInstalledFile("kalvrin_ladspa.so", folder);
     return folder / "kalvrin_ladspa.so";

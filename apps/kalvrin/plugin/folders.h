@@ -1,6 +1,8 @@
 #pragma once
 
-// Writes plugins to disk, each complete: no file in its folder refers to one outside.
+// Writes plugins to disk. Library, engine and converter of rates are links to the installed files;
+// with `isPortable`, and from a build tree, they are copies, so that no file of the plugin refers
+// to one outside of its folder.
 
 #include "plugin/described_model.h"
 
@@ -9,17 +11,17 @@
 namespace Orvik::Tesmo::Tool {
 
 /// Writes the bundle FOLDER/kalvrin-SYMBOL.lv2 and returns its path. `model` is null for a plugin
-/// that takes any. A bundle of that name is
-/// replaced in one step. Throws Refusal where it cannot write, or where a folder of that name is no
-/// such bundle.
-std::filesystem::path WriteLv2Bundle(const Hosting::Description& description,
-                                     const ModelFile* model, const std::filesystem::path& folder);
+/// that takes any. A bundle of that name is replaced in one step. Throws Refusal where it cannot
+/// write, or where a folder of that name is no such bundle.
+std::filesystem::path WriteLv2Bundle(const Hosting::Description& description, const ModelFile* model,
+                                     const std::filesystem::path& folder, bool isPortable);
 
 /// Adds the model to FOLDER/kalvrin and puts the library that offers it at
 /// FOLDER/kalvrin_ladspa.so, whose path it returns. Other models in the folder stay. Throws Refusal
 /// where it cannot write.
 std::filesystem::path WriteLadspaModel(const DescribedModel& model,
-                                       const std::filesystem::path& folder);
+                                       const std::filesystem::path& folder,
+                                       bool isPortable = false);
 
 /// "$HOME/.lv2" for ".lv2". Throws Refusal where HOME is not set.
 std::filesystem::path InHome(const std::filesystem::path& relative);

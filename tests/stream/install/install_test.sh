@@ -10,8 +10,8 @@ prefix="$work/a place of its own"
 
 "$cmake" --install "$build" --prefix "$work/first" >/dev/null
 mv "$work/first" "$prefix"
-library=$(find "$prefix" -name libkalvrin.so.0)
-for file in "$library" "${library%.0}" "${library%/*}/libonnxruntime.so.1" \
+library=$(find "$prefix" -name libkalvrin.so.1)
+for file in "$library" "${library%.1}" "${library%/*}/libonnxruntime.so.1" \
     "$prefix/include/kalvrin/stream_processor.h" "$prefix/bin/kalvrin" \
     "${library%/*}/libkalvrin_c.so" "$prefix/include/kalvrin.h"; do
   [ -e "$file" ] || { echo "not installed: $file"; exit 1; }
@@ -33,5 +33,20 @@ eval "flags=($(pkg-config --cflags --libs kalvrin))"
 
 # The C interface finds the library beside it, wherever that is.
 eval "flags=($(pkg-config --cflags --libs kalvrin_c))"
-"$cxx" -x c "$client/../../../../c/example/gains.c" -o "$work/gains" "${flags[@]}" -Wl,-rpath,"${library%/*}"
-"$work/gains" "$work/model.onnx" Rest 1 </dev/null || { echo "client of the C interface: exit status $?"; exit 1; }
+"$cxx" -x c -std=c89 -pedantic -Wall -Wextra -Werror "$client/../../../../examples/c/gains.c" \
+  -o "$work/gains" "${flags[@]}" -Wl,-rpath,"${library%/*}"
+# 512 frames of 0.5 on both channels, to which the output settles.
+head -c 4096 /dev/zero | tr '\0' '\77' >"$work/in.f32"
+"$work/gains" "$work/model.onnx" Rest 1 <"$work/in.f32" >"$work/out.f32" || { echo "client of the C interface: exit status $?"; exit 1; }
+tail -c 8 "$work/in.f32" | cmp - <(tail -c 8 "$work/out.f32")
+if "$work/gains" "$work/in.f32" Rest 1 </dev/null 2>"$work/words"; then echo "took audio for a model"; exit 1; fi
+grep -q "no model" "$work/words"
+
+# Plugins refer to the installed libraries or, portable, to nothing outside. The second run replaces the links.
+for kind in lv2 ladspa; do
+  flag=(); [ $kind = lv2 ] || flag=(--ladspa)
+  "$prefix/bin/kalvrin" plugin "$work/model.onnx" --to "$work/$kind" ${flag[@]+"${flag[@]}"} >/dev/null
+  [ "$(find "$work/$kind" -lname "$prefix/*" | wc -l)" = 3 ] || { echo "$kind: not three links"; exit 1; }
+  "$prefix/bin/kalvrin" plugin "$work/model.onnx" --to "$work/$kind" --portable ${flag[@]+"${flag[@]}"} >/dev/null
+  [ -z "$(find "$work/$kind" -type l)" ] || { echo "$kind: a portable plugin has links"; exit 1; }
+done
