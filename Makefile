@@ -49,11 +49,11 @@ test-cpus:       ## the tests on emulated processors from before AVX, half an ho
 	@scripts/old-processors $(BUILD) long $(JOBS)
 
 soak: FRAMES ?= 1e8
-soak:            ## a stream of 10^8 frames (FRAMES=1e7: fewer) twice in different blocks, some minutes
+soak:            ## a stream of 10^8 frames (FRAMES=1e7: fewer) twice; STREAMS=1000: many at once
 	@scripts/install-packages build test
 	@$(call configure,$(BUILD),-DKALVRIN_TESTS=ON) >/dev/null
 	@cmake --build $(BUILD) -j $(JOBS) --target soak
-	@$(BUILD)/bin/soak $(FRAMES)
+	@$(BUILD)/bin/soak $(if $(STREAMS),--streams $(STREAMS) $(SECONDS),$(FRAMES))
 
 demo: build      ## speech and music through real models: audio, pictures, a page to play with
 	@scripts/install-packages demo

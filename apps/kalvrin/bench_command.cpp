@@ -1,3 +1,4 @@
+#include "bench/paced_streams.h"
 #include "bench/timed_stream.h"
 #include "command_line/command.h"
 #include "diagnosis/refusals.h"
@@ -20,6 +21,7 @@ struct Settings {
   std::string model;
   StreamRequest stream;
   std::uint64_t seconds = 10, blocks = 1'000'000;
+  std::uint64_t streams = 0, threads = 0;  ///< 0: not asked for
 };
 
 double RateHz(const LoadedModel& model) {
@@ -136,6 +138,64 @@ void PrintBlocks(const LoadedModel& model, const Settings& settings) {
   if (!times.others.empty()) PrintKind("without it: ", times.others, blockSeconds);
 }
 
+void PrintPace(const Pace& pace) {
+  PrintCells(std::to_string(pace.streams),
+             {std::to_string(pace.late), std::to_string(pace.blocks),
+              Format("%.1f %%", 100 * pace.rare), Format("%.1f %%", 100 * pace.worst),
+              Format("%.2f", pace.processors), Format("%.1f", pace.firstMiB),
+              Format("%.1f", pace.lastMiB), pace.isGivenUp ? "given up" : ""});
+  std::cout << std::flush;
+}
+
+/// Finds the largest number of streams that holds, to about 3 %. `firstStreams` is a small one.
+std::size_t LargestThatHolds(PacedStreams& streams, std::size_t firstStreams, std::size_t threads,
+                             double seconds) {
+  std::size_t holds = 0, fails = 0;
+  for (std::size_t count = firstStreams;;) {
+    streams.Grow(count);
+    const Pace pace = streams.Run(count, threads, seconds);
+    PrintPace(pace);
+    (pace.Holds() ? holds : fails) = count;
+    if (fails != 0) {
+      if (fails - holds <= 1 + holds / 32) return holds;
+      count = (holds + fails) / 2;
+      continue;
+    }
+    // The first step goes by what a stream costs.
+    const double full = static_cast<double>(count * threads) / std::max(pace.processors, 1e-6);
+    count = std::max(holds + holds / 4 + 1, static_cast<std::size_t>(0.8 * full));
+  }
+}
+
+/// Many streams in step with time: those asked for, or as many as hold.
+void PrintManyStreams(const LoadedModel& model, const Settings& settings) {
+  const StreamRequest& sizes = settings.stream;
+  const auto threads = static_cast<std::size_t>(std::max<std::uint64_t>(1, settings.threads));
+  const auto seconds = static_cast<double>(settings.seconds);
+  const std::uint64_t capacity = model.Facts().layout.GetHopLength() * sizes.sequenceSize;
+  PacedStreams streams([&] { return model.MakeStream(sizes); }, sizes.channelCount,
+                       sizes.blockFrames, capacity / sizes.blockFrames, RateHz(model));
+  const std::size_t first = settings.streams != 0 ? settings.streams : 4 * threads;
+  streams.Grow(1);
+  const double before = ResidentMiB();
+  std::vector<float> further = streams.Grow(first);
+  std::cout << StreamText(sizes, model.Facts()) << "; "
+            << Format("%.1f", 1000 * static_cast<double>(sizes.blockFrames) / RateHz(model))
+            << " ms a block, " << Counted(threads, "thread") << '\n';
+  if (!further.empty())
+    std::cout << "a further stream: " << Format("%.2f", 1000 * Quantile(further, 0.5))
+              << " ms to create, "
+              << Format("%.2f", (ResidentMiB() - before) / static_cast<double>(further.size()))
+              << " MiB\n";
+  PrintCells("streams", {"late", "blocks", "99.99 %", "worst", "processors", "MiB", "MiB at end"});
+  if (settings.streams != 0) {
+    PrintPace(streams.Run(first, threads, seconds));
+    return;
+  }
+  const std::size_t most = LargestThatHolds(streams, first, threads, seconds);
+  std::cout << "holds: " << Counted(most, "stream") << '\n';
+}
+
 int RunBench(Settings& settings) {
   const ModelFile file = ReadModelFile(settings.model);
   ContinueInChild();
@@ -152,6 +212,10 @@ int RunBench(Settings& settings) {
             << Counted(settings.stream.channelCount, "channel") << ", "
             << Counted(facts.layout.GetHopLength(), "frame") << " a hop, " << RateHz(model) << " Hz"
             << (facts.sampleRateHz > 0 ? "" : " (the model states no rate)") << '\n';
+  if (settings.streams != 0 || settings.threads != 0) {
+    PrintManyStreams(model, settings);
+    return ExitStatus::Ok;
+  }
   PrintTables(model, settings.stream, static_cast<double>(settings.seconds));
   std::cout << std::flush;
   PrintBlocks(model, settings);
@@ -163,8 +227,13 @@ std::function<int()> Declare(CLI::App& line) {
   AddOperand(line, "MODEL", s->model);
   AddStreamSizes(line, s->stream, true);
   AddCount(line, "--seconds", s->seconds, 1, 86400,
-           "time for the tables, and again for the single blocks (default: 10)");
+           "time for the tables, and again for the single blocks; or for a number of streams "
+           "(default: 10)");
   AddCount(line, "--blocks", s->blocks, 1, 100'000'000, "single blocks at most (default: 1000000)");
+  AddCount(line, "--streams", s->streams, 1, 1'000'000,
+           "instead: this many streams at once, each in step with time");
+  AddCount(line, "--threads", s->threads, 1, 1024,
+           "threads for them (default: 1); without --streams, finds the most that hold");
   return [s] { return RunBench(*s); };
 }
 
@@ -177,7 +246,12 @@ constinit const Command benchCommand = {
     "real-time\n"
     "factor, and the block in which the model runs against the time that it lasts. Then the\n"
     "median, the rare and the worst of many single blocks, which have the sizes asked for.\n"
-    "All is measured on one core, with whatever else runs on the machine.\n",
+    "All is measured on one core, with whatever else runs on the machine.\n"
+    "\n"
+    "With --streams or --threads it runs many streams as a server would: each gets a block when\n"
+    "the block's time has passed, at a phase of its own. 99.99 % and worst are delays as shares\n"
+    "of half a block's time; a block with a longer delay is late. Streams hold where not one\n"
+    "block in 10000 is late.\n",
     Declare,
 };
 

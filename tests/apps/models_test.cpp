@@ -99,6 +99,22 @@ TEST(Bench, PrintsTablesAndSingleBlocks) {
   ExpectAnswers("bench --seconds 1 --blocks 20", rows);
 }
 
+TEST(Bench, PacesManyStreams) {
+  const Options model = {.features = 512, .metadata = {{"SampleRate", "16000"}}};
+  ExpectAnswers(
+      "bench --seconds 1 --block 256",
+      {{model,
+        "--streams 3 --threads 2",
+        {"; 16.0 ms a block, 2 threads\n", "a further stream: ", "  3                     ",
+         // each stream has a block in time for each of 62 or 63 of its 16 ms
+         " 18"}},
+       {model, "--threads 0", {"--threads"}, 2},
+       {{.features = 512, .failsFromEvaluation = 50},
+        "--streams 2",
+        {"kalvrin: the model failed: "},
+        1}});
+}
+
 TEST(Info, PrintsWhatAModelDeclares) {
   const std::vector<Row> rows = {
       {{.features = 512},

@@ -6,6 +6,7 @@
 
 #include "kalvrin/stream_processor.h"
 
+#include "soak/many.h"
 #include "support/audio_models.h"
 #include "support/seed.h"
 
@@ -303,9 +304,16 @@ int RunAll(std::uint64_t frames) {
 }  // namespace
 
 int main(int count, char** arguments) {
-  const double frames = count > 1 ? std::atof(arguments[1]) : 1e8;  // NOLINT(cert-err34-c)
-  if (!(frames >= 1) || count > 2) {
-    std::fprintf(stderr, "usage: soak [FRAMES], 1e8 unless given\n");
+  const auto number = [&](int index, double otherwise) {
+    return count > index ? std::atof(arguments[index]) : otherwise;  // NOLINT(cert-err34-c)
+  };
+  const bool isMany = count > 1 && std::string(arguments[1]) == "--streams";
+  const double frames = number(1, 1e8), streams = number(2, 0), seconds = number(3, 60);
+  if (isMany && streams >= 1 && seconds >= 0.1 && count <= 4)
+    return SoakManyStreams(static_cast<std::size_t>(streams), seconds);
+  if (isMany || !(frames >= 1) || count > 2) {
+    std::fprintf(stderr, "usage: soak [FRAMES], 1e8 unless given\n"
+                         "       soak --streams N [SECONDS], 60 s of audio each unless given\n");
     return 2;
   }
   return RunAll(static_cast<std::uint64_t>(frames));
