@@ -78,18 +78,42 @@ constexpr Option options[] = {
      [](AdaptRequest& request, std::string_view value) { request.inputLayouts = Commas(value); }},
     {"--output-layout", "TEXT", "likewise, and K classes",
      [](AdaptRequest& request, std::string_view value) { request.outputLayouts = Commas(value); }},
-    {"--in", "WORD[,WORD]",
-     "what the model takes, of each file: spectrum, magnitude, power, samples, rows",
+    {"--in", "WORD[,WORD]|NAME=WORD",
+     "what the model takes, of each file: spectrum, magnitude, power, samples, rows; or of the "
+     "input NAME, repeatable",
      [](AdaptRequest& request, std::string_view value) {
        request.features.clear();
-       for (const std::string& word : Commas(value))
-         request.features.push_back(ParseFeature(word));
+       if (value.find('=') == std::string_view::npos) {
+         request.namedFeatures.clear();
+         for (const std::string& word : Commas(value))
+           request.features.push_back(ParseFeature(word));
+         return;
+       }
+       const auto [name, word] = Assignment(value);
+       std::erase_if(request.namedFeatures, [&](const auto& known) { return known.first == name; });
+       request.namedFeatures.emplace_back(name, ParseFeature(word));
      }},
-    {"--out", "WORD[,WORD]", "what it returns: spectrum, mask, complex-mask, samples, gate",
+    {"--out", "WORD[,WORD]", "what it returns: spectrum, mask, complex-mask, samples, gate, none",
      [](AdaptRequest& request, std::string_view value) {
        request.results.clear();
        for (const std::string& word : Commas(value))
          request.results.push_back(ParseResult(word));
+     }},
+    {"--bands", "N,N,...", "bins of each band, from the lowest, that features or masks are of",
+     [](AdaptRequest& request, std::string_view value) {
+       request.bands.clear();
+       for (const std::string& width : Commas(value))
+         request.bands.push_back(static_cast<std::int64_t>(ParseCount(width, 1, mostWindow)));
+     }},
+    {"--link", "OUT[=IN],...", "outputs that are inputs of later files, of the same name or IN",
+     [](AdaptRequest& request, std::string_view value) {
+       for (const std::string& text : Commas(value)) {
+         const auto link =
+             text.find('=') == std::string::npos ? std::pair(text, text) : Assignment(text);
+         std::erase_if(request.links,
+                       [&](const auto& known) { return known.second == link.second; });
+         request.links.push_back(link);
+       }
      }},
     {"--join", "WORD", "windows that come out: windowed, added, finished",
      [](AdaptRequest& request, std::string_view value) { request.joining = ParseJoining(value); }},
@@ -112,7 +136,7 @@ constexpr Option options[] = {
        request.scale = ParseNumber(value);
        if (request.scale == 0) throw UsageError("a scale of 0 leaves nothing");
      }},
-    {"--normalise", "RULE", "fixed:MEAN:DEVIATION, running-mean:KEEP[:START], running-level:...",
+    {"--normalise", "RULE", "fixed:MEAN:DEVIATION, running-mean:KEEP[:START[..LAST]], ...",
      [](AdaptRequest& request, std::string_view value) {
        request.normalisation = ParseNormalisation(value);
      }},
@@ -120,7 +144,8 @@ constexpr Option options[] = {
      [](AdaptRequest& request, std::string_view value) {
        request.constants.push_back(Assignment(value));
      }},
-    {"--initial", "NAME=VALUE", "first value of a state: a number, or a file of floats; repeatable",
+    {"--initial", "NAME=VALUE",
+     "first value of a state: a number, a file of floats, or metadata:KEY; repeatable",
      [](AdaptRequest& request, std::string_view value) {
        request.initial.push_back(Assignment(value));
      }},
@@ -137,7 +162,7 @@ struct Adapted {
 /// The fastest way of holding the step whose output is that of the step.
 Adapted Adapt(Platform::Runtime& runtime, const Plan& step, const AdaptRequest& request) {
   const Roles& roles = step.parts[0];
-  const TrialSignal signal(roles.inputSize * (IsSpectral(roles.feature) ? 2 : 1));
+  const TrialSignal signal(roles.inputs[0].size * (IsSpectral(roles.result) ? 2 : 1));
   std::vector<float> expected;
   try {
     expected = RunStep(runtime, step.sources[0].proto.SerializeAsString(), roles, signal);
@@ -174,9 +199,14 @@ void PrintTensors(const char* label, const std::vector<SourceTensor>& tensors,
 }
 
 void PrintPart(const Roles& roles) {
-  PrintTensors("input", roles.inputs,
-               FeatureText(roles.feature) + " " +
-                   LayoutText(roles.inputLayout, IsSpectral(roles.feature)));
+  for (const AudioInput& input : roles.inputs)
+    PrintTensors("input", input.tensors,
+                 FeatureText(input.feature) + " " +
+                     LayoutText(input.layout, IsSpectral(input.feature)));
+  for (const Link& link : roles.links)
+    PrintField(std::cout, "link",
+               SourceTensorText(link.input) + " from the output '" + link.output.name +
+                   "' of file " + std::to_string(link.part + 1));
   PrintTensors("output", roles.outputs,
                ResultText(roles.result) + " " +
                    LayoutText(roles.outputLayout, IsSpectral(roles.result)));

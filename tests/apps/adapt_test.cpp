@@ -259,15 +259,16 @@ TEST(Adapt, KeepsTheOutputOfAStreamingModel) {
 
 // ---- Front and back ends: each model against the plain loop over its audio, in double ----
 
+using Spectrum = std::array<std::complex<double>, 9>;
+
 /// Windows that end at multiples of `step`, in each of which `rule` changes the bins of the
 /// transform of 16; windowed again, divided by the sum of the squares, and added.
-Signal
-OverBins(const Signal& x, const Signal& window, std::size_t step,
-         const std::function<std::complex<double>(std::size_t, std::complex<double>)>& rule) {
+Signal OverSpectra(const Signal& x, const Signal& window, std::size_t step,
+                   const std::function<void(Spectrum&)>& rule) {
   constexpr std::size_t size = 16;
   Signal sums(x.size() + size), squares(x.size() + size);
   for (std::size_t end = step; end <= x.size() + size; end += step) {
-    std::array<std::complex<double>, size> bins{};
+    Spectrum bins{};
     const auto at = [&](std::size_t n) {
       return end + n < size || end + n - size >= x.size() ? 0.0 : x[end + n - size];
     };
@@ -277,8 +278,7 @@ OverBins(const Signal& x, const Signal& window, std::size_t step,
     for (std::size_t k = 0; k <= size / 2; ++k)
       for (std::size_t n = 0; n < size; ++n)
         bins[k] += at(n) * window[n] * std::conj(root(k, n));
-    for (std::size_t k = 0; k <= size / 2; ++k)
-      bins[k] = rule(k, bins[k]);
+    rule(bins);
     for (std::size_t n = 0; n < size; ++n) {
       if (end + n < size || end + n - size >= sums.size()) continue;
       double value = 0;
@@ -292,6 +292,16 @@ OverBins(const Signal& x, const Signal& window, std::size_t step,
   for (std::size_t n = 0; n < y.size(); ++n)
     y[n] = sums[n] / squares[n];
   return y;
+}
+
+/// The same for a rule that changes each bin by itself.
+Signal
+OverBins(const Signal& x, const Signal& window, std::size_t step,
+         const std::function<std::complex<double>(std::size_t, std::complex<double>)>& rule) {
+  return OverSpectra(x, window, step, [&](Spectrum& bins) {
+    for (std::size_t k = 0; k < bins.size(); ++k)
+      bins[k] = rule(k, bins[k]);
+  });
 }
 
 Signal HannWindow(std::size_t length) {
@@ -423,6 +433,112 @@ TEST(Adapt, WritesFrontAndBackEndIntoTheGraph) {
       files += file + ' ';
     }
     CheckAdapted(folder, files + "out.onnx " + row.arguments, 48000, row.expected, 5e-6);
+  }
+}
+
+// ---- Three files around one spectrum: features with running levels, gains of bands, a filter ----
+
+/// An encoder, the gains of three bands, and three factors for each of the lowest four bins. Time
+/// is free, its padding hidden in the graphs: of two windows in a Pad, of one in a Conv.
+std::vector<ModelBuilder> ThreeParts() {
+  const Dimensions bands = {1, 1, "S", 3}, parts = {1, 2, "S", 4};
+  std::vector<ModelBuilder> models(3);
+  models[0]
+      .Input("bands", Element::Float, bands)
+      .Input("low", Element::Float, parts)
+      .Output("e", Element::Float, bands)
+      .Output("c", Element::Float, parts)
+      .Int64s("pads", {8}, {0, 0, 2, 0, 0, 0, 0, 0})
+      .Floats("w", {1, 1, 3, 1}, {0.5F, -0.25F, 1})
+      .Node("Pad", {"bands", "pads"}, {"padded"})
+      .Node("Conv", {"padded", "w"}, {"e"})
+      .Node("Identity", {"low"}, {"c"});
+  models[1].Input("e", Element::Float, bands).Output("m", Element::Float, bands);
+  models[1].Node("Sigmoid", {"e"}, {"m"});
+  std::vector<float> weights(24);
+  for (std::size_t i = 0; i < weights.size(); ++i)
+    weights[i] = static_cast<float>(i % 5) / 8 - 0.25F;
+  models[2]
+      .Input("c", Element::Float, parts)
+      .Output("coefs", Element::Float, {1, "S", 4, 6})
+      .Floats("w", {6, 2, 2, 1}, weights)
+      .Node("Conv", {"c", "w"}, {"y"}, {{"pads", std::vector<std::int64_t>{1, 0, 0, 0}}})
+      .Node("Transpose", {"y"}, {"coefs"}, {{"perm", std::vector<std::int64_t>{0, 2, 3, 1}}});
+  return models;
+}
+
+/// What they make of audio, two windows late.
+Signal ThroughThreeParts(const Signal& x) {
+  constexpr std::array<std::size_t, 4> edges = {0, 2, 5, 9};
+  std::array<double, 3> mean = {-3, -4, -5};
+  std::array<double, 4> level = {1, 2, 3, 4};
+  std::array<std::array<double, 3>, 3> features{};  // of this window and two before
+  std::array<std::array<std::complex<double>, 4>, 2> low{};
+  std::array<Spectrum, 4> windows{};
+  const auto rule = [&](Spectrum& bins) {
+    std::ranges::rotate(windows, windows.end() - 1);
+    std::ranges::rotate(features, features.end() - 1);
+    std::ranges::rotate(low, low.end() - 1);
+    windows[0] = bins;
+    for (std::size_t b = 0; b < 3; ++b) {
+      double power = 0;
+      for (std::size_t k = edges[b]; k < edges[b + 1]; ++k)
+        power += std::norm(bins[k] / 8.0) / static_cast<double>(edges[b + 1] - edges[b]);
+      mean[b] = mean[b] / 2 + std::log(power + 0.01) / 2;
+      features[0][b] = 0.25 * (std::log(power + 0.01) - mean[b]);
+      const double e = features[0][b] - features[1][b] / 4 + features[2][b] / 2;
+      for (std::size_t k = edges[b]; k < edges[b + 1]; ++k)
+        bins[k] = windows[2][k] / (1 + std::exp(-e));
+    }
+    for (std::size_t k = 0; k < 4; ++k) {
+      level[k] = level[k] / 2 + std::abs(windows[0][k]) / 16;
+      low[0][k] = windows[0][k] / 8.0 / std::sqrt(level[k]);
+      bins[k] = 0;
+      for (std::size_t tap = 0; tap < 3; ++tap) {
+        const auto factor = [&](std::size_t row) {
+          const auto weight = [&](std::size_t i) { return static_cast<double>(i % 5) / 8 - 0.25; };
+          return weight(4 * row) * low[1][k].real() + weight(4 * row + 1) * low[0][k].real() +
+                 weight(4 * row + 2) * low[1][k].imag() + weight(4 * row + 3) * low[0][k].imag();
+        };
+        bins[k] += std::complex(factor(2 * tap), factor(2 * tap + 1)) * windows[3 - tap][k];
+      }
+    }
+  };
+  Signal longer = x;
+  longer.resize(x.size() + 2 * hop);
+  Signal y = OverSpectra(longer, HannWindow(16), hop, rule);
+  y.erase(y.begin(), y.begin() + 2 * hop);
+  return y;
+}
+
+constexpr const char* threeParts =
+    "a.onnx b.onnx c.onnx out.onnx --window hann:16 --hop 8 --scale 0.125 --bands 2,3,4 "
+    "--in bands=power/bands/log:+0.01/running-mean:0.5:-3..-5/times:0.25 "
+    "--in low=spectrum/lowest:4/running-root:0.5:1..4 --link e,c --carry-hidden --rate 48000 ";
+
+TEST(Adapt, PutsThreeFilesAroundOneSpectrum) {
+  std::vector<ModelBuilder> models = ThreeParts();
+  const TemporaryFolder folder;
+  for (std::size_t i = 0; i < 3; ++i)
+    WriteFile(folder / (std::string(1, "abc"[i]) + ".onnx"), models[i].Build());
+  const std::string given = threeParts;
+  CheckAdapted(folder, given + "--out none,mask/bands,complex-mask/lowest:4/taps:3:1 --lookahead 2",
+               48000, ThroughThreeParts, 5e-6);
+  const struct {
+    const char* arguments;
+    const char* text;
+  } refused[] = {
+      {"--out none,mask/bands,complex-mask/lowest:4/taps:3:1", "takes 1 window after its own"},
+      {"--out none,mask/bands,complex-mask/lowest:4/taps:2", "carries a window's complex-mask"},
+      {"--out none,mask/bands,complex-mask/taps:3 --bands 4,5", "cannot be told apart of 2 bins"},
+      {"--out none,mask/bands,none", "the last model has to return audio"},
+      {"--out none,mask,none --link c=e", "'c' float32 [1, 2, *, 4] of a.onnx does not fit"},
+  };
+  for (const auto& row : refused) {
+    SCOPED_TRACE(row.arguments);
+    const Outcome outcome = folder.Run("$TOOL adapt " + given + row.arguments);
+    EXPECT_NE(outcome.exitStatus, 0);
+    ExpectPart(outcome.err, row.text);
   }
 }
 

@@ -31,6 +31,26 @@ namespace Orvik::Tesmo::Tool {
 
 // ---- What the caller declares -------------------------------------------------------------------
 
+/// One operation on the features of a window, value by value unless it says otherwise.
+struct FeatureStep {
+  enum class Kind {
+    Log,           ///< the natural logarithm of x, or of `floor` where x is less
+    LogOfSum,      ///< the natural logarithm of x + floor
+    Times,         ///< x * factor
+    Bands,         ///< the mean of x over the bins of each band
+    Lowest,        ///< the lowest `count` bins alone
+    Fixed,         ///< (x - mean) / deviation
+    RunningMean,   ///< x - s, where s = keep * s + (1 - keep) * x
+    RunningLevel,  ///< x / s, where s = keep * s + (1 - keep) * |x|
+    RunningRoot    ///< x / sqrt(s), s likewise
+  };
+  Kind kind = Kind::Times;
+  double floor = 0, factor = 1, keep = 0;
+  std::int64_t count = 0;
+  std::vector<double> mean, deviation;  ///< one value, or one for each bin
+  double first = 0, last = 0;           ///< the first s: of the lowest bin, ... of the highest
+};
+
 /// What a model is given for each window.
 struct Feature {
   enum class Kind {
@@ -42,19 +62,28 @@ struct Feature {
     Power       ///< of each bin: the magnitude squared
   };
   Kind kind = Kind::Unknown;
-  bool hasLog = false;        ///< the natural logarithm of it
-  double floor = 0;           ///< the least value before the logarithm
-  bool isFloorAdded = false;  ///< the floor is added instead
+  std::vector<FeatureStep> steps;
+  std::string text;  ///< as declared
 };
 
 /// What a model returns for each window and class.
-enum class Result {
-  Unknown,  ///< a complex spectrum, if the tensors look like it
-  Samples,
-  Spectrum,     ///< real and imaginary part of each bin
-  Mask,         ///< a real factor for each bin
-  ComplexMask,  ///< a complex factor for each bin
-  Gate          ///< one factor for all samples of the window
+struct Result {
+  enum class Kind {
+    Unknown,  ///< a complex spectrum, if the tensors look like it
+    None,     ///< nothing but what other parts take
+    Samples,
+    Spectrum,     ///< real and imaginary part of each bin
+    Mask,         ///< a real factor for each bin
+    ComplexMask,  ///< a complex factor for each bin
+    Gate          ///< one factor for all samples of the window
+  };
+  Kind kind = Kind::Unknown;
+  bool isOfBands = false;   ///< one factor for all bins of a band
+  std::int64_t lowest = 0;  ///< bins that it has; the others stay as they are. 0: all
+  /// A complex mask with `taps` factors for each bin is a filter over as many windows of the
+  /// spectrum that the first part is given, of which `ahead` come after the one that it is for.
+  std::int64_t taps = 0, ahead = 0;
+  std::string text;  ///< as declared
 };
 
 /// How the windows that come out become a stream.
@@ -63,20 +92,6 @@ enum class Joining {
   Windowed,  ///< windowed again, so that the overlapping windows add up to one, and added
   Added,     ///< added as they are
   Finished   ///< each holds one hop of finished samples
-};
-
-/// What happens to the features before the model sees them, value by value.
-struct Normalisation {
-  enum class Kind {
-    None,
-    Fixed,        ///< (x - mean) / deviation
-    RunningMean,  ///< x - s, where s = keep * s + (1 - keep) * x
-    RunningLevel  ///< x / s, s likewise
-  };
-  Kind kind = Kind::None;
-  std::vector<double> mean, deviation;  ///< one value, or one for each bin
-  double keep = 0;
-  double start = 0;  ///< the first s
 };
 
 using NamePairs = std::vector<std::pair<std::string, std::string>>;
@@ -88,16 +103,19 @@ struct AdaptRequest {
   std::vector<std::string> inputLayouts, outputLayouts;  ///< a layout for each part
   NamePairs states;                                      ///< input, output
   NamePairs constants;                                   ///< input, number
-  NamePairs initial;                                     ///< state input, number or file
+  NamePairs initial;                                     ///< state input, first value
+  NamePairs links;                                       ///< output, input of a later part
   bool carriesHiddenStates = false;
   std::vector<Feature> features;
+  std::vector<std::pair<std::string, Feature>> namedFeatures;  ///< by input, instead of `features`
   std::vector<Result> results;
+  std::vector<std::int64_t> bands;  ///< bins of each, from the lowest
   Joining joining = Joining::Unknown;
-  Normalisation normalisation;
-  std::string windowName;       ///< one of WindowNames()
-  std::uint64_t window = 0;     ///< samples under the window
-  std::uint64_t transform = 0;  ///< samples of the discrete Fourier transform
-  std::uint64_t hop = 0;        ///< samples
+  std::optional<FeatureStep> normalisation;  ///< the last step of every feature that is real
+  std::string windowName;                    ///< one of WindowNames()
+  std::uint64_t window = 0;                  ///< samples under the window
+  std::uint64_t transform = 0;               ///< samples of the discrete Fourier transform
+  std::uint64_t hop = 0;                     ///< samples
   std::uint64_t context = 0;    ///< samples before the window that the model is given as well
   std::uint64_t delay = 0;      ///< samples that the model's output is late
   std::uint64_t lookahead = 0;  ///< windows that the model's output is late
@@ -111,16 +129,19 @@ struct AdaptRequest {
 Feature ParseFeature(std::string_view text);
 Result ParseResult(std::string_view text);
 Joining ParseJoining(std::string_view text);
-Normalisation ParseNormalisation(std::string_view text);
+/// One operation, without those that change the number of bins.
+FeatureStep ParseNormalisation(std::string_view text);
 /// "hann", "400" or "hann:400"
 void ParseWindow(std::string_view text, AdaptRequest& request);
 double ParseNumber(std::string_view text);
 std::vector<std::string> SplitAt(std::string_view text, char separator);
 
 std::string FeatureText(const Feature& feature);
-std::string ResultText(Result result);
+std::string ResultText(const Result& result);
 bool IsSpectral(const Feature& feature);
-bool IsSpectral(Result result);
+bool IsSpectral(const Result& result);
+/// A factor for each bin.
+bool IsMask(const Result& result);
 
 /// The window called `name`, `length` samples centred in `transform`; in between zeros.
 std::vector<double> MakeWindow(const std::string& name, std::size_t length, std::size_t transform);
@@ -179,13 +200,16 @@ std::string SourceTensorText(const std::vector<SourceTensor>& tensors);
 /// inputs being 1, and once more with 2, to learn which of them depend on those.
 void LearnShapes(Platform::Runtime& runtime, SourceModel& model, const AdaptRequest& request);
 
-/// Makes the hidden states of GRU, LSTM and RNN nodes that start at zero at each evaluation inputs
-/// and outputs of the model. Returns their pairs. Refusal where there is none.
+/// Makes what the graph hides inputs and outputs of the model: states of GRU, LSTM and RNN nodes
+/// that start at zero at each evaluation, and the windows that are padded with zeros in front of
+/// the first one. Returns their pairs. Refusal where there is none.
 NamePairs BringOutHiddenStates(Platform::Runtime& runtime, SourceModel& model,
                                const AdaptRequest& request);
 
-/// The value of an input that --set names.
-onnx::TensorProto ConstantTensor(const SourceTensor& tensor, const std::string& number);
+/// `tensor` filled with `values`, or with the only one, free dimensions being 1. `option` is named
+/// in the Refusal for types that are no numbers.
+onnx::TensorProto FilledTensor(const SourceTensor& tensor, const std::vector<double>& values,
+                               const char* option);
 
 // ---- Running a model ----------------------------------------------------------------------------
 
@@ -229,8 +253,9 @@ private:
 // ---- Which tensors carry audio, how, and which are states ---------------------------------------
 
 /// What the dimensions of an audio tensor mean, outermost first, one letter for each: N channels (a
-/// batch), T windows (time), F bins or samples, C real and imaginary part, K classes, R rows, 1
-/// nothing (its size is 1). Every letter but 1 at most once.
+/// batch), T windows (time), F bins or samples, C real and imaginary part (of all taps, unless a
+/// dimension has those), K classes, O taps, R rows, 1 nothing (its size is 1). Every letter but 1
+/// at most once.
 using Layout = std::string;
 
 inline bool Has(const Layout& layout, char letter) {
@@ -248,20 +273,33 @@ struct StatePair {
 /// "h_out", "state1" and "newState1", "past_k" and "present_k", "c0" and "cn").
 bool NamesPair(const std::string& input, const std::string& output);
 
+/// Audio that goes into a part.
+struct AudioInput {
+  Feature feature;
+  std::vector<SourceTensor> tensors;  ///< one, or the real and the imaginary part
+  Layout layout;                      ///< of every tensor
+  std::int64_t size = 0;              ///< of F
+  std::int64_t history = 1;           ///< windows that one evaluation is given, the last is new
+};
+
+/// A tensor that one part takes from another.
+struct Link {
+  std::size_t part;  ///< whose output it is
+  SourceTensor output, input;
+};
+
 /// The roles of the tensors of one part.
 struct Roles {
-  Feature feature;
-  Result result = Result::Unknown;
-  std::vector<SourceTensor> inputs;  ///< one, or the real and the imaginary part
-  /// For each class likewise, unless a dimension has the classes.
+  std::vector<AudioInput> inputs;  ///< none where everything comes from other parts
+  Result result;
+  /// One for each class, or real and imaginary part of each, unless a dimension has the classes.
   std::vector<SourceTensor> outputs;
-  Layout inputLayout, outputLayout;  ///< of every input, of every output
+  Layout outputLayout;  ///< of every output
   std::vector<StatePair> states;
   std::vector<SourceTensor> constants;
-  std::int64_t inputSize = 0;   ///< of F
+  std::vector<Link> links;
   std::int64_t outputSize = 0;  ///< of F; a gate has none
   std::int64_t classCount = 1;
-  std::int64_t history = 1;        ///< windows that one evaluation is given, the last is new
   std::int64_t outputHistory = 1;  ///< windows that it returns, of which the last is taken
 };
 
@@ -272,6 +310,7 @@ struct Framing {
   std::int64_t transform = 0;  ///< of a window with what is zero around it; of a frame of samples
   std::int64_t context = 0;
   std::string windowName;
+  std::vector<std::int64_t> bands;  ///< bins of each
   Joining joining = Joining::Unknown;
   bool isWindowAssumed = false, isHopAssumed = false;
   /// The adapted model takes spectra, and the library cuts the windows.

@@ -19,7 +19,7 @@ constexpr const char* prefix = "model/";
 /// The axes of what the step is given at once.
 std::string Axes(const Roles& roles, const Loops& loops) {
   return std::string(loops.overChannels ? "" : "N") + (loops.overWindows ? "" : "T") +
-         (IsSpectral(roles.feature) ? "FC" : "F");
+         (IsSpectral(roles.result) ? "FC" : "F");
 }
 
 class Builder {
@@ -73,7 +73,7 @@ private:
     if (!loops.overChannels) shape.push_back(0);
     if (slicesStates) shape.push_back(0);  // all windows of one channel
     shape.push_back(roles.outputSize);
-    if (IsSpectral(roles.feature)) shape.push_back(2);
+    if (IsSpectral(roles.result)) shape.push_back(2);
     DeclareShape(*bodyGraph.mutable_output(bodyGraph.output_size() - 1), shape,
                  {slicesStates ? "windows" : "channels"});
 
@@ -98,7 +98,7 @@ private:
   }
 
   PartValues Inside(GraphWriter& graph, const PartValues& in) const {
-    return WritePart(graph, inside, prefix, roles, in, axes, axes);
+    return WritePart(graph, inside, prefix, roles, {{in.audio, axes}}, in.states, axes);
   }
 
   const Roles& roles;
@@ -167,7 +167,8 @@ std::vector<Loops> PossibleLoops(const Roles& roles) {
            });
   };
   const auto takesMany = [&](char axis) {
-    return hasFree(roles.inputs, roles.inputLayout, axis) && Has(roles.outputLayout, axis);
+    return hasFree(roles.inputs[0].tensors, roles.inputs[0].layout, axis) &&
+           Has(roles.outputLayout, axis);
   };
   const bool hasChannels =
       takesMany('N') && std::ranges::all_of(roles.states, [](const StatePair& pair) {
@@ -192,7 +193,7 @@ std::vector<std::int64_t> AdaptedStateShape(const StatePair& pair, const Loops& 
 std::string BuildAdaptedModel(const Plan& step, const AdaptRequest& request, const Loops& loops) {
   const SourceModel& source = step.sources[0];
   const Roles& roles = step.parts[0];
-  const bool isSpectral = IsSpectral(roles.feature);
+  const bool isSpectral = IsSpectral(roles.result);
   onnx::ModelProto model = source.proto;
   model.set_ir_version(std::max<std::int64_t>(model.ir_version(), leastIrVersion));
   WriteMetadata(model, step, request);
@@ -202,7 +203,7 @@ std::string BuildAdaptedModel(const Plan& step, const AdaptRequest& request, con
   GraphWriter writer(graph, source.opset);
 
   GraphWriter::Declare(*graph.add_input(), "input", Platform::TensorKind::Float);
-  std::vector<std::int64_t> shape = {0, 0, roles.inputSize};
+  std::vector<std::int64_t> shape = {0, 0, roles.inputs[0].size};
   if (isSpectral) shape.push_back(2);
   DeclareShape(*graph.mutable_input(0), shape,
                {"channels", step.lookahead > 0 ? "windows_in" : "windows"});

@@ -56,9 +56,9 @@ private:
 class StepRun {
 public:
   StepRun(Platform::Runtime& runtime, const std::string& bytes, const Roles& roles)
-      : roles(roles), in(roles.inputLayout, 1, roles.inputSize),
+      : roles(roles), in(roles.inputs[0].layout, 1, roles.inputs[0].size),
         out(roles.outputLayout, roles.classCount, roles.outputSize), run(runtime, bytes) {
-    for (const SourceTensor& input : roles.inputs)
+    for (const SourceTensor& input : roles.inputs[0].tensors)
       inputs.push_back(run.Bind(Side::Input, input.name, in.shape));
     for (const SourceTensor& output : roles.outputs)
       outputs.push_back(run.Bind(Side::Output, output.name, out.shape));
@@ -74,12 +74,13 @@ public:
 
   /// `window`: bins x 2, or samples. `result`: class k at k * classStride, likewise.
   void Process(const float* window, float* result, std::int64_t classStride) {
-    const std::int64_t parts = IsSpectral(roles.feature) ? 2 : 1;
+    const std::int64_t parts = IsSpectral(roles.result) ? 2 : 1;
     for (std::size_t i = 0; i < inputs.size(); ++i) {
       std::vector<float> values(in.Size());
-      ForEachPart(roles.inputLayout, i, [&](std::int64_t bin, std::int64_t part, std::int64_t own) {
-        values[in.Place(0, bin, own)] = window[parts * bin + part];
-      });
+      ForEachPart(roles.inputs[0].layout, i,
+                  [&](std::int64_t bin, std::int64_t part, std::int64_t own) {
+                    values[in.Place(0, bin, own)] = window[parts * bin + part];
+                  });
       run.Set(inputs[i], values);
     }
     run.Evaluate();
@@ -100,7 +101,7 @@ public:
 private:
   /// Of the parts that the tensor with this number has: both, or the one of its number.
   void ForEachPart(const Layout& layout, std::size_t tensor, auto visit) const {
-    for (std::int64_t bin = 0; bin < roles.inputSize; ++bin) {
+    for (std::int64_t bin = 0; bin < roles.inputs[0].size; ++bin) {
       if (Has(layout, 'C')) {
         visit(bin, 0, 0);
         visit(bin, 1, 1);
@@ -207,9 +208,9 @@ std::vector<float> RunAdapted(Platform::Runtime& runtime, const std::string& byt
   const Roles& roles = step.parts[0];
   const std::int64_t window = signal.perWindow, lookahead = step.lookahead;
   ModelRun run(runtime, bytes);
-  Platform::Shape in = {channels, perEvaluation + lookahead, roles.inputSize};
+  Platform::Shape in = {channels, perEvaluation + lookahead, roles.inputs[0].size};
   Platform::Shape out = {roles.classCount, channels, perEvaluation, roles.outputSize};
-  if (IsSpectral(roles.feature)) {
+  if (IsSpectral(roles.result)) {
     in.push_back(2);
     out.push_back(2);
   }

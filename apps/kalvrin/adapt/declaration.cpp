@@ -30,11 +30,13 @@ constexpr std::array<Word<Feature::Kind>, 5> featureWords = {
      {"spectrum", Feature::Kind::Spectrum},
      {"magnitude", Feature::Kind::Magnitude},
      {"power", Feature::Kind::Power}}};
-constexpr std::array<Word<Result>, 5> resultWords = {{{"samples", Result::Samples},
-                                                      {"spectrum", Result::Spectrum},
-                                                      {"mask", Result::Mask},
-                                                      {"complex-mask", Result::ComplexMask},
-                                                      {"gate", Result::Gate}}};
+constexpr std::array<Word<Result::Kind>, 6> resultWords = {
+    {{"samples", Result::Kind::Samples},
+     {"spectrum", Result::Kind::Spectrum},
+     {"mask", Result::Kind::Mask},
+     {"complex-mask", Result::Kind::ComplexMask},
+     {"gate", Result::Kind::Gate},
+     {"none", Result::Kind::None}}};
 constexpr std::array<Word<Joining>, 3> joiningWords = {
     {{"windowed", Joining::Windowed}, {"added", Joining::Added}, {"finished", Joining::Finished}}};
 
@@ -89,6 +91,72 @@ std::vector<double> Numbers(std::string_view text) {
   for (const std::string& one : SplitAt(text, ','))
     numbers.push_back(ParseNumber(one));
   return numbers;
+}
+
+std::int64_t ParseSigned(std::string_view text, std::uint64_t least) {
+  return static_cast<std::int64_t>(ParseCount(text, least, mostWindow));
+}
+
+/// Operations on complex numbers, too.
+bool WorksOnParts(FeatureStep::Kind kind) {
+  using enum FeatureStep::Kind;
+  return kind == Times || kind == Lowest || kind == RunningLevel || kind == RunningRoot;
+}
+
+/// KEEP, or KEEP and START, or KEEP and FIRST..LAST
+void ParseRunning(const std::vector<std::string>& parts, FeatureStep& step) {
+  step.keep = ParseNumber(parts[1]);
+  if (step.keep < 0 || step.keep >= 1)
+    throw UsageError("a running value keeps a share from 0 to below 1");
+  if (parts.size() < 3) return;
+  const std::size_t dots = parts[2].find("..");
+  step.first = step.last = ParseNumber(std::string_view(parts[2]).substr(0, dots));
+  if (dots != std::string::npos)
+    step.last = ParseNumber(std::string_view(parts[2]).substr(dots + 2));
+}
+
+FeatureStep ParseStep(std::string_view text) {
+  using enum FeatureStep::Kind;
+  struct Row {
+    std::string_view word;
+    FeatureStep::Kind kind;
+    std::size_t least, most;  ///< parts between colons
+  };
+  static constexpr std::array<Row, 8> rows = {{{"log", Log, 2, 2},
+                                               {"times", Times, 2, 2},
+                                               {"bands", Bands, 1, 1},
+                                               {"lowest", Lowest, 2, 2},
+                                               {"fixed", Fixed, 3, 3},
+                                               {"running-mean", RunningMean, 2, 3},
+                                               {"running-level", RunningLevel, 2, 3},
+                                               {"running-root", RunningRoot, 2, 3}}};
+  std::vector<std::string> parts = SplitAt(text, ':');
+  const auto* const row = std::ranges::find(rows, parts[0], &Row::word);
+  if (row == rows.end() || parts.size() < row->least || parts.size() > row->most)
+    throw UsageError("'" + std::string(text) +
+                     "' is none of log:FLOOR (the least value) or log:+FLOOR (added), times:X, "
+                     "bands, lowest:N, fixed:MEAN:DEVIATION, running-mean:KEEP[:START[..LAST]], "
+                     "running-level:..., running-root:...");
+  FeatureStep step;
+  step.kind = row->kind;
+  if (step.kind == Log) {
+    const bool isAdded = parts[1].starts_with('+');
+    step.kind = isAdded ? LogOfSum : Log;
+    step.floor = ParseNumber(std::string_view(parts[1]).substr(isAdded ? 1 : 0));
+    if (step.floor <= 0) throw UsageError("the floor of a logarithm is above 0");
+  } else if (step.kind == Times) {
+    step.factor = ParseNumber(parts[1]);
+  } else if (step.kind == Lowest) {
+    step.count = ParseSigned(parts[1], 1);
+  } else if (step.kind == Fixed) {
+    step.mean = Numbers(parts[1]);
+    step.deviation = Numbers(parts[2]);
+    if (std::ranges::count(step.deviation, 0.0) > 0)
+      throw UsageError("a deviation of 0 would be divided by");
+  } else if (step.kind != Bands) {
+    ParseRunning(parts, step);
+  }
+  return step;
 }
 
 std::string_view Trimmed(std::string_view text) {
@@ -154,58 +222,64 @@ double ParseNumber(std::string_view text) {
 
 Feature ParseFeature(std::string_view text) {
   Feature feature;
-  std::string_view word = text;
-  if (word.starts_with("log-")) {
-    feature.hasLog = true;
-    const std::size_t colon = word.find(':');
-    if (colon == std::string_view::npos)
-      throw UsageError("a logarithm needs a floor: '" + std::string(text) +
-                       ":1e-10' for the least value, ':+1e-10' for one that is added");
-    std::string_view floor = word.substr(colon + 1);
-    feature.isFloorAdded = floor.starts_with('+');
-    if (feature.isFloorAdded) floor.remove_prefix(1);
-    feature.floor = ParseNumber(floor);
-    if (feature.floor <= 0) throw UsageError("the floor of a logarithm is above 0");
-    word = word.substr(4, colon - 4);
+  feature.text = text;
+  const std::vector<std::string> words = SplitAt(text, '/');
+  std::string kind = words[0];
+  if (kind.starts_with("log-")) {
+    const std::size_t colon = std::min(kind.find(':'), kind.size());
+    feature.steps.push_back(ParseStep("log" + kind.substr(colon)));
+    kind = kind.substr(4, colon - 4);
   }
-  feature.kind = Find(featureWords, word);
-  if (feature.hasLog && feature.kind != Feature::Kind::Magnitude &&
-      feature.kind != Feature::Kind::Power)
-    throw UsageError("only magnitude and power have a logarithm");
+  feature.kind = Find(featureWords, kind);
+  for (std::size_t i = 1; i < words.size(); ++i)
+    feature.steps.push_back(ParseStep(words[i]));
+  if (!feature.steps.empty() && !IsSpectral(feature))
+    throw UsageError("'" + kind + "' is taken as it is, without '" + words.back() + "'");
+  for (const FeatureStep& step : feature.steps)
+    if (feature.kind == Feature::Kind::Spectrum && !WorksOnParts(step.kind))
+      throw UsageError("'" + std::string(text) +
+                       "' is complex: only times, lowest, running-level "
+                       "and running-root can follow");
   return feature;
 }
 
 Result ParseResult(std::string_view text) {
-  return Find(resultWords, text);
+  Result result;
+  result.text = text;
+  const std::vector<std::string> words = SplitAt(text, '/');
+  result.kind = Find(resultWords, words[0]);
+  for (std::size_t i = 1; i < words.size(); ++i) {
+    const std::vector<std::string> parts = SplitAt(words[i], ':');
+    if (parts[0] == "bands" && parts.size() == 1 && result.kind == Result::Kind::Mask) {
+      result.isOfBands = true;
+    } else if (parts[0] == "lowest" && parts.size() == 2 && IsMask(result)) {
+      result.lowest = ParseSigned(parts[1], 1);
+    } else if (parts[0] == "taps" && parts.size() <= 3 && parts.size() > 1 &&
+               result.kind == Result::Kind::ComplexMask) {
+      result.taps = ParseSigned(parts[1], 1);
+      if (parts.size() == 3) result.ahead = ParseSigned(parts[2], 0);
+      if (result.ahead >= result.taps)
+        throw UsageError("'" + words[i] + "' looks further ahead than it has taps");
+    } else {
+      throw UsageError("'" + words[i] + "' does not follow '" + words[0] +
+                       "': mask/bands, mask/lowest:N, complex-mask/lowest:N, "
+                       "complex-mask/taps:N[:AHEAD] do");
+    }
+  }
+  return result;
 }
 
 Joining ParseJoining(std::string_view text) {
   return Find(joiningWords, text);
 }
 
-Normalisation ParseNormalisation(std::string_view text) {
-  const std::vector<std::string> parts = SplitAt(text, ':');
-  Normalisation result;
-  if (parts[0] == "fixed" && parts.size() == 3) {
-    result.kind = Normalisation::Kind::Fixed;
-    result.mean = Numbers(parts[1]);
-    result.deviation = Numbers(parts[2]);
-    if (std::ranges::count(result.deviation, 0.0) > 0)
-      throw UsageError("a deviation of 0 would be divided by");
-  } else if ((parts[0] == "running-mean" || parts[0] == "running-level") &&
-             (parts.size() == 2 || parts.size() == 3)) {
-    result.kind = parts[0] == "running-mean" ? Normalisation::Kind::RunningMean
-                                             : Normalisation::Kind::RunningLevel;
-    result.keep = ParseNumber(parts[1]);
-    if (parts.size() == 3) result.start = ParseNumber(parts[2]);
-    if (result.keep < 0 || result.keep >= 1)
-      throw UsageError("a running value keeps a share from 0 to below 1");
-  } else {
+FeatureStep ParseNormalisation(std::string_view text) {
+  FeatureStep step = ParseStep(text);
+  if (step.kind < FeatureStep::Kind::Fixed)
     throw UsageError("'" + std::string(text) +
-                     "' is none of fixed:MEAN:DEVIATION, running-mean:KEEP[:START], "
-                     "running-level:KEEP[:START]");
-  }
-  return result;
+                     "' is no rule: fixed, running-mean, running-level "
+                     "and running-root are");
+  return step;
 }
 
 void ParseWindow(std::string_view text, AdaptRequest& request) {
@@ -228,20 +302,23 @@ void ParseWindow(std::string_view text, AdaptRequest& request) {
 }
 
 std::string FeatureText(const Feature& feature) {
-  const std::string word = WordOf(featureWords, feature.kind);
-  return feature.hasLog ? "log-" + word : word;
+  return feature.text.empty() ? WordOf(featureWords, feature.kind) : feature.text;
 }
 
-std::string ResultText(Result result) {
-  return WordOf(resultWords, result);
+std::string ResultText(const Result& result) {
+  return result.text.empty() ? WordOf(resultWords, result.kind) : result.text;
 }
 
 bool IsSpectral(const Feature& feature) {
   return feature.kind != Feature::Kind::Samples && feature.kind != Feature::Kind::Rows;
 }
 
-bool IsSpectral(Result result) {
-  return result != Result::Samples && result != Result::Gate;
+bool IsSpectral(const Result& result) {
+  return result.kind != Result::Kind::Samples && result.kind != Result::Kind::Gate;
+}
+
+bool IsMask(const Result& result) {
+  return result.kind == Result::Kind::Mask || result.kind == Result::Kind::ComplexMask;
 }
 
 std::vector<double> MakeWindow(const std::string& name, std::size_t length, std::size_t transform) {

@@ -82,17 +82,18 @@ void AddPrefixes(onnx::GraphProto& graph, const std::string& prefix) {
   graph.clear_quantization_annotation();
 }
 
-void FeedAudio(GraphWriter& graph, const std::string& prefix, const Roles& roles,
-               const std::string& audio, const std::string& axes) {
-  if (roles.inputs.size() == 1) {
-    graph.Alias(IntoLayout(graph, audio, axes, roles.inputLayout), prefix + roles.inputs[0].name);
+void FeedAudio(GraphWriter& graph, const std::string& prefix, const AudioInput& input,
+               const FedAudio& fed) {
+  if (input.tensors.size() == 1) {
+    graph.Alias(IntoLayout(graph, fed.audio, fed.axes, input.layout),
+                prefix + input.tensors[0].name);
     return;
   }
   for (std::size_t part = 0; part < 2; ++part) {
-    const std::string one = graph.Take(audio, static_cast<std::int64_t>(axes.size()) - 1,
+    const std::string one = graph.Take(fed.audio, static_cast<std::int64_t>(fed.axes.size()) - 1,
                                        static_cast<std::int64_t>(part));
-    graph.Alias(IntoLayout(graph, one, Without(axes, 'C'), roles.inputLayout),
-                prefix + roles.inputs[part].name);
+    graph.Alias(IntoLayout(graph, one, Without(fed.axes, 'C'), input.layout),
+                prefix + input.tensors[part].name);
   }
 }
 
@@ -118,14 +119,14 @@ std::string CollectAudio(GraphWriter& graph, const std::string& prefix, const Ro
 
 }  // namespace
 
-GraphWriter::GraphWriter(onnx::GraphProto& graph, int opset)
-    : graph(graph), opset(opset), names(std::make_shared<int>(0)) {}
+GraphWriter::GraphWriter(onnx::GraphProto& graph, int opset, std::string prefix)
+    : graph(graph), opset(opset), prefix(std::move(prefix)), names(std::make_shared<int>(0)) {}
 
 GraphWriter::GraphWriter(onnx::GraphProto& graph, const GraphWriter& outer)
-    : graph(graph), opset(outer.opset), names(outer.names) {}
+    : graph(graph), opset(outer.opset), prefix(outer.prefix), names(outer.names) {}
 
 std::string GraphWriter::FreshName() {
-  return "adapted/" + std::to_string(++*names);
+  return prefix + std::to_string(++*names);
 }
 
 std::string GraphWriter::Identity(const std::string& x) {
@@ -171,6 +172,11 @@ std::string GraphWriter::Floats(const std::vector<double>& values,
   return constant.name();
 }
 
+std::string GraphWriter::Constant(onnx::TensorProto tensor) {
+  tensor.set_name(FreshName());
+  return (*graph.add_initializer() = std::move(tensor)).name();
+}
+
 std::string GraphWriter::Slice(const std::string& x, std::int64_t axis, std::int64_t from,
                                std::int64_t to) {
   return Apply("Slice", {x, Int64s({from}), Int64s({to}), Int64s({axis})});
@@ -184,6 +190,10 @@ std::string GraphWriter::Take(const std::string& x, std::int64_t axis, std::int6
 
 std::string GraphWriter::DropFirst(const std::string& x, std::int64_t axis, std::int64_t count) {
   return Slice(x, axis, count, std::numeric_limits<std::int64_t>::max());
+}
+
+std::string GraphWriter::Sum(const std::string& x, std::int64_t axis) {
+  return Squeeze(WithAxes("ReduceSum", x, {axis}), {axis});
 }
 
 void GraphWriter::Alias(const std::string& x, const std::string& name) {
@@ -250,16 +260,17 @@ onnx::GraphProto Prefixed(const SourceModel& source, const std::string& prefix) 
 }
 
 PartValues WritePart(GraphWriter& graph, const onnx::GraphProto& part, const std::string& prefix,
-                     const Roles& roles, const PartValues& in, const std::string& axes,
-                     const std::string& outAxes) {
-  FeedAudio(graph, prefix, roles, in.audio, axes);
+                     const Roles& roles, const std::vector<FedAudio>& fed,
+                     const std::vector<std::string>& states, const std::string& outAxes) {
+  for (std::size_t i = 0; i < fed.size(); ++i)
+    FeedAudio(graph, prefix, roles.inputs[i], fed[i]);
   for (std::size_t i = 0; i < roles.states.size(); ++i)
-    graph.Alias(in.states[i], prefix + roles.states[i].input.name);
+    graph.Alias(states[i], prefix + roles.states[i].input.name);
   graph.Graph().mutable_node()->MergeFrom(part.node());
   graph.Graph().mutable_initializer()->MergeFrom(part.initializer());
   graph.Graph().mutable_sparse_initializer()->MergeFrom(part.sparse_initializer());
   PartValues out;
-  out.audio = CollectAudio(graph, prefix, roles, outAxes);
+  if (!roles.outputs.empty()) out.audio = CollectAudio(graph, prefix, roles, outAxes);
   for (const StatePair& pair : roles.states)
     out.states.push_back(graph.Identity(prefix + pair.output.name));
   return out;

@@ -13,7 +13,8 @@ namespace Orvik::Tesmo::Tool {
 /// within graphs share the names, since an inner one sees those of the outer.
 class GraphWriter {
 public:
-  GraphWriter(onnx::GraphProto& graph, int opset);
+  /// `prefix`: of the names of results.
+  GraphWriter(onnx::GraphProto& graph, int opset, std::string prefix = "adapted/");
   /// Of a graph inside the one of `outer`.
   GraphWriter(onnx::GraphProto& graph, const GraphWriter& outer);
 
@@ -31,6 +32,7 @@ public:
   /// A constant.
   std::string Floats(const std::vector<double>& values,
                      const std::vector<std::int64_t>& shape = {});
+  std::string Constant(onnx::TensorProto tensor);
   std::string Int64s(const std::vector<std::int64_t>& values, bool isScalar = false);
   /// Elements `from` to `to`, without it, along `axis`.
   std::string Slice(const std::string& x, std::int64_t axis, std::int64_t from, std::int64_t to);
@@ -38,6 +40,8 @@ public:
   std::string Take(const std::string& x, std::int64_t axis, std::int64_t index);
   /// All but the first `count` along `axis`.
   std::string DropFirst(const std::string& x, std::int64_t axis, std::int64_t count);
+  /// The sums along `axis`, which goes.
+  std::string Sum(const std::string& x, std::int64_t axis);
   /// A second name, `name`, for x.
   void Alias(const std::string& x, const std::string& name);
 
@@ -50,12 +54,13 @@ public:
 
 private:
   std::string Result(onnx::NodeProto& node);
-  /// Squeeze and Unsqueeze: axes are an attribute before opset 13.
+  /// Squeeze, Unsqueeze, ReduceSum: axes are an attribute before opset 13.
   std::string WithAxes(const char* type, const std::string& x,
                        const std::vector<std::int64_t>& axes);
 
   onnx::GraphProto& graph;
   int opset;
+  std::string prefix;
   std::shared_ptr<int> names;
 };
 
@@ -63,18 +68,23 @@ private:
 /// twice.
 onnx::GraphProto Prefixed(const SourceModel& source, const std::string& prefix);
 
-/// What goes into a part and comes out of it. The audio has the axes that its user says, letters as
-/// in a Layout; what comes out has a first one, the classes.
+/// What goes into a loop's turn, or comes out of it or of a part. The audio has the axes that its
+/// user says, letters as in a Layout; what comes out has a first one, the classes.
 struct PartValues {
   std::string audio;
   std::vector<std::string> states;
 };
 
-/// Writes `part`, a graph with `prefix`, into `graph`: brings the audio into the layout that it
-/// takes and what it returns out of its layout.
+/// What goes into one AudioInput, with its axes.
+struct FedAudio {
+  std::string audio, axes;
+};
+
+/// Writes `part`, a graph with `prefix`, into `graph`: brings the audio into the layouts that it
+/// takes and what it returns out of its layout. `fed`: one for each of roles.inputs.
 PartValues WritePart(GraphWriter& graph, const onnx::GraphProto& part, const std::string& prefix,
-                     const Roles& roles, const PartValues& in, const std::string& axes,
-                     const std::string& outAxes);
+                     const Roles& roles, const std::vector<FedAudio>& fed,
+                     const std::vector<std::string>& states, const std::string& outAxes);
 
 /// Shape of an input or output; 0 is a free dimension, named by the next of `symbols`.
 void DeclareShape(onnx::ValueInfoProto& feature, const std::vector<std::int64_t>& shape,

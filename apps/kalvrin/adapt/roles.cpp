@@ -91,6 +91,7 @@ struct Expected {
   std::int64_t history = 1;  ///< of T, where an output may have more windows than one
   bool hasParts = false;     ///< C, or a second tensor
   bool hasRows = false;
+  std::int64_t taps = 0;  ///< O, or as many times two of C
 };
 
 /// The layout of an input that carries one window or several. Nothing where the tensor does not
@@ -107,7 +108,9 @@ std::optional<Layout> GuessInputLayout(const SourceTensor& tensor, const Expecte
   // Of the others one may hold several windows, if it is known which are the bins.
   const auto others = AxesOf(tensor, [](std::int64_t size) { return size > 1; });
   for (const std::size_t axis : others)
-    if (layout[axis] == undecided && expected.size > 0 && !Has(layout, 'T')) layout[axis] = 'T';
+    if (layout[axis] == undecided && expected.size > 0 && tensor.shape[values[0]].size > 0 &&
+        !Has(layout, 'T'))
+      layout[axis] = 'T';
   if (expected.hasRows) {
     const auto free = AxesOf(tensor, [](std::int64_t size) { return size == 0; });
     for (const std::size_t axis : free)
@@ -127,7 +130,15 @@ std::optional<Layout> GuessOutputLayout(const SourceTensor& tensor, const Expect
   if (expected.hasParts) {
     // Classes stand further out, so that of two dimensions of size 2 the one nearer to the bins, or
     // else the inner one, has the parts.
-    auto parts = AxesOf(tensor, [](std::int64_t size) { return size == 2; });
+    const auto other = [&](std::int64_t size) {
+      return AxesOf(tensor, [=](std::int64_t own) { return own == size; });
+    };
+    auto parts = other(2 * std::max<std::int64_t>(expected.taps, 1));
+    if (const auto taps = other(expected.taps); parts.empty() && taps.size() == 1) {
+      layout[taps[0]] = 'O';
+      parts = other(2);
+    }
+    std::erase(parts, place);
     if (parts.empty()) return {};
     const auto distance = [=](std::size_t axis) {
       return axis > place ? axis - place : place - axis;
@@ -169,11 +180,11 @@ void CheckLayout(const Layout& layout, std::string_view letters, const SourceTen
     throw UsageError(shown + " does not fit " + SourceTensorText(tensor));
   for (std::size_t i = 0; i < layout.size(); ++i) {
     const std::int64_t own = tensor.shape[i].size;
-    const bool fits = layout[i] == 'F'   ? own == size || own == 0 || size == 0
-                      : layout[i] == 'C' ? own == 2 || own == 0
-                      : layout[i] == 'K' ? own > 0
-                      : layout[i] == 'T' ? true
-                                         : own <= 1;
+    const bool fits = layout[i] == 'F'                       ? own == size || own == 0 || size == 0
+                      : layout[i] == 'C'                     ? own % 2 == 0
+                      : layout[i] == 'K' || layout[i] == 'O' ? own > 0
+                      : layout[i] == 'T'                     ? true
+                                                             : own <= 1;
     if (!fits)
       throw UsageError(shown + " does not fit " + SourceTensorText(tensor) + ": " + layout[i] +
                        " cannot have the size " + std::to_string(own));
@@ -393,6 +404,30 @@ std::string SizeText(const Expected& expected, bool isSpectral) {
              : " of " + std::to_string(expected.size) + (isSpectral ? " bins" : " samples");
 }
 
+/// Values of a window with `bins` that a feature has.
+std::int64_t SizeOf(const Feature& feature, std::int64_t bins, std::int64_t bands) {
+  std::int64_t size = bins;
+  for (const FeatureStep& step : feature.steps) {
+    if (step.kind == FeatureStep::Kind::Bands) {
+      if (size != bins)
+        throw UsageError("'" + feature.text +
+                         "' has bands of bins that are no longer there: put "
+                         "bands first");
+      size = bands;
+    } else if (step.kind == FeatureStep::Kind::Lowest) {
+      if (size > 0 && step.count > size)
+        throw UsageError("'" + feature.text + "' takes the lowest " + std::to_string(step.count) +
+                         " of " + std::to_string(size) + " values");
+      size = step.count;
+    }
+  }
+  return size;
+}
+
+std::int64_t SizeOf(const Result& result, std::int64_t bins, std::int64_t bands) {
+  return result.isOfBands ? bands : result.lowest > 0 ? result.lowest : bins;
+}
+
 bool HasRealAndImaginary(const Feature& feature) {
   return feature.kind == Feature::Kind::Spectrum || feature.kind == Feature::Kind::Unknown;
 }
@@ -400,21 +435,20 @@ bool HasRealAndImaginary(const Feature& feature) {
 /// One part of the model: `request` seen from it.
 class PartRoles {
 public:
-  PartRoles(const SourceModel& source, const AdaptRequest& request, std::size_t index,
-            std::size_t partCount)
-      : source(source), request(request) {
+  PartRoles(const std::vector<SourceModel>& sources, const AdaptRequest& request, std::size_t index)
+      : source(sources[index]), request(request) {
     for (const char* option : {"--in", "--out", "--input-layout", "--output-layout"}) {
       const std::size_t given = option == std::string("--in")    ? request.features.size()
                                 : option == std::string("--out") ? request.results.size()
                                 : option == std::string("--input-layout")
                                     ? request.inputLayouts.size()
                                     : request.outputLayouts.size();
-      if (given != 0 && given != partCount)
+      if (given != 0 && given != sources.size())
         throw UsageError(std::string(option) + ", or the family of --like, has " +
                          Diagnosis::Counted(given, "value") + " for " +
-                         Diagnosis::Counted(partCount, "model file") + "; name one for each file");
+                         Diagnosis::Counted(sources.size(), "model file") +
+                         "; name one for each file");
     }
-    if (!request.features.empty()) roles.feature = request.features[index];
     if (!request.results.empty()) roles.result = request.results[index];
     if (!request.inputLayouts.empty()) inputLayout = request.inputLayouts[index];
     if (!request.outputLayouts.empty()) outputLayout = request.outputLayouts[index];
@@ -422,26 +456,40 @@ public:
       const bool isSet =
           std::ranges::find(request.constants, input.name, &NamePairs::value_type::first) !=
           request.constants.end();
-      (isSet ? roles.constants : inputs).push_back(input);
+      if (isSet)
+        roles.constants.push_back(input);
+      else if (!TakeLink(sources, index, input))
+        inputs.push_back(input);
     }
+    if (request.namedFeatures.empty()) {
+      roles.inputs.emplace_back();
+      if (!request.features.empty()) roles.inputs[0].feature = request.features[index];
+    }
+    for (const auto& [name, feature] : request.namedFeatures)
+      if (std::ranges::find(inputs, name, &SourceTensor::name) != inputs.end())
+        roles.inputs.push_back({feature, Named(inputs, {name}), {}});
   }
 
-  /// `size`: of F, 0 where the tensor has to say it.
-  void DecideInputs(std::int64_t size) {
-    const Expected expected{size, 1, HasRealAndImaginary(roles.feature),
-                            roles.feature.kind == Feature::Kind::Rows};
+  /// `size`: of F, 0 where the tensor has to say it. Of several inputs one of `likely` wins.
+  void DecideInput(AudioInput& input, std::int64_t size, std::int64_t likely) const {
+    const Expected expected{size, 1, HasRealAndImaginary(input.feature),
+                            input.feature.kind == Feature::Kind::Rows};
     const auto guess = [&](const SourceTensor& tensor) {
       return GuessInputLayout(tensor, expected);
     };
-    const bool isSpectral = IsSpectral(roles.feature);
-    roles.inputs = Named(inputs, request.inputs);
-    if (roles.inputs.empty()) {
+    const bool isSpectral = IsSpectral(input.feature);
+    if (input.tensors.empty()) input.tensors = Named(inputs, request.inputs);
+    if (input.tensors.empty()) {
       std::vector<SourceTensor> candidates;
       std::ranges::copy_if(inputs, std::back_inserter(candidates),
                            [&](const SourceTensor& tensor) { return guess(tensor).has_value(); });
       candidates = WithoutStates(candidates, source, request, true);
       PreferNoStates(candidates);
       if (expected.hasParts) PreferParts(candidates, guess);
+      const auto isUnlikely = [&](const SourceTensor& tensor) {
+        return OwnSize(tensor, *guess(tensor)) != likely;
+      };
+      if (!std::ranges::all_of(candidates, isUnlikely)) std::erase_if(candidates, isUnlikely);
       const bool areParts = expected.hasParts && candidates.size() == 2 &&
                             HasSameSizes(candidates[0], candidates[1]) &&
                             !Has(*guess(candidates[0]), 'C');
@@ -456,50 +504,55 @@ public:
       if (candidates.size() > 1 && !areParts)
         throw Refusal("audio could come in by " + SourceTensorText(candidates) +
                       "; say which with --input NAME" +
-                      (expected.hasParts ? ", or --input REAL,IMAGINARY" : ""));
-      roles.inputs = candidates;
-      OrderParts(roles.inputs);
+                      (expected.hasParts ? ", or --input REAL,IMAGINARY" : "") +
+                      ", or what each takes with --in NAME=WORD");
+      input.tensors = candidates;
+      OrderParts(input.tensors);
     }
-    const SourceTensor& first = roles.inputs[0];
+    const SourceTensor& first = input.tensors[0];
     if (!inputLayout.empty()) {
-      CheckLayout(inputLayout, roles.feature.kind == Feature::Kind::Rows ? "NTFR1" : "NTFC1", first,
+      CheckLayout(inputLayout, expected.hasRows ? "NTFR1" : "NTFC1", first,
                   size > 0 ? size : OwnSize(first, inputLayout));
-      roles.inputLayout = inputLayout;
+      input.layout = inputLayout;
     } else if (const auto layout = guess(first)) {
-      roles.inputLayout = *layout;
+      input.layout = *layout;
     } else {
       throw Refusal("the dimensions of " + SourceTensorText(first) + " cannot be told apart" +
                     SizeText(expected, isSpectral) +
                     "; say them with --input-layout, or what the model takes with --in");
     }
-    CheckInputParts(first);
-    roles.inputSize = OwnSize(first, roles.inputLayout);
-    if (roles.inputSize == 0) roles.inputSize = size;
-    if (roles.inputSize == 0)
+    CheckInputParts(input);
+    input.size = OwnSize(first, input.layout);
+    if (input.size == 0) input.size = size;
+    if (input.size == 0)
       throw Refusal("the number of bins or samples of " + SourceTensorText(first) +
                     " is free; say --window, the samples of a window");
-    const std::size_t time = roles.inputLayout.find('T');
-    if (time != Layout::npos) roles.history = std::max<std::int64_t>(first.shape[time].size, 1);
+    const std::size_t time = input.layout.find('T');
+    if (time != Layout::npos) input.history = std::max<std::int64_t>(first.shape[time].size, 1);
   }
 
-  void DecideOutputs(std::int64_t size, std::int64_t rows) {
-    Expected expected{roles.result == Result::Gate ? 0
-                      : rows > 0                   ? rows
-                                                   : size,
-                      roles.history, Has(roles.inputLayout, 'C'), false};
-    if (roles.result == Result::Unknown)
-      roles.result = HasRealAndImaginary(roles.feature) ? Result::Spectrum : Result::Unknown;
-    if (roles.result == Result::Unknown)
-      throw Refusal("--out has to say what " + source.path +
-                    " returns: spectrum, mask, complex-mask, samples or gate");
-    if (roles.result == Result::Mask || roles.result == Result::Samples) expected.hasParts = false;
+  /// `size`: of F; 0 for any. A gate has none.
+  void DecideOutputs(std::int64_t size) {
+    const AudioInput* const input = roles.inputs.empty() ? nullptr : roles.inputs.data();
+    if (roles.result.kind == Result::Kind::Unknown) {
+      if (input == nullptr || !HasRealAndImaginary(input->feature))
+        throw Refusal("--out has to say what " + source.path +
+                      " returns: spectrum, mask, complex-mask, samples, gate, or none");
+      roles.result.kind = Result::Kind::Spectrum;
+    }
+    if (roles.result.kind == Result::Kind::None) return;
+    const bool isGate = roles.result.kind == Result::Kind::Gate;
+    const bool isComplex = roles.result.kind == Result::Kind::Spectrum ||
+                           roles.result.kind == Result::Kind::ComplexMask;
+    Expected expected{isGate ? 0 : size, input == nullptr ? 1 : input->history,
+                      input == nullptr || Has(input->layout, 'C'), false, roles.result.taps};
+    if (!isComplex) expected.hasParts = false;
     if (!outputLayout.empty()) expected.hasParts = Has(outputLayout, 'C');
-    const bool isComplex = roles.result == Result::Spectrum || roles.result == Result::ComplexMask;
     const auto guess = [&](const SourceTensor& tensor) {
-      if (roles.result == Result::Gate) return GuessGateLayout(tensor);
+      if (isGate) return GuessGateLayout(tensor);
       if (!isComplex) return GuessOutputLayout(tensor, expected);
       auto layout = GuessOutputLayout(tensor, expected);
-      if (layout || !outputLayout.empty()) return layout;
+      if (layout || !outputLayout.empty() || expected.taps > 0) return layout;
       // The parts may stand together on one side and apart on the other.
       Expected other = expected;
       other.hasParts = !expected.hasParts;
@@ -527,8 +580,7 @@ public:
                     "returns");
     const SourceTensor& first = roles.outputs[0];
     if (!outputLayout.empty()) {
-      CheckLayout(outputLayout, roles.result == Result::Gate ? "K1" : "KNTFC1", first,
-                  expected.size);
+      CheckLayout(outputLayout, isGate ? "K1" : "KNTFCO1", first, expected.size);
       roles.outputLayout = outputLayout;
     } else if (const auto layout = guess(first)) {
       roles.outputLayout = *layout;
@@ -538,7 +590,7 @@ public:
                     "; say them with --output-layout, or what the model returns with --out");
     }
     DecideClasses(first, isComplex);
-    roles.outputSize = roles.result == Result::Gate ? 1 : OwnSize(first, roles.outputLayout);
+    roles.outputSize = isGate ? 1 : OwnSize(first, roles.outputLayout);
     if (roles.outputSize == 0) roles.outputSize = expected.size;
     const std::size_t time = roles.outputLayout.find('T');
     if (time != Layout::npos)
@@ -552,32 +604,53 @@ public:
     };
     NamePairs own;
     std::ranges::copy_if(request.states, std::back_inserter(own), isOwn);
-    roles.states =
-        PairStates(Without(inputs, roles.inputs), Without(source.outputs, roles.outputs), own);
+    std::vector<SourceTensor> taken;
+    for (const AudioInput& input : roles.inputs)
+      taken.insert(taken.end(), input.tensors.begin(), input.tensors.end());
+    roles.states = PairStates(Without(inputs, taken), Without(source.outputs, roles.outputs), own);
     return roles;
   }
 
-  const Roles& Present() const { return roles; }
+  Roles roles;
 
 private:
+  /// Whether an earlier part has the output that --link says goes into `input`.
+  bool TakeLink(const std::vector<SourceModel>& sources, std::size_t index,
+                const SourceTensor& input) {
+    for (const auto& [out, in] : request.links) {
+      if (in != input.name) continue;
+      for (std::size_t part = index; part-- > 0;)
+        for (const SourceTensor& output : sources[part].outputs) {
+          if (output.name != out) continue;
+          if (!Fit(input, output))
+            throw Refusal("the output " + SourceTensorText(output) + " of " + sources[part].path +
+                          " does not fit the input " + SourceTensorText(input) + " of " +
+                          source.path + ": change --link");
+          roles.links.push_back({part, output, input});
+          return true;
+        }
+    }
+    return false;
+  }
+
   static std::int64_t OwnSize(const SourceTensor& tensor, const Layout& layout) {
     const std::size_t place = layout.find('F');
     return place < tensor.shape.size() ? tensor.shape[place].size : 0;
   }
 
-  void CheckInputParts(const SourceTensor& first) {
+  static void CheckInputParts(AudioInput& input) {
     const std::size_t expected =
-        HasRealAndImaginary(roles.feature) && !Has(roles.inputLayout, 'C') ? 2 : 1;
-    if (roles.inputs.size() == expected &&
-        HasSameSizes(roles.inputs.front(), roles.inputs.back())) {
-      if (roles.feature.kind == Feature::Kind::Unknown)
-        roles.feature.kind = Feature::Kind::Spectrum;
+        HasRealAndImaginary(input.feature) && !Has(input.layout, 'C') ? 2 : 1;
+    if (input.tensors.size() == expected &&
+        HasSameSizes(input.tensors.front(), input.tensors.back())) {
+      if (input.feature.kind == Feature::Kind::Unknown)
+        input.feature.kind = Feature::Kind::Spectrum;
       return;
     }
     throw Refusal(expected == 1
-                      ? "audio comes in by one tensor, not by " + SourceTensorText(roles.inputs) +
+                      ? "audio comes in by one tensor, not by " + SourceTensorText(input.tensors) +
                             ": change --input"
-                      : "the input " + SourceTensorText(first) +
+                      : "the input " + SourceTensorText(input.tensors[0]) +
                             " has no real and imaginary part, and no second tensor like it "
                             "has the other. If it takes something else, say so: --in magnitude, "
                             "power, log-power:FLOOR, samples");
@@ -603,9 +676,8 @@ private:
 
   const SourceModel& source;
   const AdaptRequest& request;
-  std::vector<SourceTensor> inputs;
+  std::vector<SourceTensor> inputs;  ///< audio and states
   Layout inputLayout, outputLayout;
-  Roles roles;
 };
 
 /// Names that no part has, and that are thus misspelt.
@@ -629,6 +701,12 @@ void CheckNames(const std::vector<SourceModel>& sources, const AdaptRequest& req
     check(inputs, in, "input", "--state");
     check(outputs, out, "output", "--state");
   }
+  for (const auto& [name, feature] : request.namedFeatures)
+    check(inputs, name, "input", "--in");
+  for (const auto& [out, in] : request.links) {
+    check(outputs, out, "output", "--link");
+    check(inputs, in, "input", "--link");
+  }
   for (const auto& [name, value] : request.constants)
     check(inputs, name, "input", "--set");
   for (const auto& [name, value] : request.initial)
@@ -641,12 +719,18 @@ std::int64_t Signed(std::uint64_t value) {
   return static_cast<std::int64_t>(value);
 }
 
+bool ChangesSize(const FeatureStep& step) {
+  return step.kind == FeatureStep::Kind::Bands || step.kind == FeatureStep::Kind::Lowest;
+}
+
 /// What F is in the input of a part, as far as the options say; else 0.
 std::int64_t DeclaredSize(const Feature& feature, const Framing& framing, bool isFirst) {
   if (feature.kind == Feature::Kind::Rows) return framing.context + 1;
-  if (IsSpectral(feature)) return framing.transform > 0 ? framing.Bins() : 0;
   const std::int64_t frame = framing.transform > 0 ? framing.transform : framing.window;
-  return frame > 0 && isFirst ? frame + framing.context : frame;
+  if (!IsSpectral(feature)) return frame > 0 && isFirst ? frame + framing.context : frame;
+  const bool isWhole = std::ranges::none_of(feature.steps, ChangesSize);
+  const std::int64_t bins = framing.transform > 0 ? framing.Bins() : isWhole ? 0 : frame / 2 + 1;
+  return SizeOf(feature, bins, std::ssize(framing.bands));
 }
 
 /// The sizes that the options say, before the tensors of the first part have been seen.
@@ -658,30 +742,57 @@ Framing DeclaredFraming(const AdaptRequest& request) {
   framing.windowName = request.windowName;
   framing.joining = request.joining;
   framing.transform = Signed(request.transform);
+  framing.bands = request.bands;
   return framing;
 }
 
-/// The first part tells the size of its window where the options do not.
-void TakeSizes(Framing& framing, const Roles& first) {
+/// The first input tells the size of its window where the options do not.
+void TakeSizes(Framing& framing, const AudioInput& first) {
   if (framing.transform == 0) {
     if (first.feature.kind == Feature::Kind::Rows)
       framing.transform = framing.hop;
-    else if (IsSpectral(first.feature))
-      framing.transform = 2 * (first.inputSize - 1);
+    else if (!IsSpectral(first.feature))
+      framing.transform = first.size - framing.context;
+    else if (std::ranges::none_of(first.feature.steps, ChangesSize))
+      framing.transform = 2 * (first.size - 1);
+    else if (framing.window > 0)
+      framing.transform = framing.window;
     else
-      framing.transform = first.inputSize - framing.context;
+      throw Refusal("the input " + SourceTensorText(first.tensors[0]) + " as " +
+                    FeatureText(first.feature) +
+                    " does not tell how many bins there are: say --window");
   }
   if (framing.window == 0) framing.window = framing.transform;
   if (framing.transform < 1 || framing.window > framing.transform)
-    throw Refusal("the input " + SourceTensorText(first.inputs[0]) + " takes windows of " +
+    throw Refusal("the input " + SourceTensorText(first.tensors[0]) + " takes windows of " +
                   std::to_string(framing.transform) + " samples; --window says " +
                   std::to_string(framing.window) + ", --context " +
                   std::to_string(framing.context));
 }
 
+/// Bands have all bins of the transform, where something is of bands.
+void CheckBands(const Framing& framing, const std::vector<Roles>& parts) {
+  std::int64_t sum = 0;
+  for (const std::int64_t width : framing.bands)
+    sum += width;
+  const bool areUsed = std::ranges::any_of(parts, [](const Roles& roles) {
+    return roles.result.isOfBands || std::ranges::any_of(roles.inputs, [](const AudioInput& input) {
+             return std::ranges::find(input.feature.steps, FeatureStep::Kind::Bands,
+                                      &FeatureStep::kind) != input.feature.steps.end();
+           });
+  });
+  if ((areUsed || sum > 0) && sum != framing.Bins())
+    throw UsageError("--bands has " + std::to_string(sum) + " bins, the transform has " +
+                     std::to_string(framing.Bins()));
+}
+
+bool TakesSpectra(const AudioInput& input) {
+  return IsSpectral(input.feature);
+}
+
 bool HasSpectra(const std::vector<Roles>& parts) {
   return std::ranges::any_of(parts, [](const Roles& roles) {
-    return IsSpectral(roles.feature) || IsSpectral(roles.result);
+    return std::ranges::any_of(roles.inputs, TakesSpectra) || IsSpectral(roles.result);
   });
 }
 
@@ -701,9 +812,9 @@ std::int64_t SampleCount(const Framing& framing, const SourceModel& source) {
 void DecideJoining(Framing& framing, const std::vector<Roles>& parts) {
   const Roles& last = parts.back();
   if (framing.joining == Joining::Unknown) {
-    const bool isFinished =
-        last.result == Result::Gate ||
-        (last.result == Result::Samples && (framing.hop == 0 || last.outputSize == framing.hop));
+    const bool isFinished = last.result.kind == Result::Kind::Gate ||
+                            (last.result.kind == Result::Kind::Samples &&
+                             (framing.hop == 0 || last.outputSize == framing.hop));
     framing.joining = isFinished ? Joining::Finished : Joining::Windowed;
   }
   if (framing.hop == 0) {
@@ -725,20 +836,23 @@ void DecideJoining(Framing& framing, const std::vector<Roles>& parts) {
 void CheckOutputSizes(const Framing& framing, const std::vector<Roles>& parts) {
   for (std::size_t i = 0; i < parts.size(); ++i) {
     const Roles& roles = parts[i];
-    if (roles.result == Result::Gate) continue;
     const bool isLast = i + 1 == parts.size();
-    const std::int64_t expected = IsSpectral(roles.result) ? framing.Bins()
-                                  : isLast && framing.joining == Joining::Finished
-                                      ? framing.hop
-                                      : framing.transform;
+    if (roles.result.kind == Result::Kind::None && isLast)
+      throw UsageError("--out: the last model has to return audio");
+    if (roles.result.kind == Result::Kind::None || roles.result.kind == Result::Kind::Gate)
+      continue;
+    const std::int64_t expected =
+        IsSpectral(roles.result) ? SizeOf(roles.result, framing.Bins(), std::ssize(framing.bands))
+        : isLast && framing.joining == Joining::Finished ? framing.hop
+                                                         : framing.transform;
     if (roles.outputSize != expected)
       throw Refusal("the output " + SourceTensorText(roles.outputs[0]) + " has " +
                     std::to_string(roles.outputSize) + " values for " + ResultText(roles.result) +
                     " (--out), " + std::to_string(expected) +
                     " are expected: change --hop, --window, --transform or --join");
-    if (!isLast && roles.classCount > 1)
+    if ((!isLast || roles.result.lowest > 0) && roles.classCount > 1)
       throw Refusal("the output " + SourceTensorText(roles.outputs[0]) +
-                    " has several classes; only the last model may");
+                    " has several classes; only the last model may, with all bins");
   }
 }
 
@@ -754,6 +868,11 @@ void DecideDelay(Plan& plan, const AdaptRequest& request) {
                   " samples here, or say --lookahead in windows");
   plan.lookahead = hops + Signed(request.lookahead);
   plan.delayLine = hops * framing.hop - late;
+  for (const Roles& roles : plan.parts)
+    if (roles.result.ahead > Signed(request.lookahead))
+      throw UsageError("--out " + ResultText(roles.result) + " takes " +
+                       Diagnosis::Counted(static_cast<std::size_t>(roles.result.ahead), "window") +
+                       " after its own: say --lookahead, the windows by which it is late");
 }
 
 }  // namespace
@@ -768,6 +887,7 @@ std::string LayoutText(const Layout& layout, bool isSpectral) {
                        : letter == 'F' ? isSpectral ? "bins" : "samples"
                        : letter == 'C' ? "parts"
                        : letter == 'K' ? "classes"
+                       : letter == 'O' ? "taps"
                        : letter == 'R' ? "rows"
                                        : "1";
     text += (text.empty() ? "[" : ", ") + std::string(name);
@@ -786,21 +906,29 @@ Plan MakePlan(std::vector<SourceModel> sources, const AdaptRequest& request) {
   plan.sources = std::move(sources);
   plan.framing = DeclaredFraming(request);
   Framing& framing = plan.framing;
-  std::vector<PartRoles> parts;
+  bool isSized = false;
   for (std::size_t i = 0; i < plan.sources.size(); ++i) {
-    PartRoles& part = parts.emplace_back(plan.sources[i], request, i, plan.sources.size());
-    const Feature& feature = part.Present().feature;
-    if (feature.kind == Feature::Kind::Rows && (plan.sources.size() > 1 || framing.hop == 0))
-      throw UsageError("--in rows goes with one model, and with --hop, the samples that it "
-                       "returns at once");
-    part.DecideInputs(DeclaredSize(feature, framing, i == 0));
-    if (i == 0) TakeSizes(framing, part.Present());
-    const Result result = part.Present().result;
-    const std::int64_t size =
-        result == Result::Samples ? SampleCount(framing, plan.sources[i]) : framing.Bins();
-    part.DecideOutputs(size, feature.kind == Feature::Kind::Rows ? framing.hop : 0);
+    PartRoles part(plan.sources, request, i);
+    bool hasRows = false;
+    for (AudioInput& input : part.roles.inputs) {
+      hasRows = input.feature.kind == Feature::Kind::Rows;
+      if (hasRows && (plan.sources.size() > 1 || framing.hop == 0))
+        throw UsageError("--in rows goes with one model, and with --hop, the samples that it "
+                         "returns at once");
+      part.DecideInput(input, DeclaredSize(input.feature, framing, i == 0), framing.window / 2 + 1);
+      if (!std::exchange(isSized, true)) TakeSizes(framing, input);
+    }
+    if (!isSized)
+      throw UsageError("no --in NAME=WORD says what " + plan.sources[i].path +
+                       " takes, which has " + SourceTensorText(plan.sources[i].inputs));
+    const Result& result = part.roles.result;
+    part.DecideOutputs(hasRows ? framing.hop
+                       : result.kind == Result::Kind::Samples
+                           ? SampleCount(framing, plan.sources[i])
+                           : SizeOf(result, framing.Bins(), std::ssize(framing.bands)));
     plan.parts.push_back(part.Finish());
   }
+  CheckBands(framing, plan.parts);
   DecideJoining(framing, plan.parts);
   CheckOutputSizes(framing, plan.parts);
   const Roles& last = plan.parts.back();
@@ -809,19 +937,19 @@ Plan MakePlan(std::vector<SourceModel> sources, const AdaptRequest& request) {
     throw Refusal("the model gives " + std::to_string(last.classCount) +
                   (last.classCount == 1 ? " class" : " classes") + ", --classes names " +
                   std::to_string(request.classes.size()));
-  framing.isOnSpectra = 2 * framing.hop == framing.transform && framing.context == 0 &&
-                        framing.joining == Joining::Windowed &&
-                        std::ranges::all_of(plan.parts, [](const Roles& r) {
-                          return IsSpectral(r.feature) && IsSpectral(r.result);
-                        });
+  framing.isOnSpectra =
+      2 * framing.hop == framing.transform && framing.context == 0 &&
+      framing.joining == Joining::Windowed && std::ranges::all_of(plan.parts, [](const Roles& r) {
+        return std::ranges::all_of(r.inputs, TakesSpectra) && IsSpectral(r.result);
+      });
   DecideDelay(plan, request);
   const Roles& first = plan.parts[0];
-  plan.needsStep = !framing.isOnSpectra || plan.parts.size() > 1 ||
-                   first.feature.kind != Feature::Kind::Spectrum ||
-                   first.result != Result::Spectrum || first.history > 1 ||
-                   first.outputHistory > 1 || !first.constants.empty() ||
-                   !request.initial.empty() || request.scale != 1 ||
-                   request.normalisation.kind != Normalisation::Kind::None;
+  const bool isStep = framing.isOnSpectra && plan.parts.size() == 1 && first.inputs.size() == 1 &&
+                      first.inputs[0].feature.kind == Feature::Kind::Spectrum &&
+                      first.inputs[0].feature.steps.empty() && first.inputs[0].history == 1 &&
+                      first.result.kind == Result::Kind::Spectrum && first.outputHistory == 1;
+  plan.needsStep = !isStep || !first.constants.empty() || !request.initial.empty() ||
+                   request.scale != 1 || request.normalisation;
   return plan;
 }
 

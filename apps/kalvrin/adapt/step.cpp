@@ -1,6 +1,6 @@
 // The front and the back end: what stands between a stream of samples and a model.
 //
-//   samples -> history -> window, transform -> feature -> part -> result -> (next part)
+//   samples -> history -> window, transform -> features -> part -> result -> (next part)
 //                                                                   |
 //   samples <- delay line <- overlap-add <- transform, window <-----+
 
@@ -13,6 +13,8 @@
 #include <filesystem>
 #include <limits>
 #include <numbers>
+#include <sstream>
+#include <tuple>
 
 namespace Orvik::Tesmo::Tool {
 namespace {
@@ -36,24 +38,46 @@ private:
   std::int64_t size;
 };
 
-/// Values of --initial: a number, or a file of 32-bit floats, with or without the head of NumPy's.
-std::vector<double> InitialValues(const SourceTensor& tensor, const std::string& text,
-                                  std::size_t count) {
-  std::error_code ignored;
-  if (!std::filesystem::is_regular_file(text, ignored))
-    return std::vector<double>(count, ParseNumber(text));
-  const ModelFile file = ReadModelFile(text);
+/// Of a file of 32-bit floats, with or without the head of NumPy's.
+std::vector<double> FileValues(const SourceTensor& tensor, const std::string& path,
+                               std::size_t count) {
+  const ModelFile file = ReadModelFile(path);
   const std::size_t bytes = count * sizeof(float);
   const std::string_view head(file.bytes.data(), std::min<std::size_t>(file.bytes.size(), 128));
   const bool isNumpy = head.starts_with("\x93NUMPY");
   if (file.bytes.size() < bytes || (!isNumpy && file.bytes.size() != bytes) ||
       (isNumpy && head.find("<f4") == std::string_view::npos) ||
       (isNumpy && head.find("'fortran_order': True") != std::string_view::npos))
-    throw Refusal("the file " + text + " does not hold " + std::to_string(count) +
+    throw Refusal("the file " + path + " does not hold " + std::to_string(count) +
                   " 32-bit floats for the state " + SourceTensorText(tensor) + " (--initial)");
   std::vector<float> values(count);
   std::memcpy(values.data(), file.bytes.data() + file.bytes.size() - bytes, bytes);
   return {values.begin(), values.end()};
+}
+
+/// Of the metadata with these keys, one behind the other: numbers between commas or spaces, with or
+/// without brackets. What is missing is zero.
+std::vector<double> MetadataValues(const SourceTensor& tensor, const onnx::ModelProto& model,
+                                   const std::string& keys, std::size_t count) {
+  std::vector<double> values;
+  for (const std::string& key : SplitAt(keys, '+')) {
+    const auto entry = std::ranges::find_if(
+        model.metadata_props(), [&](const auto& property) { return property.key() == key; });
+    if (entry == model.metadata_props().end())
+      throw Refusal("the model has no metadata '" + key + "' (--initial)");
+    std::string text = entry->value();
+    std::ranges::replace_if(
+        text, [](char c) { return std::string_view(",;[]\t\r\n").find(c) != std::string::npos; },
+        ' ');
+    std::istringstream words(text);
+    for (std::string word; words >> word;)
+      values.push_back(ParseNumber(word));
+  }
+  if (values.size() > count)
+    throw Refusal("the metadata '" + keys + "' have " + std::to_string(values.size()) +
+                  " numbers for the state " + SourceTensorText(tensor) + " (--initial)");
+  values.resize(count);
+  return values;
 }
 
 /// Real and imaginary parts, or frames of samples in `re`.
@@ -62,6 +86,14 @@ struct Signal {
   std::string re, im;
   /// Whether `re` and `im` have a first dimension of classes.
   bool hasClasses = false;
+  /// Whether they are late by the lookahead.
+  bool isLate = false;
+};
+
+/// Values of one window: real ones, or with `im` complex ones.
+struct Values {
+  std::string re, im;
+  std::int64_t size = 0;
 };
 
 class StepBuilder {
@@ -82,7 +114,7 @@ public:
   Plan Build() {
     GraphWriter::Declare(*model.mutable_graph()->add_input(), "audio", Platform::TensorKind::Float);
     DeclareShape(*model.mutable_graph()->mutable_input(0), AudioShape(false), {});
-    Signal signal = framing.isOnSpectra ? GivenSpectrum() : GivenSamples();
+    Signal signal = source = framing.isOnSpectra ? GivenSpectrum() : GivenSamples();
     for (std::size_t i = 0; i < plan.parts.size(); ++i)
       signal = RunPart(i, signal);
     const std::string out = framing.isOnSpectra ? Parts(signal, 2) : BackEnd(signal);
@@ -124,14 +156,15 @@ private:
     source.opset = plan.sources[0].opset;
     source.proto = model;
     Roles roles;
-    roles.feature.kind = framing.isOnSpectra ? Feature::Kind::Spectrum : Feature::Kind::Samples;
-    roles.result = framing.isOnSpectra ? Result::Spectrum : Result::Samples;
-    roles.inputs = {Tensor("audio", Platform::TensorKind::Float, AudioShape(false))};
+    AudioInput& audio = roles.inputs.emplace_back();
+    audio.feature.kind = framing.isOnSpectra ? Feature::Kind::Spectrum : Feature::Kind::Samples;
+    roles.result.kind = framing.isOnSpectra ? Result::Kind::Spectrum : Result::Kind::Samples;
+    audio.tensors = {Tensor("audio", Platform::TensorKind::Float, AudioShape(false))};
     roles.outputs = {Tensor("result", Platform::TensorKind::Float, AudioShape(true))};
-    roles.inputLayout = framing.isOnSpectra ? "FC" : "F";
-    roles.outputLayout = "K" + roles.inputLayout;
+    audio.layout = framing.isOnSpectra ? "FC" : "F";
+    roles.outputLayout = "K" + audio.layout;
     roles.states = states;
-    roles.inputSize = roles.outputSize = AudioShape(false)[0];
+    audio.size = roles.outputSize = AudioShape(false)[0];
     roles.classCount = plan.ClassCount();
     step.parts = {roles};
     step.sources = {source};
@@ -161,6 +194,30 @@ private:
         model.graph().input(), [&](const auto& input) { return input.name() == name; });
     feature.set_name(name + "/next");
     stateOutputs.push_back(feature);
+  }
+
+  /// What is in a new state whose first value is `start`: states of the library start at zero.
+  std::string StateFrom(const std::string& name, const Shape& shape,
+                        const onnx::TensorProto& start) {
+    if (started.empty()) {
+      started = State("started", {1}, Platform::TensorKind::Boolean);
+      const SourceTensor flag = Tensor("always", Platform::TensorKind::Boolean, {1});
+      SetState(started, graph.Constant(FilledTensor(flag, {1}, "")));
+    }
+    return graph.Apply("Where",
+                       {started, State(name, shape, static_cast<std::uint32_t>(start.data_type())),
+                        graph.Constant(start)});
+  }
+
+  /// The last `count` values of `x`, which has `shape`, before this one and this one, along a new
+  /// first dimension.
+  std::string WithPast(const std::string& name, const std::string& x, Shape shape,
+                       std::int64_t count) {
+    shape.insert(shape.begin(), count);
+    const std::string state = State(name, shape);
+    std::string all = graph.Concat({state, graph.Unsqueeze(x, {0})}, 0);
+    SetState(state, graph.DropFirst(all, 0, 1));
+    return all;
   }
 
   // ---- The front end
@@ -218,40 +275,103 @@ private:
 
   /// [F] or [F, 2] of what the part is given for one window.
   std::string Features(const Feature& feature, const Signal& spectrum, const std::string& name) {
-    Signal scaled = spectrum;
-    scaled.re = Scale(spectrum.re, request.scale);
-    scaled.im = Scale(spectrum.im, request.scale);
-    if (feature.kind == Feature::Kind::Spectrum) return Parts(scaled, 1);
-    std::string x =
-        graph.Apply("Add", {Multiply(scaled.re, scaled.re), Multiply(scaled.im, scaled.im)});
-    if (feature.kind == Feature::Kind::Magnitude) x = graph.Apply("Sqrt", {x});
-    if (feature.hasLog)
-      x = graph.Apply("Log", {graph.Apply(feature.isFloorAdded ? "Add" : "Max",
-                                          {x, graph.Floats({feature.floor})})});
-    return Normalised(x, name);
+    Values x{Scale(spectrum.re, request.scale), Scale(spectrum.im, request.scale), framing.Bins()};
+    std::vector<FeatureStep> steps = feature.steps;
+    if (feature.kind != Feature::Kind::Spectrum) {
+      x = {feature.kind == Feature::Kind::Power ? Power(x) : graph.Apply("Sqrt", {Power(x)}),
+           {},
+           x.size};
+      if (request.normalisation) steps.push_back(*request.normalisation);
+    }
+    for (std::size_t i = 0; i < steps.size(); ++i)
+      x = Changed(x, steps[i], name + "/level" + std::to_string(i + 1));
+    return x.im.empty() ? x.re : Parts({true, x.re, x.im}, 1);
   }
 
-  std::string Normalised(const std::string& x, const std::string& name) {
-    const Normalisation& rule = request.normalisation;
-    const auto constant = [&](const std::vector<double>& values) {
-      if (values.size() == 1) return graph.Floats(values);
-      if (values.size() != Index(framing.Bins()))
-        throw Refusal("--normalise has " + std::to_string(values.size()) + " values for " +
-                      std::to_string(framing.Bins()) + " bins");
-      return graph.Floats(values, {framing.Bins()});
+  std::string Power(const Values& x) {
+    return graph.Apply("Add", {Multiply(x.re, x.re), Multiply(x.im, x.im)});
+  }
+
+  Values Changed(const Values& x, const FeatureStep& step, const std::string& name) {
+    using enum FeatureStep::Kind;
+    const auto onParts = [&](const auto& change, std::int64_t size) {
+      return Values{change(x.re), x.im.empty() ? std::string() : change(x.im), size};
     };
-    if (rule.kind == Normalisation::Kind::None) return x;
-    if (rule.kind == Normalisation::Kind::Fixed)
-      return graph.Apply("Div",
-                         {graph.Apply("Sub", {x, constant(rule.mean)}), constant(rule.deviation)});
-    // The state is the difference from its first value, since states start at zero.
-    const std::string state = State(name + "level", {framing.Bins()});
-    const std::string start = graph.Floats({rule.start});
-    const std::string next = graph.Apply(
-        "Add", {Scale(graph.Apply("Sub", {x, start}), 1 - rule.keep), Scale(state, rule.keep)});
-    SetState(state, next);
-    const std::string level = graph.Apply("Add", {next, start});
-    return graph.Apply(rule.kind == Normalisation::Kind::RunningMean ? "Sub" : "Div", {x, level});
+    switch (step.kind) {
+    case Log:
+    case LogOfSum:
+      return {graph.Apply("Log", {graph.Apply(step.kind == Log ? "Max" : "Add",
+                                              {x.re, graph.Floats({step.floor})})}),
+              {},
+              x.size};
+    case Times:
+      return onParts([&](const std::string& part) { return Scale(part, step.factor); }, x.size);
+    case Bands:
+      return {MeansOfBands(x.re), {}, std::ssize(framing.bands)};
+    case Lowest:
+      return onParts([&](const std::string& part) { return graph.Slice(part, 0, 0, step.count); },
+                     step.count);
+    case Fixed:
+      return {graph.Apply("Div", {graph.Apply("Sub", {x.re, OfEach(step.mean, x.size)}),
+                                  OfEach(step.deviation, x.size)}),
+              {},
+              x.size};
+    case RunningMean:
+      return {graph.Apply("Sub", {x.re, Running(x.re, step, x.size, name)}), {}, x.size};
+    case RunningLevel:
+    case RunningRoot:
+      break;
+    }
+    const std::string magnitude =
+        x.im.empty() ? graph.Apply("Abs", {x.re}) : graph.Apply("Sqrt", {Power(x)});
+    // In silence the level falls to zero, and zero by zero would stay in the states for ever.
+    std::string level =
+        graph.Apply("Max", {Running(magnitude, step, x.size, name), graph.Floats({1e-20})});
+    if (step.kind == RunningRoot) level = graph.Apply("Sqrt", {level});
+    return onParts(
+        [&](const std::string& part) {
+          return graph.Apply("Div", {part, level});
+        },
+        x.size);
+  }
+
+  /// One value, or one for each of `size`.
+  std::string OfEach(const std::vector<double>& values, std::int64_t size) {
+    if (values.size() == 1) return graph.Floats(values);
+    if (values.size() != Index(size))
+      throw Refusal("the rule 'fixed' (--normalise, --in) has " + std::to_string(values.size()) +
+                    " values for " + std::to_string(size) + " bins");
+    return graph.Floats(values, {size});
+  }
+
+  std::string MeansOfBands(const std::string& x) {
+    const std::int64_t bins = framing.Bins(), bands = std::ssize(framing.bands);
+    std::vector<double> matrix(Index(bins * bands));
+    std::int64_t bin = 0;
+    for (std::int64_t band = 0; band < bands; ++band)
+      for (const std::int64_t width = framing.bands[Index(band)], end = bin + width; bin < end;
+           ++bin)
+        matrix[Index(bin * bands + band)] = 1 / static_cast<double>(width);
+    const std::string row = graph.Reshape(x, {1, bins});
+    return graph.Reshape(graph.Apply("MatMul", {row, graph.Floats(matrix, {bins, bands})}),
+                         {bands});
+  }
+
+  /// s = keep * s + (1 - keep) * x, written as s + (1 - keep) * (x - s), which rounds less.
+  std::string Running(const std::string& x, const FeatureStep& step, std::int64_t size,
+                      const std::string& name) {
+    std::vector<double> start(Index(size), step.first);
+    for (std::int64_t i = 1; i < size; ++i)
+      start[Index(i)] +=
+          (step.last - step.first) * static_cast<double>(i) / static_cast<double>(size - 1);
+    const bool isZero = step.first == 0 && step.last == 0;
+    const SourceTensor tensor = Tensor(name, Platform::TensorKind::Float, {size});
+    const std::string state =
+        isZero ? State(name, {size}) : StateFrom(name, {size}, FilledTensor(tensor, start, ""));
+    const std::string next =
+        graph.Apply("Add", {state, Scale(graph.Apply("Sub", {x, state}), 1 - step.keep)});
+    SetState(name, next);
+    return next;
   }
 
   /// One row for each new sample: the samples up to it.
@@ -269,31 +389,39 @@ private:
 
   Signal RunPart(std::size_t index, const Signal& signal) {
     const Roles& roles = plan.parts[index];
-    const std::string prefix =
-        plan.parts.size() == 1 ? "inner/" : "inner" + std::to_string(index + 1) + "/";
+    const std::string prefix = Prefix(index);
     Signal spectrum = signal;
     Signal frame = signal;
-    std::string audio, axes = "F";
-    if (roles.feature.kind == Feature::Kind::Rows) {
-      audio = Rows();
-      axes = "RF";
-    } else if (!IsSpectral(roles.feature)) {
-      if (signal.isSpectrum) frame = Frames(signal, false);
-      audio = index > 0 ? frame.re : framing.context > 0 ? withContext : UnderWindow(frame.re);
+    const bool needsSpectrum =
+        IsMask(roles.result) || std::ranges::any_of(roles.inputs, [](const AudioInput& input) {
+          return IsSpectral(input.feature);
+        });
+    if (!signal.isSpectrum && needsSpectrum) spectrum = Transform(signal, index == 0);
+    if (index == 0 && needsSpectrum) source = spectrum;
+    std::vector<FedAudio> fed;
+    for (const AudioInput& input : roles.inputs) {
+      FedAudio one{{}, "F"};
+      if (input.feature.kind == Feature::Kind::Rows) {
+        one = {Rows(), "RF"};
+      } else if (!IsSpectral(input.feature)) {
+        if (signal.isSpectrum && frame.isSpectrum) frame = Frames(signal, false);
+        one.audio = index > 0             ? frame.re
+                    : framing.context > 0 ? withContext
+                                          : UnderWindow(frame.re);
+      } else {
+        one.audio = Features(input.feature, spectrum, prefix + input.tensors[0].name);
+        if (input.feature.kind == Feature::Kind::Spectrum) one.axes = "FC";
+      }
+      if (input.history > 1) AddHistory(one, input, prefix + input.tensors[0].name + "/windows");
+      fed.push_back(one);
     }
-    if (!signal.isSpectrum && (IsSpectral(roles.feature) || IsMask(roles.result)))
-      spectrum = Transform(signal, index == 0);
-    if (IsSpectral(roles.feature)) {
-      audio = Features(roles.feature, spectrum, prefix);
-      if (roles.feature.kind == Feature::Kind::Spectrum) axes = "FC";
-    }
-    if (roles.history > 1) audio = History(audio, roles, prefix, axes);
-    const std::string result = Embed(index, prefix, audio, axes);
+    const std::string result = Embed(index, prefix, fed);
+    if (roles.result.kind == Result::Kind::None) return signal;
     return Apply(roles, result, spectrum, frame, index);
   }
 
-  static bool IsMask(Result result) {
-    return result == Result::Mask || result == Result::ComplexMask;
+  std::string Prefix(std::size_t index) const {
+    return plan.parts.size() == 1 ? "inner/" : "inner" + std::to_string(index + 1) + "/";
   }
 
   std::string UnderWindow(const std::string& frame) {
@@ -304,66 +432,71 @@ private:
   }
 
   /// The last windows along a first dimension.
-  std::string History(const std::string& audio, const Roles& roles, const std::string& prefix,
-                      std::string& axes) {
-    Shape shape = {roles.history - 1, roles.inputSize};
-    if (axes == "FC") shape.push_back(2);
-    const std::string state = State(prefix + "windows", shape);
-    std::string all = graph.Concat({state, graph.Unsqueeze(audio, {0})}, 0);
-    SetState(state, graph.DropFirst(all, 0, 1));
-    axes.insert(0, 1, 'T');
-    return all;
+  void AddHistory(FedAudio& fed, const AudioInput& input, const std::string& name) {
+    Shape shape = {input.size};
+    if (fed.axes == "FC") shape.push_back(2);
+    fed.audio = WithPast(name, fed.audio, shape, input.history - 1);
+    fed.axes.insert(0, 1, 'T');
   }
 
   static std::string OutAxes(const Roles& roles) {
-    const bool isComplex = roles.result == Result::Spectrum || roles.result == Result::ComplexMask;
+    const bool isComplex = roles.result.kind == Result::Kind::Spectrum ||
+                           roles.result.kind == Result::Kind::ComplexMask;
     return std::string(roles.outputHistory > 1 ? "T" : "") +
-           (roles.result == Result::Gate ? "" : "F") + (isComplex ? "C" : "");
+           (roles.result.kind == Result::Kind::Gate ? "" : "F") +
+           (Has(roles.outputLayout, 'O') ? "O" : "") + (isComplex ? "C" : "");
   }
 
   /// Classes in front: [K, F], [K, F, 2] or, of a gate, [K].
-  std::string Embed(std::size_t index, const std::string& prefix, const std::string& audio,
-                    const std::string& axes) {
+  std::string Embed(std::size_t index, const std::string& prefix,
+                    const std::vector<FedAudio>& fed) {
     const Roles& roles = plan.parts[index];
-    PartValues in{audio, {}};
-    std::vector<std::string> names, starts;
+    std::vector<std::string> names, given;
     for (const StatePair& pair : roles.states) {
       Shape shape;
       for (const SourceDimension& dimension : pair.input.shape)
         shape.push_back(std::max<std::int64_t>(dimension.size, 1));
-      names.push_back(State(prefix + pair.input.name + "/state", shape, pair.input.kind));
-      starts.push_back(Start(pair.input, shape));
-      in.states.push_back(
-          starts.back().empty() ? names.back() : graph.Apply("Add", {names.back(), starts.back()}));
+      names.push_back(prefix + pair.input.name + "/state");
+      const auto value =
+          std::ranges::find(request.initial, pair.input.name, &NamePairs::value_type::first);
+      given.push_back(value == request.initial.end()
+                          ? State(names.back(), shape, pair.input.kind)
+                          : StateFrom(names.back(), shape,
+                                      InitialTensor(pair.input, shape, value->second, index)));
     }
     for (const SourceTensor& constant : roles.constants) {
       const auto value =
           std::ranges::find(request.constants, constant.name, &NamePairs::value_type::first);
-      onnx::TensorProto tensor = ConstantTensor(constant, value->second);
+      onnx::TensorProto tensor = FilledTensor(constant, {ParseNumber(value->second)}, "--set");
       tensor.set_name(prefix + tensor.name());
       *model.mutable_graph()->add_initializer() = tensor;
     }
+    for (const Link& link : roles.links)
+      graph.Alias(Prefix(link.part) + link.output.name, prefix + link.input.name);
     const PartValues out = WritePart(graph, Prefixed(plan.sources[index], prefix), prefix, roles,
-                                     in, axes, OutAxes(roles));
+                                     fed, given, OutAxes(roles));
     for (std::size_t i = 0; i < names.size(); ++i)
-      SetState(names[i],
-               starts[i].empty() ? out.states[i] : graph.Apply("Sub", {out.states[i], starts[i]}));
+      SetState(names[i], out.states[i]);
     return roles.outputHistory > 1 ? graph.Take(out.audio, 1, roles.outputHistory - 1) : out.audio;
   }
 
-  /// The first value of a state that --initial names; else nothing. Such a state is kept as the
-  /// difference from it, since states start at zero.
-  std::string Start(const SourceTensor& tensor, const Shape& shape) {
-    const auto value =
-        std::ranges::find(request.initial, tensor.name, &NamePairs::value_type::first);
-    if (value == request.initial.end()) return {};
-    if (tensor.kind != Platform::TensorKind::Float)
-      throw Refusal("the state " + SourceTensorText(tensor) +
-                    " is not of float32 and always starts at zero: leave out --initial");
+  /// The first value of a state, as --initial says it: a number, metadata:KEY, or a file.
+  onnx::TensorProto InitialTensor(const SourceTensor& tensor, const Shape& shape,
+                                  const std::string& text, std::size_t index) const {
     std::int64_t count = 1;
     for (const std::int64_t size : shape)
       count *= size;
-    return graph.Floats(InitialValues(tensor, value->second, Index(count)), shape);
+    constexpr std::string_view mark = "metadata:";
+    std::error_code ignored;
+    std::vector<double> values;
+    if (text.starts_with(mark))
+      values =
+          MetadataValues(tensor, plan.sources[index].proto, text.substr(mark.size()), Index(count));
+    else if (std::filesystem::is_regular_file(text, ignored))
+      values = FileValues(tensor, text, Index(count));
+    else
+      values = {ParseNumber(text)};
+    return FilledTensor(tensor, values, "--initial");
   }
 
   /// The signal that the result makes, with classes unless another part follows.
@@ -372,24 +505,16 @@ private:
     const bool isLast = index + 1 == plan.parts.size();
     Signal out;
     out.isSpectrum = IsSpectral(roles.result);
-    if (roles.result == Result::Samples) {
+    if (roles.result.kind == Result::Kind::Samples) {
       out.re = result;
-    } else if (roles.result == Result::Gate) {
-      const Signal gated =
-          frame.isSpectrum || frame.re.empty() ? Signal{false, given, {}, false} : frame;
+    } else if (roles.result.kind == Result::Kind::Gate) {
+      const Signal gated = frame.isSpectrum || frame.re.empty() ? Signal{false, given, {}} : frame;
       out.re = Multiply(graph.Unsqueeze(result, {1}), NewSamples(gated.re));
-    } else if (roles.result == Result::Mask) {
-      out.re = Multiply(result, spectrum.re);
-      out.im = Multiply(result, spectrum.im);
+    } else if (roles.result.kind == Result::Kind::Spectrum) {
+      out.re = Scale(graph.Take(result, 2, 0), 1 / request.scale);
+      out.im = Scale(graph.Take(result, 2, 1), 1 / request.scale);
     } else {
-      const std::string re = graph.Take(result, 2, 0), im = graph.Take(result, 2, 1);
-      if (roles.result == Result::Spectrum) {
-        out.re = Scale(re, 1 / request.scale);
-        out.im = Scale(im, 1 / request.scale);
-      } else {
-        out.re = graph.Apply("Sub", {Multiply(re, spectrum.re), Multiply(im, spectrum.im)});
-        out.im = graph.Apply("Add", {Multiply(re, spectrum.im), Multiply(im, spectrum.re)});
-      }
+      out = Masked(roles, result, Late(spectrum, Prefix(index)), Prefix(index));
     }
     out.hasClasses = isLast;
     if (!isLast) {
@@ -397,6 +522,78 @@ private:
       if (out.isSpectrum) out.im = graph.Squeeze(out.im, {0});
     }
     return out;
+  }
+
+  /// The spectrum of the window that a mask is for: that of --lookahead windows before.
+  Signal Late(const Signal& spectrum, const std::string& prefix) {
+    const auto late = static_cast<std::int64_t>(request.lookahead);
+    if (late == 0 || spectrum.isLate) return spectrum;
+    const std::string windows =
+        WithPast(prefix + "late", Parts(spectrum, 1), {framing.Bins(), 2}, late);
+    const std::string first = graph.Take(windows, 0, 0);
+    return {true, graph.Take(first, 1, 0), graph.Take(first, 1, 1), false, true};
+  }
+
+  Signal Masked(const Roles& roles, const std::string& result, const Signal& late,
+                const std::string& prefix) {
+    const std::int64_t lowest = roles.result.lowest, bins = framing.Bins();
+    const auto low = [&](const std::string& x) {
+      return lowest > 0 ? graph.Slice(x, 0, 0, lowest) : x;
+    };
+    Signal out{true, {}, {}, true, late.isLate};
+    if (roles.result.kind == Result::Kind::Mask) {
+      const std::string mask = roles.result.isOfBands ? OfBins(result) : result;
+      out.re = Multiply(mask, low(late.re));
+      out.im = Multiply(mask, low(late.im));
+    } else if (roles.result.taps > 0) {
+      std::tie(out.re, out.im) = Filtered(roles.result, result, prefix);
+    } else {
+      std::tie(out.re, out.im) = ComplexProduct(graph.Take(result, 2, 0), graph.Take(result, 2, 1),
+                                                low(late.re), low(late.im));
+    }
+    if (lowest == 0 || lowest == bins) return out;
+    const auto withRest = [&](const std::string& x, const std::string& all) {
+      return graph.Concat({x, graph.Unsqueeze(graph.Slice(all, 0, lowest, bins), {0})}, 1);
+    };
+    out.re = withRest(out.re, late.re);
+    out.im = withRest(out.im, late.im);
+    return out;
+  }
+
+  std::pair<std::string, std::string> ComplexProduct(const std::string& re, const std::string& im,
+                                                     const std::string& otherRe,
+                                                     const std::string& otherIm) {
+    return {graph.Apply("Sub", {Multiply(re, otherRe), Multiply(im, otherIm)}),
+            graph.Apply("Add", {Multiply(re, otherIm), Multiply(im, otherRe)})};
+  }
+
+  /// [K, bands] to [K, bins]
+  std::string OfBins(const std::string& mask) {
+    std::vector<std::int64_t> places;
+    for (std::size_t band = 0; band < framing.bands.size(); ++band)
+      places.insert(places.end(), Index(framing.bands[band]), static_cast<std::int64_t>(band));
+    onnx::NodeProto& node = graph.Node("Gather", {mask, graph.Int64s(places)});
+    GraphWriter::SetInt(node, "axis", 1);
+    node.add_output(graph.FreshName());
+    return node.output(0);
+  }
+
+  /// Each bin of the windows that came in, from the first tap on, times its factors, added up.
+  std::pair<std::string, std::string> Filtered(const Result& rule, const std::string& result,
+                                               const std::string& prefix) {
+    const std::int64_t bins = rule.lowest > 0 ? rule.lowest : framing.Bins();
+    const std::string factors = graph.Reshape(result, {plan.ClassCount(), bins, rule.taps, 2});
+    const std::int64_t past =
+        static_cast<std::int64_t>(request.lookahead) + rule.taps - 1 - rule.ahead;
+    if (!source.isSpectrum) source = Transform(source, true);
+    std::string windows = Parts(source, 1);
+    if (bins < framing.Bins()) windows = graph.Slice(windows, 0, 0, bins);
+    windows = past > 0 ? WithPast(prefix + "taps", windows, {bins, 2}, past)
+                       : graph.Unsqueeze(windows, {0});
+    windows = graph.Transpose(graph.Slice(windows, 0, 0, rule.taps), {1, 0, 2});
+    const auto [re, im] = ComplexProduct(graph.Take(factors, 3, 0), graph.Take(factors, 3, 1),
+                                         graph.Take(windows, 2, 0), graph.Take(windows, 2, 1));
+    return {graph.Sum(re, 2), graph.Sum(im, 2)};
   }
 
   /// A gate whose samples are finished holds for the new ones of the window alone.
@@ -476,6 +673,8 @@ private:
   std::vector<StatePair> states;
   std::vector<onnx::ValueInfoProto> stateOutputs;
   std::string given, withContext;  ///< the new window, without and with what is before it
+  Signal source;                   ///< what the first part is given
+  std::string started;             ///< the state that tells whether other states hold something
 };
 
 }  // namespace
