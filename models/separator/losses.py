@@ -18,8 +18,8 @@ TINY = 1e-8
 def compressed(spectra):
     """Real part, imaginary part and magnitude, with the magnitude to the power of COMPRESSION."""
     parts = torch.view_as_real(spectra)
-    power = (parts ** 2).sum(-1, keepdim=True) + 1e-5
-    return parts * power ** ((COMPRESSION - 1.0) / 2.0), power ** (COMPRESSION / 2.0)
+    loudness = 0.5 * torch.log((parts ** 2).sum(-1, keepdim=True) + 1e-5)
+    return parts * torch.exp((COMPRESSION - 1.0) * loudness), torch.exp(COMPRESSION * loudness)
 
 
 def spectrum_distance(spectra, target):
