@@ -72,13 +72,14 @@ test-batch: build ## the array job and the line for GNU parallel of docs/batch.m
 # training goes on where it was interrupted.
 TRAIN ?= $(or $(XDG_CACHE_HOME),$(HOME)/.cache)/kalvrin/train
 train eval: PYTHON = /usr/bin/python3
-train:           ## the model for speech and music, from packages; days of one core
+train:           ## the model for speech and music, from packages; 15 hours of one core
 	@scripts/install-packages train
 	@$(PYTHON) models/separator/data.py $(TRAIN)
 	@$(PYTHON) models/separator/train.py $(TRAIN)
-	@$(PYTHON) models/separator/export.py $(TRAIN)/checkpoint.pt $(TRAIN)/separator.onnx
+	@$(PYTHON) models/separator/train.py $(TRAIN) --cooldown 3000
+	@$(PYTHON) models/separator/export.py $(TRAIN)/cooled/checkpoint.pt $(TRAIN)/separator.onnx
 	@cp $(TRAIN)/separator.onnx models/separator/separator.onnx
-	@cp $(TRAIN)/log.csv models/separator/training.csv
+	@cp $(TRAIN)/cooled/log.csv models/separator/training.csv
 	@$(PYTHON) models/separator/plots.py training models/separator/training.csv docs/images/training.png
 
 eval: build      ## what that model reaches on untrained recordings, as tables and a plot
@@ -86,7 +87,7 @@ eval: build      ## what that model reaches on untrained recordings, as tables a
 	@$(PYTHON) models/separator/data.py $(TRAIN)
 	@$(PYTHON) models/separator/evaluate.py $(TRAIN) models/separator/separator.onnx $(BUILD)/bin/kalvrin \
 	  $(BUILD)/eval models/separator/README.md \
-	  $$(cmp -s models/separator/separator.onnx $(TRAIN)/separator.onnx && echo $(TRAIN)/checkpoint.pt)
+	  $$(cmp -s models/separator/separator.onnx $(TRAIN)/separator.onnx && echo $(TRAIN)/cooled/checkpoint.pt)
 	@$(PYTHON) models/separator/plots.py evaluation $(BUILD)/eval/evaluation.json docs/images/separator.png
 
 lint: SCOPE = changed

@@ -22,6 +22,8 @@ import zlib
 
 import numpy as np
 
+from unpacking import SIGNATURE, unpack
+
 SAMPLE_RATE = 16000
 SHARE = pathlib.Path("/usr/share")
 SOUNDS = SHARE / "asterisk/sounds"
@@ -183,18 +185,18 @@ def stamps(language):
     return utterances(f"tuxpaint {language}", language, sorted(STAMPS.rglob(f"*_desc_{language}.ogg")), part)
 
 
-def from_eight_bits(audio):
-    """Unsigned samples of eight bits at 11,025 Hz as `decode` returns them."""
-    return decode(audio, ("-f", "u8", "-ar", "11025", "-ac", "1"))
+def cut_eight_bits(source, language, named):
+    """Pieces of the (name, audio), unsigned samples of eight bits at 11,025 Hz: one decoder for all."""
+    whole = decode(b"".join(audio for _, audio in named), ("-f", "u8", "-ar", "11025", "-ac", "1"))
+    ends = (np.cumsum([len(audio) for _, audio in named]) * (SAMPLE_RATE / 11025)).astype(int)
+    return with_and_without_codec(dict(kind="speech", source=source, language=language, part="train"),
+                                  [(name, whole[a:b]) for (name, _), a, b in zip(named, [0, *ends], ends)])
 
 
 def cast_of_drascula(package, folder):
     """Each file is a sentence, without a header; some are links to others."""
     files = sorted(p for p in (ADVENTURES / "drascula" / folder).glob("*.ALS") if p.stat().st_size > 4000)
-    whole, ends = from_eight_bits(b"".join(p.read_bytes() for p in files)), np.cumsum([p.stat().st_size for p in files])
-    ends = (ends * (SAMPLE_RATE / 11025)).astype(int)
-    return with_and_without_codec(dict(kind="speech", source=package, language="", part="train"),
-                                  [(p.stem, whole[a:b]) for p, a, b in zip(files, [0, *ends], ends)])
+    return cut_eight_bits(package, "", [(p.stem, p.read_bytes()) for p in files])
 
 
 def cast_of_queen():
@@ -210,6 +212,20 @@ def cast_of_queen():
                 files.append(pathlib.Path(folder, name[:-3] + ".mp3"))
                 files[-1].write_bytes(disk[place:place + size])
         return list(utterances("flight-of-the-amazon-queen", "en", files, options=("-f", "mp3")))
+
+
+def cast_of_sky():
+    """A table of (number, place, size) from number 50000 on; a sentence is packed behind a header of 22 bytes."""
+    folder = ADVENTURES / "beneath-a-steel-sky"
+    table, disk = (folder / "sky.dnr").read_bytes(), (folder / "sky.dsk").read_bytes()
+    sentences = []
+    for at in range(4, 4 + 8 * struct.unpack("<I", table[:4])[0], 8):
+        number, place, size = (int.from_bytes(table[at + a:at + b], "little") for a, b in ((0, 2), (2, 5), (5, 8)))
+        place = (place & 0x7fffff) * (16 if place >> 23 else 1) + 22
+        data = disk[place:place + (size & 0x3fffff) - 22]
+        if 50000 <= number < 60000 and data.startswith(SIGNATURE):
+            sentences.append((str(number), unpack(data)))
+    return cut_eight_bits("beneath-a-steel-sky", "en", sentences)
 
 
 def dialogue(language, speaker):
@@ -235,6 +251,7 @@ def sources():
     for row in PROMPTS:
         yield f"prompts {row[0]} {row[1]}", lambda row=row: prompts(*row)
     yield "flight-of-the-amazon-queen", cast_of_queen
+    yield "beneath-a-steel-sky", cast_of_sky
     for package, folder in (("drascula", "en"), ("drascula-spanish", "es")):
         yield package, lambda package=package, folder=folder: cast_of_drascula(package, folder)
     for language in STAMP_LANGUAGES:

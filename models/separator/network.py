@@ -1,20 +1,23 @@
-"""The network: spectra to filters that pull Speech and Music out of them; the rest stays in Rest.
+"""The network: compressed magnitudes of a spectrum to a share of each bin for Speech, Music and Rest.
 
-Per channel, with F windows of the past (F = TAPS - 1):
+Per window and channel:
 
-    features   real part, imaginary part and magnitude of bins 1 to 256, all with the magnitude to the power
-               of EXPONENT
-    encoder    a convolution over TAPS windows and the bins, then one over the bins: 64 bands, then 32
-    blocks     BLOCKS times: a recurrent layer up and down the bands of one window, then one along time in each
-               band; each adds to its input. All bands share their weights: only a bias per band, added before
-               the first block, tells them apart
-    decoder    a convolution over the bands for each of the encoder's, which adds the encoder's output to its
-               input and whose outputs are interleaved to 64 and 256 bins
-    filters    TAPS complex factors per class and bin, each part from -LIMIT to LIMIT: the class is the sum over
-               the last TAPS windows of factor times bin, so that it may differ from the mix in phase
+    features   (|X|^2 + FLOOR)^EXPONENT of bins 1 to 256, less a mean and by a scale per bin; with those of
+               the two windows before as three input channels
+    encoder    three convolutions over the bins, which leave 64, 32 and 16 bands of them
+    middle     two gated recurrent layers between two dense layers: what it recalls is of all bands
+    decoder    three convolutions over the bands, each adds the encoder's output of its size to its input;
+               their outputs are interleaved to 32, 64 and 256
+    blocks     where there are 32 bands, in the encoder and in the decoder: a recurrent layer along time in each
+               band, which adds to its input; all bands share its weights, only a bias per band tells them apart
+    shares     softmax over the three classes per bin, so that Speech, Music and Rest sum to the input
 
-Channels are independent: they take the place of a batch.
+The layer of a block holds, for each unit, h = z * (h before) + (1 - z) * c, with z and c from its input alone: a
+product of matrices for all windows at once, and little to do one after another. Channels are independent: they take
+the place of a batch.
 """
+
+import math
 
 import torch
 from torch import nn
@@ -26,84 +29,127 @@ HOP = WINDOW // 2
 BINS = WINDOW // 2 + 1
 CLASSES = ("Speech", "Music")
 
-TAPS = 3
-LIMIT = 2.0
+CONTEXT = 2            # windows of the past in the features
 FLOOR = 1e-5           # power that counts as silence; a full-scale tone has some 2e4
-EXPONENT = 0.3
-FINE, BANDS = 64, 32   # bands after the first and the second convolution
-NARROW, WIDTH = 24, 48   # their channels
-ACROSS = 24            # units of the layers along the bands, each way
-BLOCKS = 3
+EXPONENT = 0.15        # of the power
+WIDTHS = (24, 32, 48)  # channels of the encoder's outputs
+STRIDES = (4, 2, 2)
+KERNELS = (8, 3, 3)
+HIDDEN = 128
+LAYERS = 2
+BANDS, WIDTH = 32, WIDTHS[1]   # where the blocks are
+UNITS = 64             # of a block
+BLOCKS = 2
+SLOWEST = 60.0         # windows that a block remembers for at first: from one up to this
 
 
 def features(spectra):
-    """Complex [batch, time, bin] to [batch, 3, time, 256]; bin 0 has none, it has the filters of bin 1."""
-    spectra = spectra[..., 1:]
-    power = spectra.real ** 2 + spectra.imag ** 2 + FLOOR
-    scale = power ** ((EXPONENT - 1.0) / 2.0)
-    return torch.stack([spectra.real * scale, spectra.imag * scale, torch.sqrt(power) * scale], dim=1)
+    """Complex [..., bin] to [..., 256]; bin 0 has none, it has the shares of bin 1."""
+    power = spectra.real ** 2 + spectra.imag ** 2
+    return (power[..., 1:] + FLOOR) ** EXPONENT
+
+
+class Recurrence(torch.autograd.Function):
+    """h[t] = z[t] * h[t - 1] + (1 - z[t]) * c[t] over the first dimension, from `state`; z is the sigmoid of the first
+    half of the features of `x`, c what is positive in the second."""
+
+    @staticmethod
+    def forward(ctx, x, state):
+        z, c = (part.contiguous() for part in x.chunk(2, dim=-1))
+        z.sigmoid_()
+        c.clamp_min_(0.0)
+        held = torch.empty(len(x) + 1, *state.shape)
+        held[0] = state
+        steps = held.unbind(0)
+        for before, after, gate, value in zip(steps, steps[1:], z.unbind(0), c.unbind(0)):
+            torch.lerp(value, before, gate, out=after)
+        ctx.save_for_backward(z, c, held)
+        return held[1:]
+
+    @staticmethod
+    def backward(ctx, gradient):
+        z, c, held = ctx.saved_tensors
+        total = gradient.clone(memory_format=torch.contiguous_format)
+        steps, gates = total.unbind(0), z.unbind(0)
+        for i in range(len(z) - 1, 0, -1):
+            steps[i - 1].addcmul_(gates[i], steps[i])
+        result = torch.empty(*z.shape[:-1], 2 * z.shape[-1])
+        to_z, to_c = result.chunk(2, dim=-1)
+        torch.mul(total, 1.0 - z, out=to_c)                    # before the limit of c
+        torch.mul((held[:-1] - c).mul_(z), to_c, out=to_z)
+        to_c.mul_(c > 0.0)
+        return result, None
 
 
 class Block(nn.Module):
-    """`x` [band, time, batch, WIDTH] to the same; `state` is [1, band * batch, WIDTH]."""
+    """`x` [time * batch, WIDTH, BANDS] to the same; `state` is [batch * BANDS, UNITS]. At first it changes nothing."""
 
     def __init__(self):
         super().__init__()
-        self.norm_across, self.norm_along = nn.LayerNorm(WIDTH), nn.LayerNorm(WIDTH)
-        self.across = nn.GRU(WIDTH, ACROSS, bidirectional=True)
-        self.along = nn.GRU(WIDTH, WIDTH)
-        self.out_across, self.out_along = nn.Linear(2 * ACROSS, WIDTH), nn.Linear(WIDTH, WIDTH)
+        self.norm = nn.LayerNorm(WIDTH)
+        self.place = nn.Parameter(torch.zeros(BANDS, WIDTH))
+        self.inner, self.outer = nn.Linear(WIDTH, 2 * UNITS), nn.Linear(UNITS, WIDTH)
+        nn.init.zeros_(self.outer.weight)
+        nn.init.zeros_(self.outer.bias)
+        with torch.no_grad():
+            self.inner.bias[:UNITS] = math.log(SLOWEST) * torch.linspace(0.0, 1.0, UNITS)
 
     def forward(self, x, state):
-        bands, time, batch, width = x.shape
-        y, _ = self.across(self.norm_across(x).reshape(bands, time * batch, width))
-        x = x + self.out_across(y).reshape(x.shape)
-        y = self.norm_along(x).transpose(0, 1).reshape(time, bands * batch, width)
-        y, state = self.along(y, state)
-        return x + self.out_along(y).reshape(time, bands, batch, width).transpose(0, 1), state
+        y = self.norm(x.transpose(1, 2)) + self.place
+        y = Recurrence.apply(self.inner(y).reshape(-1, len(state), 2 * UNITS), state)
+        return x + self.outer(y).reshape(-1, BANDS, WIDTH).transpose(1, 2), y[-1]
 
 
 class Separator(nn.Module):
     def __init__(self):
         super().__init__()
-        self.first = nn.Conv2d(3, NARROW, (TAPS, 8), stride=(1, 4), padding=(0, 2))
-        self.second = nn.Conv2d(NARROW, WIDTH, (1, 5), stride=(1, 2), padding=(0, 2))
-        self.place = nn.Parameter(torch.zeros(BANDS, 1, 1, WIDTH))
+        self.register_buffer("mean", torch.zeros(BINS - 1))
+        self.register_buffer("scale", torch.ones(BINS - 1))
+        inputs = (CONTEXT + 1,) + WIDTHS[:-1]
+        self.encoder = nn.ModuleList(
+            nn.Conv1d(inputs[i], WIDTHS[i], kernel, stride=stride, padding=(kernel - stride + 1) // 2)
+            for i, (kernel, stride) in enumerate(zip(KERNELS, STRIDES)))
+        outputs = (len(CLASSES) + 1,) + WIDTHS[:-1]
+        self.decoder = nn.ModuleList(
+            nn.Conv1d(WIDTHS[i], STRIDES[i] * outputs[i], 3, padding=1) for i in reversed(range(len(WIDTHS))))
+        flat = WIDTHS[-1] * (BINS - 1) // math.prod(STRIDES)
+        self.narrow = nn.Linear(flat, HIDDEN)
+        self.memory = nn.GRU(HIDDEN, HIDDEN, LAYERS)
+        self.widen = nn.Linear(HIDDEN, flat)
         self.blocks = nn.ModuleList(Block() for _ in range(BLOCKS))
-        self.widen = nn.Conv2d(WIDTH, 2 * NARROW, (1, 3), padding=(0, 1))
-        self.filters = nn.Conv2d(NARROW, 4 * len(CLASSES) * TAPS * 2, (1, 3), padding=(0, 1))
-        nn.init.normal_(self.place, std=0.1)
 
     def forward(self, spectra):
         """Complex [batch, time, bin] to the same of the classes, [batch, class, time, bin]."""
-        return self.proceed(spectra, self.empty(len(spectra), spectra.device))[0]
+        return self.proceed(spectra, self.empty(len(spectra)))[0]
 
     @staticmethod
-    def empty(batch, device=None):
-        """The states before a stream: past windows and what each block's layer along time holds."""
-        return [torch.zeros(batch, TAPS - 1, BINS, dtype=torch.complex64, device=device),
-                *(torch.zeros(1, BANDS * batch, WIDTH, device=device) for _ in range(BLOCKS))]
+    def empty(batch):
+        """The states before a stream: past features, what the recurrent layers hold, and what each block holds; one
+        mixture after another in memory."""
+        return [torch.zeros(batch, CONTEXT, BINS - 1), torch.zeros(batch, LAYERS, HIDDEN),
+                *(torch.zeros(batch * BANDS, UNITS) for _ in range(BLOCKS))]
 
     def proceed(self, spectra, states):
         """The classes, and the states after them."""
         batch, time, _ = spectra.shape
-        heard = torch.cat([states[0], spectra], dim=1)
-        fine = functional.relu(self.first(features(heard)))
-        coarse = functional.relu(self.second(fine))
-        x, after = coarse.permute(3, 2, 0, 1) + self.place, [heard[:, time:]]
-        for block, state in zip(self.blocks, states[1:]):
-            x, state = block(x, state)
-            after.append(state)
-        x = interleave(self.widen(x.permute(2, 3, 1, 0) + coarse), 2)
-        x = interleave(self.filters(functional.relu(x) + fine), 4)
-        x = LIMIT * torch.tanh(torch.cat([x[..., :1], x], dim=-1))
-        x = x.reshape(batch, TAPS, len(CLASSES), 2, time, BINS)
-        factors = torch.complex(x[:, :, :, 0], x[:, :, :, 1])
-        return sum(factors[:, i] * heard[:, None, i:i + time] for i in range(TAPS)), after
+        x = torch.cat([states[0], (features(spectra) - self.mean) * self.scale], dim=1)
+        past, x = x[:, time:], x.transpose(0, 1)
+        x = torch.stack([x[i:i + time] for i in range(CONTEXT + 1)], dim=2).flatten(0, 1)
+        first = functional.relu(self.encoder[0](x))
+        second, before = self.blocks[0](functional.relu(self.encoder[1](first)), states[2])
+        third = functional.relu(self.encoder[2](second))
+        hidden = functional.relu(self.narrow(third.flatten(1)))
+        recalled, held = self.memory(hidden.reshape(time, batch, HIDDEN), states[1].transpose(0, 1).contiguous())
+        x = functional.relu(self.widen(hidden + recalled.flatten(0, 1))).reshape(third.shape)
+        x, behind = self.blocks[1](functional.relu(interleave(self.decoder[0](x + third), STRIDES[2])), states[3])
+        x = functional.relu(interleave(self.decoder[1](x + second), STRIDES[1]))
+        shares = torch.softmax(interleave(self.decoder[2](x + first), STRIDES[0]), dim=1)[:, :len(CLASSES)]
+        shares = torch.cat([shares[..., :1], shares], dim=-1).reshape(time, batch, len(CLASSES), BINS)
+        states = [past, held.transpose(0, 1).contiguous(), before, behind]
+        return shares.permute(1, 2, 0, 3) * spectra[:, None], states
 
 
 def interleave(x, count):
-    """[batch, count * channel, time, band] to [batch, channel, time, band * count]."""
-    batch, channels, time, bands = x.shape
-    x = x.reshape(batch, count, channels // count, time, bands)
-    return x.permute(0, 2, 3, 4, 1).flatten(3)
+    """[row, count * channel, band] to [row, channel, band * count]."""
+    rows, channels, bands = x.shape
+    return x.reshape(rows, count, channels // count, bands).permute(0, 2, 3, 1).flatten(2)
