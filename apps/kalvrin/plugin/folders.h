@@ -1,8 +1,8 @@
 #pragma once
 
-// Writes plugins to disk. Library, engine and converter of rates are links to the installed files;
-// with `isPortable`, and from a build tree, they are copies, so that no file of the plugin refers
-// to one outside of its folder.
+// Writes plugins to disk. Library and engine are links to the installed files; with `isPortable`,
+// and from a build tree, they are copies, so that no file of the plugin refers to one outside of
+// its folder.
 
 #include "plugin/described_model.h"
 
