@@ -17,7 +17,7 @@ segments=$(readelf -lW "$library")
 grep -q GNU_RELRO <<<"$segments" || fault "tables that stay writable"
 grep -qE 'BIND_NOW|FLAGS.* NOW' <<<"$dynamic" || fault "symbols bound late"
 grep GNU_STACK <<<"$segments" | grep -q ' RW ' || fault "an executable stack"
-nm -D --undefined-only "$library" | grep -q __stack_chk_fail || fault "no guard of the stack"
+grep -q __stack_chk_fail <<<"$(nm -D --undefined-only "$library")" || fault "no guard of the stack"
 
 symbols=$(objdump -tC "$library")
 code=$(grep ' RT_CODE' <<<"$symbols")
