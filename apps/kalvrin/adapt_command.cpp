@@ -254,13 +254,19 @@ std::vector<SourceModel> ReadSources(Platform::Runtime& runtime, std::vector<Sou
   int opset = 0;
   for (const SourceModel& source : sources)
     opset = std::max(opset, source.opset);
+  std::size_t hidden = 0;
   for (SourceModel& source : sources) {
     ConvertOpset(source, opset);
     LearnShapes(runtime, source, request);
     if (!request.carriesHiddenStates) continue;
     const NamePairs pairs = BringOutHiddenStates(runtime, source, request);
     request.states.insert(request.states.end(), pairs.begin(), pairs.end());
+    hidden += pairs.size();
   }
+  if (request.carriesHiddenStates && hidden == 0)
+    throw Refusal("the model " + sources[0].path +
+                  " hides nothing that --carry-hidden carries on: no GRU, LSTM or RNN that starts "
+                  "at zero, no padding in time");
   return sources;
 }
 

@@ -259,21 +259,23 @@ TEST(Adapt, KeepsTheOutputOfAStreamingModel) {
 
 // ---- Front and back ends: each model against the plain loop over its audio, in double ----
 
-using Spectrum = std::array<std::complex<double>, 9>;
+using Spectrum = std::vector<std::complex<double>>;
 
 /// Windows that end at multiples of `step`, in each of which `rule` changes the bins of the
-/// transform of 16; windowed again, divided by the sum of the squares, and added.
+/// transform of as many samples as `window` has; windowed again, divided by the sum of the squares,
+/// and added.
 Signal OverSpectra(const Signal& x, const Signal& window, std::size_t step,
                    const std::function<void(Spectrum&)>& rule) {
-  constexpr std::size_t size = 16;
+  const std::size_t size = window.size();
   Signal sums(x.size() + size), squares(x.size() + size);
   for (std::size_t end = step; end <= x.size() + size; end += step) {
-    Spectrum bins{};
+    Spectrum bins(size / 2 + 1);
     const auto at = [&](std::size_t n) {
       return end + n < size || end + n - size >= x.size() ? 0.0 : x[end + n - size];
     };
-    const auto root = [](std::size_t k, std::size_t n) {
-      return std::polar(1.0, 2 * std::numbers::pi * static_cast<double>(k * n) / double{size});
+    const auto root = [&](std::size_t k, std::size_t n) {
+      return std::polar(1.0, 2 * std::numbers::pi * static_cast<double>(k * n % size) /
+                                 static_cast<double>(size));
     };
     for (std::size_t k = 0; k <= size / 2; ++k)
       for (std::size_t n = 0; n < size; ++n)
@@ -283,7 +285,8 @@ Signal OverSpectra(const Signal& x, const Signal& window, std::size_t step,
       if (end + n < size || end + n - size >= sums.size()) continue;
       double value = 0;
       for (std::size_t k = 0; k <= size / 2; ++k)
-        value += (k % (size / 2) == 0 ? 1 : 2) * (bins[k] * root(k, n)).real() / double{size};
+        value += (k % (size / 2) == 0 ? 1 : 2) * (bins[k] * root(k, n)).real() /
+                 static_cast<double>(size);
       sums[end + n - size] += value * window[n];
       squares[end + n - size] += window[n] * window[n];
     }
@@ -304,20 +307,21 @@ OverBins(const Signal& x, const Signal& window, std::size_t step,
   });
 }
 
-Signal HannWindow(std::size_t length) {
-  Signal window(16);
+Signal HannWindow(std::size_t length, std::size_t size = 16) {
+  Signal window(size);
   for (std::size_t n = 0; n < length; ++n)
-    window[(16 - length) / 2 + n] =
+    window[(size - length) / 2 + n] =
         0.5 -
         0.5 * std::cos(2 * std::numbers::pi * static_cast<double>(n) / static_cast<double>(length));
   return window;
 }
 
 /// m / (1 + m) of the magnitude m; with a history, of the mean of three windows.
-ModelBuilder MaskModel(bool hasHistory = false) {
+ModelBuilder MaskModel(bool hasHistory = false, std::int64_t size = 9) {
   ModelBuilder model;
   const std::int64_t windows = hasHistory ? 3 : 1;
-  model.Input("x", Element::Float, {1, windows, 9}).Output("y", Element::Float, {1, windows, 9});
+  model.Input("x", Element::Float, {1, windows, size})
+      .Output("y", Element::Float, {1, windows, size});
   model.Floats("one", {}, {1});
   if (hasHistory)
     model.Node("ReduceMean", {"x"}, {"mean"}, {{"axes", std::vector<std::int64_t>{1}}})
@@ -351,6 +355,10 @@ TEST(Adapt, WritesFrontAndBackEndIntoTheGraph) {
        {MaskModel()},
        "--in magnitude --out mask --window hann:12 --hop 5",
        [](const Signal& x) { return Masked(x, 5, HannWindow(12)); }},
+      {"a transform of 1024",
+       {MaskModel(false, 513)},
+       "--in magnitude --out mask --window hann --hop 300",
+       [](const Signal& x) { return Masked(x, 300, HannWindow(1024, 1024)); }},
       {"three windows a call, of the logarithm of the power",
        {MaskModel(true)},
        "--in log-power:2 --out mask --window hann --transform 16 --hop 4",
@@ -363,24 +371,47 @@ TEST(Adapt, WritesFrontAndBackEndIntoTheGraph) {
            return bin * (mean / (1 + mean));
          });
        }},
+      {"complex masks of two classes of a normalised logarithm, opset 9",
+       {ModelBuilder()
+            .OpsetVersion(9)
+            .Input("x", Element::Float, {1, 9})
+            .Output("y", Element::Float, {2, 9, 2})
+            .Floats("w", {2, 1, 2}, {1, 0.5F, -0.25F, 0.75F})
+            .Node("Unsqueeze", {"x"}, {"row"}, {{"axes", std::vector<std::int64_t>{2}}})
+            .Node("Mul", {"row", "w"}, {"y"})},
+       "--in log-magnitude:+0.5 --out complex-mask --window hann --hop 4 --scale 0.125 "
+       "--normalise fixed:0.5:2 --classes A,B",
+       [](const Signal& x) {
+         return OverBins(x, HannWindow(16), 4, [](std::size_t, std::complex<double> bin) {
+           return bin * std::complex(0.75, 1.25) * ((std::log(std::abs(bin) / 8 + 0.5) - 0.5) / 2);
+         });
+       }},
       {"two parts, the second on samples that are added up",
        {MaskModel(), ModelBuilder()
                          .Input("f", Element::Float, {1, 16})
                          .Output("g", Element::Float, {1, 16})
-                         .Floats("factor", {}, {0.25F})
+                         .FloatsElsewhere("factor", {}, "weights", 4)
                          .Node("Mul", {"f", "factor"}, {"g"})},
        "--in magnitude,samples --out mask,samples --window none:16 --hop 4 --join added",
        [](const Signal& x) { return Masked(x, 4, Signal(16, 1)); }},
-      {"finished samples of a state that starts at 3",
+      {"finished samples of states that do not start at zero",
        {ModelBuilder()
+            .Metadata("begin", "[3, -2.5]")
             .Input("x", Element::Float, {1, 8})
             .Input("h_in", Element::Float, {1, 8})
+            .Input("step_in", Element::Int64, {1})
             .Output("y", Element::Float, {1, 8})
             .Output("h_out", Element::Float, {1, 8})
+            .Output("step_out", Element::Int64, {1})
             .Node("Identity", {"x"}, {"h_out"})
-            .Node("Add", {"x", "h_in"}, {"y"})},
-       "--in samples --out samples --initial h_in=3",
-       EachSample([](const Signal& x, std::size_t n) { return x[n] + (n < 8 ? 3 : x[n - 8]); })},
+            .Node("Sub", {"step_in", "step_in"}, {"step_out"})
+            .Node("Cast", {"step_in"}, {"step"}, {{"to", std::int64_t{1}}})
+            .Node("Add", {"x", "h_in"}, {"sum"})
+            .Node("Add", {"sum", "step"}, {"y"})},
+       "--in samples --out samples --initial h_in=metadata:begin --initial step_in=4",
+       EachSample([](const Signal& x, std::size_t n) {
+         return x[n] + (n >= 8 ? x[n - 8] : n == 0 ? 7 : n == 1 ? 1.5 : 4);
+       })},
       {"a gate with context and a constant",
        {ModelBuilder()
             .Input("x", Element::Float, {1, "samples"})
@@ -426,6 +457,7 @@ TEST(Adapt, WritesFrontAndBackEndIntoTheGraph) {
   for (const auto& row : rows) {
     SCOPED_TRACE(row.name);
     const TemporaryFolder folder;
+    WriteFile(folder / "weights", {"    \0\0\x80\x3e", 8});  // 0.25
     std::string files;
     for (std::size_t i = 0; i < row.parts.size(); ++i) {
       const std::string file = "part" + std::to_string(i) + ".onnx";
@@ -440,7 +472,7 @@ TEST(Adapt, WritesFrontAndBackEndIntoTheGraph) {
 
 /// An encoder, the gains of three bands, and three factors for each of the lowest four bins. Time
 /// is free, its padding hidden in the graphs: of two windows in a Pad, of one in a Conv.
-std::vector<ModelBuilder> ThreeParts() {
+std::vector<ModelBuilder> ThreeParts(std::int64_t ahead = 0) {
   const Dimensions bands = {1, 1, "S", 3}, parts = {1, 2, "S", 4};
   std::vector<ModelBuilder> models(3);
   models[0]
@@ -448,7 +480,7 @@ std::vector<ModelBuilder> ThreeParts() {
       .Input("low", Element::Float, parts)
       .Output("e", Element::Float, bands)
       .Output("c", Element::Float, parts)
-      .Int64s("pads", {8}, {0, 0, 2, 0, 0, 0, 0, 0})
+      .Int64s("pads", {8}, {0, 0, 2 - ahead, 0, 0, 0, ahead, 0})
       .Floats("w", {1, 1, 3, 1}, {0.5F, -0.25F, 1})
       .Node("Pad", {"bands", "pads"}, {"padded"})
       .Node("Conv", {"padded", "w"}, {"e"})
@@ -474,7 +506,8 @@ Signal ThroughThreeParts(const Signal& x) {
   std::array<double, 4> level = {1, 2, 3, 4};
   std::array<std::array<double, 3>, 3> features{};  // of this window and two before
   std::array<std::array<std::complex<double>, 4>, 2> low{};
-  std::array<Spectrum, 4> windows{};
+  std::array<Spectrum, 4> windows;
+  windows.fill(Spectrum(9));
   const auto rule = [&](Spectrum& bins) {
     std::ranges::rotate(windows, windows.end() - 1);
     std::ranges::rotate(features, features.end() - 1);
@@ -540,6 +573,9 @@ TEST(Adapt, PutsThreeFilesAroundOneSpectrum) {
     EXPECT_NE(outcome.exitStatus, 0);
     ExpectPart(outcome.err, row.text);
   }
+  WriteFile(folder / "a.onnx", ThreeParts(1)[0].Build());
+  ExpectPart(folder.Run("$TOOL adapt " + given + "--out none,mask/bands,none").err,
+             "it looks ahead");
 }
 
 TEST(Adapt, RefusesWhatItCannotAdaptAndWritesNothing) {

@@ -116,6 +116,20 @@ ModelBuilder& ModelBuilder::Floats(const std::string& name, const std::vector<st
   return *this;
 }
 
+ModelBuilder& ModelBuilder::FloatsElsewhere(const std::string& name,
+                                            const std::vector<std::int64_t>& shape,
+                                            const std::string& location, std::int64_t offset) {
+  onnx::TensorProto& tensor = AddInitializer(*model, name, Element::Float, shape);
+  tensor.set_data_location(onnx::TensorProto::EXTERNAL);
+  for (const auto& [key, value] :
+       {std::pair("location", location), std::pair("offset", std::to_string(offset))}) {
+    onnx::StringStringEntryProto& entry = *tensor.add_external_data();
+    entry.set_key(key);
+    entry.set_value(value);
+  }
+  return *this;
+}
+
 ModelBuilder& ModelBuilder::Int64s(const std::string& name, const std::vector<std::int64_t>& shape,
                                    const std::vector<std::int64_t>& values) {
   AddInitializer(*model, name, Element::Int64, shape)

@@ -75,6 +75,9 @@ public:
 
   ModelBuilder& Floats(const std::string& name, const std::vector<std::int64_t>& shape,
                        const std::vector<float>& values);
+  /// Floats that lie in the file `location`, after `offset` bytes.
+  ModelBuilder& FloatsElsewhere(const std::string& name, const std::vector<std::int64_t>& shape,
+                                const std::string& location, std::int64_t offset);
   ModelBuilder& Int64s(const std::string& name, const std::vector<std::int64_t>& shape,
                        const std::vector<std::int64_t>& values);
   ModelBuilder& Strings(const std::string& name, const std::vector<std::int64_t>& shape,

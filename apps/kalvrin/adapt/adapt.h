@@ -202,7 +202,8 @@ void LearnShapes(Platform::Runtime& runtime, SourceModel& model, const AdaptRequ
 
 /// Makes what the graph hides inputs and outputs of the model: states of GRU, LSTM and RNN nodes
 /// that start at zero at each evaluation, and the windows that are padded with zeros in front of
-/// the first one. Returns their pairs. Refusal where there is none.
+/// the first one. Returns their pairs. Refusal where the model then returns something else, window
+/// by window, than for many windows at once.
 NamePairs BringOutHiddenStates(Platform::Runtime& runtime, SourceModel& model,
                                const AdaptRequest& request);
 
@@ -263,6 +264,9 @@ inline bool Has(const Layout& layout, char letter) {
 }
 /// "[channels, bins, windows, parts]"
 std::string LayoutText(const Layout& layout, bool isSpectral);
+
+/// Whether dimension `free`, the only one of no size, is time and not a batch.
+bool IsTime(const std::vector<SourceDimension>& shape, std::size_t free);
 
 struct StatePair {
   SourceTensor input;

@@ -250,7 +250,7 @@ Result ParseResult(std::string_view text) {
   result.kind = Find(resultWords, words[0]);
   for (std::size_t i = 1; i < words.size(); ++i) {
     const std::vector<std::string> parts = SplitAt(words[i], ':');
-    if (parts[0] == "bands" && parts.size() == 1 && result.kind == Result::Kind::Mask) {
+    if (parts[0] == "bands" && words.size() == 2 && result.kind == Result::Kind::Mask) {
       result.isOfBands = true;
     } else if (parts[0] == "lowest" && parts.size() == 2 && IsMask(result)) {
       result.lowest = ParseSigned(parts[1], 1);

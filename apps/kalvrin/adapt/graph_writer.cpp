@@ -188,6 +188,13 @@ std::string GraphWriter::Take(const std::string& x, std::int64_t axis, std::int6
   return Result(node);
 }
 
+std::string GraphWriter::Gather(const std::string& x, std::int64_t axis,
+                                const std::vector<std::int64_t>& places) {
+  onnx::NodeProto& node = Node("Gather", {x, Int64s(places)});
+  SetInt(node, "axis", axis);
+  return Result(node);
+}
+
 std::string GraphWriter::DropFirst(const std::string& x, std::int64_t axis, std::int64_t count) {
   return Slice(x, axis, count, std::numeric_limits<std::int64_t>::max());
 }

@@ -38,6 +38,9 @@ public:
   std::string Slice(const std::string& x, std::int64_t axis, std::int64_t from, std::int64_t to);
   /// One element along `axis`, which goes.
   std::string Take(const std::string& x, std::int64_t axis, std::int64_t index);
+  /// The elements at `places` along `axis`.
+  std::string Gather(const std::string& x, std::int64_t axis,
+                     const std::vector<std::int64_t>& places);
   /// All but the first `count` along `axis`.
   std::string DropFirst(const std::string& x, std::int64_t axis, std::int64_t count);
   /// The sums along `axis`, which goes.

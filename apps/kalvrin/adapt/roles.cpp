@@ -48,8 +48,7 @@ bool DecideFree(Layout& layout, const std::vector<SourceDimension>& shape) {
     layout[free[0]] = swapped ? 'T' : 'N';
     layout[free[1]] = swapped ? 'N' : 'T';
   } else if (free.size() == 1) {
-    const bool isTime = NamesTime(shape[free[0]]) || (free[0] != 0 && !NamesBatch(shape[free[0]]));
-    layout[free[0]] = isTime ? 'T' : 'N';
+    layout[free[0]] = IsTime(shape, free[0]) ? 'T' : 'N';
   }
   return true;
 }
@@ -425,6 +424,9 @@ std::int64_t SizeOf(const Feature& feature, std::int64_t bins, std::int64_t band
 }
 
 std::int64_t SizeOf(const Result& result, std::int64_t bins, std::int64_t bands) {
+  if (result.lowest > bins)
+    throw UsageError("'" + result.text + "' has more bins than the transform, " +
+                     std::to_string(bins));
   return result.isOfBands ? bands : result.lowest > 0 ? result.lowest : bins;
 }
 
@@ -893,6 +895,10 @@ std::string LayoutText(const Layout& layout, bool isSpectral) {
     text += (text.empty() ? "[" : ", ") + std::string(name);
   }
   return text.empty() ? "[]" : text + "]";
+}
+
+bool IsTime(const std::vector<SourceDimension>& shape, std::size_t free) {
+  return NamesTime(shape[free]) || (free != 0 && !NamesBatch(shape[free]));
 }
 
 bool NamesPair(const std::string& input, const std::string& output) {

@@ -8,6 +8,7 @@
 #include "command_line/errors.h"
 
 #include <algorithm>
+#include <bit>
 #include <cmath>
 #include <cstring>
 #include <filesystem>
@@ -241,12 +242,51 @@ private:
     return {false, given, {}, false};
   }
 
+  /// Whether the operator DFT is faster than a matrix product. The engine has a fast one for powers
+  /// of two alone.
+  bool HasFastTransform() const {
+    const auto size = static_cast<std::uint64_t>(framing.transform);
+    return plan.sources[0].opset >= 17 && size >= 1024 && std::has_single_bit(size);
+  }
+
+  /// Of [K, N] real values: [K, N / 2 + 1] real and imaginary parts.
+  std::pair<std::string, std::string> FastTransform(const std::string& x) {
+    onnx::NodeProto& node = graph.Node("DFT", {graph.Unsqueeze(x, {2})});
+    GraphWriter::SetInt(node, "onesided", 1);
+    const std::string both = graph.FreshName();
+    node.add_output(both);
+    return {graph.Take(both, 2, 0), graph.Take(both, 2, 1)};
+  }
+
+  /// [K, N] of [K, N / 2 + 1] spectra, times N, by a transform forward: what Hartley's transform
+  /// makes of the real less the imaginary part, which is real as the result is.
+  std::string FastInverse(const std::string& re, const std::string& im) {
+    const std::int64_t bins = framing.Bins();
+    std::vector<double> inner(Index(bins), 1);
+    inner.front() = inner.back() = 0;
+    std::vector<std::int64_t> mirrored;
+    for (std::int64_t k = bins - 2; k > 0; --k)
+      mirrored.push_back(k);
+    const auto whole = [&](const std::string& x, const std::string& y) {
+      const std::string sum = graph.Apply("Add", {x, y});
+      return graph.Concat({graph.Apply("Sub", {x, y}), graph.Gather(sum, 1, mirrored)}, 1);
+    };
+    const auto [cosines, sines] =
+        FastTransform(whole(re, Multiply(im, graph.Floats(inner, {bins}))));
+    return whole(cosines, sines);
+  }
+
   /// The transform of a frame. The window is in its matrix.
   Signal Transform(const Signal& frames, bool isGiven) {
     const std::int64_t size = framing.transform, bins = framing.Bins();
     const std::vector<double> window =
         MakeWindow(isGiven ? framing.windowName : "rectangular",
                    Index(isGiven ? framing.window : size), Index(size));
+    if (HasFastTransform()) {
+      const std::string windowed = Multiply(frames.re, graph.Floats(window, {size}));
+      const auto [re, im] = FastTransform(graph.Unsqueeze(windowed, {0}));
+      return {true, graph.Squeeze(re, {0}), graph.Squeeze(im, {0}), false};
+    }
     const Roots roots(size);
     std::vector<double> matrix(Index(size * 2 * bins));
     for (std::int64_t n = 0; n < size; ++n)
@@ -572,10 +612,7 @@ private:
     std::vector<std::int64_t> places;
     for (std::size_t band = 0; band < framing.bands.size(); ++band)
       places.insert(places.end(), Index(framing.bands[band]), static_cast<std::int64_t>(band));
-    onnx::NodeProto& node = graph.Node("Gather", {mask, graph.Int64s(places)});
-    GraphWriter::SetInt(node, "axis", 1);
-    node.add_output(graph.FreshName());
-    return node.output(0);
+    return graph.Gather(mask, 1, places);
   }
 
   /// Each bin of the windows that came in, from the first tap on, times its factors, added up.
@@ -611,6 +648,19 @@ private:
     if (isLast && framing.joining == Joining::Windowed)
       window = SynthesisWindow(MakeWindow(framing.windowName, Index(framing.window), Index(size)),
                                Index(framing.hop));
+    if (HasFastTransform()) {
+      for (double& value : window)
+        value /= static_cast<double>(size);
+      const auto row = [&](const std::string& x) {
+        return spectrum.hasClasses ? x : graph.Unsqueeze(x, {0});
+      };
+      const std::string frames =
+          Multiply(FastInverse(row(spectrum.re), row(spectrum.im)), graph.Floats(window, {size}));
+      return {false,
+              spectrum.hasClasses ? frames : graph.Squeeze(frames, {0}),
+              {},
+              spectrum.hasClasses};
+    }
     const Roots roots(size);
     std::vector<double> matrix(Index(2 * bins * size));
     for (std::int64_t k = 0; k < bins; ++k) {
