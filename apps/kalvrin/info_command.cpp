@@ -66,7 +66,8 @@ void PrintGeometry(const ModelFacts& facts) {
              layout.GetInputComponents() > 1
                  ? "spectra of " + Counted(layout.GetFeatureSize(), "bin")
                  : std::string("samples"));
-  PrintField(std::cout, "window", LatencyText(window, facts.sampleRateHz) + ", " + WindowText(facts));
+  PrintField(std::cout, "window",
+             LatencyText(window, facts.sampleRateHz) + ", " + WindowText(facts));
   PrintField(std::cout, "hop", LatencyText(layout.GetHopLength(), facts.sampleRateHz));
   const bool own = facts.info.GetBaselineSequenceSize() != 0;
   PrintField(std::cout, "sequence",

@@ -13,8 +13,9 @@ namespace Orvik::Tesmo::Tool {
 /// Writes the bundle FOLDER/kalvrin-SYMBOL.lv2 and returns its path. `model` is null for a plugin
 /// that takes any. A bundle of that name is replaced in one step. Throws Refusal where it cannot
 /// write, or where a folder of that name is no such bundle.
-std::filesystem::path WriteLv2Bundle(const Hosting::Description& description, const ModelFile* model,
-                                     const std::filesystem::path& folder, bool isPortable);
+std::filesystem::path WriteLv2Bundle(const Hosting::Description& description,
+                                     const ModelFile* model, const std::filesystem::path& folder,
+                                     bool isPortable);
 
 /// Adds the model to FOLDER/kalvrin and puts the library that offers it at
 /// FOLDER/kalvrin_ladspa.so, whose path it returns. Other models in the folder stay. Throws Refusal
