@@ -8,6 +8,8 @@ import sys
 import tempfile
 
 import numpy as np
+import onnx
+from onnx import TensorProto, helper
 
 from common import Failed, expect, need, read_audio, run, signal, verdicts, write_wav
 from jack import check_jalv
@@ -25,11 +27,33 @@ MODELS = [
     ("separator", "speech_and_music", {"Speech": 0, "Music": -60}, -6),
     ("harmonic_percussive", "harmonic_and_percussive", {"Harmonic": -18, "Percussive": 3}, -60),
     ("band_splitter", "band_splitter", {"Low": -60, "Voice": 0, "High": -6}, -60),
+    ("adapted_window", "adapted_window", {"Speech": 0}, -12),
+    ("adapted_mask", "adapted_mask", {"Speech": -3}, -60),
+    ("adapted_bands", "adapted_bands", {"Speech": 3}, -6),
 ]
 
 
 def model(name):
-    return build / f"models/{name}.onnx"
+    adapted = work / f"{name}.onnx"
+    return adapted if adapted.exists() else build / f"models/{name}.onnx"
+
+
+def adapt_models():
+    """Somebody else's models of three forms, by `kalvrin adapt`: another window, windows in the graph, bands."""
+    def adapt(name, shape, nodes, *options, state=False):
+        tensors = [[helper.make_tensor_value_info(prefix + side, TensorProto.FLOAT, shape)
+                    for prefix in (["x_", "h_"] if state else ["x_"])] for side in ("in", "out")]
+        graph = helper.make_graph([helper.make_node(*node) for node in nodes], name, *tensors)
+        source = work / f"{name}_source.onnx"
+        onnx.save(helper.make_model(graph, ir_version=8, opset_imports=[helper.make_opsetid("", 17)]), source)
+        run(tool, "adapt", source, work / f"{name}.onnx", "--name", name.replace("_", " ").capitalize(),
+            "--rate", 16000, "--classes", "Speech", *options)
+    adapt("adapted_window", [1, 257, 1, 2], [("Tanh", ["h_in"], ["t"]), ("Sub", ["x_in", "t"], ["x_out"]),
+                                             ("Identity", ["x_in"], ["h_out"])], "--window", "hann", state=True)
+    adapt("adapted_mask", [1, 257], [("Softsign", ["x_in"], ["x_out"])],
+          "--in", "magnitude", "--out", "mask", "--window", "hann:400", "--transform", 512, "--hop", 100)
+    adapt("adapted_bands", [1, 4], [("Sigmoid", ["x_in"], ["x_out"])], "--window", "vorbis:512", "--lookahead", 1,
+          "--bands", "10,30,60,157", "--in", "x_in=power/bands/log:+1e-6/running-mean:0.9:-3", "--out", "mask/bands")
 
 
 def rendered(name, classes, rest, audio, rate=16000):
@@ -57,6 +81,7 @@ def direct_latency(name):
 
 
 def make_plugins():
+    adapt_models()
     for name, *_ in MODELS:
         latencies[name] = run(tool, "plugin", model(name), "--to", bundles)
         run(tool, "plugin", model(name), "--ladspa", "--to", ladspa)
