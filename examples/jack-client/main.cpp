@@ -78,6 +78,8 @@ int main(int count, char** arguments) {
   jack_set_process_callback(client.jack, Process, &client);
   if (!client.in || !client.out || jack_activate(client.jack) != 0)
     return Fail("JACK does not take the client");
+  std::printf("running; CLASS GAIN sets a gain\n");
+  std::fflush(stdout);
 
   std::string name;
   for (float gain = 0; std::cin >> name >> gain;)
