@@ -151,6 +151,8 @@ constexpr Option options[] = {
      }},
     {"--carry-hidden", "", "carries on the states that the graph's GRU, LSTM and RNN hide",
      [](AdaptRequest& request, std::string_view) { request.carriesHiddenStates = true; }},
+    {"--in-graph", "", "windows and transforms in the graph where the library has them, too",
+     [](AdaptRequest& request, std::string_view) { request.isAllInGraph = true; }},
 };
 
 struct Adapted {

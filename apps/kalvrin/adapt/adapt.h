@@ -106,6 +106,7 @@ struct AdaptRequest {
   NamePairs initial;                                     ///< state input, first value
   NamePairs links;                                       ///< output, input of a later part
   bool carriesHiddenStates = false;
+  bool isAllInGraph = false;  ///< windows and transforms, where the library has them, too
   std::vector<Feature> features;
   std::vector<std::pair<std::string, Feature>> namedFeatures;  ///< by input, instead of `features`
   std::vector<Result> results;

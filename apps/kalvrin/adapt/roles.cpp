@@ -944,7 +944,7 @@ Plan MakePlan(std::vector<SourceModel> sources, const AdaptRequest& request) {
                   (last.classCount == 1 ? " class" : " classes") + ", --classes names " +
                   std::to_string(request.classes.size()));
   framing.isOnSpectra =
-      2 * framing.hop == framing.transform && framing.context == 0 &&
+      !request.isAllInGraph && 2 * framing.hop == framing.transform && framing.context == 0 &&
       framing.joining == Joining::Windowed && std::ranges::all_of(plan.parts, [](const Roles& r) {
         return std::ranges::all_of(r.inputs, TakesSpectra) && IsSpectral(r.result);
       });
