@@ -90,7 +90,8 @@ constexpr Option options[] = {
          return;
        }
        const auto [name, word] = Assignment(value);
-       std::erase_if(request.namedFeatures, [&](const auto& known) { return known.first == name; });
+       std::erase_if(request.namedFeatures,
+                     [&name = name](const auto& known) { return known.first == name; });
        request.namedFeatures.emplace_back(name, ParseFeature(word));
      }},
     {"--out", "WORD[,WORD]", "what it returns: spectrum, mask, complex-mask, samples, gate, none",

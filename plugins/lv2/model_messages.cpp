@@ -32,7 +32,7 @@ std::string Mapped(const std::string& path, const LV2_Feature* const* features,
   if (!feature) return path;
   char* const mapped = (feature->*function)(feature->handle, path.c_str());
   if (!mapped) return path;
-  const std::string copy = mapped;
+  std::string copy = mapped;
   FreePath(mapped, features);
   return copy;
 }

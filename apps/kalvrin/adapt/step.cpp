@@ -408,7 +408,7 @@ private:
     const SourceTensor tensor = Tensor(name, Platform::TensorKind::Float, {size});
     const std::string state =
         isZero ? State(name, {size}) : StateFrom(name, {size}, FilledTensor(tensor, start, ""));
-    const std::string next =
+    std::string next =
         graph.Apply("Add", {state, Scale(graph.Apply("Sub", {x, state}), 1 - step.keep)});
     SetState(name, next);
     return next;

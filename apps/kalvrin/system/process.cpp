@@ -118,6 +118,7 @@ ProgramResult RunProgram(const std::vector<std::string>& command, bool withError
   const Descriptor from(ends[0]);
   Descriptor to(ends[1]);
   std::vector<char*> arguments;
+  arguments.reserve(command.size() + 1);
   for (const std::string& argument : command)
     arguments.push_back(const_cast<char*>(argument.c_str()));
   arguments.push_back(nullptr);
