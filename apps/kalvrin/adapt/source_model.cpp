@@ -299,8 +299,8 @@ std::vector<Padding> FindPaddings(Platform::Runtime& runtime, const SourceModel&
   if (candidates.empty()) return all;
   // One that two nodes have is asked for once.
   std::ranges::sort(asked, {}, &Asked::name);
-  const auto repeated = std::ranges::unique(asked, {}, &Asked::name);
-  asked.erase(repeated.begin(), repeated.end());
+  const auto isSame = [](const Asked& a, const Asked& b) { return a.name == b.name; };
+  asked.erase(std::unique(asked.begin(), asked.end(), isSame), asked.end());
   std::vector<std::vector<std::int64_t>> one, two;
   try {
     one = RunForNumbers(runtime, model, asked, request, 1);
