@@ -522,6 +522,7 @@ NamePairs BringOutHiddenStates(Platform::Runtime& runtime, SourceModel& model,
   onnx::GraphProto& graph = *model.proto.mutable_graph();
   std::vector<Hidden> all = FindRecurrent(graph, request.states.size());
   std::vector<Asked> asked;
+  asked.reserve(all.size());
   for (const Hidden& hidden : all)
     asked.push_back({hidden.next});
   try {
