@@ -7,26 +7,13 @@
 #include "stream/windowed_stream_processor.h"
 
 #include <dlfcn.h>
+#include <link.h>
 
 #include <utility>
 
 namespace Orvik::Tesmo {
 
 namespace {
-
-// The leak check at the end of an instrumented process reports the blocks of an unloaded module as
-// lost. So such a process does not unload the engine.
-#if defined(__SANITIZE_ADDRESS__)
-constexpr int KeepForLeakCheck = RTLD_NODELETE;
-#elif defined(__has_feature)
-#if __has_feature(address_sanitizer)
-constexpr int KeepForLeakCheck = RTLD_NODELETE;
-#else
-constexpr int KeepForLeakCheck = 0;
-#endif
-#else
-constexpr int KeepForLeakCheck = 0;
-#endif
 
 struct CloseModule {
   void operator()(void* module) const { dlclose(module); }
@@ -40,19 +27,29 @@ using Module = std::unique_ptr<void, CloseModule>;
 Module LoadRuntimeModule(const std::string& folder, const char* fileName) {
   for (const char* below : {"/", "/kalvrin/"}) {
     const std::string path = folder + below + fileName;
-    if (Module module{dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL | KeepForLeakCheck)})
-      return module;
+    if (Module module{dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL)}) return module;
   }
   return nullptr;
 }
 
-/// An engine and the library that its code is in. The runtime goes first.
+/// Keeps the code in memory until the process ends, however often it is closed.
+void KeepInMemory(void* module) {
+  link_map* place = nullptr;
+  if (dlinfo(module, RTLD_DI_LINKMAP, static_cast<void*>(&place)) != 0) return;
+  if (void* const again = dlopen(place->l_name, RTLD_NOW | RTLD_NOLOAD | RTLD_NODELETE))
+    dlclose(again);
+}
+
+/// An engine and the library that its code is in. The runtime goes first. An engine that
+/// works is kept in memory: one that shares libraries with others, as Debian's own does, leaves
+/// routines behind that the process calls at its exit.
 struct OpenEngine {
   explicit OpenEngine(const std::string& folder)
       : module(LoadRuntimeModule(folder, "libonnxruntime.so.1")),
         code(Platform::CreateOnnxRuntime(module.get(), runtime)) {
     SelectKernelBuild();
     if (code == ResultCodes::OutOfMemory) ThrowForResultCode(code);
+    if (runtime) KeepInMemory(module.get());
   }
 
   Module module;

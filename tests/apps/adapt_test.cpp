@@ -515,7 +515,7 @@ Signal ThroughThreeParts(const Signal& x) {
   const auto rule = [&](Spectrum& bins) {
     std::ranges::rotate(windows, windows.end() - 1);
     std::ranges::rotate(features, features.end() - 1);
-    std::ranges::rotate(low, low.end() - 1);
+    std::rotate(low.begin(), low.end() - 1, low.end());
     windows[0] = bins;
     for (std::size_t b = 0; b < 3; ++b) {
       double power = 0;
