@@ -513,8 +513,8 @@ Signal ThroughThreeParts(const Signal& x) {
   std::array<Spectrum, 4> windows;
   windows.fill(Spectrum(9));
   const auto rule = [&](Spectrum& bins) {
-    std::ranges::rotate(windows, windows.end() - 1);
-    std::ranges::rotate(features, features.end() - 1);
+    std::rotate(windows.begin(), windows.end() - 1, windows.end());
+    std::rotate(features.begin(), features.end() - 1, features.end());
     std::rotate(low.begin(), low.end() - 1, low.end());
     windows[0] = bins;
     for (std::size_t b = 0; b < 3; ++b) {
