@@ -133,7 +133,7 @@ int main() {
       std::printf("%8d   %11.2e %11.2e", N, fftw.forward, fftw.inverse);
       for (const Build* build : builds) {
         if (!RunsHere(*build)) continue;
-        const Errors ours = OfBuild(cases, N, build->choice.index);
+        const Errors ours = OfBuild(cases, N, build->index);
         std::printf("   %10.2e (%.2f) %10.2e (%.2f)", ours.forward, ours.forward / fftw.forward,
                     ours.inverse, ours.inverse / fftw.inverse);
       }

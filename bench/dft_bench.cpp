@@ -125,8 +125,7 @@ int main(int argc, char** argv) {
         Register(N, way, "FFTW", 0, Fftw(*data.back(), way, wisdom));
         for (const Build* build : builds)
           if (RunsHere(*build))
-            Register(N, way, build->name, build->choice.index,
-                     Ours(*data.back(), way, build->choice.index));
+            Register(N, way, build->name, build->index, Ours(*data.back(), way, build->index));
       }
     }
   std::fprintf(stderr, "\r");

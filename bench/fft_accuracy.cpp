@@ -123,7 +123,7 @@ int main() {
     Print(order, "FFTW", fftw, fftw);
     for (const Build* build : builds) {
       if (!RunsHere(*build)) continue;
-      ippVariantIndex = build->choice.index;
+      ippVariantIndex = build->index;
       IppsFFTSpec_R_32f* spec = nullptr;
       if (ippsFFTInitAlloc_R_32f(&spec, order, IPP_FFT_NODIV_BY_ANY, ippAlgHintNone) != ippStsNoErr)
         return 1;

@@ -141,7 +141,7 @@ int main(int argc, char** argv) {
       Register(order, way, "FFTW", 0, [=] { return Fftw(DataOf(order), order, way, wisdom); });
       Register(order, way, "KissFFT", 0, [=] { return Kiss(DataOf(order), way); });
       for (const Build* build : builds) {
-        const int variant = build->choice.index;
+        const int variant = build->index;
         if (RunsHere(*build))
           Register(order, way, build->name, variant,
                    [=] { return Ours(DataOf(order), order, way, variant); });

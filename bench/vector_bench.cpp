@@ -122,7 +122,7 @@ int main(int argc, char** argv) {
         Register(copy, "memcpy", 0, len, offset);
         for (const auto& c : contenders) {
           if (!RunsHere(c.build)) continue;
-          Register(kernel, c.build.name, c.build.choice.index, len, offset);
+          Register(kernel, c.build.name, c.build.index, len, offset);
           if (!RunsHere(avx::build)) continue;
           const Kernel limit{kernel.name, c.limits[kernel.loads - 1], 1, kernel.loads,
                              kernel.inPlace};

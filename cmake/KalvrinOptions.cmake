@@ -11,6 +11,15 @@ option(KALVRIN_COVERAGE "Count what runs, line by line (needs clang); the fuzz t
 set(KALVRIN_SANITIZER "" CACHE STRING "Instrument everything: address or thread")
 set_property(CACHE KALVRIN_SANITIZER PROPERTY STRINGS "" address thread)
 
+# The folder in src/kernels with all that depends on the processor.
+if(CMAKE_SYSTEM_PROCESSOR MATCHES "^(x86_64|AMD64|amd64)$")
+  set(KALVRIN_ARCHITECTURE x86_64)
+elseif(CMAKE_SYSTEM_PROCESSOR MATCHES "^(aarch64|arm64|ARM64)$")
+  set(KALVRIN_ARCHITECTURE arm64)
+else()
+  message(FATAL_ERROR "kalvrin is written for x86-64 and ARM64, not for '${CMAKE_SYSTEM_PROCESSOR}'")
+endif()
+
 if((KALVRIN_TESTS OR KALVRIN_FUZZ) AND NOT KALVRIN_PROGRAMS)
   message(FATAL_ERROR "KALVRIN_TESTS and KALVRIN_FUZZ need KALVRIN_PROGRAMS")
 endif()

@@ -1,6 +1,6 @@
 #pragma once
 
-#include <xmmintrin.h>
+#include "kernels/cpu.h"
 
 namespace Orvik::Tesmo::Dnn {
 
@@ -10,15 +10,16 @@ namespace Orvik::Tesmo::Dnn {
 /// included.
 class FlushedDenormals {
 public:
-  FlushedDenormals() : held(_mm_getcsr()) { _mm_setcsr(held | FlushToZero | DenormalsAreZero); }
-  ~FlushedDenormals() { _mm_setcsr(held); }
+  FlushedDenormals() : held(Register::Read()) {
+    Register::Write(held | Register::flushToZero | Register::denormalsAreZero);
+  }
+  ~FlushedDenormals() { Register::Write(held); }
   FlushedDenormals(const FlushedDenormals&) = delete;
   FlushedDenormals& operator=(const FlushedDenormals&) = delete;
 
 private:
-  static constexpr unsigned FlushToZero = 0x8000;
-  static constexpr unsigned DenormalsAreZero = 0x0040;
-  unsigned held;
+  using Register = Kernels::ControlRegister;
+  Register::Bits held;
 };
 
 }  // namespace Orvik::Tesmo::Dnn

@@ -1,7 +1,7 @@
 #pragma once
 
 // A build is the whole library compiled once more for one set of instructions, with plan limits of
-// its own: one file in builds/, which fills one Build, and one row of `builds`.
+// its own: one file, which fills one Build, and one row in builds.def of its architecture.
 
 #include "kernels/cpu.h"
 #include "kernels/ipps.h"
@@ -28,8 +28,7 @@ struct Limits {
 
 /// When a build runs.
 struct Choice {
-  std::int32_t index;           ///< of ippVariantIndex
-  bool CpuFeatures::*needs[2];  ///< null: nothing beyond SSE3
+  bool CpuFeatures::*needs[2];  ///< null: nothing beyond what all builds share
   bool byHandOnly;              ///< ippBestVariantIndex never returns it
 };
 
@@ -37,6 +36,7 @@ struct Choice {
 /// its own functions, never the dispatched ones.
 struct Build {
   const char* name;
+  std::int32_t index;  ///< of ippVariantIndex
   Choice choice;
   Limits limits;
 
@@ -105,21 +105,38 @@ struct Build {
                                     const IppsDFTSpec_R_32f* pSpec, Ipp8u* pBuffer);
 };
 
-// clang-format off
-namespace sse3 { extern const Build build; }
-namespace ssse3 { extern const Build build; }
-namespace sse3b { extern const Build build; }
-namespace sse41 { extern const Build build; }
-namespace avx { extern const Build build; }
-// clang-format on
-inline constexpr const Build* builds[] = {&sse3::build, &ssse3::build, &sse3b::build, &sse41::build,
-                                          &avx::build};
+#if defined(__x86_64__)
+#define KERNELS_BUILDS "kernels/x86_64/builds.def"
+#elif defined(__aarch64__)
+#define KERNELS_BUILDS "kernels/arm64/builds.def"
+#endif
+
+#define BUILD(name, index, ...)                                                                    \
+  namespace name {                                                                                 \
+  constexpr std::int32_t variantIndex = index;                                                     \
+  extern const Build build;                                                                        \
+  }
+#include KERNELS_BUILDS
+#undef BUILD
+inline constexpr const Build* builds[] = {
+#define BUILD(name, ...) &name::build,
+#include KERNELS_BUILDS
+#undef BUILD
+};
 
 /// Whether a processor with these features runs it; of this processor, and its system.
 bool Runs(const Build& build, const CpuFeatures& features);
 bool RunsHere(const Build& build);
 
-constexpr int variantCount = 6;
+/// The indices that ippVariantIndex takes: 0 to 5 on every processor, and those of further builds.
+constexpr int variantCount = [] {
+  int count = 6;
+#define BUILD(name, ...)                                                                           \
+  if (count <= name::variantIndex) count = name::variantIndex + 1;
+#include KERNELS_BUILDS
+#undef BUILD
+  return count;
+}();
 /// A dispatched entry and whose code stands at each index.
 struct Entry {
   const char* name;

@@ -11,14 +11,17 @@ namespace {
 enum Group { Transforms, Moves, Arithmetic, Releases, Sizes, groupCount };
 
 /// Whose code runs at which index, by group.
-constexpr const Build* rows[variantCount][groupCount] = {
-    {&sse3::build, &sse3::build, &sse3::build, &sse3::build, &sse3::build},
-    {&sse3::build, &sse3::build, &sse3::build, &sse3::build, &sse3::build},
-    {&ssse3::build, &sse3b::build, &sse3b::build, &sse3::build, &sse3::build},
-    {&sse3b::build, &sse3b::build, &sse3b::build, &sse3b::build, &sse3::build},
-    {&sse41::build, &sse41::build, &sse3::build, &sse3::build, &sse3::build},
-    {&avx::build, &avx::build, &avx::build, &sse3::build, &sse3::build},
-};
+using Row = std::array<const Build*, groupCount>;
+constexpr std::array<Row, variantCount> rows = [] {
+  std::array<Row, variantCount> table{};
+#define BUILD(name, index, moves, arithmetic, releases, ...)                                       \
+  table[index] = {&name::build, &moves::build, &arithmetic::build, &releases::build, builds[0]};
+#include KERNELS_BUILDS
+#undef BUILD
+  for (Row& row : table)
+    if (!row[0]) row = table[0];
+  return table;
+}();
 /// One group by index: an entry loads the index and the build, and jumps.
 template <Group group>
 constexpr std::array<const Build*, variantCount> variantsOf = [] {
@@ -104,8 +107,8 @@ bool Orvik::Tesmo::Kernels::RunsHere(const Build& build) {
 std::int32_t Orvik::Tesmo::Kernels::BestVariant(const CpuFeatures& features) {
   std::int32_t best = 0;
   for (const Build* build : builds)
-    if (!build->choice.byHandOnly && build->choice.index > best && Runs(*build, features))
-      best = build->choice.index;
+    if (!build->choice.byHandOnly && build->index > best && Runs(*build, features))
+      best = build->index;
   return best;
 }
 

@@ -50,8 +50,8 @@ struct IppsDFTSpec_R_32f;
 extern "C" {
 
 /// Which build of every entry runs: 0 and 1 SSE3, 2 SSSE3, 3 SSE3 with plan limits of its own,
-/// 4 SSE4.1, 5 AVX. 0 at load. Write it before the first spec is made: a spec is only valid under
-/// the index it was made with.
+/// 4 SSE4.1, 5 AVX; on ARM64 all six run NEON. 0 at load. Write it before the first spec is made: a
+/// spec is only valid under the index it was made with.
 extern std::int32_t ippVariantIndex;
 
 /// The best index for this processor and operating system. Changes nothing.

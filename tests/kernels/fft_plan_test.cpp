@@ -30,38 +30,6 @@ TEST(FftPlan, ChoosesRadicesByOrder) {
   EXPECT_EQ((Radices{8, 8, 4}), RadicesOf(LevelRadices(8)));
 }
 
-TEST(FftPlan, SizesFollowTheOrder) {
-  const struct {
-    const Build& build;
-    int order, initSize, workSize;
-  } rows[] = {
-      {sse3::build, 6, 0, 0},
-      {sse3::build, 7, 0, 544},
-      {sse3::build, 10, 0, 4128},
-      {sse3::build, 11, 2112, 8224},
-      {sse3::build, 17, 131136, 524320},
-      {sse3::build, 18, 262208, 65568},      // 2^13 values of a piece
-      {sse3::build, 21, 2097216, 524320},    // 2^16
-      {sse3::build, 22, 4194368, 262176},    // 2^15
-      {sse3::build, 29, 536870976, 524320},  // pieces of 2^20, then 2^16
-      {ssse3::build, 18, 262208, 1048608},
-      {ssse3::build, 19, 524352, 131104},  // 2^14
-      {sse3b::build, 16, 65600, 262176},
-      {sse3b::build, 17, 131136, 32800},  // 2^12
-      {sse41::build, 18, 262208, 1048608},
-      {sse41::build, 19, 524352, 131104},  // 2^14
-      {avx::build, 7, 0, 0},
-      {avx::build, 8, 0, 1056},
-      {avx::build, 19, 524352, 2097184},
-      {avx::build, 20, 1048640, 262176},  // 2^15
-  };
-  for (const auto& row : rows) {
-    const FftLayout layout = LayoutOf(row.build.limits, row.order, true);
-    EXPECT_EQ(row.initSize, layout.initSize) << row.build.name << ", order " << row.order;
-    EXPECT_EQ(row.workSize, layout.workSize) << row.build.name << ", order " << row.order;
-  }
-}
-
 TEST(FftPlan, PiecesShrinkFromLevelToLevelAndTheSpecHoldsItsTables) {
   for (const Build* build : builds)
     for (int order = 5; order <= maxOrder; ++order) {

@@ -19,7 +19,7 @@ inline const std::vector<Members>& AllMembers() {
     const char* chosen = std::getenv("KALVRIN_TEST_BUILD");  // NOLINT(concurrency-mt-unsafe)
     std::vector<Members> members;
     for (const Members* build : Orvik::Tesmo::Kernels::builds)
-      if (RunsHere(*build) && (!chosen || std::strchr(chosen, '0' + build->choice.index)))
+      if (RunsHere(*build) && (!chosen || std::strchr(chosen, '0' + build->index)))
         members.push_back(*build);
     return members;
   }();

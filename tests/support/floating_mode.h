@@ -2,41 +2,42 @@
 
 // The floating-point modes that a host may have set on its thread.
 
+#include "kernels/cpu.h"
+
 #include <gtest/gtest.h>
 
+#include <cfenv>
 #include <csetjmp>
 #include <csignal>
-#include <xmmintrin.h>
 
 namespace TestSupport {
 
-inline constexpr unsigned modeControl = 0xFFC0;  ///< all of the register but the flags raised
-inline constexpr unsigned allMasked = 0x1F80;
-inline constexpr unsigned denormalsAreZero = 0x0040, flushToZero = 0x8000;
-inline constexpr unsigned roundingDown = 0x2000, roundingUp = 0x4000, towardZero = 0x6000;
-/// Invalid, division by zero, overflow.
-inline constexpr unsigned unmasked = allMasked & ~0x0680U;
+using ControlRegister = Orvik::Tesmo::Kernels::ControlRegister;
+
+inline constexpr ControlRegister::Bits flushing =
+    ControlRegister::flushToZero | ControlRegister::denormalsAreZero;
 
 struct FloatingMode {
   const char* name;
-  unsigned csr;
+  int rounding = FE_TONEAREST;
+  ControlRegister::Bits flushed = 0;
+  bool traps = false;  ///< where the processor can; most with ARM64 cannot
 
   /// Otherwise than usual.
-  bool Rounds() const { return (csr & towardZero) != 0; }
+  bool Rounds() const { return rounding != FE_TONEAREST; }
 };
 
 inline constexpr FloatingMode floatingModes[] = {
-    {"as at the start of a thread", allMasked},
-    {"flush to zero", allMasked | flushToZero},
-    {"denormals are zero", allMasked | denormalsAreZero},
-    {"both", allMasked | flushToZero | denormalsAreZero},
-    {"rounding down", allMasked | roundingDown},
-    {"rounding up", allMasked | roundingUp},
-    {"rounding toward zero", allMasked | towardZero},
-    {"rounding up, flush to zero", allMasked | roundingUp | flushToZero},
-    {"exceptions unmasked", unmasked},
-    {"exceptions unmasked, rounding down, both",
-     unmasked | roundingDown | flushToZero | denormalsAreZero},
+    {"as at the start of a thread"},
+    {"flush to zero", FE_TONEAREST, ControlRegister::flushToZero},
+    {"denormals are zero", FE_TONEAREST, ControlRegister::denormalsAreZero},
+    {"both", FE_TONEAREST, flushing},
+    {"rounding down", FE_DOWNWARD},
+    {"rounding up", FE_UPWARD},
+    {"rounding toward zero", FE_TOWARDZERO},
+    {"rounding up, flush to zero", FE_UPWARD, ControlRegister::flushToZero},
+    {"exceptions unmasked", FE_TONEAREST, 0, true},
+    {"exceptions unmasked, rounding down, both", FE_DOWNWARD, flushing, true},
 };
 
 inline sigjmp_buf trapped;
@@ -44,13 +45,14 @@ inline sigjmp_buf trapped;
 /// The mode for a scope, in which a trap ends In.
 class InMode {
 public:
-  explicit InMode(const FloatingMode& mode) : mode(mode), before(_mm_getcsr()) {
+  explicit InMode(const FloatingMode& mode) : mode(mode) {
+    std::fegetenv(&before);
     struct sigaction action = {};
     action.sa_handler = [](int) { siglongjmp(trapped, 1); };
     sigaction(SIGFPE, &action, &actionBefore);
   }
   ~InMode() {
-    _mm_setcsr(before);
+    std::fesetenv(&before);
     sigaction(SIGFPE, &actionBefore, nullptr);
   }
   InMode(const InMode&) = delete;
@@ -59,22 +61,27 @@ public:
   /// Runs `routine` and expects no trap, and the mode unchanged.
   template <class Routine>
   void Run(const Routine& routine) {
-    unsigned after = 0;
+    constexpr ControlRegister::Bits control = ~ControlRegister::raised;
+    ControlRegister::Bits set = 0, after = 0;
     if (sigsetjmp(trapped, 1) == 0) {
-      _mm_setcsr(mode.csr);
+      std::feclearexcept(FE_ALL_EXCEPT);
+      std::fesetround(mode.rounding);
+      if (mode.traps) feenableexcept(FE_INVALID | FE_DIVBYZERO | FE_OVERFLOW);
+      ControlRegister::Write(ControlRegister::Read() | mode.flushed);
+      set = ControlRegister::Read();
       routine();
-      after = _mm_getcsr();
-      _mm_setcsr(before);
-      EXPECT_EQ(after & modeControl, mode.csr & modeControl) << "the mode has changed";
+      after = ControlRegister::Read();
+      std::fesetenv(&before);
+      EXPECT_EQ(after & control, set & control) << "the mode has changed";
     } else {
-      _mm_setcsr(before);
+      std::fesetenv(&before);
       ADD_FAILURE() << "an exception was raised";
     }
   }
 
 private:
-  const FloatingMode& mode;
-  unsigned before;
+  FloatingMode mode;
+  std::fenv_t before = {};
   struct sigaction actionBefore = {};
 };
 

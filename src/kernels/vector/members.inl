@@ -1,5 +1,6 @@
 // The vector kernels of one build: checks, then blocks.
 
+#include "kernels/cpu.h"
 #include "kernels/memory.h"
 #include "kernels/vector/interleave.h"
 
@@ -144,6 +145,25 @@ static IppStatus ippsMul_32fc(const Ipp32fc* pSrc1, const Ipp32fc* pSrc2, Ipp32f
 static IppStatus ippsMul_32fc_I(const Ipp32fc* pSrc, Ipp32fc* pSrcDst, int len) {
   return ippsMul_32fc(pSrcDst, pSrc, pSrcDst, len);
 }
+
+/// For the time of a kernel: no exception traps, and at the end the thread's control bits are what
+/// they were, with the flags raised meanwhile but for "invalid" and "divided by zero".
+class QuietExceptions {
+public:
+  KERNELS_INLINE QuietExceptions() : control(ControlRegister::Read()) {
+    ControlRegister::Write(ControlRegister::WithoutTraps(control) & ~ControlRegister::raised);
+  }
+  KERNELS_INLINE ~QuietExceptions() {
+    ControlRegister::Write(control | (ControlRegister::Read() & kept));
+  }
+  QuietExceptions(const QuietExceptions&) = delete;
+  QuietExceptions& operator=(const QuietExceptions&) = delete;
+
+private:
+  static constexpr ControlRegister::Bits kept =
+      ControlRegister::raised & ~(ControlRegister::invalid | ControlRegister::divisionByZero);
+  const ControlRegister::Bits control;
+};
 
 static IppStatus ippsSqrt_32f_I(Ipp32f* pSrcDst, int len) {
   if (!pSrcDst) return ippStsNullPtrErr;

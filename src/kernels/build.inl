@@ -29,6 +29,7 @@ namespace Orvik::Tesmo::Kernels::KERNELS_BUILD {
 
 constinit const Build build = {
     .name = KERNELS_NAME(KERNELS_BUILD),
+    .index = variantIndex,
     .choice = choice,
     .limits = limits,
     .ippsCopy_32f = ippsCopy_32f,

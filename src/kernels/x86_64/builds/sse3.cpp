@@ -7,8 +7,8 @@
 
 namespace Orvik::Tesmo::Kernels::KERNELS_BUILD {
 using Vec = Vec4;
-constexpr Choice choice = {0, {}, false};
+constexpr Choice choice = {{}, false};
 constexpr Limits limits = {4, 6, 16, 17, {{17, 4, 9}, {18, 4, 10}, {21, 6, 13}, {22, 8, 15}}};
 }  // namespace Orvik::Tesmo::Kernels::KERNELS_BUILD
 
-#include "kernels/builds/build.inl"
+#include "kernels/build.inl"

@@ -7,8 +7,8 @@
 
 namespace Orvik::Tesmo::Kernels::KERNELS_BUILD {
 using Vec = Vec4;
-constexpr Choice choice = {4, {&CpuFeatures::sse41, &CpuFeatures::ssse3}, false};
+constexpr Choice choice = {{&CpuFeatures::sse41, &CpuFeatures::ssse3}, false};
 constexpr Limits limits = {4, 6, 18, 18, {{18, 4, 10}, {20, 8, 14}, {20, 8, 14}, {20, 8, 14}}};
 }  // namespace Orvik::Tesmo::Kernels::KERNELS_BUILD
 
-#include "kernels/builds/build.inl"
+#include "kernels/build.inl"

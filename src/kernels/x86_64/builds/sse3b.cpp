@@ -7,8 +7,8 @@
 
 namespace Orvik::Tesmo::Kernels::KERNELS_BUILD {
 using Vec = Vec4;
-constexpr Choice choice = {3, {}, true};
+constexpr Choice choice = {{}, true};
 constexpr Limits limits = {4, 6, 15, 16, {{16, 4, 10}, {19, 6, 14}, {21, 8, 14}, {21, 8, 14}}};
 }  // namespace Orvik::Tesmo::Kernels::KERNELS_BUILD
 
-#include "kernels/builds/build.inl"
+#include "kernels/build.inl"
