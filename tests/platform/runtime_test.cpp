@@ -118,9 +118,9 @@ TEST(Session, GivesItsMemoryBack) {
 TEST(Session, SharesTheWeightsWithOthersOfTheSameBytes) {
   const std::string model = RecipeModel("separator");  // 1.6 MiB of weights
   const std::size_t before = HeapInUse();
-  std::vector<std::unique_ptr<Rig>> rigs;
-  for (int i = 0; i < 8; ++i)
-    rigs.push_back(std::make_unique<Rig>(model));
+  std::vector<std::unique_ptr<Rig>> rigs(8);
+  for (auto& rig : rigs)
+    rig = std::make_unique<Rig>(model);
   const std::size_t withAll = HeapInUse();
   rigs.resize(2);
   EXPECT_LT(withAll - HeapInUse(), 6 * (std::size_t{1} << 19));
