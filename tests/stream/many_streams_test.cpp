@@ -58,6 +58,7 @@ TEST(ManyStreams, NeverNoticeEachOther) {
     std::barrier start(players + troubles);
     std::atomic<int> playing = players, different = 0;
     std::vector<std::thread> threads;
+    threads.reserve(players + troubles);
     for (int i = 0; i < players; ++i)
       threads.emplace_back([&] {
         start.arrive_and_wait();
