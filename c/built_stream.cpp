@@ -5,6 +5,7 @@
 #include "diagnosis/report.h"
 #include "runtime/model_loading.h"
 #include "stream/set_up.h"
+#include "system/system.h"
 
 #include <cmath>
 #include <new>
@@ -20,9 +21,10 @@ std::shared_ptr<Platform::Runtime> Engine() {
   try {
     return ProcessRuntime();
   } catch (const winrt::hresult_error&) {
-    throw Failure{KALVRIN_ENGINE_MISSING,
-                  "the inference engine libonnxruntime.so.1 is missing beside libkalvrin_c.so, or "
-                  "it is older than 1.20"};
+    throw Failure{
+        KALVRIN_ENGINE_MISSING,
+        "the inference engine " + std::string(System::engineFile) +
+            " is missing beside the library of the C interface, or it is older than 1.20"};
   }
 }
 

@@ -90,7 +90,7 @@ Plugin::Plugin(Form offered)
 const std::deque<Plugin>& Plugins() {
   static const std::deque<Plugin> plugins = [] {
     std::deque<Plugin> made;
-    for (Form& form : FindForms(GetLibraryFolder() + "/kalvrin", Interface::Ladspa))
+    for (Form& form : FindForms(GetLibraryFolder() / "kalvrin", Interface::Ladspa))
       made.emplace_back(std::move(form));
     return made;
   }();

@@ -5,54 +5,46 @@
 #include "platform/onnxruntime/runtime.h"
 #include "stream/overlap_add_stage.h"
 #include "stream/windowed_stream_processor.h"
+#include "system/system.h"
 
-#include <dlfcn.h>
-#include <link.h>
-
+#include <new>
 #include <utility>
 
 namespace Orvik::Tesmo {
 
 namespace {
 
-struct CloseModule {
-  void operator()(void* module) const { dlclose(module); }
-};
-using Module = std::unique_ptr<void, CloseModule>;
-
 /// Loads FOLDER/FILE or FOLDER/kalvrin/FILE; null where neither loads. No other place is searched,
 /// because another file of that name would not be the engine that was delivered with the library.
 /// The packages of a distribution use the second place: they have one folder for all libraries, and
 /// other programs shall not find this engine there.
-Module LoadRuntimeModule(const std::string& folder, const char* fileName) {
-  for (const char* below : {"/", "/kalvrin/"}) {
-    const std::string path = folder + below + fileName;
-    if (Module module{dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL)}) return module;
-  }
+System::Module LoadRuntimeModule(const std::filesystem::path& folder) {
+  if (!folder.is_absolute()) return nullptr;
+  for (const auto& place : {folder, folder / "kalvrin"})
+    if (auto module = System::OpenModule(place / System::engineFile)) return module;
   return nullptr;
-}
-
-/// Keeps the code in memory until the process ends, however often it is closed.
-void KeepInMemory(void* module) {
-  link_map* place = nullptr;
-  if (dlinfo(module, RTLD_DI_LINKMAP, static_cast<void*>(&place)) != 0) return;
-  if (void* const again = dlopen(place->l_name, RTLD_NOW | RTLD_NOLOAD | RTLD_NODELETE))
-    dlclose(again);
 }
 
 /// An engine and the library that its code is in. The runtime goes first. An engine that
 /// works is kept in memory: one that shares libraries with others, as Debian's own does, leaves
 /// routines behind that the process calls at its exit.
 struct OpenEngine {
-  explicit OpenEngine(const std::string& folder)
-      : module(LoadRuntimeModule(folder, "libonnxruntime.so.1")),
+  explicit OpenEngine(const std::filesystem::path& folder)
+      : module(LoadRuntimeModule(folder)),
         code(Platform::CreateOnnxRuntime(module.get(), runtime)) {
     SelectKernelBuild();
     if (code == ResultCodes::OutOfMemory) ThrowForResultCode(code);
-    if (runtime) KeepInMemory(module.get());
+    if (runtime) System::KeepInMemory(module.get());
+  }
+  OpenEngine(const OpenEngine&) = delete;
+  OpenEngine& operator=(const OpenEngine&) = delete;
+  ~OpenEngine() {
+    if (!System::OtherModulesHaveEnded()) return;
+    new (std::nothrow) std::shared_ptr<Platform::Runtime>(std::move(runtime));  // and no delete
+    static_cast<void>(module.release());
   }
 
-  Module module;
+  System::Module module;
   std::shared_ptr<Platform::Runtime> runtime;
   ResultCode code;
 };
@@ -64,12 +56,17 @@ std::shared_ptr<Platform::Runtime> RuntimeOf(const std::shared_ptr<const OpenEng
 
 }  // namespace
 
+const std::filesystem::path& GetLibraryFolder() {
+  static const auto folder = System::FolderOf(reinterpret_cast<const void*>(&GetLibraryFolder));
+  return folder;
+}
+
 void SelectKernelBuild() {
   static const std::int32_t selected = ippVariantIndex = ippBestVariantIndex();
   static_cast<void>(selected);
 }
 
-std::shared_ptr<Platform::Runtime> OpenRuntime(const std::string& folder) {
+std::shared_ptr<Platform::Runtime> OpenRuntime(const std::filesystem::path& folder) {
   return RuntimeOf(std::make_shared<const OpenEngine>(folder));
 }
 

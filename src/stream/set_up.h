@@ -7,25 +7,26 @@
 #include "platform/platform.h"
 
 #include <cstdint>
+#include <filesystem>
 #include <memory>
-#include <string>
 
 namespace Orvik::Tesmo {
 
 /// The absolute path of the folder that this code was loaded from: of libkalvrin.so, or of whatever
-/// links the code statically; empty when the loader does not say. As with $ORIGIN, a symbolic link
+/// links the code statically; empty when the system does not say. As with $ORIGIN, a symbolic link
 /// to the file counts with its own folder. Found on first use and kept until unloading.
-const std::string& GetLibraryFolder();
+const std::filesystem::path& GetLibraryFolder();
 
 /// Sets the kernels to the best build that this processor runs, once in the life of the code; later
 /// calls do nothing. Before the first core is made: a transform keeps the build that it was planned
 /// with.
 void SelectKernelBuild();
 
-/// Opens libonnxruntime.so.1 in `folder`, or in the folder `kalvrin` in it, and selects the kernel
-/// build. The result keeps the engine's library open and must outlive everything that is made of
-/// it. Throws as ThrowForResultCode where the engine is missing or unusable, std::bad_alloc.
-std::shared_ptr<Platform::Runtime> OpenRuntime(const std::string& folder);
+/// Opens the engine in `folder`, an absolute path, or in the folder `kalvrin` in it, and selects
+/// the kernel build. The result keeps the engine's library open and must outlive everything that is
+/// made of it. Throws as ThrowForResultCode where the engine is missing or unusable,
+/// std::bad_alloc.
+std::shared_ptr<Platform::Runtime> OpenRuntime(const std::filesystem::path& folder);
 
 /// The one engine of this process: OpenRuntime(GetLibraryFolder()) at the first call, released when
 /// the code is unloaded, or with the last reference where a host keeps a stream in a static object

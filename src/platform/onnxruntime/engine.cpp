@@ -1,6 +1,6 @@
 #include "platform/onnxruntime/engine.h"
 
-#include <dlfcn.h>
+#include "system/system.h"
 
 namespace Orvik::Tesmo::Platform::OnnxRuntime {
 namespace {
@@ -16,7 +16,7 @@ constexpr int errorsOnly = 3;
 
 const void* const* TableOf(void* module) {
   if (!module) Refuse(ResultCodes::ClassNotRegistered, "the inference engine is not loaded");
-  const auto entry = reinterpret_cast<OrtEntry*>(dlsym(module, ortEntryName));
+  const auto entry = reinterpret_cast<OrtEntry*>(System::FunctionOf(module, ortEntryName));
   const OrtApiBase* base = entry ? entry() : nullptr;
   if (!base) Refuse(ResultCodes::ClassNotAvailable, "the library is not an inference engine");
   const void* const* table = base->getApi(ortApiVersion);

@@ -6,6 +6,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <filesystem>
 
 namespace Orvik::Tesmo::Platform::OnnxRuntime {
 
@@ -63,8 +64,9 @@ private:
   Result (*function)(Arguments...);
 };
 
-/// The table. Text that it takes is zero-terminated UTF-8; a `T**` receives a new object, which the
-/// entry named release... frees (names and keys: allocatorFree).
+/// The table. Text that it takes is zero-terminated UTF-8, paths are in the form of the system; a
+/// `T**` receives a new object, which the entry named release... frees (names and keys:
+/// allocatorFree).
 struct OrtApi {
   explicit OrtApi(const void* const* slots) : table(slots) {}
 
@@ -84,7 +86,8 @@ struct OrtApi {
   OrtSlot<OrtStatus*(OrtSessionOptions*, const char* key, const char* value)> addConfigEntry{table,
                                                                                              130};
   /// A session made with this writes there what it has made of the model.
-  OrtSlot<OrtStatus*(OrtSessionOptions*, const char* path)> setOptimizedModelPath{table, 11};
+  OrtSlot<OrtStatus*(OrtSessionOptions*, const std::filesystem::path::value_type* path)>
+      setOptimizedModelPath{table, 11};
   /// The session uses this value for the constant of this name. Both the value and its memory must
   /// outlive the session.
   OrtSlot<OrtStatus*(OrtSessionOptions*, const char* name, const OrtValue*)> addInitializer{table,

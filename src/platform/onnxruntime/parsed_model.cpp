@@ -1,12 +1,9 @@
 #include "platform/onnxruntime/parsed_model.h"
 
 #include "platform/utf16.h"
+#include "system/system.h"
 
-#include <fcntl.h>
-#include <sys/mman.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
+#include <fstream>
 #include <utility>
 
 namespace Orvik::Tesmo::Platform::OnnxRuntime {
@@ -108,40 +105,14 @@ std::vector<std::pair<std::u16string, std::u16string>> ReadMetadata(const Engine
   return pairs;
 }
 
-/// A file without a name, in memory.
-class MemoryFile {
-public:
-  MemoryFile() : file(memfd_create("kalvrin-model", MFD_CLOEXEC)) {}
-  MemoryFile(const MemoryFile&) = delete;
-  MemoryFile& operator=(const MemoryFile&) = delete;
-  ~MemoryFile() {
-    if (file >= 0) close(file);
-  }
-
-  /// Under which this process can open it; empty where the system has no such files or no names for
-  /// them.
-  std::string Path() const {
-    const std::string path = "/proc/self/fd/" + std::to_string(file);
-    return file >= 0 && access(path.c_str(), W_OK) == 0 ? path : "";
-  }
-
-  /// Empty where it cannot be read.
-  std::string Content() const {
-    struct stat status = {};
-    if (fstat(file, &status) != 0) return {};
-    std::string content(static_cast<std::size_t>(status.st_size), '\0');
-    for (std::size_t offset = 0; offset < content.size();) {
-      const ssize_t bytes =
-          pread(file, content.data() + offset, content.size() - offset, static_cast<off_t>(offset));
-      if (bytes <= 0) return {};
-      offset += static_cast<std::size_t>(bytes);
-    }
-    return content;
-  }
-
-private:
-  int file;
-};
+/// Empty where the file cannot be read.
+std::string ContentOf(const std::filesystem::path& path) {
+  std::ifstream file(path, std::ios::binary | std::ios::ate);
+  const std::streamoff size = file.tellg();
+  std::string content(size > 0 ? static_cast<std::size_t>(size) : 0, '\0');
+  file.seekg(0);
+  return file.read(content.data(), size) ? content : std::string();
+}
 
 Handle<OrtSessionOptions> CloneOptions(const Engine& engine) {
   Handle<OrtSessionOptions> options;
@@ -163,12 +134,11 @@ Handle<OrtSession> OpenWhole(const Engine& engine, std::string_view model,
 /// cannot be had.
 std::string Written(const Engine& engine, std::string_view model, OrtSessionOptions* options,
                     Handle<OrtSession>& session) {
-  const MemoryFile file;
-  const std::string path = file.Path();
-  if (path.empty()) return {};
-  engine.Check(engine.Api().setOptimizedModelPath(options, path.c_str()));
+  const System::ScratchFile file = System::MakeScratchFile();
+  if (!file) return {};
+  engine.Check(engine.Api().setOptimizedModelPath(options, file->c_str()));
   session = OpenWhole(engine, model, options);
-  return file.Content();
+  return ContentOf(*file);
 }
 
 /// A session of the whole model. `optimized` receives the model as the engine has optimized it;

@@ -7,7 +7,7 @@
 
 namespace Orvik::Tesmo::Platform {
 
-/// The boundary over ONNX Runtime 1.20 or later. `module` is what dlopen gave for its library. It
+/// The boundary over ONNX Runtime 1.20 or later. `module` is the handle of its open library. It
 /// must stay open until `runtime` and every object made by it, also indirectly, are gone.
 /// ClassNotRegistered for a null module, ClassNotAvailable for a library that is not the engine or
 /// an engine that is too old. May be called on any thread and more than once.

@@ -15,7 +15,6 @@ namespace {
 /// The engine copies smaller constants, and among them are the shapes that it needs while it reads
 /// the graph.
 constexpr std::size_t leastBytes = 128;
-constexpr std::size_t alignment = 64;
 
 enum class Message { Model, Graph, Node, Attribute, Tensor, Value };
 
@@ -164,7 +163,7 @@ void Search(std::string_view message, Message kind, Found& found) {
 }
 
 std::size_t Aligned(std::size_t bytes) {
-  return (bytes + alignment - 1) / alignment * alignment;
+  return (bytes + weightAlignment - 1) / weightAlignment * weightAlignment;
 }
 
 }  // namespace
@@ -180,9 +179,8 @@ Weights::Weights(std::string_view model) {
   for (const StoredTensor& tensor : found.tensors)
     total += Aligned(tensor.weight.bytes);
   if (total == 0) return;
-  memory.reset(std::aligned_alloc(alignment, total));
-  if (!memory) throw std::bad_alloc();
-  char* place = static_cast<char*>(memory.get());
+  memory.reset(static_cast<char*>(::operator new (total, std::align_val_t{weightAlignment})));
+  char* place = memory.get();
   for (StoredTensor& tensor : found.tensors) {
     std::memcpy(place, tensor.elements.data(), tensor.weight.bytes);
     tensor.weight.data = place;

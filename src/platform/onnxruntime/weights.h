@@ -3,20 +3,22 @@
 #include "platform/platform.h"
 
 #include <cstddef>
-#include <cstdlib>
 #include <memory>
+#include <new>
 #include <string>
 #include <string_view>
 #include <vector>
 
 namespace Orvik::Tesmo::Platform::OnnxRuntime {
 
+inline constexpr std::size_t weightAlignment = 64;
+
 /// A constant of a model.
 struct Weight {
   std::string name;
   int element = 0;
   Shape shape;
-  void* data = nullptr;  ///< 64-byte aligned, in memory of the Weights; never written
+  void* data = nullptr;  ///< aligned to weightAlignment, in memory of the Weights; never written
   std::size_t bytes = 0;
 };
 
@@ -33,11 +35,13 @@ public:
 
 private:
   struct Free {
-    void operator()(void* memory) const { std::free(memory); }
+    void operator()(char* memory) const {
+      ::operator delete (memory, std::align_val_t{weightAlignment});
+    }
   };
 
   std::vector<Weight> weights;
-  std::unique_ptr<void, Free> memory;
+  std::unique_ptr<char, Free> memory;
 };
 
 }  // namespace Orvik::Tesmo::Platform::OnnxRuntime
