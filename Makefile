@@ -2,6 +2,14 @@
 BUILD ?= build
 JOBS ?= $(shell nproc)
 CMAKE_ARGS ?=
+# ARCH=arm64: build and test for that processor on this machine, in a folder of its own.
+ARCH ?=
+ifeq ($(ARCH),arm64)
+BUILD := $(BUILD)-arm64
+CMAKE_ARGS += -DCMAKE_TOOLCHAIN_FILE=$(CURDIR)/cmake/arm64.cmake
+else ifneq ($(ARCH),)
+$(error ARCH is arm64 or empty, not '$(ARCH)')
+endif
 configure = cmake -S . -B $(1) -G Ninja $(2) $(CMAKE_ARGS)
 
 .PHONY: help build test test-large test-embed test-examples test-plugins test-cpus soak demo test-page train eval lint lint-all \
@@ -11,16 +19,16 @@ configure = cmake -S . -B $(1) -G Ninja $(2) $(CMAKE_ARGS)
 help:            ## this list
 	@sed -n 's/^\([a-z-]*\):.*##  */\1\t/p' $(MAKEFILE_LIST) | expand -t 15
 
-build:           ## library, engine and programs, in build/lib and build/bin
-	@scripts/install-packages build
+build:           ## library, engine and programs, in build/lib and build/bin; ARCH=arm64: for that, in build-arm64
+	@scripts/install-packages build $(ARCH)
 	@$(call configure,$(BUILD)) >/dev/null
 	@cmake --build $(BUILD) -j $(JOBS)
 
-test:            ## build everything and run all tests
-	@scripts/install-packages build test
+test:            ## build everything and run all tests; ARCH=arm64: those for that processor, emulated, hours
+	@scripts/install-packages build test $(ARCH)
 	@$(call configure,$(BUILD),-DKALVRIN_TESTS=ON) >/dev/null
 	@cmake --build $(BUILD) -j $(JOBS)
-	@ctest --test-dir $(BUILD) -j $(JOBS) --output-on-failure
+	@$(if $(ARCH),scripts/test-$(ARCH) $(BUILD) $(JOBS),ctest --test-dir $(BUILD) -j $(JOBS) --output-on-failure)
 
 test-large:      ## transforms of up to 2^29 samples (12 GiB of memory, some minutes)
 	@scripts/install-packages build test
@@ -166,6 +174,6 @@ test-deb: deb    ## those packages installed and used in a bare system; as root
 	@packaging/try-packages $(BUILD)-deb/packages
 
 clean:           ## remove the build folders
-	rm -rf $(BUILD) $(BUILD)-asan $(BUILD)-tsan $(BUILD)-bench $(BUILD)-fuzz $(BUILD)-coverage \
+	rm -rf $(BUILD) $(BUILD)-arm64 $(BUILD)-asan $(BUILD)-tsan $(BUILD)-bench $(BUILD)-fuzz $(BUILD)-coverage \
 	  $(BUILD)-deb $(BUILD)-mutants $(BUILD)-lint $(BUILD)-check \
 	  $(BUILD)-embed $(BUILD)-dist dist $(BUILD)-docs

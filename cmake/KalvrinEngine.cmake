@@ -7,7 +7,11 @@ option(KALVRIN_FETCH_ENGINE "Download the pinned inference engine when CMake run
 if(KALVRIN_ENGINE)
   set(engine ${KALVRIN_ENGINE})
 elseif(KALVRIN_FETCH_ENGINE)
-  execute_process(COMMAND ${PROJECT_SOURCE_DIR}/scripts/fetch-engine
+  set(engine_system linux/x64)
+  if(KALVRIN_ARCHITECTURE STREQUAL "arm64")
+    set(engine_system linux/arm64)
+  endif()
+  execute_process(COMMAND ${PROJECT_SOURCE_DIR}/scripts/fetch-engine ${engine_system}
                   OUTPUT_VARIABLE engine OUTPUT_STRIP_TRAILING_WHITESPACE
                   RESULT_VARIABLE failed)
   if(failed)

@@ -10,6 +10,7 @@
 #include <cstring>
 #include <stdexcept>
 #include <sys/mman.h>
+#include <unistd.h>
 #include <vector>
 
 namespace KernelTest {
@@ -53,7 +54,7 @@ public:
   }
 
 private:
-  static constexpr std::size_t page = 4096;
+  static inline const auto page = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
   static constexpr unsigned char guard = 0xA5;
 
   void Map(std::size_t bytes) {
