@@ -7,6 +7,7 @@ ARCH ?=
 ifeq ($(ARCH),arm64)
 BUILD := $(BUILD)-arm64
 CMAKE_ARGS += -DCMAKE_TOOLCHAIN_FILE=$(CURDIR)/cmake/arm64.cmake
+export CMAKE_ARGS
 else ifneq ($(ARCH),)
 $(error ARCH is arm64 or empty, not '$(ARCH)')
 endif
@@ -166,12 +167,13 @@ docs:            ## the documentation as a static site with search, in build-doc
 	@scripts/docs $(BUILD)-docs
 	@tests/docs/site_test.py $(BUILD)-docs/site
 
-deb:             ## Debian packages, in build-deb/packages
-	@scripts/install-packages build deb
-	@scripts/deb $(BUILD)-deb $(JOBS)
+deb:             ## Debian packages, in build-deb/packages; ARCH=arm64: for that, in build-arm64-deb
+	@scripts/install-packages build deb $(ARCH)
+	@scripts/deb $(BUILD)-deb $(JOBS) $(ARCH)
 
 test-deb: deb    ## those packages installed and used in a bare system; as root
-	@packaging/try-packages $(BUILD)-deb/packages
+	@scripts/install-packages $(addsuffix -deb,$(ARCH))
+	@packaging/try-packages $(BUILD)-deb/packages bookworm $(ARCH)
 
 clean:           ## remove the build folders
 	rm -rf $(BUILD) $(BUILD)-arm64 $(BUILD)-asan $(BUILD)-tsan $(BUILD)-bench $(BUILD)-fuzz $(BUILD)-coverage \

@@ -1,5 +1,5 @@
 # shellcheck shell=bash
-# To be sourced by scripts that try something on a bare Debian: bare_root SUITE makes one in $root, a minimal system by
+# To be sourced by scripts that try something on a bare Debian: bare_root SUITE [ARCHITECTURE] makes one in $root, a minimal system by
 # debootstrap, which `inside` and `as_user` then run commands in. As root. The systems as they come from debootstrap are
 # kept under $KALVRIN_ROOTS (default /var/tmp/kalvrin-roots); they take packages from where this machine takes its own.
 work=$(mktemp -d -p /var/tmp)
@@ -17,22 +17,24 @@ as_user() { chroot --userspec=nobody "$root" env -i HOME=/home/nobody PATH=/usr/
 install_inside() { quietly inside apt-get install -y -qq --no-install-recommends "$@"; }
 
 bare_root() {
-  local suite=$1 kept=${KALVRIN_ROOTS:-/var/tmp/kalvrin-roots} mirror
-  if [ ! -e "$kept/$suite.tar" ]; then
+  local suite=$1 arch=${2:-$(dpkg --print-architecture)} kept=${KALVRIN_ROOTS:-/var/tmp/kalvrin-roots} mirror name
+  name=$suite
+  [ "$arch" = "$(dpkg --print-architecture)" ] || name=$suite-$arch
+  if [ ! -e "$kept/$name.tar" ]; then
     mirror=$(sed -n 's/^URIs: *//p; s/^deb \(\[[^]]*\] \)\{0,1\}\([^ ]*\) .*/\2/p' \
       /etc/apt/sources.list.d/*.sources /etc/apt/sources.list 2>/dev/null | sed -n 1p || true)
-    echo "making a bare system of $suite"
+    echo "making a bare system of $name"
     mkdir -p "$kept"
-    quietly debootstrap --variant=minbase --include=ca-certificates "$suite" "$work/$suite" "$mirror"
+    quietly debootstrap --arch="$arch" --variant=minbase --include=ca-certificates "$suite" "$work/$suite" "$mirror"
     rm -rf "$work/$suite"/var/cache/apt/archives/*.deb
-    tar -C "$work/$suite" -cf "$kept/$suite.tar.new" .
-    mv "$kept/$suite.tar.new" "$kept/$suite.tar"
+    tar -C "$work/$suite" -cf "$kept/$name.tar.new" .
+    mv "$kept/$name.tar.new" "$kept/$name.tar"
     rm -rf "${work:?}/$suite"
   fi
   umount "$root/proc" 2>/dev/null || true
   rm -rf --one-file-system "$root"
   mkdir -p "$root"
-  tar -C "$root" -xf "$kept/$suite.tar"
+  tar -C "$root" -xf "$kept/$name.tar"
   cp -r /etc/apt/apt.conf.d "$root/etc/apt/"
   cp /etc/resolv.conf /etc/hosts "$root/etc/"
   cp -r /usr/local/share/ca-certificates "$root/usr/local/share/" 2>/dev/null || true
