@@ -12,7 +12,6 @@ if(NOT DEFINED ENV{KALVRIN_ARM64_ROOT})  # once, not for every trial of the comp
   set(ENV{KALVRIN_ARM64_ROOT} ${root})
 endif()
 set(CMAKE_SYSROOT $ENV{KALVRIN_ARM64_ROOT})
-# The folder by its name in the root, or g++ takes its own, in which there is a different C library.
 set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
 set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)
 set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE ONLY)
