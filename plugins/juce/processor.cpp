@@ -39,13 +39,13 @@ Processor::Processor()
 
 Processor::~Processor() {
   stopTimer();
-  cancelPendingUpdate();
   {
     const std::lock_guard lock(mutex);
     ends = true;
   }
   wake.notify_all();
   worker.join();
+  cancelPendingUpdate();
 }
 
 /// Fills `strips` too.
@@ -58,11 +58,11 @@ Processor::Parameters Processor::MakeParameters() {
     auto name = [this, strip, isStrip, fixed = Text(port.name)] {
       return isStrip ? StripName(strip) : fixed;
     };
-    if (isStrip) strips.push_back({port.symbol, "mute_" + port.symbol, "solo_" + port.symbol});
+    const juce::String mute = "mute_" + port.symbol, solo = "solo_" + port.symbol;
+    if (isStrip) strips.push_back({port.symbol, mute, solo});
     if (auto parameter = MakeParameter(port, name)) made.add(std::move(parameter));
-    if (!isStrip) continue;
-    mutes.push_back(MakeSwitch(strips.back().mute, [name] { return "Mute " + name(); }));
-    solos.push_back(MakeSwitch(strips.back().solo, [name] { return "Solo " + name(); }));
+    if (port.IsGain()) mutes.push_back(MakeSwitch(mute, [name] { return "Mute " + name(); }));
+    if (isStrip) solos.push_back(MakeSwitch(solo, [name] { return "Solo " + name(); }));
   }
   made.add(mutes.begin(), mutes.end());
   made.add(solos.begin(), solos.end());
@@ -222,52 +222,66 @@ void Processor::prepareToPlay(double rateHz, int blockFrames) {
                        .usualBlockFrames = static_cast<std::uint32_t>(std::max(blockFrames, 0)),
                        .sequenceSize = OwnDescription().sequenceSize,
                        .classCount = OwnDescription().classes.size()};
-  std::string file;
+  bool isAsBefore = false;
   {
     const std::lock_guard lock(mutex);
+    isAsBefore = instance && wish == now;
     wish = now;
-    file = TakesAnyModel() ? sessionFile : OwnModel().string();
   }
-  delete exchange.Take().release();
-  instance.reset();
-  classMeters.reset();
-  meteredNumber = 0;
-  Hosting::Description description = OwnDescription();
-  description.takesAnyModel = true;  // it comes below, as every other does
-  form.emplace(std::move(description), now.channelCount, std::filesystem::path(), Interface::Vst3);
-  constexpr std::uint32_t longestBlock = 8192;
-  instance = TryMakeInstance(*form, rateHz, now.usualBlockFrames, longestBlock);
-  toClassMeters = std::make_unique<AudioPipe>(now.channelCount, std::size_t{1} << 15);
-  values.clear();
-  controls.clear();
-  audioPorts.clear();
+  if (!isAsBefore) MakeInstance(now);
   if (!instance) return;
-  for (std::size_t i = 0; i < form->ports.size(); ++i) {
-    const Port& port = form->ports[i];
-    values.push_back(port.initial);
-    const auto* const value = parameters.getRawParameterValue(port.symbol);
-    if (!port.IsAudio() && value)
-      controls.push_back({i, value, parameters.getRawParameterValue("mute_" + port.symbol),
-                          parameters.getRawParameterValue("solo_" + port.symbol)});
-  }
-  for (std::size_t i = 0; i < form->ports.size(); ++i)
-    instance->Connect(i, form->ports[i].IsAudio() ? nullptr : &values[i]);
-  LoadModel(file);
   if (auto asked = exchange.Take()) instance->Stream().ChangeTo(std::move(asked));
+  instance->Activate();
   ReadParameters();
   instance->Run(0);
   Report();
   setLatencySamples(lastLatency = LatencyFrames());
 }
 
+/// With its model, which is offered. `loading` is held.
+void Processor::MakeInstance(const StreamWish& now) {
+  std::string file;
+  {
+    const std::lock_guard lock(mutex);
+    file = TakesAnyModel() ? sessionFile : OwnModel().string();
+    news = {};
+    playing = {};
+  }
+  exchange.Take().reset();
+  instance.reset();
+  classMeters.reset();
+  meteredNumber = 0;
+  values.clear();
+  controls.clear();
+  Hosting::Description description = OwnDescription();
+  description.takesAnyModel = true;  // its own comes as every other does
+  form.emplace(std::move(description), now.channelCount, std::filesystem::path(), Interface::Vst3);
+  constexpr std::uint32_t longestBlock = 8192;
+  instance = TryMakeInstance(*form, now.hostRateHz, now.usualBlockFrames, longestBlock);
+  toClassMeters = std::make_unique<AudioPipe>(now.channelCount, std::size_t{1} << 15);
+  if (!instance) return;
+  values.resize(form->ports.size());
+  for (std::size_t i = 0; i < values.size(); ++i) {
+    const Port& port = form->ports[i];
+    if (port.IsAudio()) continue;
+    values[i] = port.initial;
+    instance->Connect(i, &values[i]);
+    if (const auto* const value = parameters.getRawParameterValue(port.symbol))
+      controls.push_back({i, value, parameters.getRawParameterValue("mute_" + port.symbol),
+                          parameters.getRawParameterValue("solo_" + port.symbol)});
+  }
+  LoadModel(file);
+}
+
 void Processor::ReadParameters() {
   bool anySolo = false;
+  const auto isOn = [](const std::atomic<float>* value) {
+    return value && value->load(std::memory_order_relaxed) > 0.5F;
+  };
   for (const Control& control : controls)
-    anySolo = anySolo || (control.solo && control.solo->load(std::memory_order_relaxed) > 0.5F);
+    anySolo = anySolo || isOn(control.solo);
   for (const Control& control : controls) {
-    const bool isSilent =
-        control.mute && (control.mute->load(std::memory_order_relaxed) > 0.5F ||
-                         (anySolo && control.solo->load(std::memory_order_relaxed) <= 0.5F));
+    const bool isSilent = isOn(control.mute) || (anySolo && control.solo && !isOn(control.solo));
     values[control.port] =
         isSilent ? Hosting::lowestGainDb : control.value->load(std::memory_order_relaxed);
   }

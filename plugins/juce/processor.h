@@ -40,9 +40,10 @@ struct StripIds {
 /// stream of the other plugins, Instance.
 ///
 /// Parameters, in `parameters`: the gains of Strips() and "master" in dB from -60, which is mute,
-/// to 12; mute and solo of each strip, on or off; "bypass"; where there is a choice "mode"
-/// (Automatic, Direct, Spread) and "high_band" (Follow, Rest). A strip is silent where it is muted
-/// or another is solo and it is not. The names of gains change with the model, the ids do not.
+/// to 12; mute and solo of each strip, and "mute_master", on or off; "bypass"; where there is a
+/// choice "mode" (Automatic, Direct, Spread) and "high_band" (Follow, Rest). A strip is silent
+/// where it is muted or another is solo and it is not. The names of gains change with the model,
+/// the ids do not.
 ///
 /// processBlock is for the audio thread. It allocates, locks and waits for nothing of its own. All
 /// that a window reads and sets is for the message thread.
@@ -128,6 +129,7 @@ private:
   Parameters MakeParameters();
   void handleAsyncUpdate() override;
   void timerCallback() override;
+  void MakeInstance(const StreamWish& now);
   void LoadModel(const std::string& file);
   void ReadParameters();
   void Report();
@@ -137,7 +139,7 @@ private:
   static constexpr std::size_t playedFrames = 1 << 16;
   struct Control {
     std::size_t port;
-    const std::atomic<float>*value, *mute, *solo;  // the last two null where there are none
+    const std::atomic<float>*value, *mute, *solo;  // null where there is none
   };
 
   // Of the stream. Changed by prepareToPlay only, while no audio runs.
@@ -145,7 +147,6 @@ private:
   std::unique_ptr<Instance> instance;  // null where the host's rate is out of range
   std::vector<float> values;           // by port
   std::vector<Control> controls;
-  std::vector<const float*> audioPorts;
   ModelExchange exchange;
 
   // From the audio thread.

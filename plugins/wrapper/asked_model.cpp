@@ -31,10 +31,8 @@ std::string StatusText(const Hosting::Description& d, std::size_t gainCount) {
 }
 
 std::string LicenceOf(const Diagnosis::ModelDescription& declared) {
-  for (const char16_t* key : {u"License", u"Licence", u"license", u"licence"})
-    if (const auto found = declared.metadata.find(key); found != declared.metadata.end())
-      return Diagnosis::ShortText(found->second);
-  return {};
+  const auto found = declared.metadata.find(u"License");
+  return found == declared.metadata.end() ? "" : Diagnosis::ShortText(found->second);
 }
 
 Hosting::Description Describe(const Platform::Model& model, const std::string& file,

@@ -27,6 +27,8 @@ struct StreamWish {
   std::uint32_t usualBlockFrames = 0;  // 0: not known
   std::uint64_t sequenceSize = 0;      // 0: the model's own
   std::size_t classCount = 0;          // gains that the plugin has
+
+  bool operator==(const StreamWish&) const = default;
 };
 
 /// Loads any model of the contract. A model that cannot be had comes back refused, with the reason
