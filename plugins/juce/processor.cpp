@@ -302,13 +302,14 @@ void Processor::processBlock(juce::AudioBuffer<float>& audio, juce::MidiBuffer&)
   const auto channelCount = static_cast<std::size_t>(audio.getNumChannels());
   float* const* const channels = audio.getArrayOfWritePointers();
   const double rateHz = getSampleRate();
-  const bool isShown = isSeen.load(std::memory_order_relaxed) && before.HasRoom(frames);
+  const bool isShown = isSeen.load(std::memory_order_relaxed);
+  const bool isRecorded = isShown && before.HasRoom(frames);
   if (isShown) {
     for (std::size_t c = 0; c < channelCount; ++c)
       inputMeters[c].Add(channels + c, 1, frames, rateHz);
     if (toClassMeters && toClassMeters->HasRoom(frames)) toClassMeters->Push(channels, frames);
-    before.PushMean(channels, channelCount, frames);
   }
+  if (isRecorded) before.PushMean(channels, channelCount, frames);
   if (instance) {
     if (auto asked = exchange.Take())
       exchange.GiveBack(instance->Stream().ChangeTo(std::move(asked)));
@@ -323,10 +324,9 @@ void Processor::processBlock(juce::AudioBuffer<float>& audio, juce::MidiBuffer&)
     exchange.GiveBack(instance->Stream().TakeFormer());
     Report();
   }
-  if (!isShown) return;
-  for (std::size_t c = 0; c < channelCount; ++c)
+  if (isRecorded) after.PushMean(channels, channelCount, frames);
+  for (std::size_t c = 0; isShown && c < channelCount; ++c)
     outputMeters[c].Add(channels + c, 1, frames, rateHz);
-  after.PushMean(channels, channelCount, frames);
 }
 
 void Processor::SetSeen(bool seen) {
