@@ -13,7 +13,7 @@ $(error ARCH is arm64 or empty, not '$(ARCH)')
 endif
 configure = cmake -S . -B $(1) -G Ninja $(2) $(CMAKE_ARGS)
 
-.PHONY: help build test test-large test-embed test-examples test-plugins test-cpus soak demo test-page train eval lint lint-all \
+.PHONY: help build test app test-large test-embed test-examples test-plugins test-cpus soak demo test-page train eval lint lint-all \
         lint-quick check-all asan tsan bench bench-compare fuzz fuzz-long coverage test-batch deb \
         test-deb dist dist-again test-dist docs mutants install clean
 
@@ -30,6 +30,11 @@ test:            ## build everything and run all tests; ARCH=arm64: those for th
 	@$(call configure,$(BUILD),-DKALVRIN_TESTS=ON) >/dev/null
 	@cmake --build $(BUILD) -j $(JOBS)
 	@$(if $(ARCH),scripts/test-$(ARCH) $(BUILD) $(JOBS),ctest --test-dir $(BUILD) -j $(JOBS) --output-on-failure)
+
+app:             ## the program with a window and the VST3 plugin, in build/bin and build/lib; two minutes more
+	@scripts/install-packages build app
+	@$(call configure,$(BUILD),-DKALVRIN_APP=ON) >/dev/null
+	@cmake --build $(BUILD) -j $(JOBS)
 
 test-large:      ## transforms of up to 2^29 samples (12 GiB of memory, some minutes)
 	@scripts/install-packages build test
@@ -151,7 +156,7 @@ install: build   ## into PREFIX (default /usr/local)
 	@cmake --install $(BUILD) $(if $(PREFIX),--prefix $(PREFIX))
 
 dist:            ## what a release consists of, in dist: archives, plugins, Debian packages, the Python wheel
-	@scripts/install-packages build deb dist
+	@scripts/install-packages build app deb dist
 	@scripts/dist $(BUILD)-dist $(JOBS) dist
 
 dist-again: dist ## the same from a clone in another folder, all compiled again: the bytes have to be the same
@@ -168,7 +173,7 @@ docs:            ## the documentation as a static site with search, in build-doc
 	@tests/docs/site_test.py $(BUILD)-docs/site
 
 deb:             ## Debian packages, in build-deb/packages; ARCH=arm64: for that, in build-arm64-deb
-	@scripts/install-packages build deb $(ARCH)
+	@scripts/install-packages build $(if $(ARCH),,app) deb $(ARCH)
 	@scripts/deb $(BUILD)-deb $(JOBS) $(ARCH)
 
 test-deb: deb    ## those packages installed and used in a bare system; as root

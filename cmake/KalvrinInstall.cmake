@@ -17,3 +17,16 @@ install(DIRECTORY ${PROJECT_SOURCE_DIR}/include/kalvrin DESTINATION ${CMAKE_INST
 install(EXPORT kalvrin NAMESPACE kalvrin:: FILE kalvrinConfig.cmake DESTINATION ${package})
 install(FILES ${PROJECT_BINARY_DIR}/kalvrinConfigVersion.cmake DESTINATION ${package})
 install(FILES ${PROJECT_BINARY_DIR}/kalvrin.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+
+if(KALVRIN_APP)
+  # The VST3 plugin that takes any model, made of links: it lies where hosts look, and has beside it what it needs.
+  set(bundle lib/vst3/kalvrin.vst3/Contents/${JUCE_TARGET_ARCHITECTURE}-linux)
+  install(CODE "
+    set(bundle \"\$ENV{DESTDIR}\${CMAKE_INSTALL_PREFIX}/${bundle}\")
+    set(up ../../../../..)
+    file(MAKE_DIRECTORY \"\${bundle}\")
+    file(CREATE_LINK \${up}/${CMAKE_INSTALL_LIBDIR}/kalvrin/kalvrin_vst3.so \"\${bundle}/kalvrin.so\" SYMBOLIC)
+    file(CREATE_LINK \${up}/${CMAKE_INSTALL_LIBDIR}/libkalvrin.so.1 \"\${bundle}/libkalvrin.so.1\" SYMBOLIC)
+    file(CREATE_LINK \${up}/${KALVRIN_ENGINE_DESTINATION}/libonnxruntime.so.1
+      \"\${bundle}/libonnxruntime.so.1\" SYMBOLIC)")
+endif()

@@ -48,7 +48,7 @@ def tensor(name, *shape):
 
 
 def make_model(graph, inputs, outputs, *, name, sample_rate, classes, lookahead=0, overlap=0,
-               sequence_size=0, bindings=(), window_shape=None):
+               sequence_size=0, bindings=(), window_shape=None, licence="Apache-2.0"):
     """Returns the model after ONNX's checker has passed it. `classes` are in the order of the output's class axis;
     `bindings` are pairs of a channel number and a class name; `window_shape` is the contract's WindowShape, None for
     the library's own windows."""
@@ -64,6 +64,7 @@ def make_model(graph, inputs, outputs, *, name, sample_rate, classes, lookahead=
         "BaselineSequenceSize": json.dumps(sequence_size),
         "AudioClassNames": json.dumps(list(classes)),
         "ChannelToAudioClassBindings": json.dumps([list(pair) for pair in bindings]),
+        "License": licence,
         **({"WindowShape": json.dumps(window_shape)} if window_shape else {}),
     })
     onnx.checker.check_model(model, full_check=True)

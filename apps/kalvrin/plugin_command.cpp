@@ -16,6 +16,7 @@ struct Settings {
   PluginRequest request;
   std::string folder;
   bool isLadspa = false;
+  bool isVst3 = false;
   bool takesAnyModel = false;
   bool isPortable = false;
 };
@@ -31,26 +32,49 @@ void PrintLatencies(const Hosting::Description& d) {
   PrintField(std::cout, "spread", text(true));
 }
 
+Plugin::Interface InterfaceOf(const Settings& settings) {
+  return settings.isVst3     ? Plugin::Interface::Vst3
+         : settings.isLadspa ? Plugin::Interface::Ladspa
+                             : Plugin::Interface::Lv2;
+}
+
+/// What hosts call the form.
+std::string NameOfForm(Plugin::Interface of, const Hosting::Description& d, unsigned count) {
+  switch (of) {
+  case Plugin::Interface::Lv2:
+    return Plugin::Lv2Uri(d, count);
+  case Plugin::Interface::Ladspa:
+    return d.symbol + "_" + Plugin::FormName(count);
+  case Plugin::Interface::Vst3:
+    break;
+  }
+  return d.name;
+}
+
 void PrintPlugin(const std::filesystem::path& written, const Hosting::Description& d,
-                 bool isLadspa) {
+                 Plugin::Interface of) {
   PrintField(std::cout, "written", written.string());
   for (const unsigned count : d.channelCounts)
-    PrintField(std::cout, Plugin::FormName(count),
-               isLadspa ? d.symbol + "_" + Plugin::FormName(count) : Plugin::Lv2Uri(d, count));
+    PrintField(std::cout, Plugin::FormName(count), NameOfForm(of, d, count));
 }
 
 int WriteAnyModelPlugin(const Settings& settings) {
   if (!settings.operands.empty()) throw UsageError("--any takes no MODEL: the host chooses it");
-  if (settings.isLadspa) throw UsageError("--any is for LV2: LADSPA hosts cannot choose a file");
+  if (settings.isLadspa)
+    throw UsageError("--any is for LV2 and VST3: LADSPA hosts cannot choose a file");
   if (settings.request.sequenceSize != 0)
     throw UsageError("--any takes no --sequence: each model has its own");
   const Hosting::Description d = DescriptionOfAnyModel(settings.request);
-  PrintPlugin(WriteLv2Bundle(d, nullptr, settings.folder, settings.isPortable), d, false);
+  const Plugin::Interface of = InterfaceOf(settings);
+  PrintPlugin(WriteBundle(of, d, nullptr, settings.folder, settings.isPortable), d, of);
   return ExitStatus::Ok;
 }
 
 int WritePlugin(Settings& settings) {
-  if (settings.folder.empty()) settings.folder = InHome(settings.isLadspa ? ".ladspa" : ".lv2");
+  if (settings.isLadspa && settings.isVst3) throw UsageError("--ladspa or --vst3, not both");
+  const Plugin::Interface of = InterfaceOf(settings);
+  if (settings.folder.empty())
+    settings.folder = InHome(settings.isLadspa ? ".ladspa" : settings.isVst3 ? ".vst3" : ".lv2");
   if (settings.takesAnyModel) return WriteAnyModelPlugin(settings);
   const auto& operands = settings.operands;
   if (operands.empty()) throw UsageError("MODEL is required");
@@ -60,8 +84,8 @@ int WritePlugin(Settings& settings) {
   const Hosting::Description& d = model.description;
   const auto written = settings.isLadspa
                            ? WriteLadspaModel(model, settings.folder, settings.isPortable)
-                           : WriteLv2Bundle(d, &model.file, settings.folder, settings.isPortable);
-  PrintPlugin(written, d, settings.isLadspa);
+                           : WriteBundle(of, d, &model.file, settings.folder, settings.isPortable);
+  PrintPlugin(written, d, of);
   PrintLatencies(d);
   return ExitStatus::Ok;
 }
@@ -72,12 +96,14 @@ std::function<int()> Declare(CLI::App& line) {
   AddOption(line, "--name", "TEXT",
             "what hosts call it (default: the model's name, else that of its file)",
             [s](const std::string& text) { s->request.name = CheckedPluginName(text); });
-  AddOption(line, "--to", "DIR", "where to write (default: ~/.lv2, or ~/.ladspa)",
+  AddOption(line, "--to", "DIR", "where to write (default: ~/.lv2, ~/.ladspa or ~/.vst3)",
             [s](const std::string& text) { s->folder = text.empty() ? "." : text; });
   AddFlag(line, "--any", s->takesAnyModel,
-          "without MODEL: an LV2 plugin that takes any, which the host chooses while audio runs");
+          "without MODEL: a plugin that takes any, which is chosen while audio runs");
   AddFlag(line, "--ladspa", s->isLadspa,
           "for LADSPA hosts: add the model to those that DIR/kalvrin_ladspa.so offers");
+  AddFlag(line, "--vst3", s->isVst3,
+          "for VST3 hosts, with a window (needs the package kalvrin-app, or `make app`)");
   AddFlag(line, "--portable", s->isPortable,
           "copy library and engine into it, for other machines (default: links to the installed)");
   AddCount(line, "--sequence", s->request.sequenceSize, 1, mostWindows,
@@ -93,7 +119,7 @@ std::function<int()> Declare(CLI::App& line) {
 
 constinit const Command pluginCommand = {
     "plugin",
-    "make an LV2 or LADSPA plugin of a model",
+    "make an LV2, LADSPA or VST3 plugin of a model",
     "Writes a plugin: model, binary, libraries and what hosts read to find it. It has a gain in\n"
     "decibels for each class, for Rest and for everything, a bypass, and reports its latency; the\n"
     "latencies printed are at the model's rate. Hosts may run at any rate from 8 to 192 kHz.\n",

@@ -32,9 +32,7 @@ LADSPA_PortRangeHint HintOf(const Port& port) {
 
 /// LADSPA wants a number for each plugin below 2^24; hosts of today go by the label.
 unsigned long IdOf(const std::string& label) {
-  std::uint32_t hash = 2166136261U;  // FNV-1a
-  for (const char c : label)
-    hash = (hash ^ static_cast<unsigned char>(c)) * 16777619U;
+  const std::uint32_t hash = HashOf(label);
   return (hash ^ hash >> 24U) & 0xFFFFFFU;
 }
 

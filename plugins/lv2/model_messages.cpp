@@ -55,11 +55,6 @@ ModelMessages::ModelMessages(Instance& instance, StreamWish wish, LV2_URID_Map& 
   lv2_atom_forge_init(&forge, &map);
 }
 
-ModelMessages::~ModelMessages() {
-  FreeGivenBack();
-  delete loaded.load();
-}
-
 void ModelMessages::Read(const LV2_Atom_Sequence* messages, std::uint32_t blockFrames) {
   if (blockFrames != 0) lastBlockFrames.store(blockFrames, std::memory_order_relaxed);
   if (messages) {
@@ -103,21 +98,11 @@ void ModelMessages::Send(const LV2_Worker_Schedule* to) {
 }
 
 void ModelMessages::GiveBack(std::unique_ptr<AskedModel> model) {
-  if (!model) return;
-  AskedModel* const place = model.release();
-  place->next = givenBack.load(std::memory_order_relaxed);
-  while (!givenBack.compare_exchange_weak(place->next, place, std::memory_order_release))
-    ;
-  mustFree = true;
-}
-
-void ModelMessages::FreeGivenBack() {
-  for (AskedModel* model = givenBack.exchange(nullptr, std::memory_order_acquire); model;)
-    delete std::exchange(model, model->next);
+  if (exchange.GiveBack(std::move(model))) mustFree = true;
 }
 
 void ModelMessages::TakeLoaded() {
-  std::unique_ptr<AskedModel> asked(loaded.exchange(nullptr, std::memory_order_acquire));
+  std::unique_ptr<AskedModel> asked = exchange.Take();
   if (!asked) return;
   GiveBack(std::exchange(refused, nullptr));
   if (asked->isRefused) {
@@ -166,7 +151,7 @@ void ModelMessages::Write(LV2_Atom_Sequence* messages) {
 }
 
 void ModelMessages::Work(std::uint32_t size, const void* message) {
-  FreeGivenBack();
+  exchange.FreeGivenBack();
   const auto* text = static_cast<const char*>(message);
   if (size > 1 && *text == load) Load(std::string(text + 1, size - 2));
 }
@@ -183,7 +168,7 @@ void ModelMessages::Load(const std::string& wanted) noexcept {
       const std::lock_guard lock(mutex);
       file = wanted;
     }
-    delete loaded.exchange(asked.release(), std::memory_order_acq_rel);
+    exchange.Offer(std::move(asked));
   } catch (const std::exception& error) {
     Say(error.what());
   }
@@ -223,7 +208,7 @@ LV2_State_Status ModelMessages::Restore(LV2_State_Retrieve_Function retrieve,
   const auto length = static_cast<std::uint32_t>(message.size() + 1);
   if (!worker ||
       worker->schedule_work(worker->handle, length, message.c_str()) != LV2_WORKER_SUCCESS) {
-    FreeGivenBack();
+    exchange.FreeGivenBack();
     Load(path);
   }
   return LV2_STATE_SUCCESS;

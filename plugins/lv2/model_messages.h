@@ -1,6 +1,7 @@
 #pragma once
 
 #include "wrapper/instance.h"
+#include "wrapper/model_exchange.h"
 
 #include <lv2/atom/atom.h>
 #include <lv2/atom/forge.h>
@@ -31,14 +32,12 @@ Data* FindFeature(const LV2_Feature* const* features, const char* uri) {
 /// their sessions, the host's worker loads it, and the audio thread changes to it. A model that is
 /// refused changes nothing but the status.
 ///
-/// The audio thread neither allocates nor frees: models go to it and back through atomic pointers,
-/// and the worker frees what has been faded out.
+/// The audio thread neither allocates nor frees: the worker frees what has been faded out.
 class ModelMessages {
 public:
   /// `schedule` may be null: a host without a worker can only restore. All outlive the object.
   ModelMessages(Instance& instance, StreamWish wish, LV2_URID_Map& map,
                 const LV2_Worker_Schedule* schedule);
-  ~ModelMessages();
   ModelMessages(const ModelMessages&) = delete;
   ModelMessages& operator=(const ModelMessages&) = delete;
 
@@ -70,7 +69,6 @@ private:
   void AskFor(const char* file, std::uint32_t size);
   void Send(const LV2_Worker_Schedule* to);
   void GiveBack(std::unique_ptr<AskedModel> model);
-  void FreeGivenBack();
   void Load(const std::string& wanted) noexcept;
   bool TryWrite(LV2_Atom_Sequence* messages, std::uint32_t size, bool withNews);
   bool WriteProperty(LV2_URID property, LV2_URID type, const std::string& text);
@@ -82,8 +80,7 @@ private:
   LV2_Atom_Forge forge{};
 
   std::atomic<std::uint32_t> lastBlockFrames = 0;
-  std::atomic<AskedModel*> loaded = nullptr;     // from the worker, for the audio thread
-  std::atomic<AskedModel*> givenBack = nullptr;  // a list from the audio thread, to be freed
+  ModelExchange exchange;
 
   // Of the audio thread:
   char request[1 + PATH_MAX] = {};  // a message that the host's worker has not taken yet

@@ -6,6 +6,8 @@
 #include "runtime/model_loading.h"
 #include "stream/set_up.h"
 
+#include <dlfcn.h>
+
 #include <exception>
 #include <filesystem>
 #include <new>
@@ -28,6 +30,11 @@ std::string StatusText(const Hosting::Description& d, std::size_t gainCount) {
   return text;
 }
 
+std::string LicenceOf(const Diagnosis::ModelDescription& declared) {
+  const auto found = declared.metadata.find(u"License");
+  return found == declared.metadata.end() ? "" : Diagnosis::ShortText(found->second);
+}
+
 Hosting::Description Describe(const Platform::Model& model, const std::string& file,
                               const StreamWish& wish) {
   const Diagnosis::ModelFacts facts(model);
@@ -37,10 +44,21 @@ Hosting::Description Describe(const Platform::Model& model, const std::string& f
   return description;
 }
 
+/// The one that the library uses: it lies beside the library.
+std::shared_ptr<Platform::Runtime> EngineOfLibrary() {
+  static const auto engine = [] {
+    Dl_info library = {};
+    dladdr(reinterpret_cast<const void*>(&CreateStreamProcessor), &library);
+    const std::filesystem::path file = library.dli_fname ? library.dli_fname : "";
+    return OpenRuntime(file.parent_path());
+  }();
+  return engine;
+}
+
 /// Fills all but `file`. Throws std::runtime_error with the reason.
 void Load(AskedModel& asked, const StreamWish& wish) {
   const auto bytes = Hosting::LoadModelBytes(asked.file);
-  const auto engine = ProcessRuntime();
+  const auto engine = EngineOfLibrary();
   std::optional<Diagnosis::ModelDescription> declared;
   Diagnosis::StreamRequest request = {wish.channelCount, wish.sequenceSize, 0};
   try {
@@ -59,6 +77,8 @@ void Load(AskedModel& asked, const StreamWish& wish) {
       throw;
     }
     asked.status = StatusText(description, wish.classCount);
+    asked.description = description;
+    asked.licence = LicenceOf(*declared);
     asked.hopSeconds = static_cast<double>(description.HopLength()) /
                        (description.sampleRateHz ? description.sampleRateHz : wish.hostRateHz);
   } catch (const std::bad_alloc&) {

@@ -27,12 +27,12 @@ void ChangingStream::Activate() {
   for (auto* later : {&coming, &waiting})
     if (*later) current = std::move(*later);
   former.reset();
-  isFading = false;
+  hasPlayed = isFading = false;
   if (current->stream) current->stream->Activate();
 }
 
 std::unique_ptr<AskedModel> ChangingStream::ChangeTo(std::unique_ptr<AskedModel> asked) {
-  std::swap(waiting, asked);
+  std::swap(hasPlayed ? waiting : current, asked);
   return asked;
 }
 
@@ -93,6 +93,7 @@ void ChangingStream::FadeIn(std::uint32_t frames) {
 void ChangingStream::Process(const float* const* input, float* const* output, std::uint32_t frames,
                              const Hosting::Controls& controls) {
   std::uint32_t done = 0;
+  hasPlayed = hasPlayed || frames != 0;
   do {
     for (std::size_t c = 0; c < inputs.size(); ++c) {
       inputs[c] = input[c] + done;

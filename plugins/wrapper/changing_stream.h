@@ -32,7 +32,8 @@ public:
   void Process(const float* const* input, float* const* output, std::uint32_t frames,
                const Hosting::Controls& controls);
 
-  /// `asked` is not refused. Returns a model that waited for its turn and never played, or null.
+  /// `asked` is not refused. Before the first frame since the start it takes the place of the model
+  /// that is there, at once. Returns a model that will not play any more, or null.
   std::unique_ptr<AskedModel> ChangeTo(std::unique_ptr<AskedModel> asked);
   /// The model that has been faded out, or null. The next change waits until it has been taken.
   std::unique_ptr<AskedModel> TakeFormer() { return std::move(former); }
@@ -53,6 +54,7 @@ private:
 
   double hostRateHz;
   std::unique_ptr<AskedModel> current, coming, waiting, former;
+  bool hasPlayed = false;        // a frame since Activate
   bool isFading = false;         // `coming` is heard; else it still runs unheard
   std::uint32_t framesDone = 0;  // of that
   std::uint32_t fadeFrames;

@@ -62,18 +62,37 @@ std::vector<Port> PortsOf(const Hosting::Description& description, unsigned chan
   // a model of any rate has the host's band
   if (description.sampleRateHz != 0 || description.takesAnyModel)
     ports.push_back({Role::HighBand, 0, "high_band", "High band", 0, 1, 0});
-  if (of == Interface::Lv2)
+  if (of != Interface::Ladspa)
     ports.push_back({Role::FreeWheel, 0, "free_wheeling", "Free-wheeling", 0, 1, 0});
   // hosts know LADSPA's latency port by this name
-  ports.push_back(
-      {Role::Latency, 0, "latency", of == Interface::Lv2 ? "Latency" : "latency", 0, 1 << 20, 0});
+  ports.push_back({Role::Latency, 0, "latency", of == Interface::Ladspa ? "latency" : "Latency", 0,
+                   1 << 20, 0});
   ports.push_back({Role::Late, 0, "late", "Late results", 0, 1 << 24, 0});
   ports.push_back({Role::Load, 0, "load", "Load in percent", 0, 100, 0});
-  if (description.takesAnyModel) {
+  if (description.takesAnyModel && of == Interface::Lv2) {
     ports.push_back({.role = Role::MessagesIn, .symbol = "control", .name = "Control"});
     ports.push_back({.role = Role::MessagesOut, .symbol = "notify", .name = "Notify"});
   }
   return ports;
+}
+
+Hosting::Description DescriptionOfAnyModel(const std::string& name) {
+  constexpr int gainCount = 8;
+  Hosting::Description description;
+  description.name = name;
+  description.symbol = SymbolFor(name);
+  description.takesAnyModel = true;
+  description.channelCounts = {1, 2};
+  for (int i = 1; i <= gainCount; ++i)
+    description.classes.push_back("Class " + std::to_string(i));
+  return description;
+}
+
+std::uint32_t HashOf(const std::string& text) {
+  std::uint32_t hash = 2166136261U;
+  for (const char c : text)
+    hash = (hash ^ static_cast<unsigned char>(c)) * 16777619U;
+  return hash;
 }
 
 std::string FormName(unsigned channelCount) {

@@ -2,6 +2,7 @@
 
 #include "hosting/description.h"
 
+#include <cstdint>
 #include <string>
 #include <vector>
 
@@ -41,12 +42,19 @@ struct Port {
   bool IsGain() const { return role >= Role::Master && role <= Role::ClassGain; }
 };
 
-enum class Interface { Lv2, Ladspa };
+enum class Interface { Lv2, Ladspa, Vst3 };
 
-/// The ports of one form, in the order of their numbers. LV2 has Enabled and FreeWheel, LADSPA has
-/// Bypass in their place. Only LV2 has messages.
+/// The ports of one form, in the order of their numbers. LV2 has Enabled, the others have Bypass in
+/// its place. LADSPA has no FreeWheel. Only LV2 has messages.
 std::vector<Port> PortsOf(const Hosting::Description& description, unsigned channelCount,
                           Interface of);
+
+/// What a plugin that takes any model has to know: eight gains, whose names are numbers; mono and
+/// stereo.
+Hosting::Description DescriptionOfAnyModel(const std::string& name);
+
+/// A number for interfaces that know plugins by one: FNV-1a of `text`.
+std::uint32_t HashOf(const std::string& text);
 
 /// "mono", "stereo", "3_channels" and so on.
 std::string FormName(unsigned channelCount);

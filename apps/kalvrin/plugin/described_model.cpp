@@ -70,17 +70,11 @@ DescribedModel::DescribedModel(const std::string& path, const PluginRequest& req
 }
 
 Hosting::Description DescriptionOfAnyModel(const PluginRequest& request) {
-  constexpr int gainCount = 8;
-  Hosting::Description description;
-  description.name = request.name.empty() ? "Any model" : request.name;
-  description.takesAnyModel = true;
+  Hosting::Description description =
+      Plugin::DescriptionOfAnyModel(request.name.empty() ? "Any model" : request.name);
   description.isAlwaysSpread = request.isAlwaysSpread;
-  description.symbol = Plugin::SymbolFor(description.name);
-  std::set<unsigned> counts = {1, 2};
-  if (request.channelCount != 0) counts.insert(static_cast<unsigned>(request.channelCount));
-  description.channelCounts.assign(counts.begin(), counts.end());
-  for (int i = 1; i <= gainCount; ++i)
-    description.classes.push_back("Class " + std::to_string(i));
+  if (request.channelCount > 2)
+    description.channelCounts.push_back(static_cast<unsigned>(request.channelCount));
   return description;
 }
 

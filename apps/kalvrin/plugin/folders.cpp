@@ -24,14 +24,13 @@ fs::path Beside(const fs::path& path, const char* what) {
          ("." + path.filename().string() + "." + what + std::to_string(getpid()));
 }
 
-/// Whether the plugins' binaries lie where `cmake --install` puts them, not in a build tree.
-bool IsInstalled() {
-  return InstalledFile("kalvrin_lv2.so").parent_path().filename() == "kalvrin";
+/// Whether the plugin's binary lies where `cmake --install` puts it, not in a build tree.
+bool IsInstalled(const char* binary) {
+  return InstalledFile(binary).parent_path().filename() == "kalvrin";
 }
 
 /// Copies to a new file, so that a program that has the old one open keeps it.
-void CopyInstalledFile(const char* name, const fs::path& folder) {
-  const fs::path target = folder / name;
+void CopyInstalledFile(const char* name, const fs::path& target) {
   if (fs::is_symlink(target)) fs::remove(target);  // to what is installed, which stays
   const InputFile from(InstalledFile(name));
   OutputFile to(target);
@@ -39,12 +38,12 @@ void CopyInstalledFile(const char* name, const fs::path& folder) {
   to.Commit();
 }
 
-/// Puts what the plugin's binary needs beside it. The binary itself is always a copy: the loader
-/// takes links to one file for one library, which would have the models of one folder only.
-void ProvideLibraries(const fs::path& folder, bool isPortable) {
+/// Puts what the plugin's binary needs into `folder`. The binary itself is always a copy: the
+/// loader takes links to one file for one library, which would have the models of one folder only.
+void ProvideLibraries(const char* binary, const fs::path& folder, bool isPortable) {
   for (const char* name : libraries) {
-    if (isPortable || !IsInstalled()) {
-      CopyInstalledFile(name, folder);
+    if (isPortable || !IsInstalled(binary)) {
+      CopyInstalledFile(name, folder / name);
       continue;
     }
     const fs::path link = Beside(folder / name, "link");
@@ -60,20 +59,42 @@ void WriteBytes(const fs::path& path, std::string_view bytes) {
   out.Commit();
 }
 
+std::string BundleName(const Hosting::Description& description) {
+  return "kalvrin-" + description.symbol;
+}
+
 void WriteModel(const Hosting::Description& description, const ModelFile* model,
                 const fs::path& file) {
   if (model) WriteBytes(file, {model->bytes.data(), model->bytes.size()});
   WriteBytes(Hosting::DescriptionPath(file), Hosting::DescriptionText(description));
 }
 
-void FillBundle(const Hosting::Description& description, const ModelFile* model,
-                const fs::path& bundle, bool isPortable) {
+void FillLv2Bundle(const Hosting::Description& description, const ModelFile* model,
+                   const fs::path& bundle, bool isPortable) {
+  constexpr const char* binary = "kalvrin_lv2.so";
   fs::create_directories(bundle);
-  CopyInstalledFile("kalvrin_lv2.so", bundle);
-  ProvideLibraries(bundle, isPortable);
+  CopyInstalledFile(binary, bundle / binary);
+  ProvideLibraries(binary, bundle, isPortable);
   WriteModel(description, model, bundle / "model.onnx");
   WriteBytes(bundle / "plugins.ttl", PluginsText(description));
   WriteBytes(bundle / "manifest.ttl", ManifestText(description, "kalvrin_lv2.so", "plugins.ttl"));
+}
+
+void FillVst3Bundle(const Hosting::Description& description, const ModelFile* model,
+                    const fs::path& bundle, bool isPortable) {
+  constexpr const char* binary = "kalvrin_vst3.so";
+#if defined(__aarch64__)
+  const fs::path code = bundle / "Contents" / "aarch64-linux";
+#else
+  const fs::path code = bundle / "Contents" / "x86_64-linux";
+#endif
+  const fs::path resources = bundle / "Contents" / "Resources";
+  fs::create_directories(code);
+  fs::create_directories(resources);
+  // hosts look for the bundle's own name
+  CopyInstalledFile(binary, code / (BundleName(description) + ".so"));
+  ProvideLibraries(binary, code, isPortable);
+  WriteModel(description, model, resources / "model.onnx");
 }
 
 /// A folder that is removed when this object is destroyed. Hosts would find one that is left, so a
@@ -105,15 +126,17 @@ auto Saying(Work work) {
 
 }  // namespace
 
-fs::path WriteLv2Bundle(const Hosting::Description& description, const ModelFile* model,
-                        const fs::path& folder, bool isPortable) {
+fs::path WriteBundle(Plugin::Interface of, const Hosting::Description& description,
+                     const ModelFile* model, const fs::path& folder, bool isPortable) {
+  const bool isVst3 = of == Plugin::Interface::Vst3;
   return Saying([&] {
-    fs::path bundle = folder / ("kalvrin-" + description.symbol + ".lv2");
-    if (fs::exists(bundle) && !fs::exists(bundle / "model.plugin"))
+    fs::path bundle = folder / (BundleName(description) + (isVst3 ? ".vst3" : ".lv2"));
+    const fs::path mark = isVst3 ? "Contents/Resources/model.plugin" : "model.plugin";
+    if (fs::exists(bundle) && !fs::exists(bundle / mark))
       throw Refusal(bundle.string() + " is there already and is no bundle of this tool");
     const Scratch fresh{Beside(bundle, "new")};
     const Scratch old{Beside(bundle, "old")};
-    FillBundle(description, model, fresh.path, isPortable);
+    (isVst3 ? FillVst3Bundle : FillLv2Bundle)(description, model, fresh.path, isPortable);
     const bool isThere = fs::exists(bundle);
     if (isThere) fs::rename(bundle, old.path);
     try {
@@ -128,12 +151,13 @@ fs::path WriteLv2Bundle(const Hosting::Description& description, const ModelFile
 
 fs::path WriteLadspaModel(const DescribedModel& model, const fs::path& folder, bool isPortable) {
   return Saying([&] {
+    constexpr const char* binary = "kalvrin_ladspa.so";
     const fs::path models = folder / "kalvrin";
     fs::create_directories(models);
-    ProvideLibraries(models, isPortable);
+    ProvideLibraries(binary, models, isPortable);
     WriteModel(model.description, &model.file, models / (model.description.symbol + ".onnx"));
-    CopyInstalledFile("kalvrin_ladspa.so", folder);
-    return folder / "kalvrin_ladspa.so";
+    CopyInstalledFile(binary, folder / binary);
+    return folder / binary;
   });
 }
 

@@ -5,17 +5,19 @@
 // its folder.
 
 #include "plugin/described_model.h"
+#include "wrapper/ports.h"
 
 #include <filesystem>
 
 namespace Orvik::Tesmo::Tool {
 
-/// Writes the bundle FOLDER/kalvrin-SYMBOL.lv2 and returns its path. `model` is null for a plugin
-/// that takes any. A bundle of that name is replaced in one step. Throws Refusal where it cannot
-/// write, or where a folder of that name is no such bundle.
-std::filesystem::path WriteLv2Bundle(const Hosting::Description& description,
-                                     const ModelFile* model, const std::filesystem::path& folder,
-                                     bool isPortable);
+/// Writes the bundle FOLDER/kalvrin-SYMBOL.lv2, or .vst3, and returns its path. `of` is not Ladspa.
+/// `model` is null for a plugin that takes any. A bundle of that name is replaced in one step.
+/// Throws Refusal where it cannot write, where a folder of that name is no such bundle, or where
+/// the plugin's binary is not installed.
+std::filesystem::path WriteBundle(Plugin::Interface of, const Hosting::Description& description,
+                                  const ModelFile* model, const std::filesystem::path& folder,
+                                  bool isPortable);
 
 /// Adds the model to FOLDER/kalvrin and puts the library that offers it at
 /// FOLDER/kalvrin_ladspa.so, whose path it returns. Other models in the folder stay. Throws Refusal
