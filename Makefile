@@ -15,7 +15,7 @@ configure = cmake -S . -B $(1) -G Ninja $(2) $(CMAKE_ARGS)
 
 .PHONY: help build test app test-large test-embed test-examples test-plugins test-cpus soak demo test-page train eval lint lint-all \
         lint-quick check-all asan tsan bench bench-compare fuzz fuzz-long coverage test-batch deb \
-        test-deb dist dist-again test-dist docs mutants install clean
+        test-deb dist dist-again test-dist dist-windows test-windows docs mutants install clean
 
 help:            ## this list
 	@sed -n 's/^\([a-z-]*\):.*##  */\1\t/p' $(MAKEFILE_LIST) | expand -t 15
@@ -115,7 +115,7 @@ lint lint-all lint-quick:
 	@scripts/lint $(BUILD)-lint $(SCOPE)
 
 # VERBS="lint soak": only these. The logs and the table stay in $(BUILD)-check.
-check-all: VERBS ?= test lint asan tsan test-embed test-examples test-plugins test-page test-batch test-deb test-cpus coverage soak
+check-all: VERBS ?= test lint asan tsan test-embed test-examples test-plugins test-page test-batch test-deb test-cpus test-windows coverage soak
 check-all:       ## all verbs that can fail, one after another, hours; a table at the end; as root
 	@scripts/check-all $(BUILD)-check $(VERBS)
 
@@ -167,6 +167,16 @@ test-dist: dist build ## each file of dist in bare systems of Debian 12 and 13, 
 	@cmake --build $(BUILD) --target models
 	@packaging/try-dist dist $(BUILD) $(SUITES)
 
+dist-windows:    ## what Windows gets, in dist: a zip file and a Python wheel, by mingw-w64
+	@scripts/install-packages build windows
+	@scripts/dist-windows $(BUILD)-windows $(JOBS) dist
+
+test-windows: build ## that zip file under Wine: hosts in C and C++, compared with Linux
+	@scripts/install-packages windows wine
+	@cmake --build $(BUILD) --target models
+	@scripts/dist-windows $(BUILD)-windows $(JOBS) $(BUILD)-windows/dist
+	@tests/windows/check $(BUILD) $(BUILD)-windows
+
 docs:            ## the documentation as a static site with search, in build-docs/site; opened in a headless browser
 	@scripts/install-packages docs page
 	@scripts/docs $(BUILD)-docs
@@ -183,4 +193,4 @@ test-deb: deb    ## those packages installed and used in a bare system; as root
 clean:           ## remove the build folders
 	rm -rf $(BUILD) $(BUILD)-arm64 $(BUILD)-asan $(BUILD)-tsan $(BUILD)-bench $(BUILD)-fuzz $(BUILD)-coverage \
 	  $(BUILD)-deb $(BUILD)-mutants $(BUILD)-lint $(BUILD)-check \
-	  $(BUILD)-embed $(BUILD)-dist dist $(BUILD)-docs
+	  $(BUILD)-embed $(BUILD)-dist dist $(BUILD)-docs $(BUILD)-windows

@@ -1,7 +1,7 @@
 # What `cmake --install` puts where. Nothing in it holds the prefix, so the tree can be moved.
 include(CMakePackageConfigHelpers)
 
-set(KALVRIN_ENGINE_DESTINATION ${CMAKE_INSTALL_LIBDIR} CACHE STRING
+set(KALVRIN_ENGINE_DESTINATION ${KALVRIN_ENGINE_PLACE} CACHE STRING
   "Where the engine is installed: the folder of the libraries, or kalvrin in it")
 set(package ${CMAKE_INSTALL_LIBDIR}/cmake/kalvrin)
 file(RELATIVE_PATH KALVRIN_PREFIX_FROM_PC
@@ -10,8 +10,8 @@ configure_file(${PROJECT_SOURCE_DIR}/cmake/kalvrin.pc.in ${PROJECT_BINARY_DIR}/k
 write_basic_package_version_file(${PROJECT_BINARY_DIR}/kalvrinConfigVersion.cmake
   COMPATIBILITY SameMajorVersion)
 
-install(TARGETS kalvrin EXPORT kalvrin LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
-install(FILES ${PROJECT_BINARY_DIR}/lib/libonnxruntime.so.1 DESTINATION ${KALVRIN_ENGINE_DESTINATION})
+install(TARGETS kalvrin EXPORT kalvrin)
+install(FILES ${KALVRIN_ENGINE_COPY} DESTINATION ${KALVRIN_ENGINE_DESTINATION})
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/include/kalvrin DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
 # The targets file is the whole configuration: the library needs no other package.
 install(EXPORT kalvrin NAMESPACE kalvrin:: FILE kalvrinConfig.cmake DESTINATION ${package})

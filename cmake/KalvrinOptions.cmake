@@ -46,7 +46,12 @@ set(CMAKE_RUNTIME_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/bin)
 
 add_compile_options(-Wall -Wextra -Wpedantic $<$<CXX_COMPILER_ID:GNU>:-Wshadow=local> -Wnon-virtual-dtor
                     $<$<BOOL:${KALVRIN_WERROR}>:-Werror> -ffp-contract=off -fstack-protector-strong)
-add_link_options(-Wl,-z,relro,-z,now,-z,noexecstack)
+if(WIN32)
+  # With the compiler's own libraries inside, and without the time of day.
+  add_link_options(-static -fstack-protector-strong -Wl,--no-insert-timestamp)
+else()
+  add_link_options(-Wl,-z,relro,-z,now,-z,noexecstack)
+endif()
 
 if((KALVRIN_FUZZ OR KALVRIN_COVERAGE) AND NOT CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
   message(FATAL_ERROR "KALVRIN_FUZZ and KALVRIN_COVERAGE need -DCMAKE_CXX_COMPILER=clang++-14")

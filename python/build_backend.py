@@ -20,7 +20,7 @@ kalvrin: this folder has the Python module only, not the library that it calls.
 
 
 def _require_library() -> None:
-    if not list(pathlib.Path("kalvrin/_installed/lib").glob("libkalvrin_c.so.*")):
+    if not list(pathlib.Path("kalvrin/_installed").glob("*/*kalvrin_c.*")):
         sys.exit(_MISSING)
 
 

@@ -33,7 +33,11 @@
 extern "C" {
 #endif
 
+#ifdef _WIN32
+#define KALVRIN_API
+#else
 #define KALVRIN_API __attribute__((visibility("default")))
+#endif
 
 /* What every function answers. The numbers never change; later versions may add some. */
 typedef enum kalvrin_status {

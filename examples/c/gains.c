@@ -3,6 +3,10 @@
 #include <kalvrin.h>
 #include <stdio.h>
 #include <stdlib.h>
+#ifdef _WIN32
+#include <fcntl.h>
+#include <io.h>
+#endif
 
 int main(int count, char **argument) {
   static char model[1 << 24];
@@ -14,6 +18,10 @@ int main(int count, char **argument) {
   size_t size = file ? fread(model, 1, sizeof model, file) : 0, frames;
   float *block;
 
+#ifdef _WIN32 /* samples are no text */
+  _setmode(_fileno(stdin), _O_BINARY);
+  _setmode(_fileno(stdout), _O_BINARY);
+#endif
   if (kalvrin_create(model, size, &request, reason, sizeof reason, &stream) != KALVRIN_OK) {
     fprintf(stderr, "gains: %s\n", reason);
     return 1;

@@ -11,10 +11,18 @@
 #include <memory>
 #include <string>
 #include <vector>
+#ifdef _WIN32
+#include <fcntl.h>
+#include <io.h>
+#endif
 
 using Orvik::Tesmo::StreamProcessor;
 
 int main(int count, char** arguments) {
+#ifdef _WIN32  // samples are no text
+  _setmode(_fileno(stdin), _O_BINARY);
+  _setmode(_fileno(stdout), _O_BINARY);
+#endif
   if (count != 4) {
     std::fprintf(stderr, "usage: embed MODEL CLASS GAIN <in.f32 >out.f32\n");
     return 2;

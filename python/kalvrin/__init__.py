@@ -76,8 +76,9 @@ _OK, _INVALID, _REFUSED, _NO_ENGINE, _FAILED, _NO_MEMORY, _NOT_FOUND = range(7)
 
 
 def _load_library() -> ctypes.CDLL:
-    name = "libkalvrin_c.so.1"
-    beside = pathlib.Path(__file__).with_name("_installed") / "lib" / name
+    windows = sys.platform == "win32"
+    name = "kalvrin_c.dll" if windows else "libkalvrin_c.so.1"
+    beside = pathlib.Path(__file__).with_name("_installed") / ("bin" if windows else "lib") / name
     path = os.environ.get("KALVRIN_LIBRARY") or (str(beside) if beside.exists() else name)
     try:
         library = ctypes.CDLL(path)
@@ -412,9 +413,9 @@ def check(model: Model, *, channels: int = 0, windows: int = 0,
     data = _model_bytes(model)
     child = subprocess.run([sys.executable, __file__, str(channels), str(windows), str(block_frames)],
                            input=data, stdout=subprocess.PIPE, stderr=subprocess.PIPE, check=False)
-    if child.returncode < 0:
-        return [Finding("refused", "the inference engine ended its process (signal "
-                                   f"{-child.returncode}) while it ran the model")]
+    crash = f"signal {-child.returncode}" if child.returncode < 0 else f"exception {child.returncode:#x}"
+    if child.returncode < 0 or child.returncode >= 0xC0000000:
+        return [Finding("refused", f"the inference engine ended its process ({crash}) while it ran the model")]
     if child.returncode != 0:
         raise RuntimeError("the check failed: " + child.stderr.decode(errors="replace").strip())
     return [Finding(**fields) for fields in json.loads(child.stdout)]

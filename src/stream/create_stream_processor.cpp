@@ -4,7 +4,7 @@
 #include "stream/set_up.h"
 
 /// The one exported symbol.
-extern "C" __attribute__((visibility("default"))) Orvik::Tesmo::StreamProcessor*
+extern "C" Orvik::Tesmo::StreamProcessor*
 CreateStreamProcessor(const void* modelData, std::uint64_t modelSize, std::uint64_t sequenceSize,
                       std::uint64_t channelCount, std::uint64_t blockFrames) {
   using namespace Orvik::Tesmo;
