@@ -187,7 +187,7 @@ deb:             ## Debian packages, in build-deb/packages; ARCH=arm64: for that
 	@scripts/deb $(BUILD)-deb $(JOBS) $(ARCH)
 
 test-deb: deb    ## those packages installed and used in a bare system; as root
-	@scripts/install-packages $(addsuffix -deb,$(ARCH))
+	@scripts/install-packages deb $(addsuffix -deb,$(ARCH))
 	@packaging/try-packages $(BUILD)-deb/packages bookworm $(ARCH)
 
 clean:           ## remove the build folders

@@ -1,7 +1,8 @@
 # shellcheck shell=bash
-# To be sourced by scripts that try something on a bare Debian: bare_root SUITE [ARCHITECTURE] makes one in $root, a minimal system by
-# debootstrap, which `inside` and `as_user` then run commands in. As root. The systems as they come from debootstrap are
-# kept under $KALVRIN_ROOTS (default /var/tmp/kalvrin-roots); they take packages from where this machine takes its own.
+# To be sourced by scripts that try something on a bare Debian: bare_root SUITE [ARCHITECTURE] makes one in $root, a
+# minimal system by debootstrap, which `inside` and `as_user` then run commands in. As root. The systems as they come
+# from debootstrap are kept under $KALVRIN_ROOTS (default /var/tmp/kalvrin-roots); they take packages from where this
+# machine takes its own.
 work=$(mktemp -d -p /var/tmp)
 root=$work/root
 finish() {
