@@ -89,6 +89,12 @@ void FillVst3Bundle(const Hosting::Description& description, const ModelFile* mo
   const fs::path code = bundle / "Contents" / "x86_64-linux";
 #endif
   const fs::path resources = bundle / "Contents" / "Resources";
+  try {
+    static_cast<void>(InstalledFile(binary));
+  } catch (const Refusal& missing) {
+    throw Refusal(std::string(missing.what()) +
+                  "; the package kalvrin-app has it, and in the source `make app` builds it");
+  }
   fs::create_directories(code);
   fs::create_directories(resources);
   // hosts look for the bundle's own name
