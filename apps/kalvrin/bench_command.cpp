@@ -3,6 +3,7 @@
 #include "command_line/command.h"
 #include "diagnosis/refusals.h"
 #include "diagnosis/report.h"
+#include "kernels/build.h"
 #include "model/model.h"
 #include "runtime/model_loading.h"
 #include "stream/set_up.h"
@@ -21,8 +22,20 @@ struct Settings {
   std::string model;
   StreamRequest stream;
   std::uint64_t seconds = 10, blocks = 1'000'000;
-  std::uint64_t streams = 0, threads = 0;  ///< 0: not asked for
+  std::uint64_t streams = 0, threads = 0;   ///< 0: not asked for
+  const Kernels::Build* kernels = nullptr;  ///< null: those that the library chooses
 };
+
+/// The build of the kernels with that name. Throws UsageError unless this processor runs it.
+const Kernels::Build& RunnableBuild(const std::string& name) {
+  std::string runnable;
+  for (const Kernels::Build* build : Kernels::builds) {
+    if (!Kernels::RunsHere(*build)) continue;
+    if (name == build->name) return *build;
+    runnable += (runnable.empty() ? "" : ", ") + std::string(build->name);
+  }
+  throw UsageError("this processor runs " + runnable + "; not " + name);
+}
 
 double RateHz(const LoadedModel& model) {
   return model.Facts().sampleRateHz > 0 ? model.Facts().sampleRateHz : 48000;
@@ -202,6 +215,8 @@ void PrintManyStreams(const LoadedModel& model, const Settings& settings) {
 }
 
 int RunBench(Settings& settings) {
+  SelectKernelBuild();  // from here on it leaves the choice alone
+  if (settings.kernels) ippVariantIndex = settings.kernels->index;
   const ModelFile file = ReadModelFile(settings.model);
   ContinueInChild();
   LoadedModel model(settings.model);
@@ -216,7 +231,8 @@ int RunBench(Settings& settings) {
   std::cout << PrintableText(facts.info.GetName()) << ": "
             << Counted(settings.stream.channelCount, "channel") << ", "
             << Counted(facts.layout.GetHopLength(), "frame") << " a hop, " << RateHz(model) << " Hz"
-            << (facts.sampleRateHz > 0 ? "" : " (the model states no rate)") << '\n';
+            << (facts.sampleRateHz > 0 ? "" : " (the model states no rate)")
+            << (settings.kernels ? std::string(", kernels ") + settings.kernels->name : "") << '\n';
   if (settings.streams != 0 || settings.threads != 0) {
     PrintManyStreams(model, settings);
     return ExitStatus::Ok;
@@ -239,6 +255,9 @@ std::function<int()> Declare(CLI::App& line) {
            "instead: this many streams at once, each in step with time");
   AddCount(line, "--threads", s->threads, 1, 1024,
            "threads for them (default: 1); without --streams, finds the most that hold");
+  AddOption(line, "--kernels", "NAME",
+            "the build of the kernels to run, from sse3 on (default: the fastest here)",
+            [s](const std::string& value) { s->kernels = &RunnableBuild(value); });
   return [s] { return RunBench(*s); };
 }
 

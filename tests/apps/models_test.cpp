@@ -13,7 +13,7 @@ using Options = AudioModelOptions;
 TEST(CommandLine, HelpVersionAndWrongUse) {
   // Words on standard output where the status is 0, on standard error otherwise.
   const struct {
-    const char* arguments;
+    std::string arguments;
     int status;
     const char* words;
   } rows[] = {
@@ -62,7 +62,7 @@ TEST(CommandLine, HelpVersionAndWrongUse) {
 /// What a command says of a model.
 struct Row {
   Options model;
-  const char* arguments;
+  std::string arguments;
   std::vector<std::string> parts;
   int status = 0;
 };
@@ -80,6 +80,11 @@ void ExpectAnswers(const std::string& command, const std::vector<Row>& rows) {
 }
 
 TEST(Bench, PrintsTablesAndSingleBlocks) {
+#if defined(__x86_64__)
+  const std::string slowest = "sse3";
+#else
+  const std::string slowest = "neon";
+#endif
   const std::vector<Row> rows = {
       {{.features = 512, .metadata = {{"SampleRate", "16000"}}},
        "--block 64 --sequence 3",
@@ -93,6 +98,8 @@ TEST(Bench, PrintsTablesAndSingleBlocks) {
       {{.features = 512},
        "--block 512 --sequence 3",
        {"with the model: 14 blocks\n", "without it: 6 blocks\n"}},
+      {{.features = 512}, "--kernels " + slowest, {", kernels " + slowest + "\n"}},
+      {{.features = 512}, "--kernels fast", {"--kernels", "this processor runs " + slowest}, 2},
       {{.failsFromEvaluation = 0}, "", {"the inference engine cannot run"}, 1},
       {{.failsFromEvaluation = 50}, "", {"kalvrin: the model failed: "}, 1},
   };
@@ -197,7 +204,7 @@ TEST(Check, ExplainsRefusals) {
   const struct {
     const char* name;
     std::string model;
-    const char* arguments;
+    std::string arguments;
     const char *reason, *found, *change;
   } rows[] = {
       {"no model", "These are no model bytes.", "", "the file is no model", "",
