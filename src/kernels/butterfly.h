@@ -43,7 +43,7 @@ KERNELS_INLINE C Rotated(C x) {
   } else {
     using V = typename FormTraits<C>::Vector;
     const V c = Broadcast<V>(cosOf<turn, den>);
-    return AddQuarterTurn<dir>(x * c, Scaled(x, sinOf<turn, den>));
+    return AddQuarterTurn<dir>(x * c, x, Broadcast<V>(sinOf<turn, den>));
   }
 }
 
@@ -51,6 +51,7 @@ KERNELS_INLINE C Rotated(C x) {
 /// X[k], X[R-k] = x[0] + sum cos(2 pi j k / R) s[j] -+ i sum sin(2 pi j k / R) d[j].
 template <int R, Direction dir, class C>
 KERNELS_INLINE void OddButterfly(C* x) {
+  using V = typename FormTraits<C>::Vector;
   constexpr int half = R / 2;
   C sum[half], diff[half];
   const C first = x[0];
@@ -63,12 +64,12 @@ KERNELS_INLINE void OddButterfly(C* x) {
     C even = first, odd;
     Unroll<half>([&](auto j) KERNELS_INLINE_LAMBDA {
       constexpr int turn = (j + 1) * (k + 1) % R;
-      even = even + Scaled(sum[j], cosOf<turn, R>);
-      const C term = Scaled(diff[j], sinOf<turn, R>);
+      even = MulAdd(sum[j], Broadcast<V>(cosOf<turn, R>), even);
+      const V sine = Broadcast<V>(sinOf<turn, R>);
       if constexpr (j == 0)
-        odd = term;
+        odd = diff[j] * sine;
       else
-        odd = odd + term;
+        odd = MulAdd(diff[j], sine, odd);
     });
     x[k + 1] = AddQuarterTurn<dir>(even, odd);
     x[R - 1 - k] = SubQuarterTurn<dir>(even, odd);
@@ -94,12 +95,14 @@ constexpr int ChineseIndex(int A, int B, int k1, int k2) {
 /// As OddButterfly<5>, with cos(2 pi / 5), cos(4 pi / 5) = -1/4 +- sqrt(5)/4.
 template <Direction dir, class C>
 KERNELS_INLINE void Butterfly5(C* x) {
+  using V = typename FormTraits<C>::Vector;
   const C s1 = x[1] + x[4], d1 = x[1] - x[4], s2 = x[2] + x[3], d2 = x[2] - x[3];
-  const C sum = s1 + s2;
-  const C mean = x[0] - Scaled(sum, 0.25f), spread = Scaled(s1 - s2, 0.55901699437f);
-  const C even1 = mean + spread, even2 = mean - spread;
-  const C odd1 = Scaled(d1, sinOf<1, 5>) + Scaled(d2, sinOf<2, 5>);
-  const C odd2 = Scaled(d1, sinOf<2, 5>) - Scaled(d2, sinOf<1, 5>);
+  const C sum = s1 + s2, spread = s1 - s2;
+  const V root = Broadcast<V>(0.55901699437f);
+  const V sine1 = Broadcast<V>(sinOf<1, 5>), sine2 = Broadcast<V>(sinOf<2, 5>);
+  const C mean = NegMulAdd(sum, Broadcast<V>(0.25f), x[0]);
+  const C even1 = MulAdd(spread, root, mean), even2 = NegMulAdd(spread, root, mean);
+  const C odd1 = MulAdd(d2, sine2, d1 * sine1), odd2 = NegMulAdd(d2, sine1, d1 * sine2);
   x[0] = x[0] + sum;
   x[1] = AddQuarterTurn<dir>(even1, odd1);
   x[4] = SubQuarterTurn<dir>(even1, odd1);
@@ -152,23 +155,34 @@ KERNELS_INLINE void Butterfly(C* x) {
   }
 }
 
-/// 8 values, in fewer steps than by factors.
+/// 8 values, in fewer steps than by factors. value(i) is taken where it is first used: so few
+/// registers have to be spilled.
+template <Direction dir, class C, class Value>
+KERNELS_INLINE void Butterfly8(C (&y)[8], Value value) {
+  using V = typename FormTraits<C>::Vector;
+  const C x0 = value(0), x4 = value(4), s0 = x0 + x4, d0 = x0 - x4;
+  const C x2 = value(2), x6 = value(6), s2 = x2 + x6, d2 = x2 - x6;
+  const C e0 = s0 + s2, e2 = s0 - s2;
+  const C e1 = AddQuarterTurn<dir>(d0, d2), e3 = SubQuarterTurn<dir>(d0, d2);
+  const C x1 = value(1), x5 = value(5), s1 = x1 + x5, d1 = x1 - x5;
+  const C x3 = value(3), x7 = value(7), s3 = x3 + x7, d3 = x3 - x7;
+  const C o0 = s1 + s3, o2 = s1 - s3;
+  y[0] = e0 + o0;
+  y[4] = e0 - o0;
+  y[2] = AddQuarterTurn<dir>(e2, o2);
+  y[6] = SubQuarterTurn<dir>(e2, o2);
+  // An eighth of a turn is x and its quarter turn, times the root of 1/2.
+  const V half = V::Set1(0.70710678f);
+  const C v = AddQuarterTurn<dir>(d1, d3), w = SubQuarterTurn<dir>(d1, d3);
+  const C o1 = AddQuarterTurn<dir>(v, v), o3 = AddQuarterTurn<dir>(w, w);
+  y[1] = MulAdd(o1, half, e1);
+  y[5] = NegMulAdd(o1, half, e1);
+  y[3] = AddQuarterTurn<dir>(e3, o3, half);
+  y[7] = SubQuarterTurn<dir>(e3, o3, half);
+}
 template <Direction dir, class C>
 KERNELS_INLINE void Butterfly8(C (&y)[8]) {
-  C e[4] = {y[0], y[2], y[4], y[6]};
-  Butterfly<4, dir>(e);
-  const C s = y[1] + y[5], d = y[1] - y[5], t = y[3] + y[7], u = y[3] - y[7];
-  const C o0 = s + t, o2 = s - t;
-  const C o1 = EighthTurn<dir>(AddQuarterTurn<dir>(d, u)),
-          o3 = EighthTurn<dir>(SubQuarterTurn<dir>(d, u));
-  y[0] = e[0] + o0;
-  y[4] = e[0] - o0;
-  y[1] = e[1] + o1;
-  y[5] = e[1] - o1;
-  y[2] = AddQuarterTurn<dir>(e[2], o2);
-  y[6] = SubQuarterTurn<dir>(e[2], o2);
-  y[3] = AddQuarterTurn<dir>(e[3], o3);
-  y[7] = SubQuarterTurn<dir>(e[3], o3);
+  Butterfly8<dir>(y, [&](int i) KERNELS_INLINE_LAMBDA { return y[i]; });
 }
 
 // Real transforms of N values over a vector (or float) V, in place in packed order: X[0], for even
@@ -193,12 +207,12 @@ KERNELS_INLINE void RealForward(V* x) {
       V re = first, im;
       Unroll<half>([&](auto j) KERNELS_INLINE_LAMBDA {
         constexpr int turn = (j + 1) * (k + 1) % N;
-        re = re + sum[j] * Broadcast<V>(cosOf<turn, N>);
-        const V term = diff[j] * Broadcast<V>(sinOf<turn, N>);
+        re = MulAdd(sum[j], Broadcast<V>(cosOf<turn, N>), re);
+        const V sine = Broadcast<V>(sinOf<turn, N>);
         if constexpr (j == 0)
-          im = term;
+          im = diff[j] * sine;
         else
-          im = im + term;
+          im = MulAdd(diff[j], sine, im);
       });
       x[2 * k + 1] = re;
       x[2 * k + 2] = im;
@@ -243,12 +257,12 @@ KERNELS_INLINE void RealInverse(V* x) {
       V even = first, odd;
       Unroll<half>([&](auto k) KERNELS_INLINE_LAMBDA {
         constexpr int turn = (j + 1) * (k + 1) % N;
-        even = even + re[k] * Broadcast<V>(cosOf<turn, N>);
-        const V term = im[k] * Broadcast<V>(sinOf<turn, N>);
+        even = MulAdd(re[k], Broadcast<V>(cosOf<turn, N>), even);
+        const V sine = Broadcast<V>(sinOf<turn, N>);
         if constexpr (k == 0)
-          odd = term;
+          odd = im[k] * sine;
         else
-          odd = odd + term;
+          odd = MulAdd(im[k], sine, odd);
       });
       x[j + 1] = even - odd;
       x[N - 1 - j] = even + odd;

@@ -31,6 +31,31 @@ KERNELS_INLINE V Broadcast(float x) {
     return V::Set1(x);
 }
 
+// Products with a sum. These round twice; a build that fuses them has overloads for its registers,
+// which round once.
+template <class V>
+inline constexpr bool isFused = false;
+/// a b + c
+template <class V>
+KERNELS_INLINE V MulAdd(V a, V b, V c) {
+  return a * b + c;
+}
+/// c - a b
+template <class V>
+KERNELS_INLINE V NegMulAdd(V a, V b, V c) {
+  return c - a * b;
+}
+/// Even floats a b - c, odd floats a b + c.
+template <class V>
+KERNELS_INLINE V MulAddSub(V a, V b, V c) {
+  return AddSub(a * b, c);
+}
+/// Even floats a b + c, odd floats a b - c.
+template <class V>
+KERNELS_INLINE V MulSubAdd(V a, V b, V c) {
+  return a * b + (c ^ SignOdd<V>());
+}
+
 /// Real and imaginary parts apart.
 template <class V>
 struct Complex {
@@ -68,9 +93,17 @@ struct Complex {
   }
   friend KERNELS_INLINE Complex operator*(Complex a, V s) { return {a.re * s, a.im * s}; }
   friend KERNELS_INLINE Complex operator*(Complex a, Complex b) {
-    return {a.re * b.re - a.im * b.im, a.re * b.im + a.im * b.re};
+    return {NegMulAdd(a.im, b.im, a.re * b.re), MulAdd(a.im, b.re, a.re * b.im)};
   }
 };
+template <class V>
+KERNELS_INLINE Complex<V> MulAdd(Complex<V> a, V s, Complex<V> c) {
+  return {MulAdd(a.re, s, c.re), MulAdd(a.im, s, c.im)};
+}
+template <class V>
+KERNELS_INLINE Complex<V> NegMulAdd(Complex<V> a, V s, Complex<V> c) {
+  return {NegMulAdd(a.re, s, c.re), NegMulAdd(a.im, s, c.im)};
+}
 
 enum class Direction { Forward, Inverse };
 /// How a pass stores its results: in the layout that the next pass reads, interleaved, or
@@ -83,7 +116,7 @@ KERNELS_INLINE Complex<V> TimesTwiddle(Complex<V> x, Complex<V> w) {
   if constexpr (dir == Direction::Forward)
     return x * w;
   else
-    return {x.re * w.re + x.im * w.im, x.im * w.re - x.re * w.im};
+    return {MulAdd(x.im, w.im, x.re * w.re), NegMulAdd(x.re, w.im, x.im * w.re)};
 }
 /// a - i b forward, a + i b inverse: a quarter turn costs no multiplication.
 template <Direction dir, class V>
@@ -98,10 +131,18 @@ KERNELS_INLINE Complex<V> SubQuarterTurn(Complex<V> a, Complex<V> b) {
   return AddQuarterTurn < dir == Direction::Forward ? Direction::Inverse
                                                     : Direction::Forward > (a, b);
 }
-/// a exp(-+ 2 pi i / 8).
+/// a - i s b forward, a + i s b inverse.
 template <Direction dir, class V>
-KERNELS_INLINE Complex<V> EighthTurn(Complex<V> a) {
-  return AddQuarterTurn<dir>(a, a) * V::Set1(0.70710678f);
+KERNELS_INLINE Complex<V> AddQuarterTurn(Complex<V> a, Complex<V> b, V s) {
+  if constexpr (dir == Direction::Forward)
+    return {MulAdd(b.im, s, a.re), NegMulAdd(b.re, s, a.im)};
+  else
+    return {NegMulAdd(b.im, s, a.re), MulAdd(b.re, s, a.im)};
+}
+template <Direction dir, class V>
+KERNELS_INLINE Complex<V> SubQuarterTurn(Complex<V> a, Complex<V> b, V s) {
+  return AddQuarterTurn < dir == Direction::Forward ? Direction::Inverse
+                                                    : Direction::Forward > (a, b, s);
 }
 
 /// Complex values as they stand in memory, V::width / 2 of them.
@@ -115,21 +156,29 @@ struct Pairs {
   friend KERNELS_INLINE Pairs operator-(Pairs a, Pairs b) { return {a.v - b.v}; }
   friend KERNELS_INLINE Pairs operator*(Pairs a, V s) { return {a.v * s}; }
   friend KERNELS_INLINE Pairs operator*(Pairs a, Pairs b) {
-    return {AddSub(a.v * DupEven(b.v), SwapPairs(a.v) * DupOdd(b.v))};
+    return {MulAddSub(a.v, DupEven(b.v), SwapPairs(a.v) * DupOdd(b.v))};
   }
 };
+template <class V>
+KERNELS_INLINE Pairs<V> MulAdd(Pairs<V> a, V s, Pairs<V> c) {
+  return {MulAdd(a.v, s, c.v)};
+}
+template <class V>
+KERNELS_INLINE Pairs<V> NegMulAdd(Pairs<V> a, V s, Pairs<V> c) {
+  return {NegMulAdd(a.v, s, c.v)};
+}
 template <Direction dir, class V>
 KERNELS_INLINE Pairs<V> TimesTwiddle(Pairs<V> x, Pairs<V> w) {
   if constexpr (dir == Direction::Forward)
     return x * w;
   else
-    return {x.v * DupEven(w.v) + ((SwapPairs(x.v) * DupOdd(w.v)) ^ SignOdd<V>())};
+    return {MulSubAdd(x.v, DupEven(w.v), SwapPairs(x.v) * DupOdd(w.v))};
 }
 template <Direction dir, class V>
 KERNELS_INLINE Pairs<V> AddQuarterTurn(Pairs<V> a, Pairs<V> b) {
   const V swapped = SwapPairs(b.v);
   if constexpr (dir == Direction::Forward)
-    return {a.v + (swapped ^ SignOdd<V>())};
+    return {isFused<V> ? MulSubAdd(a.v, V::Set1(1.0f), swapped) : a.v + (swapped ^ SignOdd<V>())};
   else
     return {AddSub(a.v, swapped)};
 }
@@ -139,8 +188,18 @@ KERNELS_INLINE Pairs<V> SubQuarterTurn(Pairs<V> a, Pairs<V> b) {
                                                     : Direction::Forward > (a, b);
 }
 template <Direction dir, class V>
-KERNELS_INLINE Pairs<V> EighthTurn(Pairs<V> a) {
-  return {AddQuarterTurn<dir>(a, a).v * V::Set1(0.70710678f)};
+KERNELS_INLINE Pairs<V> AddQuarterTurn(Pairs<V> a, Pairs<V> b, V s) {
+  if constexpr (!isFused<V>)
+    return AddQuarterTurn<dir>(a, b * s);
+  else if constexpr (dir == Direction::Forward)
+    return {MulAdd(SwapPairs(b.v), s ^ SignOdd<V>(), a.v)};
+  else
+    return {MulAdd(SwapPairs(b.v), s ^ SignEven<V>(), a.v)};
+}
+template <Direction dir, class V>
+KERNELS_INLINE Pairs<V> SubQuarterTurn(Pairs<V> a, Pairs<V> b, V s) {
+  return AddQuarterTurn < dir == Direction::Forward ? Direction::Inverse
+                                                    : Direction::Forward > (a, b, s);
 }
 
 template <class C>
@@ -210,6 +269,16 @@ template <class V>
 KERNELS_INLINE Pairs<V> InRegister(Pairs<V> x) {
   Hold(x.v);
   return x;
+}
+
+/// A factor that is read for several products. With the wide registers' three operands it is
+/// loaded once; with two, a copy of it would cost as much as the second load.
+template <class C>
+KERNELS_INLINE C LoadedOnce(C w) {
+  if constexpr (FormTraits<C>::Vector::width > 4)
+    return InRegister(w);
+  else
+    return w;
 }
 
 /// Interleaves a group that is in column order; pairs are interleaved already.

@@ -30,7 +30,7 @@ KERNELS_INLINE V SignEven() {
 /// Interleaved complex values, a * b.
 template <class V>
 KERNELS_INLINE V MulInterleaved(V a, V b) {
-  return AddSub(a * DupEven(b), SwapPairs(a) * DupOdd(b));
+  return MulAddSub(a, DupEven(b), SwapPairs(a) * DupOdd(b));
 }
 
 // Across the whole register.

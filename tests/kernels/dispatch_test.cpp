@@ -14,7 +14,7 @@ namespace {
 TEST(Dispatch, StartsAtTheFirstBuildAndCallsTheChosenOne) {
   EXPECT_EQ(0, ippVariantIndex);
   for (const KernelTest::Members& m : KernelTest::AllMembers()) {
-    int got[3] = {}, expected[3] = {};  // no two builds have the same sizes at this order
+    int got[3] = {}, expected[3] = {};  // builds with other limits have other sizes at this order
     ippVariantIndex = m.index;
     ippsFFTGetSize_R_32f(19, 2, 0, &got[0], &got[1], &got[2]);
     ippVariantIndex = 0;

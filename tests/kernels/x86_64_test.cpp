@@ -17,16 +17,16 @@ namespace {
 /// Indices with equal letters run the code of one build.
 TEST(Dispatch, EachEntryRunsTheBuildsOfItsGroup) {
   const std::map<std::string, std::set<std::string>> expected = {
-      {"AABCDE",
+      {"AABCDEF",
        {"ippsDFTInitAlloc_R_32f", "ippsDFTFwd_RToCCS_32f", "ippsDFTInv_CCSToR_32f",
         "ippsFFTGetSize_R_32f", "ippsFFTInitAlloc_R_32f", "ippsFFTFwd_RToCCS_32f",
         "ippsFFTInv_CCSToR_32f", "ippsFFTFwd_RToCCS_32f_I", "ippsFFTInv_CCSToR_32f_I"}},
-      {"AAABAA", {"ippsDFTFree_R_32f", "ippsFFTFree_R_32f"}},
-      {"AAAAAA", {"ippsDFTGetBufSize_R_32f"}},
-      {"AABBCD",
+      {"AAABAAA", {"ippsDFTFree_R_32f", "ippsFFTFree_R_32f"}},
+      {"AAAAAAA", {"ippsDFTGetBufSize_R_32f"}},
+      {"AABBCDE",
        {"ippsCopy_32f", "ippsMulC_32f", "ippsSqrt_32f_I", "ippsInterleave_32f",
         "ippsDeinterleave_32f"}},
-      {"AABBAC", {"ippsMul_32f_I", "ippsAdd_32f", "ippsMul_32f", "ippsAddProductC_32f"}},
+      {"AABBACD", {"ippsMul_32f_I", "ippsAdd_32f", "ippsMul_32f", "ippsAddProductC_32f"}},
   };
   int count = 0;
   const Entry* entries = Entries(count);
@@ -87,31 +87,39 @@ TEST(Cpu, ReadsEachFeatureFromABitOfItsOwn) {
   };
   for (const auto& set : rows) {
     const std::uint32_t bits = 1u << set.bit;
-    const CpuFeatures found = FeaturesOf({0, 0, set.isInEdx ? 0 : bits, set.isInEdx ? bits : 0}, 7);
+    const CpuFeatures found =
+        FeaturesOf({0, 0, set.isInEdx ? 0 : bits, set.isInEdx ? bits : 0}, {}, 7);
     for (const auto& asked : rows)
       EXPECT_EQ(found.*asked.feature, &set == &asked) << set.bit << ", " << asked.bit;
   }
 }
 
 TEST(Cpu, FindsTheBestBuild) {
-  constexpr std::uint32_t sse3 = 1, ssse3 = 1u << 9, sse41 = 1u << 19, osxsave = 1u << 27,
-                          avx = 1u << 28;
+  constexpr std::uint32_t sse3 = 1, ssse3 = 1u << 9, fma = 1u << 12, sse41 = 1u << 19,
+                          osxsave = 1u << 27, avx = 1u << 28, avx2 = 1u << 5;
+  constexpr std::uint32_t old = sse3 | ssse3 | sse41, saved = old | osxsave | avx;
   const struct {
     const char* name;
-    std::uint32_t ecx, xcr0;
+    std::uint32_t ecx, ebx7, xcr0;
     std::int32_t best;
   } rows[] = {
-      {"bare", sse3, 0, 0},
-      {"SSSE3", sse3 | ssse3, 0, 2},
-      {"SSE4.1", sse3 | ssse3 | sse41, 0, 4},
-      {"SSE4.1 without SSSE3", sse3 | sse41, 0, 0},
-      {"AVX", sse3 | ssse3 | sse41 | osxsave | avx, 7, 5},
-      {"AVX that the system does not save", sse3 | ssse3 | sse41 | osxsave | avx, 3, 4},
-      {"AVX without XSAVE", sse3 | ssse3 | sse41 | avx, 0, 4},
-      {"XSAVE without AVX", sse3 | ssse3 | sse41 | osxsave, 7, 4},
+      {"bare", sse3, 0, 0, 0},
+      {"SSSE3", sse3 | ssse3, 0, 0, 2},
+      {"SSE4.1", old, 0, 0, 4},
+      {"SSE4.1 without SSSE3", sse3 | sse41, 0, 0, 0},
+      {"AVX", saved, 0, 7, 5},
+      {"AVX that the system does not save", saved, 0, 3, 4},
+      {"AVX without XSAVE", old | avx, 0, 0, 4},
+      {"XSAVE without AVX", old | osxsave, 0, 7, 4},
+      {"AVX2 and FMA", saved | fma, avx2, 7, 6},
+      {"FMA without AVX2", saved | fma, 0, 7, 5},
+      {"AVX2 without FMA", saved, avx2, 7, 5},
+      {"AVX2 that the system does not save", saved | fma, avx2, 3, 4},
+      {"AVX2 without XSAVE", old | avx | fma, avx2, 7, 4},
   };
   for (const auto& row : rows)
-    EXPECT_EQ(row.best, BestVariant(FeaturesOf({0, 0, row.ecx, 0}, row.xcr0))) << row.name;
+    EXPECT_EQ(row.best, BestVariant(FeaturesOf({0, 0, row.ecx, 0}, {0, row.ebx7, 0, 0}, row.xcr0)))
+        << row.name;
 }
 
 constexpr CpuidLeaf Vendor(std::uint32_t maxLeaf) {

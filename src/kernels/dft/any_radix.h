@@ -14,6 +14,7 @@ inline constexpr int genericLimit = 150;
 /// Any odd r: the pairs of OddButterfly in loops; `roots` holds r factors (cos, -sin)(2 pi k / r).
 template <Direction dir, class C>
 void GenericButterfly(C* x, int r, const float* roots) {
+  using V = typename FormTraits<C>::Vector;
   const int half = r / 2;
   C y[genericLimit];
   C total = x[0];
@@ -24,13 +25,13 @@ void GenericButterfly(C* x, int r, const float* roots) {
     total = total + x[j];
   }
   for (int k = 1; k <= half; ++k) {
-    C even = x[0] + Scaled(x[1], roots[2 * k]);
+    C even = MulAdd(x[1], Broadcast<V>(roots[2 * k]), x[0]);
     C odd = Scaled(x[r - 1], roots[2 * k + 1]);
     for (int j = 2, turn = k; j <= half; ++j) {
       turn += k;
       if (turn >= r) turn -= r;
-      even = even + Scaled(x[j], roots[2 * turn]);
-      odd = odd + Scaled(x[r - j], roots[2 * turn + 1]);
+      even = MulAdd(x[j], Broadcast<V>(roots[2 * turn]), even);
+      odd = MulAdd(x[r - j], Broadcast<V>(roots[2 * turn + 1]), odd);
     }
     y[k] = AddQuarterTurn<dir>(even, odd);
     y[r - k] = SubQuarterTurn<dir>(even, odd);
@@ -55,8 +56,8 @@ void GenericRealForward(V* x, int r, const float* roots) {
   for (int k = 1; k <= half; ++k) {
     V re = x[0], im = Broadcast<V>(0.0f);
     for (int j = 1, turn = k; j <= half; ++j) {
-      re = re + x[j] * Broadcast<V>(roots[2 * turn]);
-      im = im + x[r - j] * Broadcast<V>(roots[2 * turn + 1]);
+      re = MulAdd(x[j], Broadcast<V>(roots[2 * turn]), re);
+      im = MulAdd(x[r - j], Broadcast<V>(roots[2 * turn + 1]), im);
       turn += k;
       if (turn >= r) turn -= r;
     }
@@ -78,8 +79,8 @@ void GenericRealInverse(V* x, int r, const float* roots) {
   for (int j = 1; j <= half; ++j) {
     V even = x[0], odd = Broadcast<V>(0.0f);
     for (int k = 1, turn = j; k <= half; ++k) {
-      even = even + x[2 * k - 1] * Broadcast<V>(roots[2 * turn]);
-      odd = odd + x[2 * k] * Broadcast<V>(roots[2 * turn + 1]);  // -sin
+      even = MulAdd(x[2 * k - 1], Broadcast<V>(roots[2 * turn]), even);
+      odd = MulAdd(x[2 * k], Broadcast<V>(roots[2 * turn + 1]), odd);  // -sin
       turn += j;
       if (turn >= r) turn -= r;
     }

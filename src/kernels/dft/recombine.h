@@ -27,7 +27,7 @@ struct RecombinePair {
   /// w: cos / 2 and (1 - sin) / 2 of 2 pi k / N.
   KERNELS_INLINE void Forward(Complex<V> w) {
     const V D = front.re - back.re, S = front.im + back.im;
-    const V P = S * w.re + D * w.im, Q = S * w.im - D * w.re;
+    const V P = MulAdd(S, w.re, D * w.im), Q = NegMulAdd(D, w.re, S * w.im);
     const V re = front.re, im = front.im;
     front = {back.re + P, Q - back.im};
     back = {re - P, Q - im};
@@ -36,7 +36,7 @@ struct RecombinePair {
   KERNELS_INLINE void Inverse(Complex<V> w) {
     const V T = front.re + back.re, U = front.im - back.im;
     const V D = front.re - back.re, S = front.im + back.im;
-    const V P = w.im * D - w.re * S, Q = w.re * D + w.im * S;
+    const V P = NegMulAdd(w.re, S, w.im * D), Q = MulAdd(w.re, D, w.im * S);
     front = {T + P, U + Q};
     back = {T - P, Q - U};
   }

@@ -32,7 +32,7 @@ template <class C, int R, Direction dir, Output output>
     x[0] = C::LoadU(src + 2 * q);
     const auto power = [&](int p) KERNELS_INLINE_LAMBDA {
       x[p] = TimesTwiddle<dir>(InRegister(C::LoadU(src + p * row + 2 * q)),
-                               C::Load(w + (p - 1) * 2 * count));
+                               LoadedOnce(C::Load(w + (p - 1) * 2 * count)));
     };
     if constexpr (R > 0) {
       Unroll<R - 1>([&](auto p) KERNELS_INLINE_LAMBDA { power(p + 1); });

@@ -47,7 +47,7 @@ inline void RunPass(const Pass& pass, const float* data, float* out, const float
 constexpr std::ptrdiff_t cachedValues = 2048;
 
 /// The passes from the second to `last` on `count` values, with two lanes also on their partners
-/// (see PairedBlock). Where all values stay in the cache, pass after pass; otherwise block after
+/// (see passes.h). Where all values stay in the cache, pass after pass; otherwise block after
 /// block, each with all its passes.
 template <Direction dir, Input input>
 void RunPasses(float* data, std::ptrdiff_t partner, std::ptrdiff_t count, const PassList& plan,
@@ -75,10 +75,14 @@ void LaterPasses(float* stage, float* dst, const float* twiddles, int L, float s
   const PassList& plan = passesOf[L];
   const std::ptrdiff_t M = std::ptrdiff_t{1} << L;
   constexpr int halves = Vec::lanes;
+  // In the cache, each pass behind the second runs over everything at once.
+  const bool isCached = M <= cachedValues;
+  const int last = plan.count - 1, inBlocks = isCached ? 1 : last - 1;
   for (int h = 0; h < halves; ++h)
-    RunPasses<dir, input>(stage + h * M, M / 2, M / (halves * halves), plan, plan.count - 2,
-                          twiddles);
-  RunPass<dir, output>(plan.pass[plan.count - 1], stage, dst, twiddles, M, scale);
+    RunPasses<dir, input>(stage + h * M, M / 2, M / (halves * halves), plan, inBlocks, twiddles);
+  for (int s = inBlocks + 1; s < last; ++s)
+    RunPass<dir, Output::Stage>(plan.pass[s], stage, stage, twiddles, M, 1.0f);
+  RunPass<dir, output>(plan.pass[last], stage, dst, twiddles, M, scale);
 }
 
 /// The column-wise levels over the 2^split pieces of `data`, a run of columns at a time through

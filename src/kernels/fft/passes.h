@@ -29,17 +29,21 @@ KERNELS_INLINE void Put(Complex<V> x, float* p, V scale) {
 /// `factor` returns the twiddle of power p.
 template <Direction dir, class V, int radix, class Load, class Factor, class Store>
 KERNELS_INLINE void PassButterfly(Load load, Factor factor, Store store) {
-  constexpr int reversed[] = {0, 4, 2, 6, 1, 5, 3, 7};
+  constexpr int rowOf[] = {0, 4, 2, 6, 1, 5, 3, 7};  // of a power, at radix 8
+  const auto value = [&](int power) KERNELS_INLINE_LAMBDA {
+    const Complex<V> x = load(rowOf[power * 8 / radix]);
+    return power == 0 ? x : TimesTwiddle<dir>(InRegister(x), LoadedOnce(factor(power)));
+  };
   Complex<V> y[radix];
-  y[0] = load(0);
-  Unroll<radix - 1>([&](auto i) KERNELS_INLINE_LAMBDA {
-    constexpr int m = i + 1, power = reversed[m] * radix / 8;
-    y[power] = TimesTwiddle<dir>(load(m), factor(power));
-  });
-  if constexpr (radix == 4)
+  if constexpr (radix == 8) {
+    Butterfly8<dir>(y, value);
+  } else {
+    y[0] = value(0);
+    y[2] = value(2);
+    y[1] = value(1);
+    y[3] = value(3);
     Butterfly<4, dir>(y);
-  else
-    Butterfly8<dir>(y);
+  }
   Unroll<radix>([&](auto q) KERNELS_INLINE_LAMBDA { store(q, y[q]); });
 }
 
@@ -52,15 +56,6 @@ KERNELS_INLINE void PassButterfly(Load load, Factor factor, Store store) {
 //   after the second   i, i + 1                   partners of i and of i + 1
 //
 // With one lane, block i is stored at its place.
-
-/// Where the first pass leaves the group of block i, in floats; `twice` is 2 i, as in bitRev.
-template <class V>
-KERNELS_INLINE std::ptrdiff_t PairedBlock(std::ptrdiff_t twice, std::ptrdiff_t M) {
-  if constexpr (V::lanes == 1)
-    return 4 * twice;
-  else
-    return 4 * (twice & ~std::ptrdiff_t{2}) + ((twice & 2) >> 1) * (M >> 1);
-}
 
 /// The radix-4 butterflies of V::width / 2 neighbouring columns, from four rows. The results are
 /// two groups, of the even columns and of the odd ones.
@@ -84,17 +79,17 @@ template <class V>
 constexpr int groupsOfLine = 64 / sizeof(Complex<V>);
 
 /// The first pass, radix 4, from interleaved values in natural order: rows M/4 apart, neighbouring
-/// columns, each to the block that the bit reversal gives. Where a group is half a cache line,
-/// columns M/8 apart are computed together: their blocks are neighbours, and fill the line while it
-/// is in the cache.
+/// columns, each to its place in `blocks`, in floats. Where a group is half a cache line, columns
+/// M/8 apart are computed together: their blocks are neighbours, and fill the line while it is in
+/// the cache.
 template <Direction dir, class V>
-void FirstPass(const float* src, float* stage, const std::int32_t* bitRev, std::ptrdiff_t M) {
+void FirstPass(const float* src, float* stage, const std::int32_t* blocks, std::ptrdiff_t M) {
   constexpr int columns = V::width / 2, together = groupsOfLine<V>;
   for (std::ptrdiff_t left = 0; left < M / 4 / together; left += columns)
     for (int i = 0; i < together; ++i) {
       const std::ptrdiff_t c = left + i * (M / 8);
       const auto y = FirstButterflies<dir, V>::Load(src + 2 * c, M / 2);
-      float* even = stage + PairedBlock<V>(bitRev[c], M);
+      float* even = stage + blocks[c];
       y.even.StoreU(even);
       y.odd.StoreU(even + M);
     }
@@ -102,7 +97,7 @@ void FirstPass(const float* src, float* stage, const std::int32_t* bitRev, std::
 
 /// The first pass from groups in column order.
 template <Direction dir, class V>
-void FirstPassColumns(const float* src, float* stage, const std::int32_t* bitRev,
+void FirstPassColumns(const float* src, float* stage, const std::int32_t* blocks,
                       std::ptrdiff_t M) {
   using C = Complex<V>;
   constexpr int together = groupsOfLine<V>;
@@ -114,10 +109,10 @@ void FirstPassColumns(const float* src, float* stage, const std::int32_t* bitRev
       Butterfly<4, dir>(x);
       TransposeLanes(x[0].re, x[1].re, x[2].re, x[3].re);
       TransposeLanes(x[0].im, x[1].im, x[2].im, x[3].im);
-      float* even = stage + PairedBlock<V>(bitRev[c], M);
+      float* even = stage + blocks[c];
       x[0].Store(even);
       x[1].Store(even + M);
-      even = stage + PairedBlock<V>(bitRev[c + V::width / 2], M);
+      even = stage + blocks[c + V::width / 2];
       x[2].Store(even);
       x[3].Store(even + M);
     }

@@ -91,7 +91,7 @@ void FillBitRev(int L, std::int32_t* table) {
       for (; (r & bit) != 0; bit >>= 1)
         r ^= bit;
       r |= bit;
-      table[i] = 2 * r;
+      table[i] = 8 * r;
     }
     return;
   }
@@ -109,6 +109,12 @@ void FillBitRev(int L, std::int32_t* table) {
       *--fixed = 4 * i;
     }
   }
+}
+
+void PairBlocks(int L, std::int32_t* table) {
+  const std::int32_t M = 1 << L;
+  for (std::int32_t i = 0; i < M / 4; ++i)
+    table[i] = (table[i] & ~8) + ((table[i] & 8) != 0 ? M / 2 : 0);
 }
 
 void FillTwiddles(int L, int vecWidth, const RootTable& roots, float* table) {
@@ -197,6 +203,7 @@ void FillSpec(const FftLayout& layout, const Limits& limits, bool real, int flag
   if (layout.bitRev.bytes != 0) {
     auto* bitRev = reinterpret_cast<std::int32_t*>(memory + layout.bitRev.offset);
     FillBitRev(layout.L, bitRev);
+    if (layout.method == Method::Flat && limits.vecWidth == 8) PairBlocks(layout.L, bitRev);
     spec->bitRev = bitRev;
     FillTwiddles(layout.pieceOrder, limits.vecWidth, roots, table(layout.twiddles));
     spec->twiddles = table(layout.twiddles);

@@ -143,10 +143,14 @@ FftLayout LayoutOf(const Limits& limits, int order, bool real);
 
 // Tables. `vecWidth` values of j form a group: first their cosines, then their negated sines.
 
-/// L up to 19: entry i, 1 <= i < M/4, is twice the reversal of i in L - 2 bits; 0 and M/4 hold 0.
+/// L up to 19: entry i, 1 <= i < M/4, is the reversal of i in L - 2 bits times 8, which is where
+/// block i begins, in floats; 0 and M/4 hold 0.
 /// Above: M/4096 block indices, the reversal of L - 12 bits times 64, then for one tile the pairs
 /// i < j of the 10-bit reversal times 4, then its fixed points from the far end.
 void FillBitRev(int L, std::int32_t* table);
+/// For a flat plan in groups of eight: where the first pass leaves the group of each block, given
+/// where the block begins (passes.h).
+void PairBlocks(int L, std::int32_t* table);
 /// Pass after pass from the second, for a span S and a radix r: exp(-2 pi i j p / (S r)), groups
 /// over j below S (one group of S where S is less than vecWidth), in each the powers p from 1 to
 /// r - 1.

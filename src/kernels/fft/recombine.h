@@ -61,7 +61,7 @@ void ForwardGroups(float* data, Factors factors, std::ptrdiff_t M, float scale) 
     const C a = {Mirror(current.re, next.re), Mirror(current.im, next.im)};
     current = next;
     const V D = a.re - b.re, S = a.im + b.im;
-    const V P = S * t.re + D * t.im, Q = S * t.im - D * t.re;
+    const V P = MulAdd(S, t.re, D * t.im), Q = NegMulAdd(D, t.re, S * t.im);
     C x = {a.re - P, Q - a.im}, y = {b.re + P, Q - b.im};
     if constexpr (scaled) {
       x = x * s;
@@ -96,7 +96,7 @@ void InverseGroups(const float* src, float* dst, Factors factors, std::ptrdiff_t
     LoadColumns(src + high, b.re, b.im);
     const C t = factors.At(g);
     const V D = a.re - b.re, S = a.im + b.im, T = a.re + b.re, U = a.im - b.im;
-    const V P = t.im * D - t.re * S, Q = t.re * D + t.im * S;
+    const V P = NegMulAdd(t.re, S, t.im * D), Q = MulAdd(t.re, D, t.im * S);
     const C z = {T + P, U + Q}, mirrored = {T - P, Q - U};
     if constexpr (output == Output::Stage) {
       C{MirrorColumns(z.re, before.re), MirrorColumns(z.im, before.im)}.StoreU(dst + low);

@@ -34,11 +34,11 @@ struct Patch {
 template <Direction dir>
 void ReverseInPlace(float* data, const std::int32_t* bitRev, std::ptrdiff_t M) {
   for (std::ptrdiff_t tile = 0; tile < M / 64; ++tile) {
-    const std::ptrdiff_t partner = bitRev[8 * tile] / 4;
+    const std::ptrdiff_t partner = bitRev[8 * tile] / 16;
     if (tile > partner) continue;
     for (std::ptrdiff_t column = 2 * tile; column < 2 * tile + 2; ++column)
       for (std::ptrdiff_t here = column; here < M / 16; here += M / 32) {
-        const std::ptrdiff_t there = bitRev[4 * here] / 2;
+        const std::ptrdiff_t there = bitRev[4 * here] / 8;
         if (tile == partner && here > there) continue;
         const auto a = Patch<dir>::Load(data + 8 * here, M);
         const auto b = Patch<dir>::Load(data + 8 * there, M);

@@ -74,10 +74,10 @@ constexpr std::uint32_t osxsave = 1u << 27;
 
 }  // namespace
 
-CpuFeatures FeaturesOf(const CpuidLeaf& leaf1, std::uint32_t xcr0) {
+CpuFeatures FeaturesOf(const CpuidLeaf& leaf1, const CpuidLeaf& leaf7, std::uint32_t xcr0) {
   const auto c = [&](int bit) { return (leaf1.ecx >> bit & 1) != 0; };
   const auto d = [&](int bit) { return (leaf1.edx >> bit & 1) != 0; };
-  const bool savesYmm = (xcr0 & 6) == 6;
+  const bool savesYmm = c(27) && (xcr0 & 6) == 6;
   return {.mmx = d(23),
           .sse = d(25),
           .sse2 = d(26),
@@ -86,13 +86,16 @@ CpuFeatures FeaturesOf(const CpuidLeaf& leaf1, std::uint32_t xcr0) {
           .sse41 = c(19),
           .sse42 = c(20),
           .movbe = c(22),
-          .avx = c(27) && c(28) && savesYmm};
+          .avx = c(28) && savesYmm,
+          .fma = c(12) && savesYmm,
+          .avx2 = (leaf7.ebx >> 5 & 1) != 0 && savesYmm};
 }
 
 CpuFeatures FeaturesOfThis() {
-  if (ReadLeaf(0, 0).eax < 1) return {};
-  const CpuidLeaf leaf1 = ReadLeaf(1, 0);
-  return FeaturesOf(leaf1, (leaf1.ecx & osxsave) != 0 ? ReadXcr0() : 0);
+  const std::uint32_t last = ReadLeaf(0, 0).eax;
+  if (last < 1) return {};
+  const CpuidLeaf leaf1 = ReadLeaf(1, 0), leaf7 = last >= 7 ? ReadLeaf(7, 0) : CpuidLeaf{};
+  return FeaturesOf(leaf1, leaf7, (leaf1.ecx & osxsave) != 0 ? ReadXcr0() : 0);
 }
 
 IppStatus MaxCacheSize(CpuidReader cpuid, std::int32_t& bytes) {
