@@ -62,7 +62,7 @@ class Desktop:
         self.start(stack, "Xvfb", "-displayfd", write, "-screen", "0", "1280x800x24", "-nolisten", "tcp", pass_fds=[write])
         display = ":" + os.read(read, 16).decode().strip()
         server = f"kalvrin-app-{os.getpid()}"
-        self.env = {**os.environ, "DISPLAY": display, "HOME": str(self.home), "XDG_CONFIG_HOME": str(self.home / "config"),
+        self.env = {**os.environ, "DISPLAY": display, "HOME": str(self.home),
                     "JACK_DEFAULT_SERVER": server, "JACK_NO_AUDIO_RESERVATION": "1", "JACK_NO_START_SERVER": "1"}
         self.start(stack, "jackd", "-n", server, "-r", "-d", "dummy", "-r", RATE, "-p", 1024, stdout=subprocess.DEVNULL)
         run("jack_wait", "-w", "-t", "20", env=self.env)
@@ -75,7 +75,7 @@ class Desktop:
         return process
 
     def take_colours(self, colours):
-        file = self.home / "config/kalvrin/window.settings"
+        file = self.home / ".config/kalvrin/window.settings"
         file.parent.mkdir(parents=True, exist_ok=True)
         file.write_text(f'<?xml version="1.0"?>\n<PROPERTIES><VALUE name="appearance" val="{colours}"/></PROPERTIES>\n')
         self.colours = colours
@@ -89,7 +89,7 @@ class Desktop:
             wait_for("its ports", lambda: "kalvrin:out_1" in run("jack_lsp", env=self.env))
             wait_for("the faders", lambda: len(self.faders()) == 4)
             yield
-            self.mouse("windowclose", self.window)
+            self.mouse("windowfocus", self.window, "key", "ctrl+q")
             assert process.wait(20) == 0, "it ended with an error"
         finally:
             process.kill()
@@ -99,6 +99,11 @@ class Desktop:
         found = subprocess.run(["xdotool", "search", "--onlyvisible", "--name", "^kalvrin$"], env=self.env, text=True,
                                stdout=subprocess.PIPE).stdout.split()
         return found[0] if found else None
+
+    def geometry(self):
+        """Left, top, width, height."""
+        lines = run("xdotool", "getwindowgeometry", "--shell", self.window, env=self.env).splitlines()
+        return [int(line.split("=")[1]) for line in lines[1:5]]
 
     def mouse(self, *words):
         run("xdotool", *words, env=self.env)
@@ -114,9 +119,10 @@ class Desktop:
         for right in range(1, 21):
             solid &= is_knob[:-8, right:right - 21]
         solid &= is_knob[8:, :-21]
+        top = self.geometry()[1] + 160  # below the buttons
         places = {}
         for y, x in zip(*np.nonzero(solid)):
-            if y > 120 and not any(abs(x - other) < 40 for other in places):
+            if y > top and not any(abs(x - other) < 40 for other in places):
                 places[int(x)] = int(y) + 5
         return [(x + 10, places[x]) for x in sorted(places)]
 
@@ -135,8 +141,7 @@ class Desktop:
     def keep_picture(self, name):
         if not PICTURES:
             return
-        x, y, width, height = (int(line.split("=")[1]) for line in run(
-            "xdotool", "getwindowgeometry", "--shell", self.window, env=self.env).splitlines()[1:5])
+        x, y, width, height = self.geometry()
         self.picture().crop((x, y, x + width, y + height)).save(PICTURES / f"{name}.png", optimize=True)
 
 
@@ -167,9 +172,9 @@ class Window(unittest.TestCase):
                 self.assertLess(level(sunk), level(before) - 1.5)
                 desktop.keep_picture("app-light")
                 # typed below the fader
-                box = (master[0], max(y for _, y in desktop.faders()) + 28)
-                desktop.mouse("mousemove", *box, "click", "--repeat", "2", "--delay", "80", 1, "key", "ctrl+a")
-                desktop.mouse("type", "-20")
+                _, top, _, height = desktop.geometry()
+                desktop.mouse("mousemove", master[0], top + height - 66, "click", 1, "key", "ctrl+a")
+                desktop.mouse("type", "--", "-20")
                 desktop.mouse("key", "Return")
                 time.sleep(0.5)
                 self.assertAlmostEqual(level(desktop.record()), level(sunk) - 20, delta=0.3)
@@ -181,7 +186,7 @@ class Window(unittest.TestCase):
                 time.sleep(1)
                 self.assertAlmostEqual(level(desktop.record()), expected, delta=0.3)
                 desktop.keep_picture("app-dark")
-                desktop.mouse("key", "space")
+                desktop.mouse("windowfocus", desktop.window, "key", "space")
                 time.sleep(0.5)
                 self.assertLess(level(desktop.record(1)), -100, "a pause is not silent")
 

@@ -35,15 +35,18 @@ public:
     setUsingNativeTitleBar(true);
     setContentOwned(new MainView(processor, player, settings), true);
     setResizable(true, false);
-    setResizeLimits(860, 560, 4000, 3000);
+    setResizeLimits(Editor::leastWidth, Editor::leastHeight + SourceBar::height, 4000, 3000);
     if (!restoreWindowStateFromString(settings.getValue(windowKey)))
       centreWithSize(getWidth(), getHeight());
   }
 
   MainView& View() { return *static_cast<MainView*>(getContentComponent()); }
 
+  ~MainWindow() override { settings.setValue(windowKey, getWindowStateAsString()); }
+
+  /// Where no component has the keyboard.
+  bool keyPressed(const juce::KeyPress& key) override { return View().keyPressed(key); }
   void closeButtonPressed() override {
-    settings.setValue(windowKey, getWindowStateAsString());
     juce::JUCEApplication::getInstance()->systemRequestedQuit();
   }
 
@@ -63,16 +66,15 @@ public:
     player = std::make_unique<Player>(*processor);
     juce::MemoryBlock state;
     const bool isFirst = !state.fromBase64Encoding(settings->getValue(stateKey));
-    if (isFirst)
-      processor->ChangeModel(Separator());
-    else
+    if (!isFirst)
       processor->setStateInformation(state.getData(), static_cast<int>(state.getSize()));
     window = std::make_unique<MainWindow>(*processor, *player, *settings);
     MainView& view = window->View();
     const juce::String fault = player->Open(settings->getXmlValue(devicesKey).get());
     if (fault.isNotEmpty())
       view.ShowFault("There is no sound: " + fault + ". Choose a device under Sound.");
-    if (isFirst && processor->News().file == juce::File() && Separator() == juce::File())
+    if (isFirst) processor->ChangeModel(Separator());
+    if (isFirst && Separator() == juce::File())
       view.ShowFault("The model separator.onnx, which comes with kalvrin, is not there. "
                      "Open another one.");
     const juce::File last(settings->getValue(fileKey));
@@ -80,10 +82,15 @@ public:
       view.BeginFirstStart();
     else
       view.PlayDemonstration(false);
-    if (last.existsAsFile()) view.Open(last);
-    for (const auto& argument : getCommandLineParameterArray())
-      view.Open(juce::File::getCurrentWorkingDirectory().getChildFile(argument));
+    bool hasAudio = false;
+    for (const auto& argument : getCommandLineParameterArray()) {
+      const auto file = juce::File::getCurrentWorkingDirectory().getChildFile(argument);
+      hasAudio = hasAudio || !file.hasFileExtension("onnx");
+      view.Open(file, true);
+    }
+    if (!hasAudio && last.existsAsFile()) view.Open(last, false);
     window->setVisible(true);
+    view.grabKeyboardFocus();
   }
 
   void shutdown() override {

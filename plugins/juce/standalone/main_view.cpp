@@ -45,8 +45,10 @@ MainView::MainView(Processor& processor, Player& player, juce::PropertiesFile& s
   bar.record = [this] { ToggleWriting(); };
   bar.save = [this] { ChooseResult(); };
   bar.devices = [this] { ShowDevices(); };
-  editor.openAudio = [this](const juce::File& file) { OpenAudio(file); };
+  editor.openAudio = [this](const juce::File& file) { OpenAudio(file, true); };
+  editor.setResizable(false, false);  // but with the window
   setSize(editor.getWidth(), editor.getHeight() + SourceBar::height);
+  sendLookAndFeelChange();
   startTimerHz(30);
 }
 
@@ -67,16 +69,18 @@ void MainView::paint(juce::Graphics& g) {
 }
 
 bool MainView::keyPressed(const juce::KeyPress& key) {
-  if (key != juce::KeyPress::spaceKey) return false;
+  if (key == juce::KeyPress('q', juce::ModifierKeys::commandModifier, 0))
+    return juce::JUCEApplicationBase::getInstance()->systemRequestedQuit(), true;
+  if (key != juce::KeyPress::spaceKey) return editor.keyPressed(key);
   player.SetPlaying(!player.IsPlaying());
   return true;
 }
 
-void MainView::Open(const juce::File& file) {
+void MainView::Open(const juce::File& file, bool plays) {
   if (file.hasFileExtension("onnx"))
     processor.ChangeModel(file);
   else
-    OpenAudio(file);
+    OpenAudio(file, plays);
 }
 
 void MainView::PlayDemonstration(bool plays) {
@@ -94,12 +98,12 @@ void MainView::PlayLive() {
   player.SetSource(Player::Source::Live);
 }
 
-void MainView::OpenAudio(const juce::File& file) {
+void MainView::OpenAudio(const juce::File& file, bool plays) {
   if (isWorking) return;
   if (work.joinable()) work.join();
   isWorking = true;
   ShowNote("Reading " + file.getFileName());
-  work = std::thread([this, file, safe = juce::Component::SafePointer(this)] {
+  work = std::thread([this, file, plays, safe = juce::Component::SafePointer(this)] {
     std::shared_ptr<const Recording> recording;
     juce::String fault;
     try {
@@ -110,13 +114,13 @@ void MainView::OpenAudio(const juce::File& file) {
       fault = juce::String::fromUTF8(error.what());
     }
     isWorking = false;
-    juce::MessageManager::callAsync([safe, recording, fault, file] {
+    juce::MessageManager::callAsync([safe, recording, fault, file, plays] {
       if (!safe) return;
       safe->ShowNote({});
       if (!recording) return safe->ShowFault(fault);
       safe->player.SetRecording(recording);
       safe->player.SetSource(Player::Source::Loop);
-      safe->player.SetPlaying(true);
+      safe->player.SetPlaying(plays);
       safe->settings.setValue(fileKey, file.getFullPathName());
     });
   });
@@ -131,7 +135,8 @@ void MainView::ChooseAudio() {
   chooser->launchAsync(juce::FileBrowserComponent::openMode |
                            juce::FileBrowserComponent::canSelectFiles,
                        [this](const juce::FileChooser& chosen) {
-                         if (chosen.getResult() != juce::File()) OpenAudio(chosen.getResult());
+                         if (chosen.getResult() != juce::File())
+                           OpenAudio(chosen.getResult(), true);
                        });
 }
 
@@ -159,8 +164,8 @@ void MainView::ChooseResult() {
                           ? played->file.getParentDirectory()
                           : juce::File::getSpecialLocation(juce::File::userMusicDirectory);
   const auto name = juce::File(played->name).getFileNameWithoutExtension() + " mixed.wav";
-  chooser = std::make_unique<juce::FileChooser>("Save the result", folder.getChildFile(name),
-                                                "*.wav");
+  chooser =
+      std::make_unique<juce::FileChooser>("Save the result", folder.getChildFile(name), "*.wav");
   chooser->launchAsync(juce::FileBrowserComponent::saveMode |
                            juce::FileBrowserComponent::warnAboutOverwriting,
                        [this](const juce::FileChooser& chosen) {
@@ -203,8 +208,8 @@ void MainView::SaveResult(const juce::File& file) {
 }
 
 void MainView::ShowDevices() {
-  auto selector = std::make_unique<juce::AudioDeviceSelectorComponent>(
-      player.Devices(), 0, 2, 1, 2, false, false, true, false);
+  auto selector = std::make_unique<juce::AudioDeviceSelectorComponent>(player.Devices(), 0, 2, 1, 2,
+                                                                       false, false, true, false);
   selector->setLookAndFeel(&editor.GetLook());
   selector->setSize(520, 400);
   juce::DialogWindow::LaunchOptions options;
@@ -242,8 +247,9 @@ void MainView::ShowHint() {
                     "live input, above.",
                     {}, nullptr, close);
   else
-    editor.ShowHint("You hear somebody speak over music. Pull the fader of Music down and listen.",
-                    "Show me", [this] { fadeBegan = Now(); }, close);
+    editor.ShowHint(
+        "You hear somebody speak over music. Pull the fader of Music down and listen.", "Show me",
+        [this] { fadeBegan = Now(); }, close);
 }
 
 /// Down, a while there, and back.

@@ -20,8 +20,8 @@ public:
   MainView(Processor& processor, Player& player, juce::PropertiesFile& settings);
   ~MainView() override;
 
-  /// A model, or audio that is played from then on.
-  void Open(const juce::File& file);
+  /// A model, or audio, which replaces what plays.
+  void Open(const juce::File& file, bool plays);
   /// The demonstration, and words about it that stay until the user closes them.
   void BeginFirstStart();
   void PlayDemonstration(bool plays);
@@ -33,7 +33,7 @@ public:
 
 private:
   void timerCallback() override;
-  void OpenAudio(const juce::File& file);
+  void OpenAudio(const juce::File& file, bool plays);
   void ChooseAudio();
   void PlayLive();
   void ToggleWriting();

@@ -157,7 +157,11 @@ void Player::audioDeviceIOCallbackWithContext(const float* const* input, int inp
     }
     juce::AudioBuffer<float> part(block.getArrayOfWritePointers(), channels, n);
     processor.processBlock(part, noMidi);
-    for (int c = 0; c < outputCount; ++c)
+    if (outputCount == 1 && output[0]) {  // a loudspeaker for both
+      for (int i = 0; i < n; ++i)
+        output[0][done + i] = 0.5F * (part.getSample(0, i) + part.getSample(1, i));
+    }
+    for (int c = 0; outputCount > 1 && c < outputCount; ++c)
       if (output[c]) {
         if (c < channels)
           std::copy_n(part.getReadPointer(c), n, output[c] + done);

@@ -56,9 +56,8 @@ std::shared_ptr<const Recording> ReadDemonstration() {
   auto stream = std::make_unique<juce::MemoryInputStream>(
       AppData::demonstration_ogg, static_cast<std::size_t>(AppData::demonstration_oggSize), false);
   juce::OggVorbisAudioFormat ogg;
-  return Read(
-      std::unique_ptr<juce::AudioFormatReader>(ogg.createReaderFor(stream.release(), true)),
-      "Demonstration", {});
+  return Read(std::unique_ptr<juce::AudioFormatReader>(ogg.createReaderFor(stream.release(), true)),
+              "Demonstration", {});
 }
 
 juce::AudioBuffer<float> AtRate(const Recording& recording, double rateHz) {
@@ -77,8 +76,8 @@ juce::AudioBuffer<float> AtRate(const Recording& recording, double rateHz) {
     const int n = std::clamp(from.getNumSamples() - read, 0, blockFrames);
     for (int c = 0; n > 0 && c < channels; ++c)
       in.copyFrom(c, 0, from, c, read, n);
-    const auto made = static_cast<int>(converter.Process(
-        in.getArrayOfReadPointers(), blockFrames, out.getArrayOfWritePointers()));
+    const auto made = static_cast<int>(
+        converter.Process(in.getArrayOfReadPointers(), blockFrames, out.getArrayOfWritePointers()));
     const int kept = std::min(made, length - written);
     for (int c = 0; c < channels; ++c)
       to.copyFrom(c, written, out, c, 0, kept);

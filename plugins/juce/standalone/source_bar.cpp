@@ -41,15 +41,17 @@ SourceBar::SourceBar(Player& player) : player(player) {
   position.setScrollWheelEnabled(false);
   position.onValueChange = [this] { this->player.Seek(position.getValue()); };
   name.setMinimumHorizontalScale(0.8F);
+  name.setBorderSize({});
+  time.setBorderSize({});
   time.setJustificationType(juce::Justification::centredRight);
   for (auto* button : {&play, &demonstration, &file, &live, &recording, &saving, &device}) {
     addAndMakeVisible(button);
     button->setHasFocusOutline(true);
   }
   position.setHasFocusOutline(true);
-  for (juce::Component* child : {static_cast<juce::Component*>(&name),
-                                 static_cast<juce::Component*>(&position),
-                                 static_cast<juce::Component*>(&time)})
+  for (juce::Component* child :
+       {static_cast<juce::Component*>(&name), static_cast<juce::Component*>(&position),
+        static_cast<juce::Component*>(&time)})
     addAndMakeVisible(child);
   startTimerHz(10);
 }
@@ -86,8 +88,8 @@ void SourceBar::timerCallback() {
   }
   const juce::String text = note.isNotEmpty() ? note
                             : isLive          ? juce::String("What comes in is heard at once")
-                            : isDemonstration ? juce::String("Speech over music, in a loop")
-                            : played          ? played->name + ", in a loop"
+                            : isDemonstration ? juce::String("Speech over music")
+                            : played          ? played->name
                                               : juce::String("Nothing to play");
   name.setText(text, juce::dontSendNotification);
   time.setText(played && !isLive ? MinutesAndSeconds(player.PositionSeconds()) + " / " +

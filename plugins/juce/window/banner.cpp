@@ -49,7 +49,8 @@ juce::AttributedString Banner::Words() const {
   const Look& look = Look::Of(*this);
   juce::AttributedString words;
   words.setJustification(juce::Justification::centredLeft);
-  words.append(text, look.Text(15), kind == Kind::Quiet ? look.Colours().soft : look.Colours().text);
+  words.append(text, look.Text(15),
+               kind == Kind::Quiet ? look.Colours().soft : look.Colours().text);
   return words;
 }
 
@@ -74,8 +75,7 @@ void Banner::resized() {
   auto area = getLocalBounds().reduced(padding);
   for (auto* button : {&close, &act})
     if (button->isVisible()) {
-      const int width =
-          28 + Look::Of(*this).Text(14, true).getStringWidth(button->getButtonText());
+      const int width = 28 + Look::Of(*this).Text(14, true).getStringWidth(button->getButtonText());
       button->setBounds(area.removeFromRight(width).withSizeKeepingCentre(width, buttonHeight));
       area.removeFromRight(gap);
     }

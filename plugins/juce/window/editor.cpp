@@ -39,9 +39,10 @@ juce::String FactsOf(const ModelNews& news) {
 
 juce::String ExplanationOf(const ModelNews& news, bool takesAnyModel) {
   if (news.file == juce::File())
-    return takesAnyModel ? "Open a model, or drop an .onnx file here: it takes the sound apart, and "
-                           "you mix the parts again."
-                         : "There is no model.";
+    return takesAnyModel
+               ? "Open a model, or drop an .onnx file here: it takes the sound apart, and "
+                 "you mix the parts again."
+               : "There is no model.";
   juce::StringArray parts = news.classes;
   parts.add("Rest");
   return "The model takes the sound apart into " + Listed(parts) +
@@ -61,10 +62,13 @@ Editor::Editor(Processor& processor)
   setTitle("kalvrin");
   setWantsKeyboardFocus(true);
   name.setMinimumHorizontalScale(0.8F);
-  for (auto* label : {&name, &facts, &figures, &beforeTitle, &afterTitle})
+  for (auto* label : {&name, &facts, &figures, &beforeTitle, &afterTitle}) {
     addAndMakeVisible(label);
-  figures.setTooltip("Latency: from the input to the output. Load: the worst of the last second; at "
-                     "100 % audio is lost. Late: results of the model that were not there in time.");
+    label->setBorderSize({});
+  }
+  figures.setTooltip(
+      "Latency: from the input to the output. Load: the worst of the last second; at "
+      "100 % audio is lost. Late: results of the model that were not there in time.");
   beforeTitle.setText("Before", juce::dontSendNotification);
   beforeTitle.setTooltip("The input, at the time of the output below it");
   afterTitle.setText("After", juce::dontSendNotification);
@@ -73,8 +77,14 @@ Editor::Editor(Processor& processor)
   open.onClick = [this] { ChooseModel(); };
   open.setTooltip("Open another model (Ctrl+O), or drop its .onnx file here");
   open.setTitle("Open a model");
-  slotA.onClick = [this] { HearSlot(this->processor, 0); ShowFigures(); };
-  slotB.onClick = [this] { HearSlot(this->processor, 1); ShowFigures(); };
+  slotA.onClick = [this] {
+    HearSlot(this->processor, 0);
+    ShowFigures();
+  };
+  slotB.onClick = [this] {
+    HearSlot(this->processor, 1);
+    ShowFigures();
+  };
   slotA.setTooltip("Two sets of gains to compare: A and B");
   slotB.setTooltip(slotA.getTooltip());
   slotA.setTitle("Gains A");
@@ -110,10 +120,10 @@ Editor::Editor(Processor& processor)
   processor.addChangeListener(this);
   UseAppearance();
   ShowNews();
-  setResizable(true, true);
-  setResizeLimits(760, 480, 4000, 3000);
   const auto state = processor.parameters.state.getChildWithName("window");
   setSize(state.getProperty(widthKey, usualWidth), state.getProperty(heightKey, usualHeight));
+  setResizable(true, true);
+  setResizeLimits(leastWidth, leastHeight, 4000, 3000);
   startTimerHz(looksPerSecond);
 }
 
@@ -126,8 +136,7 @@ Editor::~Editor() {
 
 void Editor::UseAppearance() {
   look.Use(KeptAppearance());
-  sendLookAndFeelChange();
-  repaint();
+  getTopLevelComponent()->sendLookAndFeelChange();
 }
 
 void Editor::lookAndFeelChanged() {
@@ -152,7 +161,9 @@ void Editor::ShowNews() {
     fault = news.refusedFile.getFileName() + " does not play. " + news.refusal;
   else if (wasRefused)
     fault.clear();
-  name.setText(news.isLoading ? "Loading..." : news.name.isEmpty() ? "No model" : news.name,
+  name.setText(news.isLoading        ? "Loading..."
+               : news.name.isEmpty() ? "No model"
+                                     : news.name,
                juce::dontSendNotification);
   facts.setText(FactsOf(news), juce::dontSendNotification);
   facts.setTooltip(news.file.getFullPathName());
@@ -183,12 +194,13 @@ void Editor::MakeStrips() {
         parameters.getParameter(ids.solo), processor.undo));
     stripNumbers.push_back(i);
   }
-  strips.push_back(std::make_unique<Strip>("Master", "All parts together",
-                                           *parameters.getParameter("master"), nullptr, nullptr,
-                                           processor.undo));
-  for (const auto& strip : strips)
+  strips.push_back(
+      std::make_unique<Strip>("Master", "All parts together", *parameters.getParameter("master"),
+                              parameters.getParameter("mute_master"), nullptr, processor.undo));
+  for (const auto& strip : strips) {
     mixer.addAndMakeVisible(*strip);
-  lookAndFeelChanged();
+    strip->sendLookAndFeelChange();
+  }
 }
 
 Strip* Editor::FindStrip(const juce::String& part) {
@@ -287,8 +299,7 @@ void Editor::ShowLevels(double seconds) {
       processor.Strips(), [&](const StripIds& ids) { return valueOf(ids.solo) > 0.5F; });
   for (std::size_t i = 0; i < stripNumbers.size(); ++i) {
     const StripIds& ids = processor.Strips()[stripNumbers[i]];
-    const bool isSilent =
-        valueOf(ids.mute) > 0.5F || (anySolo && valueOf(ids.solo) < 0.5F);
+    const bool isSilent = valueOf(ids.mute) > 0.5F || (anySolo && valueOf(ids.solo) < 0.5F);
     const float gain =
         isSilent ? 0 : juce::Decibels::decibelsToGain(valueOf(ids.gain), Hosting::lowestGainDb);
     Level level = processor.TakeStripLevel(stripNumbers[i]);
@@ -326,9 +337,9 @@ void Editor::ShowFigures() {
   if (rate > 0) {
     const juce::String space = juce::String::fromUTF8("    ");
     figures.setText("Latency " + juce::String(1000 * processor.LatencyFrames() / rate, 1) + " ms" +
-                        space + "Load " +
-                        juce::String(juce::roundToInt(100 * processor.Load())) + " %" + space +
-                        "Late " + juce::String(late) + space + KiloHertz(rate),
+                        space + "Load " + juce::String(juce::roundToInt(100 * processor.Load())) +
+                        " %" + space + "Late results " + juce::String(late) + space +
+                        KiloHertz(rate),
                     juce::dontSendNotification);
     figures.setColour(juce::Label::textColourId,
                       processor.Load() > 0.8F ? look.Colours().clips : look.Colours().soft);
@@ -344,10 +355,12 @@ void Editor::ShowFigures() {
 
 void Editor::ShowPresets() {
   juce::PopupMenu menu;
+  menu.setLookAndFeel(&look);
   for (const SimpleSet& set : SimpleSetsOf(processor))
     menu.addItem(set.title, [this, gains = set.gains] { SetGains(processor, gains); });
   const juce::StringArray names = PresetNames(processor);
   juce::PopupMenu deletion;
+  deletion.setLookAndFeel(&look);
   if (!names.isEmpty()) menu.addSectionHeader("Yours for this model");
   for (const auto& preset : names) {
     menu.addItem(preset, [this, preset] { ShowFault(LoadPreset(processor, preset)); });
@@ -356,27 +369,29 @@ void Editor::ShowPresets() {
   menu.addSeparator();
   menu.addItem("Save these gains...", [this] { AskForPresetName(); });
   if (!names.isEmpty()) menu.addSubMenu("Delete", deletion);
-  menu.showMenuAsync(juce::PopupMenu::Options().withTargetComponent(presets).withParentComponent(this));
+  menu.showMenuAsync(
+      juce::PopupMenu::Options().withTargetComponent(presets).withParentComponent(this));
 }
 
 void Editor::AskForPresetName() {
-  asking = std::make_unique<juce::AlertWindow>("Save these gains",
-                                               "Presets are kept by model, under a name:",
-                                               juce::MessageBoxIconType::NoIcon, this);
+  asking = std::make_unique<juce::AlertWindow>(
+      "Save these gains",
+      "Presets are kept by model, under a name:", juce::MessageBoxIconType::NoIcon, this);
   asking->setLookAndFeel(&look);
   asking->addTextEditor("name", "");
   asking->addButton("Save", 1, juce::KeyPress(juce::KeyPress::returnKey));
   asking->addButton("Cancel", 0, juce::KeyPress(juce::KeyPress::escapeKey));
   asking->enterModalState(true, juce::ModalCallbackFunction::create([this](int result) {
                             if (result == 1)
-                              ShowFault(SavePreset(processor,
-                                                   asking->getTextEditorContents("name")));
+                              ShowFault(
+                                  SavePreset(processor, asking->getTextEditorContents("name")));
                             asking->setVisible(false);
                           }));
 }
 
 void Editor::ShowSettings() {
   juce::PopupMenu menu;
+  menu.setLookAndFeel(&look);
   menu.addSectionHeader("Colours");
   const std::pair<const char*, Appearance> appearances[] = {{"As the desktop", Appearance::Desktop},
                                                             {"Light", Appearance::Light},
@@ -392,8 +407,8 @@ void Editor::ShowSettings() {
     menu.addSectionHeader(title);
     for (int i = 0; i < texts.size(); ++i) {
       const auto value = static_cast<float>(i);
-      menu.addItem(texts[i], true,
-                   *processor.parameters.getRawParameterValue(id) == value, [parameter, value] {
+      menu.addItem(texts[i], true, *processor.parameters.getRawParameterValue(id) == value,
+                   [parameter, value] {
                      parameter->beginChangeGesture();
                      parameter->setValueNotifyingHost(parameter->convertTo0to1(value));
                      parameter->endChangeGesture();

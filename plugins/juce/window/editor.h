@@ -23,6 +23,8 @@ class Editor final : public juce::AudioProcessorEditor,
                      private juce::DarkModeSettingListener,
                      private juce::Timer {
 public:
+  static constexpr int leastWidth = 860, leastHeight = 460;
+
   explicit Editor(Processor& processor);
   ~Editor() override;
 
@@ -72,8 +74,8 @@ private:
   ModelNews news;
 
   juce::Label name, facts, figures;
-  juce::TextButton open{"Open model..."}, slotA{"A"}, slotB{"B"}, presets{"Presets"},
-      undo{"Undo"}, redo{"Redo"}, bypass{"Bypass"}, settings{"Settings"};
+  juce::TextButton open{"Open model..."}, slotA{"A"}, slotB{"B"}, presets{"Presets"}, undo{"Undo"},
+      redo{"Redo"}, bypass{"Bypass"}, settings{"Settings"};
   juce::ButtonParameterAttachment bypassAttachment;
   Banner banner;
   juce::Viewport mixerView;

@@ -6,7 +6,8 @@ namespace Orvik::Tesmo::Plugin {
 namespace {
 
 const juce::Identifier gainsType("gains"), partType("part"), nameKey("name"), gainKey("gain"),
-    muteKey("mute"), soloKey("solo"), masterKey("master"), windowType("window"), slotKey("slot");
+    muteKey("mute"), soloKey("solo"), masterKey("master"), masterMuteKey("mute_master"),
+    windowType("window"), slotKey("slot");
 
 constexpr float lessDb = -12;
 
@@ -53,6 +54,7 @@ juce::ValueTree WindowState(const Processor& processor) {
 juce::ValueTree GainsOf(const Processor& processor) {
   juce::ValueTree gains(gainsType);
   gains.setProperty(masterKey, ValueOf(processor, "master"), nullptr);
+  gains.setProperty(masterMuteKey, ValueOf(processor, "mute_master") > 0.5F, nullptr);
   for (std::size_t i = 0; i < processor.Strips().size(); ++i) {
     const StripIds& ids = processor.Strips()[i];
     if (processor.IsStripUsed(i))
@@ -67,6 +69,7 @@ juce::ValueTree GainsOf(const Processor& processor) {
 void SetGains(Processor& processor, const juce::ValueTree& gains) {
   processor.undo.beginNewTransaction();
   SetValue(processor, "master", gains.getProperty(masterKey, 0));
+  SetValue(processor, "mute_master", gains.getProperty(masterMuteKey, false) ? 1.0F : 0.0F);
   for (std::size_t i = 0; i < processor.Strips().size(); ++i) {
     if (!processor.IsStripUsed(i)) continue;
     const StripIds& ids = processor.Strips()[i];
@@ -129,9 +132,7 @@ void HearSlot(Processor& processor, int slot) {
   const int before = HeardSlot(processor);
   if (slot == before) return;
   const juce::Identifier names[] = {"a", "b"};
-  const auto kept = [&](int of) {
-    return state.getOrCreateChildWithName(names[of], nullptr);
-  };
+  const auto kept = [&](int of) { return state.getOrCreateChildWithName(names[of], nullptr); };
   const auto now = GainsOf(processor);
   kept(before).removeAllChildren(nullptr);
   kept(before).appendChild(now, nullptr);

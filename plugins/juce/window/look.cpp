@@ -5,16 +5,16 @@ namespace {
 
 using juce::Colour;
 
-const Palette light = {
-    Colour(0xfffcfcfa), Colour(0xfff3f2f0), Colour(0xffe6e5e4), Colour(0xff1c1c20),
-    Colour(0xff5a5a66), Colour(0xffd5d5dc), Colour(0xff7a1f5c), Colour(0xffffffff),
-    Colour(0xff2f8a72), Colour(0xffc98a12), Colour(0xffc8372d), Colour(0xffa94438),
-    Colour(0xff7a5b00)};
-const Palette dark = {
-    Colour(0xff16161a), Colour(0xff1f1f25), Colour(0xff2c2c34), Colour(0xffececf0),
-    Colour(0xffa4a4b2), Colour(0xff3a3a44), Colour(0xffee8fc4), Colour(0xff16161a),
-    Colour(0xff58b89c), Colour(0xffe0b050), Colour(0xffe8685c), Colour(0xffef8e80),
-    Colour(0xffe8c55a)};
+const Palette light = {Colour(0xfffcfcfa), Colour(0xfff3f2f0), Colour(0xffe6e5e4),
+                       Colour(0xff1c1c20), Colour(0xff5a5a66), Colour(0xffd5d5dc),
+                       Colour(0xff7a1f5c), Colour(0xffffffff), Colour(0xff2f8a72),
+                       Colour(0xffc98a12), Colour(0xffc8372d), Colour(0xffa94438),
+                       Colour(0xff7a5b00)};
+const Palette dark = {Colour(0xff16161a), Colour(0xff1f1f25), Colour(0xff2c2c34),
+                      Colour(0xffececf0), Colour(0xffa4a4b2), Colour(0xff3a3a44),
+                      Colour(0xffee8fc4), Colour(0xff16161a), Colour(0xff58b89c),
+                      Colour(0xffe0b050), Colour(0xffe8685c), Colour(0xffef8e80),
+                      Colour(0xffe8c55a)};
 
 constexpr float cornerSize = 5;
 
@@ -35,16 +35,20 @@ Colour OnColour(const juce::Button& button, const Palette& palette) {
 }  // namespace
 
 Look::Look() : family(FirstFamilyOf({"Inter", "Roboto", "Noto Sans", "Cantarell", "Ubuntu"})) {
+  // also for what asks no look for its font
+  if (family.isNotEmpty())
+    juce::LookAndFeel::getDefaultLookAndFeel().setDefaultSansSerifTypefaceName(family);
   Use(Appearance::Desktop);
 }
 
 void Look::Use(Appearance appearance) {
-  const bool isDark = appearance == Appearance::Dark ||
-                      (appearance == Appearance::Desktop &&
-                       juce::Desktop::getInstance().isDarkModeActive());
+  const bool isDark =
+      appearance == Appearance::Dark ||
+      (appearance == Appearance::Desktop && juce::Desktop::getInstance().isDarkModeActive());
   palette = isDark ? dark : light;
   const Palette& p = palette;
-  setColourScheme({p.back, p.well, p.panel, p.line, p.text, p.accent, p.onAccent, p.accent, p.text});
+  setColourScheme(
+      {p.back, p.well, p.panel, p.line, p.text, p.accent, p.onAccent, p.accent, p.text});
   setColour(juce::TextButton::buttonColourId, p.back);
   setColour(juce::TextButton::textColourOffId, p.text);
   setColour(juce::TextButton::textColourOnId, p.onAccent);
@@ -68,23 +72,13 @@ void Look::Use(Appearance appearance) {
 }
 
 const Look& Look::Of(const juce::Component& component) {
-  const auto* look = dynamic_cast<const Look*>(&component.getLookAndFeel());
-  static const Look fallback;  // before the component has a parent
-  return look ? *look : fallback;
+  return dynamic_cast<const Look&>(component.getLookAndFeel());
 }
 
 juce::Font Look::Text(float height, bool isBold) const {
   juce::Font font(height, isBold ? juce::Font::bold : juce::Font::plain);
   if (family.isNotEmpty()) font.setTypefaceName(family);
   return font;
-}
-
-juce::Typeface::Ptr Look::getTypefaceForFont(const juce::Font& font) {
-  if (family.isEmpty() || font.getTypefaceName() != juce::Font::getDefaultSansSerifFontName())
-    return LookAndFeel_V4::getTypefaceForFont(font);
-  juce::Font own = font;
-  own.setTypefaceName(family);
-  return juce::Typeface::createSystemTypefaceFor(own);
 }
 
 void Look::drawLinearSlider(juce::Graphics& g, int x, int y, int width, int height, float position,
@@ -150,7 +144,8 @@ void Look::drawButtonBackground(juce::Graphics& g, juce::Button& button, const C
 void Look::drawButtonText(juce::Graphics& g, juce::TextButton& button, bool, bool) {
   const bool isMain = button.getProperties()["kind"].toString() == "main";
   const bool isOn = button.getToggleState();
-  g.setFont(Text(juce::jmin(14.0F, static_cast<float>(button.getHeight()) * 0.55F), isMain || isOn));
+  g.setFont(
+      Text(juce::jmin(14.0F, static_cast<float>(button.getHeight()) * 0.55F), isMain || isOn));
   g.setColour((isOn     ? palette.onAccent
                : isMain ? palette.accent
                         : palette.text)

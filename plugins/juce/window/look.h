@@ -30,7 +30,6 @@ public:
 
   juce::Font Text(float height, bool isBold = false) const;
 
-  juce::Typeface::Ptr getTypefaceForFont(const juce::Font& font) override;
   void drawLinearSlider(juce::Graphics& g, int x, int y, int width, int height, float position,
                         float, float, juce::Slider::SliderStyle style,
                         juce::Slider& slider) override;

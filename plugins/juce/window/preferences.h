@@ -23,7 +23,7 @@ inline std::unique_ptr<juce::PropertiesFile> OpenSettings(const juce::String& na
 
 inline Appearance KeptAppearance() {
   const juce::String text = OpenSettings("window.settings")->getValue("appearance");
-  return text == "light" ? Appearance::Light
+  return text == "light"  ? Appearance::Light
          : text == "dark" ? Appearance::Dark
                           : Appearance::Desktop;
 }

@@ -32,9 +32,9 @@ juce::Colour ColourOf(float level) {
     for (std::size_t i = 0; i < made.size(); ++i) {
       const float place = static_cast<float>(i) / 255 * (stops.size() - 1);
       const auto below = std::min(static_cast<std::size_t>(place), stops.size() - 2);
-      made[i] = juce::Colour(stops[below])
-                    .interpolatedWith(juce::Colour(stops[below + 1]),
-                                      place - static_cast<float>(below));
+      made[i] =
+          juce::Colour(stops[below])
+              .interpolatedWith(juce::Colour(stops[below + 1]), place - static_cast<float>(below));
     }
     return made;
   }();
@@ -43,8 +43,7 @@ juce::Colour ColourOf(float level) {
 
 }  // namespace
 
-Spectrogram::Spectrogram(const juce::String& title)
-    : image(juce::Image::RGB, columns, rows, true) {
+Spectrogram::Spectrogram(const juce::String& title) : image(juce::Image::RGB, columns, rows, true) {
   setTitle(title);
   setOpaque(true);
   setInterceptsMouseClicks(false, false);
@@ -53,8 +52,8 @@ Spectrogram::Spectrogram(const juce::String& title)
 void Spectrogram::Begin(double newRateHz) {
   rateHz = newRateHz;
   // about 40 ms
-  const auto length = static_cast<std::size_t>(
-      juce::nextPowerOfTwo(static_cast<int>(std::ceil(rateHz * 0.03))));
+  const auto length =
+      static_cast<std::size_t>(juce::nextPowerOfTwo(static_cast<int>(std::ceil(rateHz * 0.03))));
   transform = CreateSpectralTransform(length);
   window.resize(length);
   for (std::size_t n = 0; n < length; ++n)
@@ -69,9 +68,9 @@ void Spectrogram::Begin(double newRateHz) {
   firstBin.clear();
   for (int row = 0; row <= rows; ++row) {
     const double mel = MelOf(lowestHz) + (MelOf(top) - MelOf(lowestHz)) * row / rows;
-    firstBin.push_back(std::min(static_cast<std::size_t>(
-                                    HzOf(mel) / rateHz * static_cast<double>(length) + 0.5),
-                                length / 2));
+    firstBin.push_back(
+        std::min(static_cast<std::size_t>(HzOf(mel) / rateHz * static_cast<double>(length) + 0.5),
+                 length / 2));
   }
   column = 0;
   image.clear(image.getBounds(), ColourOf(0));
@@ -126,14 +125,18 @@ void Spectrogram::paint(juce::Graphics& g) {
   if (column > 0) g.drawImage(image, old, 0, width - old, height, 0, 0, column, rows);
   if (rateHz <= 0) return;
   g.setFont(Look::Of(*this).Text(11));
-  for (const auto& [hz, text] : {std::pair{250.0, "250 Hz"}, {1000.0, "1 kHz"}, {4000.0, "4"},
-                                 {12000.0, "12"}}) {
+  for (const auto& [hz, text] :
+       {std::pair{250.0, "250 Hz"}, {1000.0, "1 kHz"}, {4000.0, "4"}, {12000.0, "12"}}) {
     if (hz > rateHz / 2) break;
     const auto y = static_cast<float>(height) * (1 - RowOf(hz));
     g.setColour(juce::Colours::white.withAlpha(0.12F));
     g.fillRect(0.0F, y, static_cast<float>(width), 1.0F);
-    g.setColour(juce::Colours::white.withAlpha(0.6F));
-    g.drawText(text, juce::Rectangle<float>(5, y - 13, 60, 13), juce::Justification::bottomLeft);
+    const auto label = juce::Rectangle<float>(
+        4, y - 15, 10 + 6 * static_cast<float>(juce::String(text).length()), 14);
+    g.setColour(juce::Colours::black.withAlpha(0.55F));
+    g.fillRoundedRectangle(label, 3);
+    g.setColour(juce::Colours::white.withAlpha(0.85F));
+    g.drawText(text, label, juce::Justification::centred);
   }
 }
 

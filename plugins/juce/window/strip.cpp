@@ -119,7 +119,9 @@ void Strip::paint(juce::Graphics& g) {
     const auto y = static_cast<float>(fader.getY() + fader.getPositionOfValue(db));
     const bool isZero = db == 0;
     g.setColour(palette.soft.withAlpha(isZero ? 1.0F : 0.75F));
-    g.drawText(db > 0 ? "+" + juce::String(db) : db == -60 ? juce::String("off") : juce::String(db),
+    g.drawText(db > 0      ? "+" + juce::String(db)
+               : db == -60 ? juce::String("off")
+                           : juce::String(db),
                juce::Rectangle<float>(4, y - 7, scaleWidth, 14), juce::Justification::centredRight);
     g.setColour(isZero ? palette.soft : palette.line);
     const float centre = static_cast<float>(fader.getBounds().getCentreX());
