@@ -55,6 +55,7 @@ MainView::MainView(Processor& processor, Player& player, juce::PropertiesFile& s
 MainView::~MainView() {
   stops = true;
   if (work.joinable()) work.join();
+  removeAllChildren();  // they would look for the look
   setLookAndFeel(nullptr);
 }
 

@@ -131,6 +131,7 @@ Editor::~Editor() {
   processor.SetSeen(false);
   processor.removeChangeListener(this);
   juce::Desktop::getInstance().removeDarkModeSettingListener(this);
+  removeAllChildren();  // they would look for the look
   setLookAndFeel(nullptr);
 }
 
