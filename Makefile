@@ -123,7 +123,7 @@ lint lint-all lint-quick:
 	@scripts/lint $(BUILD)-lint $(SCOPE)
 
 # VERBS="lint soak": only these. The logs and the table stay in $(BUILD)-check.
-check-all: VERBS ?= test lint asan tsan test-embed test-examples test-plugins test-page test-batch test-deb test-cpus test-windows coverage soak
+check-all: VERBS ?= test lint asan tsan test-embed test-examples test-plugins test-app test-page test-batch test-deb test-cpus test-windows coverage soak
 check-all:       ## all verbs that can fail, one after another, hours; a table at the end; as root
 	@scripts/check-all $(BUILD)-check $(VERBS)
 

@@ -85,8 +85,9 @@ class Desktop:
         """Runs it until its window is closed."""
         process = subprocess.Popen([str(BUILD / "bin/kalvrin-app"), *map(str, files)], env=self.env, cwd="/")
         try:
-            self.window = wait_for("the window", self.find_window)
             wait_for("its ports", lambda: "kalvrin:out_1" in run("jack_lsp", env=self.env))
+            # a window that has not its final form yet is made again
+            self.window = wait_for("the window", self.find_window)
             wait_for("the faders", lambda: len(self.faders()) == 4)
             yield
             self.mouse("windowfocus", self.window, "key", "ctrl+q")
@@ -135,7 +136,8 @@ class Desktop:
 
     def record(self, seconds=LOOP_SECONDS):
         file = self.home / "recorded.wav"
-        run("jack_rec", "-f", file, "-d", seconds, "-b", 32, "kalvrin:out_1", "kalvrin:out_2", env=self.env)
+        # with room for all of it: where its disk thread comes too late it writes noise
+        run("jack_rec", "-f", file, "-d", seconds, "-b", 32, "-B", 1 << 20, "kalvrin:out_1", "kalvrin:out_2", env=self.env)
         return samples_of(file)
 
     def keep_picture(self, name):
