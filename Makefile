@@ -13,7 +13,7 @@ $(error ARCH is arm64 or empty, not '$(ARCH)')
 endif
 configure = cmake -S . -B $(1) -G Ninja $(2) $(CMAKE_ARGS)
 
-.PHONY: help build test app test-large test-embed test-examples test-plugins test-cpus soak demo test-page train eval lint lint-all \
+.PHONY: help build test app test-large test-embed test-examples test-plugins test-app test-cpus soak demo test-page train eval lint lint-all \
         lint-quick check-all asan tsan bench bench-compare fuzz fuzz-long coverage test-batch deb \
         test-deb dist dist-again test-dist dist-windows test-windows docs mutants install clean
 
@@ -55,6 +55,14 @@ test-plugins:    ## the plugins in real hosts: ffmpeg, JACK, PipeWire, the valid
 	@$(call configure,$(BUILD)) >/dev/null
 	@cmake --build $(BUILD) -j $(JOBS) --target all models
 	@PYTHONDONTWRITEBYTECODE=1 /usr/bin/python3 tests/plugins/hosts/check.py $(BUILD)
+
+# PICTURES=docs/images: screenshots of it, too.
+test-app:        ## the VST3 plugin in a host; the program without a screen: mouse, keyboard, what JACK records
+	@scripts/install-packages build test app screen
+	@$(call configure,$(BUILD),-DKALVRIN_APP=ON -DKALVRIN_TESTS=ON) >/dev/null
+	@cmake --build $(BUILD) -j $(JOBS) --target all models
+	@xvfb-run -a ctest --test-dir $(BUILD) -R '^(vst3|app)_test$$' --output-on-failure
+	@/usr/bin/python3 tests/app/window_test.py $(BUILD) $(PICTURES)
 
 test-cpus:       ## the tests on emulated processors from before AVX, half an hour
 	@scripts/install-packages build test
@@ -115,7 +123,7 @@ lint lint-all lint-quick:
 	@scripts/lint $(BUILD)-lint $(SCOPE)
 
 # VERBS="lint soak": only these. The logs and the table stay in $(BUILD)-check.
-check-all: VERBS ?= test lint asan tsan test-embed test-examples test-plugins test-page test-batch test-deb test-cpus test-windows coverage soak
+check-all: VERBS ?= test lint asan tsan test-embed test-examples test-plugins test-app test-page test-batch test-deb test-cpus test-windows coverage soak
 check-all:       ## all verbs that can fail, one after another, hours; a table at the end; as root
 	@scripts/check-all $(BUILD)-check $(VERBS)
 

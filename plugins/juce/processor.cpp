@@ -109,7 +109,10 @@ void Processor::LoadModel(const std::string& file) {
     now = wish;
   }
   const bool isPrepared = now.hostRateHz != 0;
-  if (!isPrepared) now.hostRateHz = 48000;  // to know what the model is
+  if (!isPrepared) {  // to know what the model is
+    now.hostRateHz = 48000;
+    now.channelCount = static_cast<unsigned>(getTotalNumInputChannels());
+  }
   auto asked = file.empty() ? NoModel() : LoadAnyModel(file, now);
   {
     const std::lock_guard lock(mutex);

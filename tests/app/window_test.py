@@ -1,0 +1,197 @@
+#!/usr/bin/python3
+"""kalvrin-app without a screen: Xvfb, JACK's dummy driver, a mouse and a keyboard that xdotool moves. What JACK records
+follows the faders, by the amount that `kalvrin render` says.
+
+usage: window_test.py BUILD [PICTURES], a folder for screenshots in light and dark
+"""
+import contextlib
+import os
+import pathlib
+import subprocess
+import sys
+import tempfile
+import time
+import unittest
+
+import numpy as np
+from PIL import ImageGrab
+
+ROOT = pathlib.Path(__file__).resolve().parents[2]
+BUILD = pathlib.Path(sys.argv[1]).resolve()
+PICTURES = pathlib.Path(sys.argv[2]).resolve() if len(sys.argv) > 2 else None
+DEMONSTRATION = ROOT / "plugins/juce/standalone/demonstration.ogg"
+LOOP_SECONDS = 12.1
+# of window/look.cpp
+ACCENT = {"light": (0x7a, 0x1f, 0x5c), "dark": (0xee, 0x8f, 0xc4)}
+RATE = 48000
+
+
+def run(*command, **options):
+    return subprocess.run([str(word) for word in command], check=True, text=True, stdout=subprocess.PIPE, **options).stdout
+
+
+def wait_for(what, look, seconds=30):
+    end = time.monotonic() + seconds
+    while time.monotonic() < end:
+        if found := look():
+            return found
+        time.sleep(0.2)
+    raise AssertionError(f"{what} did not come within {seconds} s")
+
+
+def samples_of(file):
+    """Of any audio file, as JACK's rate, [frame, channel]."""
+    raw = subprocess.run(["ffmpeg", "-loglevel", "error", "-i", str(file), "-f", "f32le", "-ac", "2", "-ar", str(RATE), "-"],
+                         check=True, stdout=subprocess.PIPE).stdout
+    return np.frombuffer(raw, np.float32).reshape(-1, 2)
+
+
+def level(audio):
+    """In dB of full scale."""
+    return 10 * np.log10(np.mean(np.square(audio, dtype=np.float64)) + 1e-12)
+
+
+class Desktop:
+    """A screen and a sound server of its own, and the program's home."""
+
+    def __init__(self, stack, colours):
+        self.home = pathlib.Path(stack.enter_context(tempfile.TemporaryDirectory(prefix="kalvrin-app.")))
+        self.colours = colours
+        self.take_colours(colours)
+        read, write = os.pipe()
+        self.start(stack, "Xvfb", "-displayfd", write, "-screen", "0", "1280x800x24", "-nolisten", "tcp", pass_fds=[write])
+        display = ":" + os.read(read, 16).decode().strip()
+        server = f"kalvrin-app-{os.getpid()}"
+        self.env = {**os.environ, "DISPLAY": display, "HOME": str(self.home),
+                    "JACK_DEFAULT_SERVER": server, "JACK_NO_AUDIO_RESERVATION": "1", "JACK_NO_START_SERVER": "1"}
+        self.start(stack, "jackd", "-n", server, "-r", "-d", "dummy", "-r", RATE, "-p", 1024, stdout=subprocess.DEVNULL)
+        run("jack_wait", "-w", "-t", "20", env=self.env)
+
+    @staticmethod
+    def start(stack, *command, **options):
+        process = subprocess.Popen([str(word) for word in command], stderr=subprocess.DEVNULL, **options)
+        stack.callback(process.wait, 10)
+        stack.callback(process.terminate)
+        return process
+
+    def take_colours(self, colours):
+        file = self.home / ".config/kalvrin/window.settings"
+        file.parent.mkdir(parents=True, exist_ok=True)
+        file.write_text(f'<?xml version="1.0"?>\n<PROPERTIES><VALUE name="appearance" val="{colours}"/></PROPERTIES>\n')
+        self.colours = colours
+
+    @contextlib.contextmanager
+    def program(self, *files):
+        """Runs it until its window is closed."""
+        process = subprocess.Popen([str(BUILD / "bin/kalvrin-app"), *map(str, files)], env=self.env, cwd="/")
+        try:
+            wait_for("its ports", lambda: "kalvrin:out_1" in run("jack_lsp", env=self.env))
+            # a window that has not its final form yet is made again
+            self.window = wait_for("the window", self.find_window)
+            wait_for("the faders", lambda: len(self.faders()) == 4)
+            yield
+            self.mouse("windowfocus", self.window, "key", "ctrl+q")
+            assert process.wait(20) == 0, "it ended with an error"
+        finally:
+            process.kill()
+            process.wait()
+
+    def find_window(self):
+        found = subprocess.run(["xdotool", "search", "--onlyvisible", "--name", "^kalvrin$"], env=self.env, text=True,
+                               stdout=subprocess.PIPE).stdout.split()
+        return found[0] if found else None
+
+    def geometry(self):
+        """Left, top, width, height."""
+        lines = run("xdotool", "getwindowgeometry", "--shell", self.window, env=self.env).splitlines()
+        return [int(line.split("=")[1]) for line in lines[1:5]]
+
+    def mouse(self, *words):
+        run("xdotool", *words, env=self.env)
+
+    def picture(self):
+        return ImageGrab.grab(xdisplay=self.env["DISPLAY"])
+
+    def faders(self):
+        """The places of their knobs, from left to right: bars of one colour, 14 high and 26 wide."""
+        pixels = np.asarray(self.picture().convert("RGB"), np.int16)
+        is_knob = np.all(np.abs(pixels - ACCENT[self.colours]) < 3, 2)
+        solid = is_knob[:-8, :-21].copy()  # the upper left corners of 21 pixels in a row, with one 8 below
+        for right in range(1, 21):
+            solid &= is_knob[:-8, right:right - 21]
+        solid &= is_knob[8:, :-21]
+        top = self.geometry()[1] + 160  # below the buttons
+        places = {}
+        for y, x in zip(*np.nonzero(solid)):
+            if y > top and not any(abs(x - other) < 40 for other in places):
+                places[int(x)] = int(y) + 5
+        return [(x + 10, places[x]) for x in sorted(places)]
+
+    def drag(self, place, by):
+        x, y = place
+        self.mouse("mousemove", x, y, "mousedown", 1)
+        for step in range(1, 11):
+            self.mouse("mousemove", x, y + by * step // 10)
+        self.mouse("mouseup", 1, "mousemove", 5, 790)
+
+    def record(self, seconds=LOOP_SECONDS):
+        file = self.home / "recorded.wav"
+        # with room for all of it: where its disk thread comes too late it writes noise
+        run("jack_rec", "-f", file, "-d", seconds, "-b", 32, "-B", 1 << 20, "kalvrin:out_1", "kalvrin:out_2", env=self.env)
+        return samples_of(file)
+
+    def keep_picture(self, name):
+        if not PICTURES:
+            return
+        x, y, width, height = self.geometry()
+        self.picture().crop((x, y, x + width, y + height)).save(PICTURES / f"{name}.png", optimize=True)
+
+
+def rendered(home, *options):
+    """The level of the demonstration through the tool."""
+    source = home / "demonstration.wav"
+    run("ffmpeg", "-loglevel", "error", "-y", "-i", DEMONSTRATION, source)
+    run(BUILD / "bin/kalvrin", "render", BUILD / "models/separator.onnx", source, home / "rendered.wav", *options)
+    return level(samples_of(home / "rendered.wav"))
+
+
+class Window(unittest.TestCase):
+    def test_faders_change_what_is_heard(self):
+        with contextlib.ExitStack() as stack:
+            desktop = Desktop(stack, "light")
+            with desktop.program():
+                time.sleep(1)
+                before = desktop.record()
+                self.assertGreater(level(before), -30, "the first start makes no sound")
+                self.assertAlmostEqual(level(before), rendered(desktop.home), delta=0.3)
+                desktop.keep_picture("app-first")
+                speech, music, rest, master = desktop.faders()
+                desktop.drag(music, 400)  # to its end: mute
+                time.sleep(0.5)
+                sunk = desktop.record()
+                expected = rendered(desktop.home, "--gain=Music=-infdB")
+                self.assertAlmostEqual(level(sunk), expected, delta=0.3)
+                self.assertLess(level(sunk), level(before) - 1.5)
+                desktop.keep_picture("app-light")
+                # typed below the fader
+                _, top, _, height = desktop.geometry()
+                desktop.mouse("mousemove", master[0], top + height - 66, "click", 1, "key", "ctrl+a")
+                desktop.mouse("type", "--", "-20")
+                desktop.mouse("key", "Return")
+                time.sleep(0.5)
+                self.assertAlmostEqual(level(desktop.record()), level(sunk) - 20, delta=0.3)
+                desktop.mouse("key", "ctrl+z")
+                time.sleep(0.5)
+                self.assertAlmostEqual(level(desktop.record()), level(sunk), delta=0.3)
+            desktop.take_colours("dark")
+            with desktop.program(DEMONSTRATION):  # the gains are still there
+                time.sleep(1)
+                self.assertAlmostEqual(level(desktop.record()), expected, delta=0.3)
+                desktop.keep_picture("app-dark")
+                desktop.mouse("windowfocus", desktop.window, "key", "space")
+                time.sleep(0.5)
+                self.assertLess(level(desktop.record(1)), -100, "a pause is not silent")
+
+
+if __name__ == "__main__":
+    unittest.main(argv=sys.argv[:1], verbosity=2)
