@@ -45,7 +45,8 @@ float GainOfText(const String& text) {
   return text.trim().startsWithIgnoreCase("mute") ? Hosting::lowestGainDb : text.getFloatValue();
 }
 
-std::unique_ptr<juce::RangedAudioParameter> Choice(const Port& port, juce::StringArray choices) {
+std::unique_ptr<juce::RangedAudioParameter> Choice(const Port& port,
+                                                   const juce::StringArray& choices) {
   return std::make_unique<juce::AudioParameterChoice>(juce::ParameterID(port.symbol, 1), port.name,
                                                       choices, 0);
 }
