@@ -129,9 +129,9 @@ class Desktop:
 
     def drag(self, place, by):
         x, y = place
-        self.mouse("mousemove", x, y, "mousedown", 1)
+        self.mouse("mousemove", x, y, "sleep", 0.2, "mousedown", 1, "sleep", 0.2)
         for step in range(1, 11):
-            self.mouse("mousemove", x, y + by * step // 10)
+            self.mouse("mousemove", x, y + by * step // 10, "sleep", 0.05)
         self.mouse("mouseup", 1, "mousemove", 5, 790)
 
     def record(self, seconds=LOOP_SECONDS):

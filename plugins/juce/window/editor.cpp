@@ -288,8 +288,9 @@ void Editor::timerCallback() {
   const juce::uint32 now = juce::Time::getMillisecondCounter();
   ShowLevels(lastLook == 0 ? 0 : (now - lastLook) / 1000.0);
   lastLook = now;
-  ShowPlayed();
-  if (++ticks % (looksPerSecond / 5) == 0) ShowFigures();
+  ++ticks;
+  if (ticks % 2 == 0) ShowPlayed();  // pictures cost the most to draw
+  if (ticks % (looksPerSecond / 5) == 0) ShowFigures();
 }
 
 void Editor::ShowLevels(double seconds) {
