@@ -23,12 +23,17 @@ double Now() {
   return juce::Time::getMillisecondCounterHiRes() / 1000;
 }
 
+/// The user's folder for music, or, where there is none, their home.
+juce::File MusicFolder() {
+  const auto folder = juce::File::getSpecialLocation(juce::File::userMusicDirectory);
+  return folder.isDirectory() ? folder
+                              : juce::File::getSpecialLocation(juce::File::userHomeDirectory);
+}
+
 /// A name that no file has yet.
 juce::File NewRecording() {
   const juce::String stamp = juce::Time::getCurrentTime().formatted("%Y-%m-%d %H.%M.%S");
-  auto folder = juce::File::getSpecialLocation(juce::File::userMusicDirectory);
-  if (!folder.isDirectory()) folder = juce::File::getSpecialLocation(juce::File::userHomeDirectory);
-  return folder.getNonexistentChildFile("kalvrin " + stamp, ".wav", false);
+  return MusicFolder().getNonexistentChildFile("kalvrin " + stamp, ".wav", false);
 }
 
 }  // namespace
@@ -129,10 +134,8 @@ void MainView::OpenAudio(const juce::File& file, bool plays) {
 
 void MainView::ChooseAudio() {
   const juce::File last(settings.getValue(fileKey));
-  chooser = std::make_unique<juce::FileChooser>(
-      "Play a file",
-      last.exists() ? last : juce::File::getSpecialLocation(juce::File::userMusicDirectory),
-      audioFiles);
+  chooser = std::make_unique<juce::FileChooser>("Play a file", last.exists() ? last : MusicFolder(),
+                                                audioFiles);
   chooser->launchAsync(juce::FileBrowserComponent::openMode |
                            juce::FileBrowserComponent::canSelectFiles,
                        [this](const juce::FileChooser& chosen) {
@@ -161,9 +164,8 @@ void MainView::ToggleWriting() {
 void MainView::ChooseResult() {
   const auto* played = player.GetRecording();
   if (isWorking || !played) return;
-  const auto folder = played->file != juce::File()
-                          ? played->file.getParentDirectory()
-                          : juce::File::getSpecialLocation(juce::File::userMusicDirectory);
+  const auto folder =
+      played->file != juce::File() ? played->file.getParentDirectory() : MusicFolder();
   const auto name = juce::File(played->name).getFileNameWithoutExtension() + " mixed.wav";
   chooser =
       std::make_unique<juce::FileChooser>("Save the result", folder.getChildFile(name), "*.wav");

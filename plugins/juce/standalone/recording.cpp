@@ -89,7 +89,9 @@ juce::AudioBuffer<float> AtRate(const Recording& recording, double rateHz) {
 std::unique_ptr<juce::AudioFormatWriter> CreateWriter(const juce::File& file, double rateHz,
                                                       unsigned channelCount) {
   auto stream = std::make_unique<juce::FileOutputStream>(file);
-  const auto refuse = [&file] { Refuse(file.getFullPathName() + " cannot be written."); };
+  const auto refuse = [&file] {
+    Refuse("No file can be written in " + file.getParentDirectory().getFullPathName() + ".");
+  };
   if (!stream->openedOk() || !stream->setPosition(0) || stream->truncate().failed()) refuse();
   juce::WavAudioFormat wav;
   std::unique_ptr<juce::AudioFormatWriter> writer(
