@@ -10,7 +10,7 @@ prefix="$work/a place of its own"
 
 "$cmake" --install "$build" --prefix "$work/first" >/dev/null
 mv "$work/first" "$prefix"
-library=$(find "$prefix" -name libkalvrin.so.1)
+library=$(find "$prefix" -name libkalvrin.so.1 -not -path '*/vst3/*')
 for file in "$library" "${library%.1}" "${library%/*}/libonnxruntime.so.1" \
     "$prefix/include/kalvrin/stream_processor.h" "$prefix/bin/kalvrin" \
     "${library%/*}/libkalvrin_c.so" "$prefix/include/kalvrin.h"; do
