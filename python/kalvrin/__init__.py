@@ -28,7 +28,7 @@ import sys
 import time
 from collections.abc import Callable, Iterator, Mapping
 from types import TracebackType
-from typing import Any, Union
+from typing import Any, TypeVar, Union
 
 import numpy as np
 import numpy.typing as npt
@@ -40,6 +40,7 @@ __all__ = ["Finding", "Loaded", "Refused", "Stream", "StreamFailed", "check", "m
 
 Audio = npt.NDArray[np.float32]
 Model = Union[str, "os.PathLike[str]", bytes]
+_Self = TypeVar("_Self", bound="_Held")
 
 REST = "Rest"
 
@@ -163,23 +164,17 @@ def _made(function: Callable[..., int], *arguments: Any) -> ctypes.c_void_p:
                             for label in ("found", "expected", "change")})
 
 
-class Loaded:
-    """A model in memory, from which any number of streams can be made, on several threads at once.
+class _Held:
+    """What the library holds for the caller until `close`."""
 
-    Raises Refused, with the reason, if the library refuses the model, and OSError if its file cannot
-    be read. Use it in a `with` statement, or call `close`; its streams may live on.
-    """
-
-    def __init__(self, model: Model) -> None:
-        data = _model_bytes(model)
-        self._handle = _made(_library.kalvrin_load_model, data, len(data))
+    _handle: ctypes.c_void_p
+    _end: Callable[[ctypes.c_void_p], None]
 
     def close(self) -> None:
-        """Gives the model back. A new stream from it then raises Refused."""
         handle, self._handle = self._handle, ctypes.c_void_p()
-        _library.kalvrin_release_model(handle)
+        type(self)._end(handle)
 
-    def __enter__(self) -> Loaded:
+    def __enter__(self: _Self) -> _Self:
         return self
 
     def __exit__(self, kind: type[BaseException] | None, value: BaseException | None,
@@ -191,7 +186,25 @@ class Loaded:
             self.close()
 
 
-class Stream:
+class Loaded(_Held):
+    """A model in memory, from which any number of streams can be made, on several threads at once.
+
+    Raises Refused, with the reason, if the library refuses the model, and OSError if its file cannot
+    be read. Use it in a `with` statement, or call `close`; its streams may live on.
+    """
+
+    _end = _library.kalvrin_release_model
+
+    def __init__(self, model: Model) -> None:
+        data = _model_bytes(model)
+        self._handle = _made(_library.kalvrin_load_model, data, len(data))
+
+    def close(self) -> None:
+        """Releases the model. A new stream from it then raises Refused."""
+        super().close()
+
+
+class Stream(_Held):
     """One model that runs on audio block by block.
 
     `channels`: number of channels; 0: what the model fixes, or 2. `windows`: windows per evaluation;
@@ -224,6 +237,8 @@ class Stream:
     """In the order of the model's output, without Rest."""
     notes: tuple[str, ...]
     """What the model may do but its users will not expect."""
+
+    _end = _library.kalvrin_destroy
 
     def __init__(self, model: Model | Loaded, *, channels: int = 0, windows: int = 0,
                  block_frames: int = 0, sample_rate: int = 0, high_band: str = "follow",
@@ -300,19 +315,7 @@ class Stream:
 
     def close(self) -> None:
         """Ends the stream. Every other call then raises ValueError."""
-        handle, self._handle = self._handle, ctypes.c_void_p()
-        _library.kalvrin_destroy(handle)
-
-    def __enter__(self) -> Stream:
-        return self
-
-    def __exit__(self, kind: type[BaseException] | None, value: BaseException | None,
-                 traceback: TracebackType | None) -> None:
-        self.close()
-
-    def __del__(self) -> None:
-        if hasattr(self, "_handle"):
-            self.close()
+        super().close()
 
 
 def _run_through(stream: Stream, audio: Audio) -> Audio:
