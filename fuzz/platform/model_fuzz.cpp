@@ -46,8 +46,15 @@ struct Report {
 std::span<std::uint8_t> Coverage() {
   std::uint8_t *start, *stop;
   asm(".weak __start___sancov_cntrs\n.weak __stop___sancov_cntrs\n"
+#if defined(__aarch64__)
+      "adrp %0, :got:__start___sancov_cntrs\n"
+      "ldr %0, [%0, :got_lo12:__start___sancov_cntrs]\n"
+      "adrp %1, :got:__stop___sancov_cntrs\n"
+      "ldr %1, [%1, :got_lo12:__stop___sancov_cntrs]"
+#else
       "mov __start___sancov_cntrs@GOTPCREL(%%rip), %0\n"
       "mov __stop___sancov_cntrs@GOTPCREL(%%rip), %1"
+#endif
       : "=&r"(start), "=&r"(stop));
   return {start, stop};
 }
@@ -76,9 +83,14 @@ bool IsOurs(void* address) {
 
 /// The fault is charged to the engine or to us: whichever the innermost frame of either belongs to.
 void OnFault(int, siginfo_t*, void* context) {
-  const auto* machine = &static_cast<ucontext_t*>(context)->uc_mcontext;
+  const auto& machine = static_cast<ucontext_t*>(context)->uc_mcontext;
+#if defined(__aarch64__)
+  const auto counter = machine.pc;
+#else
+  const auto counter = machine.gregs[REG_RIP];
+#endif
   // NOLINTNEXTLINE(performance-no-int-to-ptr): it is a pointer
-  auto* const place = reinterpret_cast<void*>(machine->gregs[REG_RIP]);
+  auto* const place = reinterpret_cast<void*>(counter);
   void* frames[64];
   const int count = backtrace(frames, 64);
   bool within = false;

@@ -87,6 +87,23 @@ int FindEngine(dl_phdr_info* module, std::size_t, void*) {
 
 // A system call that the filter below lets pass, known by the address behind its instruction.
 // long PassSystemCall(long number, a, b, c, d, e, f)
+#if defined(__aarch64__)
+asm(R"(
+  .pushsection .text
+PassSystemCall:
+  mov x8, x0
+  mov x0, x1
+  mov x1, x2
+  mov x2, x3
+  mov x3, x4
+  mov x4, x5
+  mov x5, x6
+  svc #0
+BehindPassedSystemCall:
+  ret
+  .popsection
+)");
+#else
 asm(R"(
   .pushsection .text
 PassSystemCall:
@@ -102,6 +119,7 @@ BehindPassedSystemCall:
   ret
   .popsection
 )");
+#endif
 extern "C" {
 long PassSystemCall(long, long, long, long, long, long, long);
 extern const char BehindPassedSystemCall;
@@ -109,17 +127,33 @@ extern const char BehindPassedSystemCall;
 
 namespace {
 
+bool MakesThread(long number) {
+#if defined(SYS_vfork)
+  if (number == SYS_vfork) return true;
+#endif
+  return number == SYS_clone || number == SYS_clone3;
+}
+
 /// Counts the system call and makes it after all. One that makes a thread is refused: it cannot
 /// be made from here.
 void ReceiveSystemCall(int, siginfo_t* signal, void* context) {
   const int keptErrno = errno;
-  greg_t* const r = static_cast<ucontext_t*>(context)->uc_mcontext.gregs;
+  mcontext_t& machine = static_cast<ucontext_t*>(context)->uc_mcontext;
   const long number = signal->si_syscall;
   Note(Act::SystemCall, "system call", number);
-  const bool makesThread = number == SYS_clone || number == SYS_clone3 || number == SYS_vfork;
-  r[REG_RAX] = makesThread ? -EPERM
-                           : PassSystemCall(number, r[REG_RDI], r[REG_RSI], r[REG_RDX], r[REG_R10],
-                                            r[REG_R8], r[REG_R9]);
+#if defined(__aarch64__)
+  auto* const r = machine.regs;
+  auto& result = r[0];
+  const auto pass = [&] { return PassSystemCall(number, r[0], r[1], r[2], r[3], r[4], r[5]); };
+#else
+  auto* const r = machine.gregs;
+  auto& result = r[REG_RAX];
+  const auto pass = [&] {
+    return PassSystemCall(number, r[REG_RDI], r[REG_RSI], r[REG_RDX], r[REG_R10], r[REG_R8],
+                          r[REG_R9]);
+  };
+#endif
+  result = MakesThread(number) ? -EPERM : pass();
   errno = keptErrno;
 }
 
