@@ -11,10 +11,10 @@ namespace Orvik::Tesmo::Kernels {
 struct CpuFeatures {};
 
 /// FPCR, which says how this thread computes, in the upper half, and FPSR, which says what
-/// exceptions it has raised, in the lower.
+/// exceptions it has raised and whether an integer operation has saturated, in the lower.
 struct ControlRegister {
   using Bits = std::uint64_t;
-  static constexpr Bits raised = 0x9F, invalid = 0x01, divisionByZero = 0x02;
+  static constexpr Bits raised = 0x0800'009F, invalid = 0x01, divisionByZero = 0x02;
   /// One bit is both: denormal operands count as zero, and denormal results become zero.
   static constexpr Bits denormalsAreZero = Bits{1} << (32 + 24), flushToZero = denormalsAreZero;
 
