@@ -272,13 +272,18 @@ KERNELS_INLINE Pairs<V> InRegister(Pairs<V> x) {
 }
 
 /// A factor that is read for several products. With the wide registers' three operands it is
-/// loaded once; with two, a copy of it would cost as much as the second load.
-template <class C>
-KERNELS_INLINE C LoadedOnce(C w) {
-  if constexpr (FormTraits<C>::Vector::width > 4)
+/// loaded once; with two, a copy of it would cost as much as the second load. Pairs duplicate each
+/// half of it, which the duplicating instructions do as they load.
+template <class V>
+KERNELS_INLINE Complex<V> LoadedOnce(Complex<V> w) {
+  if constexpr (V::width > 4)
     return InRegister(w);
   else
     return w;
+}
+template <class V>
+KERNELS_INLINE Pairs<V> LoadedOnce(Pairs<V> w) {
+  return w;
 }
 
 /// Interleaves a group that is in column order; pairs are interleaved already.
