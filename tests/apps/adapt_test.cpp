@@ -36,7 +36,7 @@ struct SourceOptions {
   bool isLate = false;  ///< the output is the last window only
   /// With several of N, or of T, in one call the output is wrong: it depends on all of them.
   bool mixesChannels = false, mixesWindows = false;
-  bool endsTheEngine = false;  ///< by a division of integers by zero
+  bool endsTheEngine = false;  ///< by a division of integers by zero; not on ARM64, which returns 0
   std::string audioIn = "mix", audioOut = "enh";
 };
 
@@ -611,6 +611,9 @@ TEST(Adapt, RefusesWhatItCannotAdaptAndWritesNothing) {
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(row.text);
+#if !defined(__x86_64__)
+    if (row.options.endsTheEngine) continue;
+#endif
     const TemporaryFolder folder;
     WriteFile(folder / "in.onnx", SourceModelMaker(row.options).Bytes());
     const Outcome outcome =
