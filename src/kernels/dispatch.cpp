@@ -14,12 +14,13 @@ enum Group { Transforms, Moves, Arithmetic, Releases, Sizes, groupCount };
 using Row = std::array<const Build*, groupCount>;
 constexpr std::array<Row, variantCount> rows = [] {
   std::array<Row, variantCount> table{};
+  bool isFirst = true;
 #define BUILD(name, index, moves, arithmetic, releases, ...)                                       \
-  table[index] = {&name::build, &moves::build, &arithmetic::build, &releases::build, builds[0]};
+  table[index] = {&name::build, &moves::build, &arithmetic::build, &releases::build, builds[0]};   \
+  if (isFirst) table.fill(table[index]);                                                           \
+  isFirst = false;
 #include KERNELS_BUILDS
 #undef BUILD
-  for (Row& row : table)
-    if (!row[0]) row = table[0];
   return table;
 }();
 /// One group by index: an entry loads the index and the build, and jumps.
