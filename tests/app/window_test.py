@@ -7,6 +7,7 @@ usage: window_test.py BUILD [PICTURES], a folder for screenshots in light and da
 import contextlib
 import os
 import pathlib
+import signal
 import subprocess
 import sys
 import tempfile
@@ -15,6 +16,7 @@ import unittest
 
 import numpy as np
 from PIL import ImageGrab
+from Xlib import X, display as xlib, protocol
 
 ROOT = pathlib.Path(__file__).resolve().parents[2]
 BUILD = pathlib.Path(sys.argv[1]).resolve()
@@ -58,14 +60,21 @@ class Desktop:
         self.home = pathlib.Path(stack.enter_context(tempfile.TemporaryDirectory(prefix="kalvrin-app.")))
         self.colours = colours
         self.take_colours(colours)
-        read, write = os.pipe()
-        self.start(stack, "Xvfb", "-displayfd", write, "-screen", "0", "1280x800x24", "-nolisten", "tcp", pass_fds=[write])
-        display = ":" + os.read(read, 16).decode().strip()
         server = f"kalvrin-app-{os.getpid()}"
-        self.env = {**os.environ, "DISPLAY": display, "HOME": str(self.home),
+        self.env = {**os.environ, "HOME": str(self.home),
                     "JACK_DEFAULT_SERVER": server, "JACK_NO_AUDIO_RESERVATION": "1", "JACK_NO_START_SERVER": "1"}
+        self.start_screen(stack)
         self.start(stack, "jackd", "-n", server, "-r", "-d", "dummy", "-r", RATE, "-p", 1024, stdout=subprocess.DEVNULL)
         run("jack_wait", "-w", "-t", "20", env=self.env)
+
+    def start_screen(self, stack):
+        read, write = os.pipe()
+        self.screen = self.start(stack, "Xvfb", "-displayfd", write, "-screen", "0", "1280x800x24", "-nolisten", "tcp",
+                                 pass_fds=[write])
+        self.env["DISPLAY"] = ":" + os.read(read, 16).decode().strip()
+        # the program only knows the names that a window manager has made
+        self.connection = xlib.Display(self.env["DISPLAY"])
+        self.protocols, self.deletion = (self.connection.intern_atom(name) for name in ("WM_PROTOCOLS", "WM_DELETE_WINDOW"))
 
     @staticmethod
     def start(stack, *command, **options):
@@ -81,8 +90,8 @@ class Desktop:
         self.colours = colours
 
     @contextlib.contextmanager
-    def program(self, *files):
-        """Runs it until its window is closed."""
+    def program(self, *files, end=None):
+        """Runs it until `end`, which is given the process, or Ctrl+Q."""
         process = subprocess.Popen([str(BUILD / "bin/kalvrin-app"), *map(str, files)], env=self.env, cwd="/")
         try:
             wait_for("its ports", lambda: "kalvrin:out_1" in run("jack_lsp", env=self.env))
@@ -90,8 +99,13 @@ class Desktop:
             self.window = wait_for("the window", self.find_window)
             wait_for("the faders", lambda: len(self.faders()) == 4)
             yield
-            self.mouse("windowfocus", self.window, "key", "ctrl+q")
-            assert process.wait(20) == 0, "it ended with an error"
+            if end:
+                end(process)
+            else:
+                self.mouse("windowfocus", self.window, "key", "ctrl+q")
+            status = process.wait(20)
+            expected = 0 if self.screen.poll() is None else 1  # that of Xlib
+            assert status == expected, f"it ended with the status {status}"
         finally:
             process.kill()
             process.wait()
@@ -100,6 +114,13 @@ class Desktop:
         found = subprocess.run(["xdotool", "search", "--onlyvisible", "--name", "^kalvrin$"], env=self.env, text=True,
                                stdout=subprocess.PIPE).stdout.split()
         return found[0] if found else None
+
+    def close_window(self, _process):
+        """As a window manager asks for it."""
+        window = self.connection.create_resource_object("window", int(self.window))
+        window.send_event(protocol.event.ClientMessage(window=window, client_type=self.protocols,
+                                                       data=(32, [self.deletion, X.CurrentTime, 0, 0, 0])))
+        self.connection.flush()
 
     def geometry(self):
         """Left, top, width, height."""
@@ -190,6 +211,35 @@ class Window(unittest.TestCase):
                 desktop.mouse("windowfocus", desktop.window, "key", "space")
                 time.sleep(3)
                 self.assertLess(level(desktop.record(1)), -100, "a pause is not silent")
+
+    def test_however_it_ends_the_next_start_goes_on(self):
+        with contextlib.ExitStack() as stack:
+            desktop = Desktop(stack, "light")
+
+            def take_screen_away(_process):
+                time.sleep(3)  # until all is kept
+                desktop.screen.terminate()
+
+            ends = {"closed": desktop.close_window, "the screen": take_screen_away,
+                    **{number.name: lambda process, number=number: process.send_signal(number)
+                       for number in (signal.SIGTERM, signal.SIGINT, signal.SIGHUP)}}
+
+            def depth():
+                """How far the second fader is below the first."""
+                found = wait_for("the faders", lambda: len(desktop.faders()) == 4 and desktop.faders())
+                return found[1][1] - found[0][1]
+
+            kept = 0
+            for way in ends:
+                with self.subTest(way), desktop.program(end=ends[way]):
+                    self.assertAlmostEqual(depth(), kept, delta=3)
+                    desktop.drag(desktop.faders()[1], 15)
+                    self.assertGreater(depth(), kept + 8)
+                    kept = depth()
+                if desktop.screen.poll() is not None:
+                    desktop.start_screen(stack)
+            with desktop.program():
+                self.assertAlmostEqual(depth(), kept, delta=3)
 
 
 if __name__ == "__main__":

@@ -5,6 +5,8 @@
 
 #include <juce_audio_plugin_client/juce_audio_plugin_client.h>
 
+#include <atomic>
+#include <csignal>
 #include <memory>
 
 namespace Orvik::Tesmo::Plugin {
@@ -14,6 +16,18 @@ const char* const stateKey = "state";
 const char* const devicesKey = "devices";
 const char* const windowKey = "window";
 const char* const fileKey = "file";
+
+/// Set where the system, a terminal or the end of a session asks the program to end.
+std::atomic<bool> isAskedToEnd = false;
+static_assert(std::atomic<bool>::is_always_lock_free);
+
+void HearOfTheEnd() {
+  struct sigaction action {};
+  action.sa_handler = [](int) { isAskedToEnd = true; };
+  action.sa_flags = SA_RESTART;
+  for (const int signal : {SIGTERM, SIGINT, SIGHUP})
+    sigaction(signal, &action, nullptr);
+}
 
 /// Beside the program in a build tree, and where it is installed; none: it is not there.
 juce::File Separator() {
@@ -42,7 +56,7 @@ public:
 
   MainView& View() { return *static_cast<MainView*>(getContentComponent()); }
 
-  ~MainWindow() override { settings.setValue(windowKey, getWindowStateAsString()); }
+  void Keep() { settings.setValue(windowKey, getWindowStateAsString()); }
 
   /// Where no component has the keyboard.
   bool keyPressed(const juce::KeyPress& key) override { return View().keyPressed(key); }
@@ -54,7 +68,7 @@ private:
   juce::PropertiesFile& settings;
 };
 
-class Program final : public juce::JUCEApplication {
+class Program final : public juce::JUCEApplication, private juce::Timer {
 public:
   const juce::String getApplicationName() override { return "kalvrin"; }
   const juce::String getApplicationVersion() override { return JucePlugin_VersionString; }
@@ -91,16 +105,13 @@ public:
     if (!hasAudio && last.existsAsFile()) view.Open(last, false);
     window->setVisible(true);
     view.grabKeyboardFocus();
+    HearOfTheEnd();
+    startTimer(100);
   }
 
   void shutdown() override {
-    if (processor) {
-      juce::MemoryBlock state;
-      processor->getStateInformation(state);
-      settings->setValue(stateKey, state.toBase64Encoding());
-      if (const auto devices = player->Devices().createStateXml())
-        settings->setValue(devicesKey, devices.get());
-    }
+    stopTimer();
+    Keep();
     window = nullptr;
     player = nullptr;
     processor = nullptr;
@@ -110,6 +121,24 @@ public:
   void systemRequestedQuit() override { quit(); }
 
 private:
+  void timerCallback() override {
+    if (isAskedToEnd) return quit();
+    if (++ticks % 20 == 0) Keep();
+  }
+
+  /// What the next start begins with. Also while the program runs, since a screen that goes away
+  /// takes it along. Only what has changed is written.
+  void Keep() {
+    if (!window) return;
+    juce::MemoryBlock state;
+    processor->getStateInformation(state);
+    settings->setValue(stateKey, state.toBase64Encoding());
+    if (const auto devices = player->Devices().createStateXml())
+      settings->setValue(devicesKey, devices.get());
+    window->Keep();
+  }
+
+  int ticks = 0;
   std::unique_ptr<juce::PropertiesFile> settings;
   std::unique_ptr<Processor> processor;
   std::unique_ptr<Player> player;
