@@ -7,16 +7,21 @@
 #include <stdexcept>
 
 namespace Orvik::Tesmo::Plugin {
+namespace {
+
+constexpr std::size_t framesAtOnce = 1024;
+
+}  // namespace
 
 ClassMeters::ClassMeters(const Hosting::Description& description, const Hosting::ModelBytes& model,
                          double hostRateHz, unsigned channels, std::span<LevelMeter> meters)
     : modelRateHz(description.sampleRateHz ? description.sampleRateHz : hostRateHz),
-      channelCount(channels), atModelRate(0, 0), collected(channels, description.ChunkFrames()),
-      result(channels, description.ChunkFrames()) {
-  std::size_t most = mostFrames;
+      channelCount(channels), taken(channels, framesAtOnce), atModelRate(0, 0),
+      collected(channels, description.ChunkFrames()), result(channels, description.ChunkFrames()) {
+  std::size_t most = framesAtOnce;
   if (modelRateHz != hostRateHz) {
     toModel.emplace(hostRateHz, modelRateHz, channelCount);
-    most = toModel->MostFrames(mostFrames);
+    most = toModel->MostFrames(framesAtOnce);
   }
   atModelRate = Hosting::Frames(channelCount, most);
   const std::size_t classCount = std::min(description.classes.size(), meters.size() - 1);
@@ -36,6 +41,14 @@ void ClassMeters::AddStrip(const Hosting::Description& description,
   strips.push_back(
       {std::make_unique<Hosting::Evaluation>(description, std::move(stream), channelCount),
        &meter});
+}
+
+void ClassMeters::TakeFrom(AudioPipe& pipe) {
+  for (int turns = 0; turns < 16; ++turns) {
+    const std::size_t n = pipe.Pop(taken.Channels(), taken.Length());
+    if (n == 0) break;
+    Take(taken.Channels(), n);
+  }
 }
 
 void ClassMeters::Take(const float* const* input, std::size_t frames) {

@@ -21,17 +21,15 @@ public:
   ClassMeters(const Hosting::Description& description, const Hosting::ModelBytes& model,
               double hostRateHz, unsigned channelCount, std::span<LevelMeter> meters);
 
-  /// Frames of a call at most.
-  static constexpr std::size_t mostFrames = 1024;
-
-  /// `frames` frames of input at the host's rate.
-  void Take(const float* const* input, std::size_t frames);
+  /// What has come so far of the input at the host's rate, but not without end.
+  void TakeFrom(AudioPipe& pipe);
 
 private:
   struct Strip {
     std::unique_ptr<Hosting::Evaluation> evaluation;
     LevelMeter* meter;
   };
+  void Take(const float* const* input, std::size_t frames);
   void AddStrip(const Hosting::Description& description, const Hosting::ModelBytes& model,
                 const char16_t* className, LevelMeter& meter);
 
@@ -39,7 +37,7 @@ private:
   std::size_t channelCount;
   std::vector<Strip> strips;
   std::optional<Hosting::RateConverter> toModel;  // where the rates differ
-  Hosting::Frames atModelRate, collected, result;
+  Hosting::Frames taken, atModelRate, collected, result;
   std::size_t filled = 0;  // of `collected`
 };
 

@@ -4,6 +4,7 @@
 #include "juce/parameters.h"
 #include "juce/window.h"
 
+#include <algorithm>
 #include <chrono>
 #include <exception>
 #include <utility>
@@ -34,6 +35,12 @@ Processor::Processor()
                          .withOutput("Output", juce::AudioChannelSet::stereo())),
       parameters(*this, &undo, stateType, MakeParameters()), stripMeters(strips.size()),
       worker([this] { Work(); }) {
+  const auto valueOf = [this](const juce::String& id) {
+    return parameters.getRawParameterValue(id);
+  };
+  for (const StripIds& ids : strips)
+    faders.push_back({valueOf(ids.gain), valueOf(ids.mute), valueOf(ids.solo)});
+  faders.push_back({valueOf("master"), valueOf("mute_master"), nullptr});
   startTimerHz(10);
 }
 
@@ -79,6 +86,17 @@ juce::String Processor::StripName(std::size_t strip) const {
 bool Processor::IsStripUsed(std::size_t strip) const {
   const std::lock_guard lock(mutex);
   return !TakesAnyModel() || strip + 1 == strips.size() || strip < playing.classes.size();
+}
+
+bool Processor::IsSilenced(std::size_t strip) const {
+  const auto isOn = [](const std::atomic<float>* value) {
+    return value && value->load(std::memory_order_relaxed) > 0.5F;
+  };
+  const Fader& fader = faders[strip];
+  const auto anySolo = [&] {
+    return std::ranges::any_of(faders, [&](const Fader& one) { return isOn(one.solo); });
+  };
+  return isOn(fader.mute) || (fader.solo && !isOn(fader.solo) && anySolo());
 }
 
 bool Processor::TakesAnyModel() const {
@@ -202,13 +220,7 @@ void Processor::RunClassMeters() {
       }
     }
   }
-  if (!classMeters) return;
-  Hosting::Frames some(now.channelCount, ClassMeters::mostFrames);
-  for (int turns = 0; turns < 16; ++turns) {
-    const std::size_t n = toClassMeters->Pop(some.Channels(), some.Length());
-    if (n == 0) break;
-    classMeters->Take(some.Channels(), n);
-  }
+  if (classMeters) classMeters->TakeFrom(*toClassMeters);
 }
 
 bool Processor::isBusesLayoutSupported(const BusesLayout& layout) const {
@@ -269,25 +281,21 @@ void Processor::MakeInstance(const StreamWish& now) {
     if (port.IsAudio()) continue;
     values[i] = port.initial;
     instance->Connect(i, &values[i]);
-    if (const auto* const value = parameters.getRawParameterValue(port.symbol))
-      controls.push_back({i, value, parameters.getRawParameterValue("mute_" + port.symbol),
-                          parameters.getRawParameterValue("solo_" + port.symbol)});
+    const auto* const value = parameters.getRawParameterValue(port.symbol);
+    if (!value) continue;
+    const auto fader = std::ranges::find(faders, value, &Fader::gain);
+    controls.push_back({i, value, std::nullopt});
+    if (fader != faders.end())
+      controls.back().fader = static_cast<std::size_t>(fader - faders.begin());
   }
   LoadModel(file);
 }
 
 void Processor::ReadParameters() {
-  bool anySolo = false;
-  const auto isOn = [](const std::atomic<float>* value) {
-    return value && value->load(std::memory_order_relaxed) > 0.5F;
-  };
   for (const Control& control : controls)
-    anySolo = anySolo || isOn(control.solo);
-  for (const Control& control : controls) {
-    const bool isSilent = isOn(control.mute) || (anySolo && control.solo && !isOn(control.solo));
-    values[control.port] =
-        isSilent ? Hosting::lowestGainDb : control.value->load(std::memory_order_relaxed);
-  }
+    values[control.port] = control.fader && IsSilenced(*control.fader)
+                               ? Hosting::lowestGainDb
+                               : control.value->load(std::memory_order_relaxed);
 }
 
 void Processor::Report() {

@@ -72,6 +72,9 @@ public:
   juce::String StripName(std::size_t strip) const;
   /// Whether the model that plays has that strip's class.
   bool IsStripUsed(std::size_t strip) const;
+  /// Whether mute or another's solo silences a strip, or the master, which is after the last of
+  /// them. Any thread.
+  bool IsSilenced(std::size_t strip) const;
 
   /// Else the plugin is of one model, and ChangeModel does nothing.
   bool TakesAnyModel() const;
@@ -137,9 +140,14 @@ private:
   void RunClassMeters();
 
   static constexpr std::size_t playedFrames = 1 << 16;
+  struct Fader {
+    const std::atomic<float>*gain, *mute, *solo;  // the master has no solo
+  };
+  std::vector<Fader> faders;  // of the strips, then of the master
   struct Control {
     std::size_t port;
-    const std::atomic<float>*value, *mute, *solo;  // null where there is none
+    const std::atomic<float>* value;
+    std::optional<std::size_t> fader;
   };
 
   // Of the stream. Changed by prepareToPlay only, while no audio runs.

@@ -294,20 +294,17 @@ void Editor::timerCallback() {
 }
 
 void Editor::ShowLevels(double seconds) {
-  const auto valueOf = [this](const juce::String& id) -> float {
-    return *processor.parameters.getRawParameterValue(id);
-  };
-  const bool anySolo = std::ranges::any_of(
-      processor.Strips(), [&](const StripIds& ids) { return valueOf(ids.solo) > 0.5F; });
   for (std::size_t i = 0; i < stripNumbers.size(); ++i) {
-    const StripIds& ids = processor.Strips()[stripNumbers[i]];
-    const bool isSilent = valueOf(ids.mute) > 0.5F || (anySolo && valueOf(ids.solo) < 0.5F);
+    const std::size_t number = stripNumbers[i];
+    const bool isSilenced = processor.IsSilenced(number);
+    const float gainDb =
+        *processor.parameters.getRawParameterValue(processor.Strips()[number].gain);
     const float gain =
-        isSilent ? 0 : juce::Decibels::decibelsToGain(valueOf(ids.gain), Hosting::lowestGainDb);
-    Level level = processor.TakeStripLevel(stripNumbers[i]);
+        isSilenced ? 0 : juce::Decibels::decibelsToGain(gainDb, Hosting::lowestGainDb);
+    Level level = processor.TakeStripLevel(number);
     level.peak *= gain;
     level.rms *= gain;
-    strips[i]->SetSilenced(isSilent);
+    strips[i]->SetSilenced(isSilenced);
     strips[i]->Show(level, seconds);
   }
   Level all;

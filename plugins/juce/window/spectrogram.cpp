@@ -126,7 +126,7 @@ void Spectrogram::paint(juce::Graphics& g) {
   if (rateHz <= 0) return;
   g.setFont(Look::Of(*this).Text(11));
   for (const auto& [hz, text] :
-       {std::pair{250.0, "250 Hz"}, {1000.0, "1 kHz"}, {4000.0, "4"}, {12000.0, "12"}}) {
+       {std::pair{250.0, "250 Hz"}, {1000.0, "1 kHz"}, {4000.0, "4 kHz"}, {12000.0, "12 kHz"}}) {
     if (hz > rateHz / 2) break;
     const auto y = static_cast<float>(height) * (1 - RowOf(hz));
     g.setColour(juce::Colours::white.withAlpha(0.12F));
