@@ -11,7 +11,7 @@
 namespace Orvik::Tesmo::Plugin {
 namespace {
 
-const char* const audioFiles = "*.wav;*.flac;*.ogg;*.aif;*.aiff";
+const char* const audioFiles = "*.wav;*.flac;*.ogg;*.opus;*.mp3;*.aif;*.aiff";
 const char* const fileKey = "file";
 const char* const knowsKey = "knows the demonstration";
 // the part of the demonstration that the hint is about

@@ -5,7 +5,10 @@
 #include <KalvrinAppData.h>
 #include <algorithm>
 #include <cmath>
+#include <sndfile.hh>
 #include <stdexcept>
+#include <sys/mman.h>
+#include <unistd.h>
 #include <vector>
 
 namespace Orvik::Tesmo::Plugin {
@@ -17,26 +20,38 @@ constexpr double longestSeconds = 30 * 60.0, fadeSeconds = 0.005;
   throw std::runtime_error(why.toStdString());
 }
 
-std::shared_ptr<const Recording> Read(std::unique_ptr<juce::AudioFormatReader> reader,
-                                      const juce::String& name, const juce::File& file) {
-  if (!reader || reader->sampleRate <= 0)
-    Refuse(name + " is no audio file that can be read. WAV, AIFF, FLAC and Ogg Vorbis can.");
-  if (reader->lengthInSamples < 1) Refuse(name + " has no audio in it.");
-  if (reader->numChannels > 2)
-    Refuse(name + " has " + juce::String(reader->numChannels) +
+std::shared_ptr<const Recording> Read(SndfileHandle sound, const juce::String& name,
+                                      const juce::File& file) {
+  if (sound.error() != SF_ERR_NO_ERROR)
+    Refuse(name + " is no audio file that can be read: " + sound.strError() +
+           " WAV, AIFF, FLAC, Ogg Vorbis, Opus and MP3 can.");
+  if (sound.channels() > 2)
+    Refuse(name + " has " + juce::String(sound.channels()) +
            " channels. This program plays one or two; kalvrin render takes any number.");
-  if (static_cast<double>(reader->lengthInSamples) / reader->sampleRate > longestSeconds)
+  if (static_cast<double>(sound.frames()) / sound.samplerate() > longestSeconds)
     Refuse(name + " is longer than 30 minutes. Cut a part out of it, or use kalvrin render.");
   auto recording = std::make_shared<Recording>();
   recording->name = name;
   recording->file = file;
-  recording->rateHz = reader->sampleRate;
-  const int length = static_cast<int>(reader->lengthInSamples);
+  recording->rateHz = sound.samplerate();
   auto& audio = recording->audio;
-  audio.setSize(static_cast<int>(reader->numChannels), length);
-  if (!reader->read(audio.getArrayOfWritePointers(), audio.getNumChannels(), 0, length))
-    Refuse(name + " cannot be read to its end.");
-  const int fade = std::min(static_cast<int>(fadeSeconds * reader->sampleRate), length / 2);
+  audio.setSize(sound.channels(), static_cast<int>(sound.frames()));
+  constexpr int framesAtOnce = 4096;
+  std::vector<float> interleaved(static_cast<std::size_t>(framesAtOnce * sound.channels()));
+  int length = 0;
+  while (const auto n = static_cast<int>(sound.readf(
+             interleaved.data(), std::min(framesAtOnce, audio.getNumSamples() - length)))) {
+    for (int i = 0; i < n * sound.channels(); ++i) {
+      const float sample = interleaved[static_cast<std::size_t>(i)];
+      audio.setSample(i % sound.channels(), length + i / sound.channels(),
+                      std::isfinite(sample) ? sample : 0);
+    }
+    length += n;
+  }
+  if (sound.error() != SF_ERR_NO_ERROR) Refuse(name + " cannot be read to its end.");
+  if (length == 0) Refuse(name + " has no audio in it.");
+  audio.setSize(audio.getNumChannels(), length, true);  // shorter than it has said
+  const int fade = std::min(static_cast<int>(fadeSeconds * recording->rateHz), length / 2);
   audio.applyGainRamp(0, fade, 0, 1);
   audio.applyGainRamp(length - fade, fade, 1, 0);
   return recording;
@@ -45,19 +60,17 @@ std::shared_ptr<const Recording> Read(std::unique_ptr<juce::AudioFormatReader> r
 }  // namespace
 
 std::shared_ptr<const Recording> ReadRecording(const juce::File& file) {
-  juce::AudioFormatManager formats;
-  formats.registerBasicFormats();
   if (!file.existsAsFile()) Refuse(file.getFullPathName() + " is not there.");
-  return Read(std::unique_ptr<juce::AudioFormatReader>(formats.createReaderFor(file)),
-              file.getFileName(), file);
+  return Read(SndfileHandle(file.getFullPathName().toRawUTF8()), file.getFileName(), file);
 }
 
 std::shared_ptr<const Recording> ReadDemonstration() {
-  auto stream = std::make_unique<juce::MemoryInputStream>(
-      AppData::demonstration_ogg, static_cast<std::size_t>(AppData::demonstration_oggSize), false);
-  juce::OggVorbisAudioFormat ogg;
-  return Read(std::unique_ptr<juce::AudioFormatReader>(ogg.createReaderFor(stream.release(), true)),
-              "Demonstration", {});
+  const int fd = memfd_create("demonstration.ogg", MFD_CLOEXEC);
+  if (fd < 0 || write(fd, AppData::demonstration_ogg, AppData::demonstration_oggSize) !=
+                    AppData::demonstration_oggSize)
+    Refuse("There is no memory for the demonstration.");
+  lseek(fd, 0, SEEK_SET);
+  return Read(SndfileHandle(fd, true), "Demonstration", {});
 }
 
 juce::AudioBuffer<float> AtRate(const Recording& recording, double rateHz) {

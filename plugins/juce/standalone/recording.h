@@ -20,7 +20,7 @@ struct Recording {
   double Seconds() const { return audio.getNumSamples() / rateHz; }
 };
 
-/// WAV, AIFF, FLAC, Ogg Vorbis. Slow; any thread. Throws std::runtime_error with a sentence for
+/// WAV, AIFF, FLAC, Ogg Vorbis, Opus, MP3. Slow; any thread. Throws std::runtime_error with a sentence for
 /// people.
 std::shared_ptr<const Recording> ReadRecording(const juce::File& file);
 std::shared_ptr<const Recording> ReadDemonstration();
