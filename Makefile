@@ -119,7 +119,7 @@ lint:            ## formatting, shell scripts, includes, clang-tidy on what chan
 lint-all:        ## the same with clang-tidy on everything, a quarter of an hour
 lint-quick:      ## the same with clang-tidy on the last commit, five minutes at most; what CI runs
 lint lint-all lint-quick:
-	@scripts/install-packages build test lint
+	@scripts/install-packages build test app lint
 	@scripts/lint $(BUILD)-lint $(SCOPE)
 
 # VERBS="lint soak": only these. The logs and the table stay in $(BUILD)-check.

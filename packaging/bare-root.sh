@@ -37,6 +37,7 @@ bare_root() {
   mkdir -p "$root"
   tar -C "$root" -xf "$kept/$name.tar"
   cp -r /etc/apt/apt.conf.d "$root/etc/apt/"
+  rm -f "$root/etc/apt/apt.conf.d/50apt-file.conf"  # lists of all files of all packages
   cp /etc/resolv.conf /etc/hosts "$root/etc/"
   cp -r /usr/local/share/ca-certificates "$root/usr/local/share/" 2>/dev/null || true
   # Manual pages are left out of minimal systems unless that is said.

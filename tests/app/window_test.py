@@ -64,7 +64,11 @@ class Desktop:
         self.env = {**os.environ, "HOME": str(self.home),
                     "JACK_DEFAULT_SERVER": server, "JACK_NO_AUDIO_RESERVATION": "1", "JACK_NO_START_SERVER": "1"}
         self.start_screen(stack)
-        self.start(stack, "jackd", "-n", server, "-r", "-d", "dummy", "-r", RATE, "-p", 1024, stdout=subprocess.DEVNULL)
+        self.start_sound(stack)
+
+    def start_sound(self, stack, rate=RATE, frames=1024):
+        self.sound = self.start(stack, "jackd", "-n", self.env["JACK_DEFAULT_SERVER"], "-r", "-d", "dummy", "-r", rate,
+                                "-p", frames, stdout=subprocess.DEVNULL)
         run("jack_wait", "-w", "-t", "20", env=self.env)
 
     def start_screen(self, stack):
@@ -94,7 +98,7 @@ class Desktop:
         """Runs it until `end`, which is given the process, or Ctrl+Q."""
         process = subprocess.Popen([str(BUILD / "bin/kalvrin-app"), *map(str, files)], env=self.env, cwd="/")
         try:
-            wait_for("its ports", lambda: "kalvrin:out_1" in run("jack_lsp", env=self.env))
+            self.wait_for_sound()
             # a window that has not its final form yet is made again
             self.window = wait_for("the window", self.find_window)
             wait_for("the faders", lambda: len(self.faders()) == 4)
@@ -110,6 +114,10 @@ class Desktop:
             process.kill()
             process.wait()
 
+    def wait_for_sound(self):
+        """Until the program's outputs are connected."""
+        wait_for("its sound", lambda: "   kalvrin:out_1" in run("jack_lsp", "-c", env=self.env))
+
     def find_window(self):
         found = subprocess.run(["xdotool", "search", "--onlyvisible", "--name", "^kalvrin$"], env=self.env, text=True,
                                stdout=subprocess.PIPE).stdout.split()
@@ -121,6 +129,41 @@ class Desktop:
         window.send_event(protocol.event.ClientMessage(window=window, client_type=self.protocols,
                                                        data=(32, [self.deletion, X.CurrentTime, 0, 0, 0])))
         self.connection.flush()
+
+    def drop(self, file):
+        """Drags the file onto the middle of the window, as a file manager does."""
+        display, (x, y, width, height) = self.connection, self.geometry()
+        target = display.create_resource_object("window", int(self.window))
+        source = display.screen().root.create_window(0, 0, 1, 1, 0, X.CopyFromParent)
+        named = display.intern_atom
+        source.set_selection_owner(named("XdndSelection"), X.CurrentTime)
+
+        def say(what, *words):
+            target.send_event(protocol.event.ClientMessage(window=target, client_type=named(what),
+                                                           data=(32, [source.id, *words, *[0] * (4 - len(words))])))
+            display.flush()
+
+        accepted = []
+
+        def answer():
+            while display.pending_events():
+                event = display.next_event()
+                if event.type == X.SelectionRequest:
+                    event.requestor.change_property(event.property, event.target, 8, f"file://{file}\r\n".encode())
+                    event.requestor.send_event(protocol.event.SelectionNotify(
+                        time=event.time, requestor=event.requestor, selection=event.selection, target=event.target,
+                        property=event.property))
+                elif event.type == X.ClientMessage and event.client_type == named("XdndStatus") and not accepted:
+                    accepted.append(event)
+                    say("XdndDrop", 0, X.CurrentTime)
+                elif event.type == X.ClientMessage and event.client_type == named("XdndFinished"):
+                    return True
+            display.flush()
+            return False
+
+        say("XdndEnter", 3 << 24, named("text/uri-list"))
+        say("XdndPosition", 0, (x + width // 2) << 16 | (y + height // 2), X.CurrentTime, named("XdndActionCopy"))
+        wait_for("the end of the drop", answer)
 
     def geometry(self):
         """Left, top, width, height."""
@@ -153,7 +196,7 @@ class Desktop:
         self.mouse("mousemove", x, y, "sleep", 0.2, "mousedown", 1, "sleep", 0.2)
         for step in range(1, 11):
             self.mouse("mousemove", x, y + by * step // 10, "sleep", 0.05)
-        self.mouse("mouseup", 1, "mousemove", 5, 790)
+        self.mouse("mouseup", 1, "mousemove", 5, 790, "sleep", 1)  # until it is drawn
 
     def record(self, seconds=LOOP_SECONDS):
         file = self.home / "recorded.wav"
@@ -240,6 +283,50 @@ class Window(unittest.TestCase):
                     desktop.start_screen(stack)
             with desktop.program():
                 self.assertAlmostEqual(depth(), kept, delta=3)
+
+    def test_the_sound_server_may_go_and_come_back(self):
+        with contextlib.ExitStack() as stack:
+            desktop = Desktop(stack, "light")
+            with desktop.program():
+                time.sleep(1)
+                before = level(desktop.record())
+                for rate, frames in ((44100, 256), (RATE, 2048)):
+                    desktop.sound.terminate()
+                    desktop.sound.wait()
+                    time.sleep(2)
+                    desktop.start_sound(stack, rate, frames)
+                    desktop.wait_for_sound()
+                    time.sleep(1)
+                    self.assertAlmostEqual(level(desktop.record()), before, delta=0.3)
+
+    def test_what_is_dropped_plays_and_presets_bring_gains_back(self):
+        with contextlib.ExitStack() as stack:
+            desktop = Desktop(stack, "light")
+            sound = desktop.home / "tone.wav"
+            run("ffmpeg", "-loglevel", "error", "-f", "lavfi", "-i", "sine=440:d=3", sound)
+            kept = desktop.home / ".config/kalvrin"
+            with desktop.program():
+                desktop.drop(sound)
+                wait_for("the file", lambda: any(sound.name in file.read_text() for file in kept.glob("app.settings")))
+                desktop.drop(BUILD / "models/band_splitter.onnx")
+                wait_for("another model", lambda: len(desktop.faders()) > 4)
+                desktop.drop(BUILD / "models/separator.onnx")
+                wait_for("the first model", lambda: len(desktop.faders()) == 4)
+
+                def menu(*keys):
+                    left, top, width, _ = desktop.geometry()
+                    desktop.mouse("mousemove", left + width - 362, top + 86, "click", 1, "sleep", 1, "key", *keys, "sleep", 1)
+
+                desktop.drag(desktop.faders()[1], 60)
+                down = desktop.faders()[1]
+                menu("Up", "Return")  # the last entry saves
+                desktop.mouse("type", "Quiet")
+                desktop.mouse("key", "Return")
+                wait_for("the preset", lambda: list(kept.glob("presets/*/Quiet.xml")))
+                desktop.drag(desktop.faders()[1], -90)
+                self.assertNotEqual(desktop.faders()[1][1], down[1])
+                menu(*["Down"] * 8, "Return")  # after those of every model
+                wait_for("the gains", lambda: abs(desktop.faders()[1][1] - down[1]) < 3)
 
 
 if __name__ == "__main__":

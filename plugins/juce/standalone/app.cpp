@@ -1,12 +1,15 @@
 // The program kalvrin-app.
 
+#include "juce/standalone/desktop_scale.h"
 #include "juce/standalone/main_view.h"
 #include "juce/window/preferences.h"
 
 #include <juce_audio_plugin_client/juce_audio_plugin_client.h>
 
+#include <algorithm>
 #include <atomic>
 #include <csignal>
+#include <cstdio>
 #include <memory>
 
 namespace Orvik::Tesmo::Plugin {
@@ -36,7 +39,7 @@ juce::File Separator() {
                     .getParentDirectory();
   for (int up = 0; up < 4; ++up, folder = folder.getParentDirectory())
     for (const char* place : {"models", "share/kalvrin/models"})
-      if (const auto file = folder.getChildFile(place).getChildFile("separator.onnx");
+      if (auto file = folder.getChildFile(place).getChildFile("separator.onnx");
           file.existsAsFile())
         return file;
   return {};
@@ -50,8 +53,11 @@ public:
     setContentOwned(new MainView(processor, player, settings), true);
     setResizable(true, false);
     setResizeLimits(Editor::leastWidth, Editor::leastHeight + SourceBar::height, 4000, 3000);
-    if (!restoreWindowStateFromString(settings.getValue(windowKey)))
-      centreWithSize(getWidth(), getHeight());
+    if (restoreWindowStateFromString(settings.getValue(windowKey))) return;
+    const auto screen = juce::Desktop::getInstance().getDisplays().getPrimaryDisplay()->userArea;
+    constexpr int titleBarHeight = 40;
+    centreWithSize(std::min(getWidth(), screen.getWidth()),
+                   std::min(getHeight(), screen.getHeight() - titleBarHeight));
   }
 
   MainView& View() { return *static_cast<MainView*>(getContentComponent()); }
@@ -75,6 +81,14 @@ public:
   bool moreThanOneInstanceAllowed() override { return true; }
 
   void initialise(const juce::String&) override {
+    auto& desktop = juce::Desktop::getInstance();
+    const auto* screen = desktop.getDisplays().getPrimaryDisplay();
+    if (!screen) {
+      std::fputs("kalvrin-app: there is no screen; DISPLAY has to name one\n", stderr);
+      setApplicationReturnValue(1);
+      return quit();
+    }
+    if (screen->scale == 1) desktop.setGlobalScaleFactor(static_cast<float>(WantedScale()));
     settings = OpenSettings("app.settings");
     processor = std::make_unique<Processor>();
     player = std::make_unique<Player>(*processor);
@@ -84,9 +98,7 @@ public:
       processor->setStateInformation(state.getData(), static_cast<int>(state.getSize()));
     window = std::make_unique<MainWindow>(*processor, *player, *settings);
     MainView& view = window->View();
-    const juce::String fault = player->Open(settings->getXmlValue(devicesKey).get());
-    if (fault.isNotEmpty())
-      view.ShowFault("There is no sound: " + fault + ". Choose a device under Sound.");
+    player->Open(settings->getXmlValue(devicesKey));
     if (isFirst) processor->ChangeModel(Separator());
     if (isFirst && Separator() == juce::File())
       view.ShowFault("The model separator.onnx, which comes with kalvrin, is not there. "

@@ -41,6 +41,7 @@ juce::File NewRecording() {
 MainView::MainView(Processor& processor, Player& player, juce::PropertiesFile& settings)
     : processor(processor), player(player), settings(settings), editor(processor), bar(player) {
   setLookAndFeel(&editor.GetLook());
+  juce::LookAndFeel::setDefaultLookAndFeel(&editor.GetLook());  // of dialogs, too
   setWantsKeyboardFocus(true);
   addAndMakeVisible(bar);
   addAndMakeVisible(editor);
@@ -62,6 +63,7 @@ MainView::~MainView() {
   if (work.joinable()) work.join();
   removeAllChildren();  // they would look for the look
   setLookAndFeel(nullptr);
+  juce::LookAndFeel::setDefaultLookAndFeel(nullptr);
 }
 
 void MainView::resized() {
@@ -272,6 +274,7 @@ void MainView::MoveFader() {
 }
 
 void MainView::timerCallback() {
+  if (player.DeviceFault() != deviceFault) ShowFault(deviceFault = player.DeviceFault());
   if (isSaving && isWorking)
     ShowNote("Saving: " + juce::String(juce::roundToInt(100 * share)) + " %");
   else if (noteUntil != 0 && Now() > noteUntil && !player.IsWriting())

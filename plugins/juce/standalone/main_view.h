@@ -58,6 +58,7 @@ private:
   std::atomic<bool> isWorking = false, stops = false;
   std::atomic<double> share = 0;
   bool isSaving = false;
+  juce::String deviceFault;  // as shown
 
   bool isHintShown = false, hasSunk = false;
   double fadeBegan = 0;  // of the fader that shows itself; 0: it does not move

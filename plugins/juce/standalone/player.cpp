@@ -26,21 +26,25 @@ Player::~Player() {
   delete former.exchange(nullptr);
 }
 
-juce::String Player::Open(const juce::XmlElement* remembered) {
-  juce::String preferred = "ALSA";
-  if (!remembered) {
-    for (auto* type : devices.getAvailableDeviceTypes())
-      if (type->getTypeName() == "JACK") {
-        type->scanForDevices();
-        if (!type->getDeviceNames(false).isEmpty()) preferred = "JACK";
-      }
-    devices.setCurrentAudioDeviceType(preferred, true);
-  }
-  const juce::String error = devices.initialise(channels, channels, remembered, true);
+void Player::Open(std::unique_ptr<juce::XmlElement> former) {
+  remembered = std::move(former);
   devices.addAudioCallback(this);
-  return devices.getCurrentAudioDevice() ? juce::String()
-         : error.isNotEmpty()            ? error
-                                         : juce::String("no sound device was found");
+  TryOpen();
+}
+
+void Player::TryOpen() {
+  juce::String preferred = "ALSA";
+  for (auto* type : devices.getAvailableDeviceTypes()) {
+    type->scanForDevices();
+    if (type->getTypeName() == "JACK" && !type->getDeviceNames(false).isEmpty()) preferred = "JACK";
+  }
+  if (!remembered) devices.setCurrentAudioDeviceType(preferred, true);
+  const juce::String error = devices.initialise(channels, channels, remembered.get(), true);
+  deviceFault.clear();
+  if (!devices.getCurrentAudioDevice())
+    deviceFault = "There is no sound: " +
+                  (error.isNotEmpty() ? error : juce::String("no sound device was found")) +
+                  ". It begins when there is a device; or choose one under Sound.";
 }
 
 void Player::audioDeviceAboutToStart(juce::AudioIODevice* device) {
@@ -73,6 +77,27 @@ void Player::HandOver() {
 
 void Player::timerCallback() {
   delete former.exchange(nullptr);
+  if (++ticks % 5 == 0) WatchDevice();
+}
+
+void Player::WatchDevice() {
+  if (auto* device = devices.getCurrentAudioDevice()) {
+    deviceFault.clear();
+    if (device->isPlaying()) return;
+    lost = devices.getAudioDeviceSetup();
+    lost.sampleRate = lost.bufferSize = 0;  // what it has when it is back
+    devices.closeAudioDevice();
+    deviceFault = "The sound device has gone. Sound goes on when it is back; or choose another one "
+                  "under Sound.";
+  } else if (deviceFault.isNotEmpty() && lost.outputDeviceName.isEmpty()) {
+    TryOpen();
+  } else if (deviceFault.isNotEmpty()) {
+    auto* type = devices.getCurrentDeviceTypeObject();
+    type->scanForDevices();
+    if (type->getDeviceNames(false).contains(lost.outputDeviceName) &&
+        devices.setAudioDeviceSetup(lost, false).isEmpty())
+      deviceFault.clear();
+  }
 }
 
 double Player::PositionSeconds() const {

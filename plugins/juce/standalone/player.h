@@ -23,10 +23,13 @@ public:
   explicit Player(juce::AudioProcessor& processor);
   ~Player() override;
 
-  /// Opens what `remembered` (a state of Devices()) names, where that is there, else JACK where a
-  /// server runs, else the first that is. Returns an empty text, or why there is no sound.
-  juce::String Open(const juce::XmlElement* remembered);
+  /// Opens what `former` (a state of Devices(), or null) names, where that is there, else JACK
+  /// where a server runs, else the first that is.
+  void Open(std::unique_ptr<juce::XmlElement> former);
   juce::AudioDeviceManager& Devices() { return devices; }
+  /// Why there is no sound, in sentences for people; empty: there is. A device that is not there
+  /// yet or goes away, as that of a JACK server that ends, is opened when it is there.
+  const juce::String& DeviceFault() const { return deviceFault; }
 
   void SetSource(Source newSource) { wantedSource = newSource; }
   Source GetSource() const { return wantedSource; }
@@ -60,12 +63,18 @@ private:
                                         const juce::AudioIODeviceCallbackContext&) override;
   void timerCallback() override;
   void HandOver();
+  void TryOpen();
+  void WatchDevice();
   void Change();
   void Fill(const float* const* input, int inputCount, int done, int frames);
 
   juce::AudioProcessor& processor;
   juce::AudioDeviceManager devices;
   juce::TimeSliceThread disk{"kalvrin disk"};
+  std::unique_ptr<juce::XmlElement> remembered;
+  juce::AudioDeviceManager::AudioDeviceSetup lost;  // without an output: no device was there yet
+  juce::String deviceFault;
+  int ticks = 0;
   std::shared_ptr<const Recording> recording;
   std::unique_ptr<juce::AudioFormatWriter::ThreadedWriter> writer;
 

@@ -110,7 +110,7 @@ std::unique_ptr<juce::AudioFormatWriter> CreateWriter(const juce::File& file, do
   std::unique_ptr<juce::AudioFormatWriter> writer(
       wav.createWriterFor(stream.get(), rateHz, channelCount, 32, {}, 0));
   if (!writer) refuse();
-  stream.release();  // the writer's now
+  (void)stream.release();  // the writer's now
   return writer;
 }
 

@@ -20,8 +20,8 @@ struct Recording {
   double Seconds() const { return audio.getNumSamples() / rateHz; }
 };
 
-/// WAV, AIFF, FLAC, Ogg Vorbis, Opus, MP3. Slow; any thread. Throws std::runtime_error with a sentence for
-/// people.
+/// WAV, AIFF, FLAC, Ogg Vorbis, Opus, MP3. Slow; any thread. Throws std::runtime_error with a
+/// sentence for people.
 std::shared_ptr<const Recording> ReadRecording(const juce::File& file);
 std::shared_ptr<const Recording> ReadDemonstration();
 

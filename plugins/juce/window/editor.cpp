@@ -302,6 +302,7 @@ void Editor::ShowLevels(double seconds) {
     const float gain =
         isSilenced ? 0 : juce::Decibels::decibelsToGain(gainDb, Hosting::lowestGainDb);
     Level level = processor.TakeStripLevel(number);
+    if (!HasAudio()) level = {};
     level.peak *= gain;
     level.rms *= gain;
     strips[i]->SetSilenced(isSilenced);
@@ -309,8 +310,9 @@ void Editor::ShowLevels(double seconds) {
   }
   Level all;
   for (int c = 0; c < 2; ++c) {
-    inputMeters[static_cast<std::size_t>(c)].Show(processor.TakeInputLevel(c), seconds);
-    const Level level = processor.TakeOutputLevel(c);
+    const Level input = processor.TakeInputLevel(c), output = processor.TakeOutputLevel(c);
+    const Level level = HasAudio() ? output : Level();
+    inputMeters[static_cast<std::size_t>(c)].Show(HasAudio() ? input : Level(), seconds);
     outputMeters[static_cast<std::size_t>(c)].Show(level, seconds);
     all = {std::max(all.peak, level.peak), std::max(all.rms, level.rms)};
   }
@@ -327,13 +329,19 @@ void Editor::ShowPlayed() {
     n = processor.TakePlayed(playedBefore.data(), playedAfter.data(), popChunk);
     before.Push(playedBefore.data(), static_cast<std::size_t>(n));
     after.Push(playedAfter.data(), static_cast<std::size_t>(n));
+    looksWithoutAudio = n > 0 ? 0 : looksWithoutAudio + 1;
   }
+}
+
+/// A host stops calling where it plays nothing, and a device where it goes away.
+bool Editor::HasAudio() const {
+  return looksWithoutAudio < looksPerSecond / 2;
 }
 
 void Editor::ShowFigures() {
   const double rate = processor.getSampleRate();
   const int late = processor.LateResults();
-  if (rate > 0) {
+  if (rate > 0 && HasAudio()) {
     const juce::String space = juce::String::fromUTF8("    ");
     figures.setText("Latency " + juce::String(1000 * processor.LatencyFrames() / rate, 1) + " ms" +
                         space + "Load " + juce::String(juce::roundToInt(100 * processor.Load())) +
@@ -375,7 +383,8 @@ void Editor::ShowPresets() {
 void Editor::AskForPresetName() {
   asking = std::make_unique<juce::AlertWindow>(
       "Save these gains",
-      "Presets are kept by model, under a name:", juce::MessageBoxIconType::NoIcon, this);
+      "The name of the preset, which is kept for this model:", juce::MessageBoxIconType::NoIcon,
+      this);
   asking->setLookAndFeel(&look);
   asking->addTextEditor("name", "");
   asking->addButton("Save", 1, juce::KeyPress(juce::KeyPress::returnKey));
@@ -386,6 +395,7 @@ void Editor::AskForPresetName() {
                                   SavePreset(processor, asking->getTextEditorContents("name")));
                             asking->setVisible(false);
                           }));
+  asking->getTextEditor("name")->grabKeyboardFocus();
 }
 
 void Editor::ShowSettings() {

@@ -68,6 +68,7 @@ void Look::Use(Appearance appearance) {
   setColour(juce::PopupMenu::headerTextColourId, p.soft);
   setColour(juce::ScrollBar::thumbColourId, p.soft.withAlpha(0.5F));
   setColour(juce::ListBox::backgroundColourId, p.back);
+  setColour(juce::AlertWindow::backgroundColourId, p.panel);
   setColour(juce::ToggleButton::tickColourId, p.accent);
 }
 
@@ -165,8 +166,8 @@ juce::Rectangle<int> Look::getTooltipBounds(const juce::String& text, juce::Poin
                                             juce::Rectangle<int> area) {
   juce::TextLayout layout;
   layout.createLayout(TooltipText(text), 320);
-  const int width = juce::roundToInt(layout.getWidth()) + 20;
-  const int height = juce::roundToInt(layout.getHeight()) + 14;
+  const int width = static_cast<int>(layout.getWidth()) + 22;  // rounded up, lest a word is broken
+  const int height = static_cast<int>(layout.getHeight()) + 15;
   const bool isLeft = place.x > area.getCentreX(), isUp = place.y > area.getCentreY();
   return juce::Rectangle<int>(isLeft ? place.x - width - 12 : place.x + 14,
                               isUp ? place.y - height - 8 : place.y + 14, width, height)

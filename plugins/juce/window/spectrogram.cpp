@@ -68,9 +68,9 @@ void Spectrogram::Begin(double newRateHz) {
   firstBin.clear();
   for (int row = 0; row <= rows; ++row) {
     const double mel = MelOf(lowestHz) + (MelOf(top) - MelOf(lowestHz)) * row / rows;
-    firstBin.push_back(
-        std::min(static_cast<std::size_t>(HzOf(mel) / rateHz * static_cast<double>(length) + 0.5),
-                 length / 2));
+    firstBin.push_back(std::min(
+        static_cast<std::size_t>(std::lround(HzOf(mel) / rateHz * static_cast<double>(length))),
+        length / 2));
   }
   column = 0;
   image.clear(image.getBounds(), ColourOf(0));
