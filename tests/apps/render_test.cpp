@@ -257,12 +257,12 @@ TEST_F(Render, ThroughPipesAndOntoItself) {
     const char* line;
     bool summaryOnErrors;
   } rows[] = {
-      {"cat in.wav | \"$TOOL\" render model.onnx - - | cat > out.wav", true},
-      {"\"$TOOL\" render model.onnx - - < in.wav > out.wav", true},
-      {"\"$TOOL\" render model.onnx in.wav - --format=flac > out.wav", true},
-      {"cat model.onnx | \"$TOOL\" render - in.wav out.wav", false},
-      {"mkfifo pipe; cat pipe > out.wav & \"$TOOL\" render model.onnx in.wav pipe; wait", false},
-      {"cp in.wav file; chmod 640 file; ln -s file out.wav; \"$TOOL\" render model.onnx out.wav "
+      {"cat in.wav | $TOOL render model.onnx - - | cat > out.wav", true},
+      {"$TOOL render model.onnx - - < in.wav > out.wav", true},
+      {"$TOOL render model.onnx in.wav - --format=flac > out.wav", true},
+      {"cat model.onnx | $TOOL render - in.wav out.wav", false},
+      {"mkfifo pipe; cat pipe > out.wav & $TOOL render model.onnx in.wav pipe; wait", false},
+      {"cp in.wav file; chmod 640 file; ln -s file out.wav; $TOOL render model.onnx out.wav "
        "out.wav && test -L out.wav && test $(stat -c %a file) = 640",
        false},
   };
