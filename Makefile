@@ -25,7 +25,7 @@ build:           ## library, engine and programs, in build/lib and build/bin; AR
 	@$(call configure,$(BUILD)) >/dev/null
 	@cmake --build $(BUILD) -j $(JOBS)
 
-test:            ## build everything and run all tests; ARCH=arm64: those for that processor, emulated, hours
+test:            ## build everything and run all tests; ARCH=arm64: those for that processor, emulated, an hour
 	@scripts/install-packages build test $(ARCH)
 	@$(call configure,$(BUILD),-DKALVRIN_TESTS=ON) >/dev/null
 	@cmake --build $(BUILD) -j $(JOBS)
