@@ -98,13 +98,15 @@ void InverseGroups(const float* src, float* dst, Factors factors, std::ptrdiff_t
     const V D = a.re - b.re, S = a.im + b.im, T = a.re + b.re, U = a.im - b.im;
     const V P = NegMulAdd(t.re, S, t.im * D), Q = MulAdd(t.re, D, t.im * S);
     const C z = {T + P, U + Q}, mirrored = {T - P, Q - U};
+    const C rising = {MirrorColumns(z.re, before.re), MirrorColumns(z.im, before.im)};
+    before = z;
+    // Whole groups, as the next pass loads them: a load that overlaps two stores waits for both.
     if constexpr (output == Output::Stage) {
-      C{MirrorColumns(z.re, before.re), MirrorColumns(z.im, before.im)}.StoreU(dst + low);
+      rising.StoreU(dst + low);
       mirrored.StoreU(dst + high);
-      before = z;
     } else {
-      StoreColumns(mirrored.re, mirrored.im, dst + high);
-      StoreColumnsReversed(z.re, z.im, dst + low + 2);
+      StoreColumns(rising, dst + low);
+      StoreColumns(mirrored, dst + high);
     }
   }
 }
@@ -112,16 +114,11 @@ void InverseGroups(const float* src, float* dst, Factors factors, std::ptrdiff_t
 /// CCS to z; src may be dst. Output::Stage leaves groups in column order.
 template <Output output, class V>
 void RecombineInverse(const float* src, float* dst, const float* table, std::ptrdiff_t M) {
-  const float re = src[0] + src[2 * M], im = src[0] - src[2 * M];
-  const Complex<V> first = {V::Set1(re), V::Set1(im)};
+  const Complex<V> first = {V::Set1(src[0] + src[2 * M]), V::Set1(src[0] - src[2 * M])};
   if (M >= 1 << twoLevelFrom)
     InverseGroups<output>(src, dst, TwoLevelFactors<V>{table}, M, first);
   else
     InverseGroups<output>(src, dst, FlatFactors<V>{table}, M, first);
-  if constexpr (output == Output::Interleaved) {
-    dst[0] = re;
-    dst[1] = im;
-  }
 }
 
 }  // namespace Orvik::Tesmo::Kernels::KERNELS_BUILD
