@@ -315,12 +315,12 @@ class Window(unittest.TestCase):
 
                 def menu(*keys):
                     left, top, width, _ = desktop.geometry()
-                    desktop.mouse("mousemove", left + width - 362, top + 86, "click", 1, "sleep", 1, "key", *keys, "sleep", 1)
+                    desktop.mouse("mousemove", left + width - 362, top + 86, "click", 1, "sleep", 3, "key", *keys, "sleep", 3)
 
                 desktop.drag(desktop.faders()[1], 60)
                 down = desktop.faders()[1]
                 menu("Up", "Return")  # the last entry saves
-                desktop.mouse("type", "Quiet")
+                desktop.mouse("sleep", 2, "type", "Quiet")
                 desktop.mouse("key", "Return")
                 wait_for("the preset", lambda: list(kept.glob("presets/*/Quiet.xml")))
                 desktop.drag(desktop.faders()[1], -90)

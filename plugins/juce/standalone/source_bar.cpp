@@ -92,6 +92,7 @@ void SourceBar::timerCallback() {
                             : played          ? played->name
                                               : juce::String("Nothing to play");
   name.setText(text, juce::dontSendNotification);
+  name.setTooltip(text);  // where it is cut
   time.setText(played && !isLive ? MinutesAndSeconds(player.PositionSeconds()) + " / " +
                                        MinutesAndSeconds(played->Seconds())
                                  : juce::String(),

@@ -37,7 +37,9 @@ Colour OnColour(const juce::Button& button, const Palette& palette) {
 Look::Look() : family(FirstFamilyOf({"Inter", "Roboto", "Noto Sans", "Cantarell", "Ubuntu"})) {
   // also for what asks no look for its font
   if (family.isNotEmpty())
-    juce::LookAndFeel::getDefaultLookAndFeel().setDefaultSansSerifTypefaceName(family);
+    for (juce::LookAndFeel* look :
+         {static_cast<juce::LookAndFeel*>(this), &getDefaultLookAndFeel()})
+      look->setDefaultSansSerifTypefaceName(family);
   Use(Appearance::Desktop);
 }
 
