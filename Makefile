@@ -64,11 +64,12 @@ test-app:        ## the VST3 plugin in a host; the program without a screen: mou
 	@xvfb-run -a ctest --test-dir $(BUILD) -R '^(vst3|app)_test$$' --output-on-failure
 	@/usr/bin/python3 tests/app/window_test.py $(BUILD) $(PICTURES)
 
-test-cpus:       ## the tests on emulated processors from before AVX, half an hour
-	@scripts/install-packages build test
+test-cpus:       ## the tests on emulated processors from before AVX, and on one with AVX-512; half an hour
+	@scripts/install-packages build test cpus
 	@$(call configure,$(BUILD),-DKALVRIN_TESTS=ON) >/dev/null
 	@cmake --build $(BUILD) -j $(JOBS)
 	@scripts/old-processors $(BUILD) long $(JOBS)
+	@scripts/new-processor $(BUILD)
 
 soak: FRAMES ?= 1e8
 soak:            ## a stream of 10^8 frames (FRAMES=1e7: fewer) twice; STREAMS=1000: many at once

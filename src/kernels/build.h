@@ -28,7 +28,7 @@ struct Limits {
 
 /// When a build runs.
 struct Choice {
-  bool CpuFeatures::*needs[2];  ///< null: nothing beyond what all builds share
+  bool CpuFeatures::*needs[3];  ///< null: nothing beyond what all builds share
   bool byHandOnly;              ///< ippBestVariantIndex never returns it
 };
 

@@ -185,6 +185,25 @@ KERNELS_INLINE void Butterfly8(C (&y)[8]) {
   Butterfly8<dir>(y, [&](int i) KERNELS_INLINE_LAMBDA { return y[i]; });
 }
 
+/// V::width values of each of V::width / 2 transforms, whose values k stand beside each other at
+/// src + k stride, interleaved. Each result is one group.
+template <Direction dir, class V>
+KERNELS_INLINE void TransformRows(const float* src, std::ptrdiff_t stride, Complex<V>* group) {
+  Pairs<V> row[V::width];
+  for (int k = 0; k < V::width; ++k)
+    row[k].v = V::LoadU(src + k * stride);
+  if constexpr (V::width == 8)
+    Butterfly8<dir>(row);
+  else
+    Butterfly<V::width, dir>(row);
+  V t[V::width];
+  for (int k = 0; k < V::width; ++k)
+    t[k] = row[k].v;
+  Transpose(t);
+  for (int i = 0; i < V::width / 2; ++i)
+    group[i] = {t[2 * i], t[2 * i + 1]};
+}
+
 // Real transforms of N values over a vector (or float) V, in place in packed order: X[0], for even
 // N X[N/2], then real and imaginary parts of X[1], X[2], ...
 

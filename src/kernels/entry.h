@@ -17,10 +17,10 @@ IppStatus CheckTransform(const Spec* spec, std::int32_t id, const void* src, con
 /// The caller's work buffer, aligned, or one of our own for the time of a call.
 class WorkBuffer {
 public:
-  WorkBuffer(std::int32_t size, Ipp8u* given) {
+  WorkBuffer(std::int32_t size, Ipp8u* given, std::size_t alignment = tableAlignment) {
     if (size > 0 && !given) own = given = ippsMalloc(size);
     missing = size > 0 && !given;
-    bytes = size > 0 ? AlignUp(given) : nullptr;
+    bytes = size > 0 ? AlignUp(given, alignment) : nullptr;
   }
   ~WorkBuffer() { ippsFree(own); }
   WorkBuffer(const WorkBuffer&) = delete;

@@ -40,7 +40,7 @@ inline constexpr float sinOf = static_cast<float>(SinTurn(num, den));
 /// Row p - 1: width cosines and width negated sines of 2 pi j p / M, j from 0.
 template <int width, int M>
 struct Twiddles {
-  alignas(32) float data[M / width][2 * width]{};
+  alignas(width == 16 ? 64 : 32) float data[M / width][2 * width]{};
   constexpr Twiddles() {
     for (int p = 1; p < M / width; ++p)
       for (int j = 0; j < width; ++j) {

@@ -25,7 +25,7 @@ void CheckLength(RandomInput& random, int length) {
 
 TEST(Dft, EveryLengthTo2100IsTheDefinitionAndItsInverse) {
   RandomInput random;
-  for (int length = 1; length <= 2100; ++length)
+  for (int length = 1; length <= AtMost(2100); ++length)
     CheckLength(random, length);
 }
 
@@ -81,6 +81,7 @@ TEST(Dft, InverseScaleMultipliesTheResults) {
     lengths.push_back(n);
   for (int order = 8; order <= 20; ++order)
     lengths.push_back(1 << order);
+  std::erase_if(lengths, [](int n) { return n > AtMost(1 << 20); });
   for (const Members& m : AllMembers()) {
     for (const int n : lengths) {
       const Transform unscaled = RealDft(m, n, 8);

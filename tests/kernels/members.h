@@ -4,6 +4,7 @@
 
 #include "kernels/build.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 #include <vector>
@@ -24,6 +25,13 @@ inline const std::vector<Members>& AllMembers() {
     return members;
   }();
   return runnable;
+}
+
+/// The longest transform or the number of inputs of a test; KALVRIN_TEST_MOST, for slow emulators,
+/// allows less.
+inline int AtMost(int usual) {
+  const char* chosen = std::getenv("KALVRIN_TEST_MOST");       // NOLINT(concurrency-mt-unsafe)
+  return chosen ? std::min(usual, std::atoi(chosen)) : usual;  // NOLINT(cert-err34-c)
 }
 
 /// One of them, by a choice from 0 to 255.

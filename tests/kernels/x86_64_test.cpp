@@ -17,16 +17,16 @@ namespace {
 /// Indices with equal letters run the code of one build.
 TEST(Dispatch, EachEntryRunsTheBuildsOfItsGroup) {
   const std::map<std::string, std::set<std::string>> expected = {
-      {"AABCDEF",
+      {"AABCDEFG",
        {"ippsDFTInitAlloc_R_32f", "ippsDFTFwd_RToCCS_32f", "ippsDFTInv_CCSToR_32f",
         "ippsFFTGetSize_R_32f", "ippsFFTInitAlloc_R_32f", "ippsFFTFwd_RToCCS_32f",
         "ippsFFTInv_CCSToR_32f", "ippsFFTFwd_RToCCS_32f_I", "ippsFFTInv_CCSToR_32f_I"}},
-      {"AAABAAA", {"ippsDFTFree_R_32f", "ippsFFTFree_R_32f"}},
-      {"AAAAAAA", {"ippsDFTGetBufSize_R_32f"}},
-      {"AABBCDE",
+      {"AAABAAAA", {"ippsDFTFree_R_32f", "ippsFFTFree_R_32f"}},
+      {"AAAAAAAA", {"ippsDFTGetBufSize_R_32f"}},
+      {"AABBCDEF",
        {"ippsCopy_32f", "ippsMulC_32f", "ippsSqrt_32f_I", "ippsInterleave_32f",
         "ippsDeinterleave_32f"}},
-      {"AABBACD", {"ippsMul_32f_I", "ippsAdd_32f", "ippsMul_32f", "ippsAddProductC_32f"}},
+      {"AABBACDE", {"ippsMul_32f_I", "ippsAdd_32f", "ippsMul_32f", "ippsAddProductC_32f"}},
   };
   int count = 0;
   const Entry* entries = Entries(count);
@@ -66,6 +66,8 @@ TEST(FftPlan, SizesFollowTheOrder) {
       {avx::build, 8, 0, 1056},
       {avx::build, 19, 524352, 2097184},
       {avx::build, 20, 1048640, 262176},  // 2^15
+      {avx512::build, 9, 0, 0},
+      {avx512::build, 10, 0, 4160},  // room to align to 64
   };
   for (const auto& row : rows) {
     const FftLayout layout = LayoutOf(row.build.limits, row.order, true);
@@ -120,6 +122,23 @@ TEST(Cpu, FindsTheBestBuild) {
   for (const auto& row : rows)
     EXPECT_EQ(row.best, BestVariant(FeaturesOf({0, 0, row.ecx, 0}, {0, row.ebx7, 0, 0}, row.xcr0)))
         << row.name;
+}
+
+TEST(Cpu, RunsAvx512WhereAllOfItIsThereAndSaved) {
+  constexpr std::uint32_t ecx = 1u | 1u << 9 | 1u << 12 | 1u << 19 | 1u << 27 | 1u << 28,
+                          ebx7 = 1u << 5 | 1u << 16 | 1u << 17 | 1u << 31, xcr0 = 0xE7;
+  const auto features = [](std::uint32_t c, std::uint32_t b, std::uint32_t x) {
+    return FeaturesOf({0, 0, c, 0}, {0, b, 0, 0}, x);
+  };
+  EXPECT_TRUE(Runs(avx512::build, features(ecx, ebx7, xcr0)));
+  for (const int bit : {12, 27})
+    EXPECT_FALSE(Runs(avx512::build, features(ecx & ~(1u << bit), ebx7, xcr0))) << bit;
+  for (const int bit : {5, 16, 17, 31})
+    EXPECT_FALSE(Runs(avx512::build, features(ecx, ebx7 & ~(1u << bit), xcr0))) << bit;
+  for (const int bit : {1, 2, 5, 6, 7})
+    EXPECT_FALSE(Runs(avx512::build, features(ecx, ebx7, xcr0 & ~(1u << bit)))) << bit;
+  // only by hand
+  EXPECT_EQ(avx2::build.index, BestVariant(features(ecx, ebx7, xcr0)));
 }
 
 constexpr CpuidLeaf Vendor(std::uint32_t maxLeaf) {

@@ -23,6 +23,7 @@ KERNELS_INLINE float32x4_t EvenSigns() {
 struct Vec4 {
   static constexpr int width = 4;  ///< floats
   static constexpr int lanes = 1;  ///< 128-bit lanes
+  using UpTo8 = Vec4;              ///< the same, or eight floats where this is wider
   float32x4_t v;
 
   static KERNELS_INLINE Vec4 Load(const float* p) { return {vld1q_f32(p)}; }

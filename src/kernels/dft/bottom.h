@@ -109,6 +109,18 @@ void GroupedBottom(const float* src, float* dst, const BottomRun& run) {
                          });
 }
 
+/// With four lanes, m = 16 values are one register wide: radix 16 on interleaved rows, whose
+/// transposition leaves one group.
+template <class V, Direction dir>
+void GroupBottom(const float* src, float* dst, const BottomRun& run) {
+  ForBottomGroups<V::width / 2>(
+      src, dst, run, [&](const float* rows, float* const* blocks) KERNELS_INLINE_LAMBDA {
+        Complex<V> group[V::width / 2];
+        TransformRows<dir>(rows, 2L * run.total, group);
+        Unroll<V::width / 2>([&](auto i) KERNELS_INLINE_LAMBDA { group[i].StoreU(blocks[i]); });
+      });
+}
+
 /// Stores V::width / 2 values of each of as many transforms, interleaved.
 template <class V>
 KERNELS_INLINE void StoreChunk(const Pairs<V>* x, float* const* lane) {
@@ -184,10 +196,14 @@ void PairsBottom(const float* src, float* dst, const BottomRun& run) {
 /// The bottom of a plan whose values are grouped: n is a multiple of V::width.
 template <class V, Direction dir>
 void RunGroupedBottom(const float* src, float* dst, const BottomRun& run) {
-  const auto kernel = run.radix == 16  ? GroupedBottom<V, 4, dir>
-                      : run.radix == 8 ? GroupedBottom<V, 2, dir>
-                                       : GroupedBottom<V, 1, dir>;
-  RunBottom<V::width / 2>(kernel, src, dst, run);
+  if constexpr (V::lanes == 4) {
+    RunBottom<V::width / 2>(GroupBottom<V, dir>, src, dst, run);
+  } else {
+    const auto kernel = run.radix == 16  ? GroupedBottom<V, 4, dir>
+                        : run.radix == 8 ? GroupedBottom<V, 2, dir>
+                                         : GroupedBottom<V, 1, dir>;
+    RunBottom<V::width / 2>(kernel, src, dst, run);
+  }
 }
 
 template <class V, Direction dir>
@@ -206,6 +222,9 @@ void RunPairsBottom(const float* src, float* dst, const BottomRun& run) {
       return PairsBottom<V, 6, dir>;
     case 7:
       return PairsBottom<V, 7, dir>;
+    case 8:  // a group's bottom where groups are not wider
+      if constexpr (Vec::width == 16) return PairsBottom<V, 8, dir>;
+      [[fallthrough]];
     case 11:
       return PairsBottom<V, 11, dir>;
     case 13:

@@ -20,9 +20,9 @@ std::vector<int> ToVector(const RadixList& list) {
   return {list.radix, list.radix + list.count};
 }
 
-std::vector<std::vector<int>> FftRuns(const FftLayout& layout) {
+std::vector<std::vector<int>> FftRuns(const FftLayout& layout, int vecWidth) {
   if (layout.pieceOrder == 0) return {};
-  std::vector<std::vector<int>> runs = {ToVector(StageRadices(layout.pieceOrder))};
+  std::vector<std::vector<int>> runs = {ToVector(StageRadices(layout.pieceOrder, vecWidth))};
   for (int level = layout.levels - 1, order = layout.pieceOrder; level >= 0; --level) {
     runs.push_back(ToVector(LevelRadices(layout.levelOrder[level] - order)));
     order = layout.levelOrder[level];
@@ -65,9 +65,13 @@ std::optional<TransformDescription> DescribeTransform(int length) {
   const Limits& limits = build.limits;
   if (IsPowerOfTwo(length)) {
     const FftLayout layout = LayoutOf(limits, OrderOf(length), true);
-    return TransformDescription{
-        build.name,      length, FftMethod(layout.method), length > 1 ? length / 2 : 1,
-        FftRuns(layout), 0,      layout.workSize};
+    return TransformDescription{build.name,
+                                length,
+                                FftMethod(layout.method),
+                                length > 1 ? length / 2 : 1,
+                                FftRuns(layout, limits.vecWidth),
+                                0,
+                                layout.workSize};
   }
   const DftPlan plan = PlanDft(length, DftKind::Real);
   std::int64_t workSize = OwnWorkSize(plan, DftKind::Real);
@@ -93,7 +97,7 @@ std::optional<TransformDescription> DescribeTransform(int length) {
     workSize = static_cast<std::int64_t>(plan.convLength) * 8 + 32;
     if (inner.method == DftMethod::Fft) {
       const FftLayout layout = LayoutOf(limits, OrderOf(plan.convLength) + 1, false);
-      description.runs = FftRuns(layout);
+      description.runs = FftRuns(layout, limits.vecWidth);
       workSize += layout.workSize;
     } else {
       description.runs = RunsOf(inner);

@@ -31,8 +31,8 @@ template <Direction dir>
 class ComplexWalk {
 public:
   ComplexWalk(const IppsDFTSpec_R_32f& spec, int n, float* target, float* dst, float scale)
-      : spec(spec), n(n), target(target), dst(dst), scale(scale), isGrouped(n % Vec::width == 0),
-        bottom(BottomOf(spec)) {}
+      : spec(spec), n(n), target(target), dst(dst), scale(scale),
+        isGrouped(IsGrouped(n, Vec::width)), bottom(BottomOf(spec)) {}
 
   void Run(const float* src) { Run(0, src, target); }
 
@@ -49,7 +49,7 @@ private:
     if (isGrouped)
       RunGroupedBottom<Vec, dir>(src, block, bottom);
     else
-      RunPairsBottom<Vec, dir>(src, block, bottom);
+      RunPairsBottom<Vec::UpTo8, dir>(src, block, bottom);
     for (int i = spec.lastStage; i >= first; --i)
       Stage(i, block);
   }
@@ -68,12 +68,15 @@ private:
   KERNELS_INLINE void RunStageTo(const float* blocks, float* out, const StageRun& run) {
     // pairs are interleaved in every stage
     constexpr Output ofPairs = output == Output::Interleaved ? Output::Stage : output;
-    if (!isGrouped && GroupsOf(n, run.m, Vec::width).width < Vec::width / 2)
-      RunStage<Pairs<Vec4>, dir, ofPairs>(blocks, out, run);
-    else if (!isGrouped)
-      RunStage<Pairs<Vec>, dir, ofPairs>(blocks, out, run);
-    else
+    const int pairs = isGrouped ? 0 : PairsWidth(run.m, Vec::width);
+    if (isGrouped)
       RunStage<Complex<Vec>, dir, output>(blocks, out, run);
+    else if (pairs == Vec::width / 2)
+      RunStage<Pairs<Vec>, dir, ofPairs>(blocks, out, run);
+    else if (pairs == Vec::UpTo8::width / 2)
+      RunStage<Pairs<Vec::UpTo8>, dir, ofPairs>(blocks, out, run);
+    else
+      RunStage<Pairs<Vec4>, dir, ofPairs>(blocks, out, run);
   }
 
   const IppsDFTSpec_R_32f& spec;
@@ -257,7 +260,7 @@ private:
     int order = 0;
     while (1 << order < spec.convLength)
       ++order;
-    return MethodOf(limits, order + 1) == Method::Flat;
+    return MethodOf(limits, order + 1) == Method::Flat && IsAligned(y, sizeof(Vec));
   }
 
   IppStatus Convolve() {

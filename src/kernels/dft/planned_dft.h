@@ -64,19 +64,32 @@ struct StageGroups {
   int width;   ///< complex values in a group
   bool apart;  ///< real and imaginary parts in registers of their own
 };
+/// Whether all stages of a complex plan over n points hold whole groups. The bottom radix is 16
+/// where the power of two in n is an even one from 2^4 on, else at most 8.
+constexpr bool IsGrouped(std::ptrdiff_t n, int vecWidth) {
+  if (vecWidth < 16) return n % vecWidth == 0;
+  int twos = 0;
+  while (n >> twos != 0 && (n >> twos & 1) == 0)
+    ++twos;
+  return twos >= 4 && twos % 2 == 0;
+}
+/// The largest of width / 2, width / 4, ... pairs that a block of `values` holds; at least 2.
+constexpr int PairsWidth(std::ptrdiff_t values, int vecWidth) {
+  return values >= vecWidth / 2 ? vecWidth / 2 : values >= 4 && vecWidth == 16 ? 4 : 2;
+}
 constexpr StageGroups GroupsOf(std::ptrdiff_t n, std::ptrdiff_t m, int vecWidth) {
-  if (n % vecWidth == 0) return {vecWidth, true};
-  return {m >= vecWidth / 2 ? vecWidth / 2 : 2, false};
+  if (IsGrouped(n, vecWidth)) return {vecWidth, true};
+  return {PairsWidth(m, vecWidth), false};
 }
 /// Complex values to a group of a real stage: as many as fit the pairs of a block.
 constexpr int RealStageWidth(std::ptrdiff_t m, int vecWidth) {
   const std::ptrdiff_t pairs = (m - 1) / 2;
-  return pairs >= vecWidth / 2 ? vecWidth / 2 : pairs >= 2 ? 2 : 1;
+  return pairs >= 2 ? PairsWidth(pairs, vecWidth) : 1;
 }
 
 /// Values of k in a group of the recombination: short transforms have no room for a wide one.
 constexpr int RecombineWidth(std::ptrdiff_t n, int vecWidth) {
-  return n >= 2 * vecWidth ? vecWidth : 4;
+  return n >= 2 * vecWidth ? vecWidth : n >= 16 && vecWidth == 16 ? 8 : 4;
 }
 /// Groups over k = 1 to n / 2, the last one perhaps overlapping.
 constexpr std::ptrdiff_t RecombineGroups(std::ptrdiff_t n, int vecWidth) {

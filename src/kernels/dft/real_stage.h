@@ -164,14 +164,15 @@ KERNELS_INLINE void WithRadix(int radix, Kernel&& kernel) {
 }
 template <class Kernel>
 KERNELS_INLINE void WithWidth(const RealStageRun& run, Kernel&& kernel) {
-  switch (RealStageWidth(run.m, Vec::width)) {
-  case 1:
-    return WithRadix<Pairs<Vec2>>(run.radix, kernel);
-  case 2:
-    return WithRadix<Pairs<Vec4>>(run.radix, kernel);
-  default:
-    return WithRadix<Pairs<Vec>>(run.radix, kernel);
-  }
+  const int width = RealStageWidth(run.m, Vec::width);
+  if (width == 1)
+    WithRadix<Pairs<Vec2>>(run.radix, kernel);
+  else if (width == Vec::width / 2)
+    WithRadix<Pairs<Vec>>(run.radix, kernel);
+  else if (width == Vec::UpTo8::width / 2)
+    WithRadix<Pairs<Vec::UpTo8>>(run.radix, kernel);
+  else
+    WithRadix<Pairs<Vec4>>(run.radix, kernel);
 }
 
 // The first kernels: real transforms of strided samples. A register holds the same value of several
@@ -311,11 +312,12 @@ void RealBottomInverse(const float* src, float* dst, const BottomRun& run) {
 }
 [[gnu::noinline]] inline void RunRealBottom(Direction dir, const float* src, float* dst,
                                             const BottomRun& run) {
-  WithRadix<Pairs<Vec>>(run.radix, [&]<class C, int R>() {
+  WithRadix<Pairs<Vec::UpTo8>>(run.radix, [&]<class C, int R>() {
+    using V = typename FormTraits<C>::Vector;
     if (dir == Direction::Forward)
-      RealBottomForward<Vec, R>(src, dst, run);
+      RealBottomForward<V, R>(src, dst, run);
     else
-      RealBottomInverse<Vec, R>(src, dst, run);
+      RealBottomInverse<V, R>(src, dst, run);
   });
 }
 

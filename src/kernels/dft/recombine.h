@@ -75,6 +75,8 @@ void RecombineAtWidth(const float* src, float* z, std::ptrdiff_t n, const float*
                       float scale) {
   if (RecombineWidth(n, Vec::width) == Vec::width)
     RecombineGroupwise<Vec, dir, scaled>(src, z, n, table, scale);
+  else if (RecombineWidth(n, Vec::width) == Vec::UpTo8::width)
+    RecombineGroupwise<Vec::UpTo8, dir, scaled>(src, z, n, table, scale);
   else
     RecombineGroupwise<Vec4, dir, scaled>(src, z, n, table, scale);
 }

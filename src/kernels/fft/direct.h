@@ -119,27 +119,14 @@ void DirectComplex(const float* src, float* dst, float scale) {
   const V factor = V::Set1(scale);
   constexpr int first = V::width, second = M / first, columns = V::width / 2;
   C y[second];
-  for (int c = 0; c < second; c += columns) {
-    Pairs<V> row[first];
-    for (int m = 0; m < first; ++m)
-      row[m].v = V::LoadU(src + 2 * (c + m * second));
-    if constexpr (first == 4)
-      Butterfly<4, dir>(row);
-    else
-      Butterfly8<dir>(row);
-    V t[first];
-    for (int m = 0; m < first; ++m)
-      t[m] = row[m].v;
-    Transpose(t);
-    for (int i = 0; i < columns; ++i)
-      y[c + i] = {t[2 * i], t[2 * i + 1]};
-  }
+  for (int c = 0; c < second; c += columns)
+    TransformRows<dir>(src + 2 * c, 2 * second, y + c);
   for (int p = 1; p < second; ++p)
     y[p] = TimesTwiddle<dir>(y[p], C::Load(twiddlesOf<V::width, M>.data[p - 1]));
-  if constexpr (second == 4)
-    Butterfly<4, dir>(y);
-  else
+  if constexpr (second == 8)
     Butterfly8<dir>(y);
+  else
+    Butterfly<second, dir>(y);
   for (int k = 0; k < M; k += first) {
     const C& z = y[k / first];
     if constexpr (output != Output::Stage) {

@@ -24,12 +24,20 @@ inline void RunDirect(const float* src, float* dst, int L, float scale) {
   case 3:
     return SmallComplex<dir, 8>(src, dst);
   case 4:
-    return DirectComplex<dir, output, Vec4, Vec::width, 16>(src, dst, scale);
+    return DirectComplex<dir, output, Vec4, Vec::UpTo8::width, 16>(src, dst, scale);
   case 5:
-    return DirectComplex<dir, output, Vec, Vec::width, 32>(src, dst, scale);
+    return DirectComplex<dir, output, Vec::UpTo8, Vec::width, 32>(src, dst, scale);
+  case 6:
+    if constexpr (Vec::width >= 8)
+      return DirectComplex<dir, output, Vec::UpTo8, Vec::width, 64>(src, dst, scale);
+    return;
+  case 7:
+    if constexpr (Vec::width == 16)
+      return DirectComplex<dir, output, Vec, Vec::width, 128>(src, dst, scale);
+    return;
   default:
-    if constexpr (Vec::width == 8)
-      return DirectComplex<dir, output, Vec, Vec::width, 64>(src, dst, scale);
+    if constexpr (Vec::width == 16)
+      return DirectComplex<dir, output, Vec, Vec::width, 256>(src, dst, scale);
   }
 }
 
@@ -46,6 +54,9 @@ inline void RunPass(const Pass& pass, const float* data, float* out, const float
 /// Values whose passes stay in the first-level cache, with their factors.
 constexpr std::ptrdiff_t cachedValues = 2048;
 
+/// Parts of a vector that the first pass leaves mixed in its registers, for the second to separate.
+constexpr int mixedParts = Vec::lanes == 2 ? 2 : 1;
+
 /// The passes from the second to `last` on `count` values, with two lanes also on their partners
 /// (see passes.h). Where all values stay in the cache, pass after pass; otherwise block after
 /// block, each with all its passes.
@@ -54,17 +65,19 @@ void RunPasses(float* data, std::ptrdiff_t partner, std::ptrdiff_t count, const 
                int last, const float* twiddles) {
   const Pass& pass = plan.pass[last];
   int first = last;
-  if (last > 1 && count * Vec::lanes > cachedValues) {
+  if (last > 1 && count * mixedParts > cachedValues) {
     for (float* block = data; block < data + 2 * count; block += 2 * pass.span)
       RunPasses<dir, input>(block, partner, pass.span, plan, last - 1, twiddles);
   } else {
     first = 2;
-    if (plan.pass[1].radix == 8)
+    if constexpr (Vec::lanes == 4) {
+      if constexpr (input == Input::Fours) SecondPassOfFours<dir, Vec>(data, count);
+    } else if (plan.pass[1].radix == 8)
       SecondPass<dir, Vec, 8, input>(data, partner, twiddles, count);
     else
       SecondPass<dir, Vec, 4, input>(data, partner, twiddles, count);
   }
-  for (int lane = 0; lane < Vec::lanes; ++lane, data += partner)
+  for (int part = 0; part < mixedParts; ++part, data += partner)
     for (int s = first; s <= last; ++s)
       RunPass<dir, Output::Stage>(plan.pass[s], data, data, twiddles, count, 1.0f);
 }
@@ -72,9 +85,9 @@ void RunPasses(float* data, std::ptrdiff_t partner, std::ptrdiff_t count, const 
 /// The passes behind the first, in `stage`, the last one to dst.
 template <Direction dir, Input input, Output output>
 void LaterPasses(float* stage, float* dst, const float* twiddles, int L, float scale) {
-  const PassList& plan = passesOf[L];
+  const PassList& plan = passesOf<Vec::width>[L];
   const std::ptrdiff_t M = std::ptrdiff_t{1} << L;
-  constexpr int halves = Vec::lanes;
+  constexpr int halves = mixedParts;
   // In the cache, each pass behind the second runs over everything at once.
   const bool isCached = M <= cachedValues;
   const int last = plan.count - 1, inBlocks = isCached ? 1 : last - 1;
@@ -154,8 +167,11 @@ void ComplexTransform(const float* src, float* dst, const FftSpec& spec, int L, 
 /// N samples to packed order.
 inline void ForwardFft(const float* src, float* dst, const FftSpec& spec, float* work) {
   ComplexTransform<Direction::Forward, Output::Stage>(src, dst, spec, spec.order - 1, work, 1.0f);
-  RecombineForward<Vec>(dst, spec.recombFwd, std::ptrdiff_t{1} << (spec.order - 1),
-                        spec.fwdScaled ? spec.scale : 1.0f);
+  const std::ptrdiff_t M = std::ptrdiff_t{1} << (spec.order - 1);
+  const float scale = spec.fwdScaled ? spec.scale : 1.0f;
+  if (Vec::width == 16 && M == 16)
+    return RecombineForward<Vec::UpTo8>(dst, spec.recombFwd, M, scale);
+  RecombineForward<Vec>(dst, spec.recombFwd, M, scale);
 }
 
 /// CCS to N samples. The scale multiplies the results, in the stores of the last pass.
@@ -163,13 +179,16 @@ template <Output output>
 void InverseFft(const float* src, float* dst, const FftSpec& spec, float* work) {
   const int L = spec.order - 1;
   const std::ptrdiff_t M = std::ptrdiff_t{1} << L;
-  if (spec.order > limits.directMax && spec.order <= limits.flatMax) {
+  if (Vec::lanes < 4 && spec.order > limits.directMax && spec.order <= limits.flatMax) {
     RecombineInverse<Output::Stage, Vec>(src, dst, spec.recombInv, M);
     FirstPassColumns<Direction::Inverse, Vec>(dst, work, spec.bitRev, M);
     return LaterPasses<Direction::Inverse, Input::Stage, output>(work, dst, spec.twiddles, L,
                                                                  spec.scale);
   }
-  RecombineInverse<Output::Interleaved, Vec>(src, dst, spec.recombInv, M);
+  if (Vec::width == 16 && M == 16)
+    RecombineInverse<Output::Interleaved, Vec::UpTo8>(src, dst, spec.recombInv, M);
+  else
+    RecombineInverse<Output::Interleaved, Vec>(src, dst, spec.recombInv, M);
   ComplexTransform<Direction::Inverse, output>(dst, dst, spec, L, work, spec.scale);
 }
 

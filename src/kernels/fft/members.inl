@@ -25,7 +25,7 @@ static IppStatus ippsFFTFwd_RToPack_32f(const Ipp32f* pSrc, Ipp32f* pDst,
                                         const IppsFFTSpec_R_32f* pSpec, Ipp8u* pBuffer) {
   const IppStatus status = CheckTransform(pSpec, FftSpec::liveReal, pSrc, pDst);
   if (status != ippStsNoErr) return status;
-  const WorkBuffer work(pSpec->workSize, pBuffer);
+  const WorkBuffer work(pSpec->workSize, pBuffer, AlignmentOf(Vec::width));
   if (work.missing) return ippStsMemAllocErr;
   if (pSpec->order < 5)
     directRealForward[pSpec->order](pSrc, pDst, pSpec->fwdScaled ? pSpec->scale : 1.0f);
@@ -51,7 +51,7 @@ static IppStatus ippsFFTInv_CCSToR_32f(const Ipp32f* pSrc, Ipp32f* pDst,
                                        const IppsFFTSpec_R_32f* pSpec, Ipp8u* pBuffer) {
   const IppStatus status = CheckTransform(pSpec, FftSpec::liveReal, pSrc, pDst);
   if (status != ippStsNoErr) return status;
-  const WorkBuffer work(pSpec->workSize, pBuffer);
+  const WorkBuffer work(pSpec->workSize, pBuffer, AlignmentOf(Vec::width));
   if (work.missing) return ippStsMemAllocErr;
   if (pSpec->order < 5)
     directRealInverse[pSpec->order](pSrc, pDst, pSpec->invScaled ? pSpec->scale : 1.0f);
@@ -90,7 +90,7 @@ static IppStatus ComplexFft(const Ipp32fc* pSrc, Ipp32fc* pDst, const IppsFFTSpe
                             Ipp8u* pBuffer) {
   const IppStatus status = CheckTransform(pSpec, FftSpec::liveComplex, pSrc, pDst);
   if (status != ippStsNoErr) return status;
-  const WorkBuffer work(pSpec->workSize, pBuffer);
+  const WorkBuffer work(pSpec->workSize, pBuffer, AlignmentOf(Vec::width));
   if (work.missing) return ippStsMemAllocErr;
   float* dst = &pDst->re;
   ComplexTransform<dir, Output::Interleaved>(&pSrc->re, dst, *pSpec, pSpec->order, work.Floats(),

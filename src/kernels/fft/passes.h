@@ -55,7 +55,8 @@ KERNELS_INLINE void PassButterfly(Load load, Factor factor, Store store) {
 //   after the first    i, partner of i            i + 1, partner of i + 1
 //   after the second   i, i + 1                   partners of i and of i + 1
 //
-// With one lane, block i is stored at its place.
+// With one lane, block i is stored at its place. With four lanes, the first pass has radix 16 and
+// stores a block of 16, one group, at its place; there is no second.
 
 /// The radix-4 butterflies of V::width / 2 neighbouring columns, from four rows. The results are
 /// two groups, of the even columns and of the odd ones.
@@ -76,15 +77,24 @@ struct FirstButterflies {
 };
 
 template <class V>
-constexpr int groupsOfLine = 64 / sizeof(Complex<V>);
+constexpr int groupsOfLine = sizeof(Complex<V>) < 64 ? 64 / sizeof(Complex<V>) : 1;
 
-/// The first pass, radix 4, from interleaved values in natural order: rows M/4 apart, neighbouring
-/// columns, each to its place in `blocks`, in floats. Where a group is half a cache line, columns
-/// M/8 apart are computed together: their blocks are neighbours, and fill the line while it is in
-/// the cache.
+/// The first pass, radix 4 or 16, from interleaved values in natural order: rows M/4 or M/16 apart,
+/// neighbouring columns, each to its place in `blocks`, in floats. Where a group is half a cache
+/// line, columns M/8 apart are computed together: their blocks are neighbours, and fill the line
+/// while it is in the cache.
 template <Direction dir, class V>
 void FirstPass(const float* src, float* stage, const std::int32_t* blocks, std::ptrdiff_t M) {
   constexpr int columns = V::width / 2, together = groupsOfLine<V>;
+  if constexpr (V::lanes == 4) {
+    for (std::ptrdiff_t c = 0; c < M / V::width; c += columns) {
+      Complex<V> group[columns];
+      TransformRows<dir>(src + 2 * c, 2 * (M / V::width), group);
+      for (int i = 0; i < columns; ++i)
+        group[i].Store(stage + blocks[c + i]);
+    }
+    return;
+  }
   for (std::ptrdiff_t left = 0; left < M / 4 / together; left += columns)
     for (int i = 0; i < together; ++i) {
       const std::ptrdiff_t c = left + i * (M / 8);
@@ -147,6 +157,29 @@ void SecondPass(float* data, std::ptrdiff_t partner, const float* twiddles, std:
         C{HighLanes(y[q].re, y[q + 1].re), HighLanes(y[q].im, y[q + 1].im)}.Store(out + partner);
       }
     }
+  }
+}
+
+/// With four lanes: the second pass, radix 4, from groups of four to groups of sixteen, in place.
+template <Direction dir, class V>
+void SecondPassOfFours(float* data, std::ptrdiff_t count) {
+  using C = Complex<V>;
+  const auto factor = [](int p) KERNELS_INLINE_LAMBDA {
+    const float* w = twiddlesOf<4, 16>.data[p - 1];
+    return C{V::LoadQuad(w), V::LoadQuad(w + 4)};
+  };
+  // Four blocks of 16 values at a time, one to each lane.
+  for (float* block = data; block < data + 2 * count; block += 8 * V::width) {
+    C y[4];
+    PassButterfly<dir, V, 4>(
+        [&](int m) {
+          return C{V::LoadLanes(block + 8 * m, 32), V::LoadLanes(block + 8 * m + 4, 32)};
+        },
+        factor, [&](int q, C x) { y[q] = x; });
+    TransposeQuads(y[0].re, y[1].re, y[2].re, y[3].re);
+    TransposeQuads(y[0].im, y[1].im, y[2].im, y[3].im);
+    for (int i = 0; i < 4; ++i)
+      y[i].Store(block + 2 * V::width * i);
   }
 }
 

@@ -43,15 +43,19 @@ FftLayout LayoutOf(const Limits& limits, int order, bool real) {
   l.order = order;
   l.L = order - 1;
   l.method = MethodOf(limits, order);
-  l.specSize = AlignUp(static_cast<std::int32_t>(sizeof(FftSpec)));
+  const std::int32_t alignment = AlignmentOf(limits.vecWidth);
+  l.specSize = AlignUp(static_cast<std::int32_t>(sizeof(FftSpec)), alignment);
   if (!real && order <= limits.directMax) l.method = Method::DirectComplex;
   if (l.method == Method::DirectReal) return l;
+  // A spec is aligned to less.
+  const std::int32_t slack = alignment - static_cast<std::int32_t>(tableAlignment);
+  l.specSize += slack;
 
   const std::int64_t M = std::int64_t{1} << l.L, N = 2 * M;
   constexpr std::int64_t pair = 2 * sizeof(float);
   const auto place = [&](FftLayout::Table& table, std::int64_t bytes) {
-    table = {l.specSize, static_cast<std::int32_t>(bytes)};
-    l.specSize += AlignUp(table.bytes);
+    table = {l.specSize - slack, static_cast<std::int32_t>(bytes)};
+    l.specSize += AlignUp(table.bytes, alignment);
   };
   l.initSize = order > 10 ? static_cast<std::int32_t>((N + 35) & ~31) + 32 : 0;
   if (l.method != Method::DirectComplex) {
@@ -70,7 +74,7 @@ FftLayout LayoutOf(const Limits& limits, int order, bool real) {
       }
       scratch = std::max(scratch, pair << l.pieceOrder);
     }
-    l.workSize = static_cast<std::int32_t>(scratch & ~std::int64_t{31}) + 32;
+    l.workSize = static_cast<std::int32_t>(scratch & ~std::int64_t{31}) + 32 + slack;
     place(l.twiddles, pair << l.pieceOrder);
   }
   if (real) {
@@ -118,11 +122,11 @@ void PairBlocks(int L, std::int32_t* table) {
 }
 
 void FillTwiddles(int L, int vecWidth, const RootTable& roots, float* table) {
-  const RadixList list = StageRadices(L);
-  std::int64_t span = list.radix[0];
-  for (int s = 1; s < list.count; span *= list.radix[s++])
-    table =
-        FillPass(span, list.radix[s], list.radix[s] - 1, span, span, 0, 0, vecWidth, roots, table);
+  const PassList list = PassesOf(L, vecWidth);
+  for (int s = vecWidth == 16 ? 2 : 1; s < list.count; ++s) {
+    const auto [radix, span, start] = list.pass[s];
+    FillPass(span, radix, radix - 1, span, span, 0, 0, vecWidth, roots, table + start);
+  }
 }
 
 void FillLevelTwiddles(int L, const LargeRow& row, int vecWidth, const RootTable& roots,
@@ -193,7 +197,7 @@ void FillSpec(const FftLayout& layout, const Limits& limits, bool real, int flag
   spec->id = real ? FftSpec::liveReal : FftSpec::liveComplex;
   if (layout.bitRev.bytes == 0 && layout.recombFwd.bytes == 0) return;
 
-  auto* memory = reinterpret_cast<Ipp8u*>(spec);
+  Ipp8u* memory = AlignUp(reinterpret_cast<Ipp8u*>(spec), AlignmentOf(limits.vecWidth));
   const auto table = [&](const FftLayout::Table& t) {
     return reinterpret_cast<float*>(memory + t.offset);
   };
@@ -214,8 +218,9 @@ void FillSpec(const FftLayout& layout, const Limits& limits, bool real, int flag
     spec->levelTwiddles[i] = table(layout.level[i]);
   }
   if (layout.recombFwd.bytes != 0) {
-    FillRecombination(layout.L, limits.vecWidth, roots, table(layout.recombFwd),
-                      table(layout.recombInv));
+    // 16 values hold no two groups of 16
+    const int width = layout.L == 4 ? std::min(limits.vecWidth, 8) : limits.vecWidth;
+    FillRecombination(layout.L, width, roots, table(layout.recombFwd), table(layout.recombInv));
     spec->recombFwd = table(layout.recombFwd);
     spec->recombInv = table(layout.recombInv);
   }

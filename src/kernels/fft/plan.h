@@ -51,7 +51,14 @@ struct RadixList {
   int radix[8];
 };
 /// The passes of a flat plan, L from 6 on: always radix 4 first, then 8 where it pays and 4 else.
-constexpr RadixList StageRadices(int L) {
+/// With groups of 16 (L from 8 on), the first two are one of radix 16.
+constexpr RadixList StageRadices(int L, int vecWidth) {
+  if (vecWidth == 16) {
+    RadixList list{2, {4, 4}};
+    for (int left = L - 4; left > 0; left -= left % 3 == 0 ? 3 : 2)
+      list.radix[list.count++] = left % 3 == 0 ? 8 : 4;
+    return list;
+  }
   RadixList list{1, {4}};
   for (int span = 2; span < L;) {
     const int left = L - span;
@@ -62,7 +69,8 @@ constexpr RadixList StageRadices(int L) {
   }
   return list;
 }
-/// The same with each pass's span and where its factors start, in floats.
+/// The same with each pass's span and where its factors start, in floats. With groups of 16, those
+/// of the second pass are no table.
 struct Pass {
   std::int32_t radix, span, twiddles;
 };
@@ -70,21 +78,24 @@ struct PassList {
   int count;
   Pass pass[8];
 };
-constexpr PassList PassesOf(int L) {
-  const RadixList radices = StageRadices(L);
+constexpr PassList PassesOf(int L, int vecWidth) {
+  const RadixList radices = StageRadices(L, vecWidth);
+  const int tabled = vecWidth == 16 ? 2 : 1;
   PassList list{radices.count, {{4, 1, 0}}};
   for (int s = 1; s < list.count; ++s) {
     const Pass& before = list.pass[s - 1];
     list.pass[s] = {radices.radix[s], before.span * before.radix,
-                    before.twiddles + (s > 1 ? 2 * before.span * (before.radix - 1) : 0)};
+                    before.twiddles + (s > tabled ? 2 * before.span * (before.radix - 1) : 0)};
   }
   return list;
 }
 constexpr int maxFlatOrder = 18;
+/// By L.
+template <int vecWidth>
 inline constexpr std::array<PassList, maxFlatOrder + 1> passesOf = [] {
   std::array<PassList, maxFlatOrder + 1> table{};
   for (int L = 6; L <= maxFlatOrder; ++L)
-    table[L] = PassesOf(L);
+    table[L] = PassesOf(L, vecWidth);
   return table;
 }();
 
@@ -124,7 +135,8 @@ constexpr int twoLevelFrom = 18;
 constexpr int fineCount = 1024;
 
 /// Everything that follows from order and limits. Offsets and sizes in bytes from the start of the
-/// spec, every table at a 32-byte boundary; a table that a plan does not have has size 0.
+/// spec (or the next 64-byte boundary, for groups of 16), every table at a 32-byte (64-byte)
+/// boundary; a table that a plan does not have has size 0.
 struct FftLayout {
   int order, L;
   Method method;
@@ -164,9 +176,10 @@ void FillLevelTwiddles(int L, const LargeRow& row, int vecWidth, const RootTable
 /// pi 1024 c / N for every run c.
 void FillRecombination(int L, int vecWidth, const RootTable& roots, float* forward, float* inverse);
 /// The index, inside its group, of the value at place `lane` in column order: the order in which
-/// interleaved values stand when they have been taken apart inside each 128-bit lane alone.
+/// interleaved values stand when they have been taken apart inside each 128-bit lane alone. With
+/// groups of 16 they are in their own order.
 constexpr int ColumnOf(int lane, int vecWidth) {
-  return vecWidth == 4 ? lane : (lane & 1) | (lane & 2) << 1 | (lane & 4) >> 1;
+  return vecWidth != 8 ? lane : (lane & 1) | (lane & 2) << 1 | (lane & 4) >> 1;
 }
 
 constexpr bool IsFlag(int flag) {

@@ -10,8 +10,8 @@ namespace Orvik::Tesmo::Kernels::KERNELS_BUILD {
 
 /// pDst[i] = op(p[i]...) for i in [0, len); op takes registers and floats. Single elements up to
 /// the first register boundary of the destination, then blocks of two registers, then single
-/// elements. A destination that is no multiple of 4 bytes never reaches a boundary: its stores are
-/// unaligned.
+/// elements; with sixteen lanes, a part of a register instead of single elements. A destination
+/// that is no multiple of 4 bytes never reaches a boundary: its stores are unaligned.
 template <class V, class Op, class... Source>
 KERNELS_INLINE void ForEachElement(float* pDst, std::ptrdiff_t len, Op op, Source... p) {
   constexpr int block = 2 * V::width;
@@ -23,12 +23,24 @@ KERNELS_INLINE void ForEachElement(float* pDst, std::ptrdiff_t len, Op op, Sourc
     for (int r = 0; r < count; ++r)
       result[r].StoreU(pDst + i + r * V::width);
   };
+  const auto upTo = [&](std::ptrdiff_t end) {
+    if constexpr (V::width == 16) {
+      if (i <= end - V::width) {
+        store.template operator()<1>();
+        i += V::width;
+      }
+      if (i < end) op(V::LoadFirst(p + i, end - i)...).StoreFirst(pDst + i, end - i);
+      i = end;
+    } else {
+      for (; i < end; ++i)
+        pDst[i] = op(p[i]...);
+    }
+  };
   if (len > block) {
     const auto address = reinterpret_cast<std::uintptr_t>(pDst);
     const bool canAlign = address % sizeof(float) == 0;
     const std::ptrdiff_t peel = canAlign ? -(address / sizeof(float)) % V::width : 0;
-    for (; i < peel; ++i)
-      pDst[i] = op(p[i]...);
+    upTo(peel);
     for (; i <= len - 2 * block; i += 2 * block)
       store.template operator()<4>();
     if (i <= len - block) {
@@ -36,8 +48,7 @@ KERNELS_INLINE void ForEachElement(float* pDst, std::ptrdiff_t len, Op op, Sourc
       i += block;
     }
   }
-  for (; i < len; ++i)
-    pDst[i] = op(p[i]...);
+  upTo(len);
 }
 
 static IppStatus ippsCopy_32f(const Ipp32f* pSrc, Ipp32f* pDst, int len) {

@@ -77,7 +77,10 @@ constexpr std::uint32_t osxsave = 1u << 27;
 CpuFeatures FeaturesOf(const CpuidLeaf& leaf1, const CpuidLeaf& leaf7, std::uint32_t xcr0) {
   const auto c = [&](int bit) { return (leaf1.ecx >> bit & 1) != 0; };
   const auto d = [&](int bit) { return (leaf1.edx >> bit & 1) != 0; };
+  const auto b7 = [&](int bit) { return (leaf7.ebx >> bit & 1) != 0; };
   const bool savesYmm = c(27) && (xcr0 & 6) == 6;
+  // with the masks, the upper halves of sixteen registers and sixteen further ones
+  const bool savesZmm = savesYmm && (xcr0 & 0xE0) == 0xE0;
   return {.mmx = d(23),
           .sse = d(25),
           .sse2 = d(26),
@@ -88,7 +91,8 @@ CpuFeatures FeaturesOf(const CpuidLeaf& leaf1, const CpuidLeaf& leaf7, std::uint
           .movbe = c(22),
           .avx = c(28) && savesYmm,
           .fma = c(12) && savesYmm,
-          .avx2 = (leaf7.ebx >> 5 & 1) != 0 && savesYmm};
+          .avx2 = b7(5) && savesYmm,
+          .avx512 = b7(16) && b7(17) && b7(31) && savesZmm};
 }
 
 CpuFeatures FeaturesOfThis() {

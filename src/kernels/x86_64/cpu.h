@@ -17,12 +17,13 @@ struct CpuidLeaf {
 using CpuidReader = CpuidLeaf (*)(std::uint32_t leaf, std::uint32_t subLeaf);
 
 struct CpuFeatures {
-  bool mmx, sse, sse2, sse3, ssse3, sse41, sse42, movbe, avx, fma, avx2;
+  bool mmx, sse, sse2, sse3, ssse3, sse41, sse42, movbe, avx, fma, avx2, avx512;
 };
 
 /// `leaf1` and `leaf7` are CPUID leaves 1 and 7, the latter 0 where there is none; `xcr0` is the
 /// low half of the register of that name, 0 where the operating system has not enabled it. `avx`,
 /// `fma` and `avx2` are true only where the system also saves the AVX registers of a thread.
+/// `avx512` stands for F, DQ and VL together, and for a system that saves their registers, too.
 CpuFeatures FeaturesOf(const CpuidLeaf& leaf1, const CpuidLeaf& leaf7, std::uint32_t xcr0);
 /// ippGetMaxCacheSizeB for any processor; `bytes` is always written.
 IppStatus MaxCacheSize(CpuidReader cpuid, std::int32_t& bytes);

@@ -27,6 +27,9 @@ namespace Orvik::Tesmo::Kernels::KERNELS_BUILD {
 FUSED_OPERATIONS(Vec2, _mm)
 FUSED_OPERATIONS(Vec4, _mm)
 FUSED_OPERATIONS(Vec8, _mm256)
+#ifdef __AVX512F__
+FUSED_OPERATIONS(Vec16, _mm512)
+#endif
 #undef FUSED_OPERATIONS
 
 }  // namespace Orvik::Tesmo::Kernels::KERNELS_BUILD

@@ -13,6 +13,7 @@ namespace Orvik::Tesmo::Kernels::KERNELS_BUILD {
 struct Vec4 {
   static constexpr int width = 4;  ///< floats
   static constexpr int lanes = 1;  ///< 128-bit lanes
+  using UpTo8 = Vec4;              ///< the same, or eight floats where this is wider
   __m128 v;
 
   static KERNELS_INLINE Vec4 Load(const float* p) { return {_mm_load_ps(p)}; }
@@ -127,10 +128,10 @@ KERNELS_INLINE Vec2 ReversePairs(Vec2 a) {
 /// Keeps a value in its register. Without a third operand the compiler would rather load it again
 /// for each product, and the load ports are what the passes wait for.
 KERNELS_INLINE void Hold(Vec4& a) {
-  asm("" : "+x"(a.v));
+  asm("" : "+v"(a.v));
 }
 KERNELS_INLINE void Hold(Vec2& a) {
-  asm("" : "+x"(a.v));
+  asm("" : "+v"(a.v));
 }
 /// The exact root of one float.
 KERNELS_INLINE float Sqrt(float x) {

@@ -11,6 +11,7 @@ namespace Orvik::Tesmo::Kernels::KERNELS_BUILD {
 struct Vec8 {
   static constexpr int width = 8;
   static constexpr int lanes = 2;
+  using UpTo8 = Vec8;
   __m256 v;
 
   static KERNELS_INLINE Vec8 Load(const float* p) { return {_mm256_load_ps(p)}; }
@@ -51,7 +52,7 @@ KERNELS_INLINE bool AnySign(Vec8 a) {
 }
 
 KERNELS_INLINE void Hold(Vec8& a) {
-  asm("" : "+x"(a.v));
+  asm("" : "+v"(a.v));
 }
 
 KERNELS_INLINE Vec8 AddSub(Vec8 a, Vec8 b) {
