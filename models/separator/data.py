@@ -18,6 +18,7 @@ import struct
 import subprocess
 import sys
 import tempfile
+import zipfile
 import zlib
 
 import numpy as np
@@ -44,7 +45,10 @@ WORDS = (
     ("klettres", SHARE / "klettres"),
     ("ktuberling", SHARE / "ktuberling/sounds"),
     ("hedgewars", SHARE / "games/hedgewars/Data/Sounds/voices"),
+    ("qabcs", SHARE / "qabcs/abcs"),
+    ("kajongg", SHARE / "kajongg/voices"),
 )
+NO_WORDS = ("all",)     # a folder of sounds
 # Nothing of these is trained on, whoever says it.
 UNTRAINED_LANGUAGES = ("bg", "da", "el", "it")
 
@@ -60,7 +64,29 @@ VOICES = (
     *((f"planetblupi {language}", language, SHARE / f"planetblupi/sound/{language}", "voice")
       for language in ("de", "fr", "he", "it")),
     ("pocketsphinx", "en", SHARE / "pocketsphinx/test/data/librivox", "voice"),
+    ("festvox-ru", "ru", SHARE / "festival/voices/russian/msu_ru_nsh_clunits/wav", "train"),
+    ("codec2", "en", SHARE / "codec2/wav", "train"),
 )
+
+# Calls of a game in one archive: a speaker or a manner of speaking, and where in it.
+CALLS = SHARE / "games/warzone2100/base.wz"
+CALLERS = (
+    ("computer", r"(memressp/(?!cmndrvoc)|tutorial|extra|countdown)"), ("commander", r"memressp/cmndrvoc"),
+    ("pilots", r"(vtoltalk|trnsppil)"), ("collective", r"coltive"), ("nexus", r"nexus"),
+    *((f"taunt{i}", rf"taunts/taunt{i}") for i in (1, 2, 3)),
+)
+
+# Synthesisers that speak with voices of recorded speakers: program, voice, file of Czech or English text. For some
+# voices the text is in a language that they were not made for: it only sounds foreign.
+FORTUNES = SHARE / "games/fortunes"
+READERS = (
+    *(("flite", voice, "literature") for voice in ("awb", "rms", "slt")),
+    *(("festival", voice, "literature") for voice in (
+        "kal_diphone", "ked_diphone", "hy_fi_mv_diphone", "suo_fi_lj_diphone")),
+    *(("festival", f"czech_{voice}", "cs/klasik-cz") for voice in ("dita", "krb", "machac", "ph")),
+)
+TEXT_LENGTH = 9000     # characters for each voice
+READ_PIECE = 5         # seconds
 
 # Dialogues of a game: language, speaker as the names of the files have it.
 DIALOGUES = SHARE / "games/fillets-ng/sound"
@@ -87,6 +113,10 @@ MUSIC = (
     ("starfighter-data", SHARE / "starfighter/music"),
     ("warmux-data", SHARE / "games/warmux/music"),
     ("widelands-data", SHARE / "games/widelands/data/music"),
+    ("davegnukem-data", SHARE / "games/davegnukem/music"),
+    ("enigma-data", SHARE / "games/enigma/music"),
+    ("extremetuxracer-data", SHARE / "games/etr/music"),
+    ("neverball-common", SHARE / "games/neverball/bgm"),
     ("planetblupi-music-ogg", SHARE / "planetblupi/music"),
     ("supertux-data", SHARE / "games/supertux2/music"),
     ("unknown-horizons", SHARE / "unknown-horizons/content/audio/music"),
@@ -99,6 +129,9 @@ NOISES = (
     ("lincity-ng-data", SHARE / "games/lincity-ng/sounds", "train"),
     ("searchandrescue-data", SHARE / "games/searchandrescue/sounds", "train"),
     ("widelands-data", SHARE / "games/widelands/data/sound", "train"),
+    ("bucklespring-data", SHARE / "buckle/wav", "train"),
+    ("micropolis-data", SHARE / "games/micropolis/res/sounds", "train"),
+    ("scorched3d-data", SHARE / "games/scorched3d/data", "train"),
     ("colobot-common-sounds", SHARE / "games/colobot/sounds", "work"),
 )
 UNTRAINED_WORKS = ("macroform-cold_day", "reno_project-system", "wanderer", "love_theme", "the_deep_path",
@@ -228,6 +261,33 @@ def cast_of_sky():
     return cut_eight_bits("beneath-a-steel-sky", "en", sentences)
 
 
+def calls(caller, place):
+    """What is under `place` in the archive of calls."""
+    with zipfile.ZipFile(CALLS) as archive, tempfile.TemporaryDirectory() as folder:
+        names = sorted(name for name in archive.namelist() if re.match(rf"audio/{place}.*\.ogg$", name))
+        files = [pathlib.Path(archive.extract(name, folder)) for name in names]
+        return list(utterances(f"warzone2100 {caller}", "en", files))
+
+
+def reading(number, program, voice, text):
+    """A passage of a text, another one for each voice, in pieces of some seconds."""
+    encoding = "iso8859-2" if text.startswith("cs") else "ascii"    # what festival takes
+    words = (FORTUNES / text).read_bytes().decode("utf-8", "ignore").encode(encoding, "ignore").decode(encoding)
+    words = re.sub(r"[^\w.,;?!']+|_", " ", words)
+    start = number * TEXT_LENGTH % (len(words) - TEXT_LENGTH)
+    with tempfile.TemporaryDirectory() as folder:
+        source, output = pathlib.Path(folder, "text"), pathlib.Path(folder, "speech.wav")
+        source.write_text(words[start:start + TEXT_LENGTH], encoding=encoding)
+        command = (["text2wave", "-eval", f"(voice_{voice})", "-o", str(output), str(source)]
+                   if program == "festival" else ["flite", "-voice", voice, "-f", str(source), "-o", str(output)])
+        subprocess.run(command, check=True, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+        samples = decode(output)
+    size = READ_PIECE * SAMPLE_RATE
+    return with_and_without_codec(
+        dict(kind="speech", source=f"{program} {voice}", language="", part="train"),
+        [(str(i), samples[at:at + size]) for i, at in enumerate(range(0, len(samples), size))])
+
+
 def dialogue(language, speaker):
     """What one speaker says; without a name all that none of the others says."""
     def says(path):
@@ -262,11 +322,15 @@ def sources():
     for program, root in WORDS:
         for folder in sorted(p for p in root.iterdir() if p.is_dir()):
             files = audio_files(folder)
-            if folder.name not in UNTRAINED_LANGUAGES and files:
+            if folder.name not in UNTRAINED_LANGUAGES + NO_WORDS and files:
                 yield f"{program} {folder.name}", lambda name=folder.name, program=program, files=files: utterances(
                     f"{program} {name}", name, files)
     for row in SPEAKERS:
         yield f"fillets-ng {row[0]} {row[1]}", lambda row=row: dialogue(*row)
+    for row in CALLERS:
+        yield f"warzone2100 {row[0]}", lambda row=row: calls(*row)
+    for number, row in enumerate(READERS):
+        yield f"{row[0]} {row[1]}", lambda number=number, row=row: reading(number, *row)
     for package, folder in MUSIC:
         files = [path for path in audio_files(folder) if path.stem not in UNUSABLE]
         yield f"music {package}", lambda package=package, files=files: (

@@ -1,7 +1,7 @@
 """Mixtures of speech, music and noise, made anew in each step; each depends on its seed alone."""
 
 import numpy as np
-from scipy import signal
+from scipy import fft, signal
 
 from data import SAMPLE_RATE
 
@@ -12,13 +12,19 @@ NOISE_SHARE, NOISE_SNR = 0.35, (3.0, 35.0)
 RECORDED_SHARE = 0.6           # of noise that is recorded, not made
 LEVEL = (-48.0, -10.0)         # of the whole, dB below full scale
 SECOND_VOICE_SHARE, SECOND_VOICE = 0.15, (-6.0, 6.0)   # dB against the first
-PITCHES = ((1, 1), (1, 1), (1, 1), (9, 10), (10, 9), (7, 8), (8, 7), (5, 6), (6, 5))
+PITCH_SHARE, PITCH = 0.7, 1.28             # of sources that are played faster or slower, up to so many times
+TRACT_SHARE, TRACT = 0.4, 1.2              # of voices whose throat is made shorter or longer, likewise
+EQUALISED_SHARE, EQUALISED = 0.3, 8.0      # dB up or down in each octave
+COMPRESSED_SHARE, COMPRESSED = 0.2, (0.2, 0.6)   # share of the range of levels that is taken away
+CLIPPED_SHARE, CLIPPED = 0.06, (0.25, 0.8)       # of the peak
+MOVED_SHARE, MOVED = 0.25, 5.0             # of music whose level changes within a second, dB
+SECOND_MUSIC_SHARE = 0.08
 ROOM_SHARE = {"speech": 0.4, "music": 0.15}
 BREAK_SHARE = 0.25             # of mixes in which one of the two begins late or ends early
 CODED_SHARE = 0.65             # of sources that went through a speech codec
 SAME_CODING = 0.85             # of mixes in which both or none did
 # A voice or package is heard as often as its minutes to this power: the more even, the more voices.
-EVENNESS = {"speech": 0.5, "music": 0.5, "noise": 0.5}
+EVENNESS = {"speech": 0.65, "music": 0.5, "noise": 0.5}
 CUTOFF_SHARE, CUTOFF = 0.2, (3400.0, 7500.0)
 SAME_CUTOFF = 0.5              # of mixes in which both have the same bandwidth, as through one line
 TELEPHONE_SHARE = 0.06         # of mixtures that went over a telephone line, G.711
@@ -120,6 +126,54 @@ def resonances(rng, audio):
     return signal.lfilter([1.0, *zeros], [1.0, *poles], audio)
 
 
+def faster(audio, ratio):
+    """Played about `ratio` times as fast: pitch, resonances and tempo change alike."""
+    spectrum = fft.rfft(audio)
+    count = fft.next_fast_len(int(len(audio) / ratio), True)
+    return fft.irfft(spectrum[:count // 2 + 1], count) * (count / len(audio))
+
+
+def tract(audio, ratio):
+    """A voice with its resonances `ratio` times as high, and the pitch it has: the smooth part of each spectrum is
+    moved along the frequencies."""
+    window = np.sin(np.pi * np.arange(512) / 512).astype(np.float32)
+    hops = np.concatenate([audio, np.zeros(-len(audio) % 256 + 256)]).astype(np.float32).reshape(-1, 256)
+    spectra = fft.rfft(np.hstack([hops[:-1], hops[1:]]) * window)
+    cepstra = fft.irfft(np.log(np.abs(spectra) + 1e-4))
+    cepstra[:, 20:-19] = 0.0
+    smooth = fft.rfft(cepstra).real
+    place = np.minimum(np.arange(257) / ratio, 255.999)
+    low, part = place.astype(int), (place % 1.0).astype(np.float32)
+    moved = smooth[:, low] * (1.0 - part) + smooth[:, low + 1] * part
+    windows = fft.irfft(spectra * np.exp(np.clip(moved - smooth, -3.0, 3.0))) * window
+    result = np.zeros_like(hops)
+    result[:-1] += windows[:, :256]
+    result[1:] += windows[:, 256:]
+    return result.reshape(-1)[:len(audio)]
+
+
+def equalise(rng, audio):
+    """Another gain for each octave from 60 Hz on."""
+    spectrum = fft.rfft(audio)
+    octave = np.log2(np.arange(len(spectrum)) * (SAMPLE_RATE / 2 / 60.0 / len(spectrum)) + 1.0)
+    gains = rng.uniform(-EQUALISED, EQUALISED, 9)
+    return fft.irfft(spectrum * 10.0 ** (np.interp(octave, np.arange(9), gains) / 20.0).astype(np.float32), len(audio))
+
+
+def along(levels, length):
+    """Gains in dB, equally far apart, as a factor for each sample."""
+    place = np.linspace(0.0, len(levels) - 1.0, length)
+    return (10.0 ** (np.interp(place, np.arange(len(levels)), levels) / 20.0)).astype(np.float32)
+
+
+def compress(rng, audio):
+    """Makes what is loud fainter, as a compressor of broadcasts does, within 60 ms."""
+    blocks = audio[:len(audio) // 1024 * 1024].reshape(-1, 1024)
+    levels = 10.0 * np.log10(np.mean(blocks ** 2, axis=1) + 1e-9)
+    levels = np.maximum(levels, levels.max() - 30.0)
+    return audio * along(-rng.uniform(*COMPRESSED) * (levels - levels.max()), len(audio))
+
+
 def room(rng, audio):
     """Reverberation: some early reflections and noise that decays by 60 dB in 0.1 to 0.9 s, the high frequencies
     faster, after the direct sound."""
@@ -147,14 +201,24 @@ def telephone(audio):
 
 def source(rng, material, kind, length, coded, cutoff):
     """One augmented source at active power 1; `cutoff` is the bandwidth of the line, None for all."""
-    up, down = PITCHES[rng.integers(len(PITCHES))]
-    take = getattr(material, kind)
-    audio = take(rng, -(-length * down // up) + 16, coded)
-    if up != down:
-        audio = signal.resample_poly(audio, up, down)
+    ratio = PITCH ** rng.uniform(-1.0, 1.0) if rng.random() < PITCH_SHARE else 1.0
+    audio = getattr(material, kind)(rng, fft.next_fast_len(int(length * ratio) + 16, True), coded)
+    if ratio != 1.0:
+        audio = faster(audio, ratio)
     audio = audio[:length]
-    if rng.random() < 0.7:
+    if kind == "speech" and rng.random() < TRACT_SHARE:
+        audio = tract(audio, TRACT ** rng.uniform(-1.0, 1.0))
+    if kind != "noise" and rng.random() < COMPRESSED_SHARE:
+        audio = compress(rng, audio)
+    if kind == "music" and rng.random() < MOVED_SHARE:
+        audio = audio * along(rng.uniform(-MOVED, MOVED, length // 8000 + 2), length)
+    if rng.random() < EQUALISED_SHARE:
+        audio = equalise(rng, audio)
+    elif rng.random() < 0.7:
         audio = resonances(rng, audio)
+    if rng.random() < CLIPPED_SHARE:
+        peak = np.abs(audio).max()
+        audio = np.clip(audio, *(peak * rng.uniform(*CLIPPED) * np.array([-1.0, 1.0])))
     if rng.random() < ROOM_SHARE.get(kind, 0.0):
         audio = room(rng, audio)
     if cutoff is not None:
@@ -190,6 +254,10 @@ def mixture(rng, material, length):
         same = rng.random() < SAME_CODING
         parts[1] = source(rng, material, "music", length, coded if same else not coded,
                           cutoffs[0 if same_line else 1])
+        if rng.random() < SECOND_MUSIC_SHARE:
+            second = source(rng, material, "music", length, coded if same else not coded,
+                            cutoffs[0 if same_line else 1])
+            parts[1] = (parts[1] + second) * np.sqrt(0.5)
     if kind == "mix":
         parts[1] *= 10.0 ** (-rng.uniform(*SNR) / 20.0)
         if rng.random() < BREAK_SHARE:
