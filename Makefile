@@ -64,7 +64,7 @@ test-app:        ## the VST3 plugin in a host; the program without a screen: mou
 	@xvfb-run -a ctest --test-dir $(BUILD) -R '^(vst3|app)_test$$' --output-on-failure
 	@/usr/bin/python3 tests/app/window_test.py $(BUILD) $(PICTURES)
 
-test-cpus:       ## the tests on emulated processors from before AVX, and on one with AVX-512; half an hour
+test-cpus:       ## the tests on emulated processors from before AVX, and on one with AVX-512; takes long
 	@scripts/install-packages build test cpus
 	@$(call configure,$(BUILD),-DKALVRIN_TESTS=ON) >/dev/null
 	@cmake --build $(BUILD) -j $(JOBS)
@@ -117,7 +117,7 @@ lint: SCOPE = changed
 lint-all: SCOPE = all
 lint-quick: SCOPE = quick
 lint:            ## formatting, shell scripts, includes, clang-tidy on what changed since it passed
-lint-all:        ## the same with clang-tidy on everything, a quarter of an hour
+lint-all:        ## the same with clang-tidy on everything, an hour
 lint-quick:      ## the same with clang-tidy on the last commit, five minutes at most; what CI runs
 lint lint-all lint-quick:
 	@scripts/install-packages build test app lint

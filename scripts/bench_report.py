@@ -84,8 +84,8 @@ def plot(times, stem):
     from matplotlib import pyplot
     table = groups(times, 3)
     figure, axes = pyplot.subplots(1, 2, figsize=(11, 4.2), sharey=True)
-    style = {"avx512": dict(color="#2980b9", lw=2.4), "avx2": dict(color="#8e44ad", lw=2.4), "avx": dict(color="#c0392b", lw=2),
-             "sse3": dict(color="#e67e22", lw=2),
+    style = {"avx512": dict(color="#2980b9", lw=2.4), "avx2": dict(color="#8e44ad", lw=2.4),
+             "avx": dict(color="#c0392b", lw=2), "sse3": dict(color="#e67e22", lw=2),
              "FFTW": dict(color="#2c3e50", lw=1.6, ls="--"), "KissFFT": dict(color="#7f8c8d", lw=1.6, ls=":")}
     for ax, way in zip(axes, ("forward", "inverse")):
         for contender, look in style.items():

@@ -27,6 +27,11 @@ std::string PathOf(const juce::File& file) {
   return file.getFullPathName().toStdString();
 }
 
+/// A parameter that is a switch; null: there is none.
+bool IsOn(const std::atomic<float>* value) {
+  return value && value->load(std::memory_order_relaxed) > 0.5F;
+}
+
 }  // namespace
 
 Processor::Processor()
@@ -88,15 +93,13 @@ bool Processor::IsStripUsed(std::size_t strip) const {
   return !TakesAnyModel() || strip + 1 == strips.size() || strip < playing.classes.size();
 }
 
-bool Processor::IsSilenced(std::size_t strip) const {
-  const auto isOn = [](const std::atomic<float>* value) {
-    return value && value->load(std::memory_order_relaxed) > 0.5F;
-  };
+bool Processor::HasSolo() const {
+  return std::ranges::any_of(faders, [](const Fader& fader) { return IsOn(fader.solo); });
+}
+
+bool Processor::IsSilenced(std::size_t strip, bool hasSolo) const {
   const Fader& fader = faders[strip];
-  const auto anySolo = [&] {
-    return std::ranges::any_of(faders, [&](const Fader& one) { return isOn(one.solo); });
-  };
-  return isOn(fader.mute) || (fader.solo && !isOn(fader.solo) && anySolo());
+  return IsOn(fader.mute) || (hasSolo && fader.solo && !IsOn(fader.solo));
 }
 
 bool Processor::TakesAnyModel() const {
@@ -292,8 +295,9 @@ void Processor::MakeInstance(const StreamWish& now) {
 }
 
 void Processor::ReadParameters() {
+  const bool hasSolo = HasSolo();
   for (const Control& control : controls)
-    values[control.port] = control.fader && IsSilenced(*control.fader)
+    values[control.port] = control.fader && IsSilenced(*control.fader, hasSolo)
                                ? Hosting::lowestGainDb
                                : control.value->load(std::memory_order_relaxed);
 }

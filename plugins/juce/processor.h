@@ -72,9 +72,11 @@ public:
   juce::String StripName(std::size_t strip) const;
   /// Whether the model that plays has that strip's class.
   bool IsStripUsed(std::size_t strip) const;
-  /// Whether mute or another's solo silences a strip, or the master, which is after the last of
-  /// them. Any thread.
-  bool IsSilenced(std::size_t strip) const;
+  /// Whether any strip has its solo on. Any thread.
+  bool HasSolo() const;
+  /// Whether mute or, with HasSolo, another's solo silences a strip, or the master, which is after
+  /// the last of them. Any thread.
+  bool IsSilenced(std::size_t strip, bool hasSolo) const;
 
   /// Else the plugin is of one model, and ChangeModel does nothing.
   bool TakesAnyModel() const;

@@ -26,8 +26,8 @@ Player::~Player() {
   delete former.exchange(nullptr);
 }
 
-void Player::Open(std::unique_ptr<juce::XmlElement> former) {
-  remembered = std::move(former);
+void Player::Open(std::unique_ptr<juce::XmlElement> wanted) {
+  remembered = std::move(wanted);
   devices.addAudioCallback(this);
   TryOpen();
 }

@@ -23,9 +23,9 @@ public:
   explicit Player(juce::AudioProcessor& processor);
   ~Player() override;
 
-  /// Opens what `former` (a state of Devices(), or null) names, where that is there, else JACK
+  /// Opens what `wanted` (a state of Devices(), or null) names, where that is there, else JACK
   /// where a server runs, else the first that is.
-  void Open(std::unique_ptr<juce::XmlElement> former);
+  void Open(std::unique_ptr<juce::XmlElement> wanted);
   juce::AudioDeviceManager& Devices() { return devices; }
   /// Why there is no sound, in sentences for people; empty: there is. A device that is not there
   /// yet or goes away, as that of a JACK server that ends, is opened when it is there.

@@ -12,7 +12,7 @@ namespace {
 
 constexpr int margin = 16, gap = 8, headerHeight = 44, footerHeight = 22;
 constexpr int usualWidth = 1080, usualHeight = 640;
-constexpr int looksPerSecond = 30, popChunk = 4096;
+constexpr int looksPerSecond = 30, picturesPerSecond = 15, popChunk = 4096;
 const char* const widthKey = "width";
 const char* const heightKey = "height";
 
@@ -289,14 +289,15 @@ void Editor::timerCallback() {
   ShowLevels(lastLook == 0 ? 0 : (now - lastLook) / 1000.0);
   lastLook = now;
   ++ticks;
-  if (ticks % 2 == 0) ShowPlayed();  // pictures cost the most to draw
+  if (ticks % (looksPerSecond / picturesPerSecond) == 0) ShowPlayed();  // the most to draw
   if (ticks % (looksPerSecond / 5) == 0) ShowFigures();
 }
 
 void Editor::ShowLevels(double seconds) {
+  const bool hasSolo = processor.HasSolo();
   for (std::size_t i = 0; i < stripNumbers.size(); ++i) {
     const std::size_t number = stripNumbers[i];
-    const bool isSilenced = processor.IsSilenced(number);
+    const bool isSilenced = processor.IsSilenced(number, hasSolo);
     const float gainDb =
         *processor.parameters.getRawParameterValue(processor.Strips()[number].gain);
     const float gain =
@@ -329,13 +330,13 @@ void Editor::ShowPlayed() {
     n = processor.TakePlayed(playedBefore.data(), playedAfter.data(), popChunk);
     before.Push(playedBefore.data(), static_cast<std::size_t>(n));
     after.Push(playedAfter.data(), static_cast<std::size_t>(n));
-    looksWithoutAudio = n > 0 ? 0 : looksWithoutAudio + 1;
+    picturesWithoutAudio = n > 0 ? 0 : picturesWithoutAudio + 1;
   }
 }
 
 /// A host stops calling where it plays nothing, and a device where it goes away.
 bool Editor::HasAudio() const {
-  return looksWithoutAudio < looksPerSecond / 2;
+  return picturesWithoutAudio < picturesPerSecond;
 }
 
 void Editor::ShowFigures() {

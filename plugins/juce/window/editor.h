@@ -98,7 +98,7 @@ private:
   double pictureRateHz = 0;
   juce::uint32 lastLook = 0;
   int ticks = 0;
-  int looksWithoutAudio = 0;  // at the pictures, in a row
+  int picturesWithoutAudio = 0;  // in a row
   bool isDropTarget = false, isSeen = false;
   std::vector<float> playedBefore, playedAfter;
   std::unique_ptr<juce::FileChooser> chooser;

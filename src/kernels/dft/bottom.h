@@ -193,7 +193,7 @@ void PairsBottom(const float* src, float* dst, const BottomRun& run) {
       });
 }
 
-/// The bottom of a plan whose values are grouped: n is a multiple of V::width.
+/// The bottom of a plan whose values are grouped (IsGrouped).
 template <class V, Direction dir>
 void RunGroupedBottom(const float* src, float* dst, const BottomRun& run) {
   if constexpr (V::lanes == 4) {
@@ -222,9 +222,11 @@ void RunPairsBottom(const float* src, float* dst, const BottomRun& run) {
       return PairsBottom<V, 6, dir>;
     case 7:
       return PairsBottom<V, 7, dir>;
-    case 8:  // a group's bottom where groups are not wider
-      if constexpr (Vec::width == 16) return PairsBottom<V, 8, dir>;
-      [[fallthrough]];
+    case 8:  // with groups of at most eight values, a plan with this radix is grouped
+      if constexpr (Vec::width == 16)
+        return PairsBottom<V, 8, dir>;
+      else
+        return PairsBottom<V, 0, dir>;
     case 11:
       return PairsBottom<V, 11, dir>;
     case 13:

@@ -166,10 +166,11 @@ void ComplexTransform(const float* src, float* dst, const FftSpec& spec, int L, 
 
 /// N samples to packed order.
 inline void ForwardFft(const float* src, float* dst, const FftSpec& spec, float* work) {
-  ComplexTransform<Direction::Forward, Output::Stage>(src, dst, spec, spec.order - 1, work, 1.0f);
-  const std::ptrdiff_t M = std::ptrdiff_t{1} << (spec.order - 1);
+  const int L = spec.order - 1;
+  ComplexTransform<Direction::Forward, Output::Stage>(src, dst, spec, L, work, 1.0f);
+  const std::ptrdiff_t M = std::ptrdiff_t{1} << L;
   const float scale = spec.fwdScaled ? spec.scale : 1.0f;
-  if (Vec::width == 16 && M == 16)
+  if (RecombinationWidth(L, Vec::width) < Vec::width)
     return RecombineForward<Vec::UpTo8>(dst, spec.recombFwd, M, scale);
   RecombineForward<Vec>(dst, spec.recombFwd, M, scale);
 }
@@ -185,7 +186,7 @@ void InverseFft(const float* src, float* dst, const FftSpec& spec, float* work) 
     return LaterPasses<Direction::Inverse, Input::Stage, output>(work, dst, spec.twiddles, L,
                                                                  spec.scale);
   }
-  if (Vec::width == 16 && M == 16)
+  if (RecombinationWidth(L, Vec::width) < Vec::width)
     RecombineInverse<Output::Interleaved, Vec::UpTo8>(src, dst, spec.recombInv, M);
   else
     RecombineInverse<Output::Interleaved, Vec>(src, dst, spec.recombInv, M);

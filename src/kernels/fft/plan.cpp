@@ -218,8 +218,7 @@ void FillSpec(const FftLayout& layout, const Limits& limits, bool real, int flag
     spec->levelTwiddles[i] = table(layout.level[i]);
   }
   if (layout.recombFwd.bytes != 0) {
-    // 16 values hold no two groups of 16
-    const int width = layout.L == 4 ? std::min(limits.vecWidth, 8) : limits.vecWidth;
+    const int width = RecombinationWidth(layout.L, limits.vecWidth);
     FillRecombination(layout.L, width, roots, table(layout.recombFwd), table(layout.recombInv));
     spec->recombFwd = table(layout.recombFwd);
     spec->recombInv = table(layout.recombInv);

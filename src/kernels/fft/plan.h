@@ -175,6 +175,10 @@ void FillLevelTwiddles(int L, const LargeRow& row, int vecWidth, const RootTable
 /// From twoLevelFrom on, both hold the groups (cos, -sin) of the first 1,024 k, then the pair of 2
 /// pi 1024 c / N for every run c.
 void FillRecombination(int L, int vecWidth, const RootTable& roots, float* forward, float* inverse);
+/// Values in a group of the recombination: 16 values in all hold no two groups of 16.
+constexpr int RecombinationWidth(int L, int vecWidth) {
+  return L == 4 && vecWidth == 16 ? 8 : vecWidth;
+}
 /// The index, inside its group, of the value at place `lane` in column order: the order in which
 /// interleaved values stand when they have been taken apart inside each 128-bit lane alone. With
 /// groups of 16 they are in their own order.

@@ -15,8 +15,8 @@
 namespace Orvik::Tesmo::Kernels::KERNELS_BUILD {
 
 /// Sixteen floats in a 512-bit register, AVX-512 F and DQ: the operations of Vec4, four lanes wide.
-/// One instruction takes any floats of two registers, so that nothing is left in column order. No
-/// table is aligned to a whole register: all moves may be unaligned.
+/// One instruction takes any floats of two registers, so that nothing is left in column order. Not
+/// all tables are aligned to a whole register: all moves may be unaligned.
 struct Vec16 {
   static constexpr int width = 16;
   static constexpr int lanes = 4;
@@ -158,8 +158,10 @@ KERNELS_INLINE void LoadColumnsReversed(const float* p, Vec16& even, Vec16& odd)
   odd = Pick<31, -4, -2>(lo, hi);
 }
 KERNELS_INLINE void StoreColumns(Vec16 even, Vec16 odd, float* p) {
-  Pick<0, 1, 16>(even, odd).StoreU(p);
-  Pick<8, 1, 16>(even, odd).StoreU(p + 16);
+  Vec16 lo, hi;
+  Interleave(even, odd, lo, hi);
+  lo.StoreU(p);
+  hi.StoreU(p + 16);
 }
 KERNELS_INLINE void StoreColumnsReversed(Vec16 even, Vec16 odd, float* p) {
   Pick<15, -1, 16>(even, odd).StoreU(p);
