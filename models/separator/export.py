@@ -2,9 +2,9 @@
 """Writes the trained network as a model for kalvrin.
 
 usage: export.py CHECKPOINT MODEL.onnx
-The graph is built node by node from the averaged weights. Its states are the features of the two windows before and
-what the recurrent layers and the blocks hold; all start at zero, as in the training. CHECKPOINT may be `untrained`:
-the cost is the same.
+The graph is built node by node from the averaged weights. Its states are the two windows before, the sums of past
+magnitudes, and what the memory and the blocks hold; all start at zero, as in the training. CHECKPOINT may be
+`untrained`: the cost is the same.
 """
 
 import pathlib
@@ -17,11 +17,11 @@ from onnx import helper
 
 sys.path.append(str(pathlib.Path(__file__).resolve().parents[1]))
 # pylint: disable=wrong-import-position
-from network import (BANDS, BINS, BLOCKS, CLASSES, CONTEXT, EXPONENT, FLOOR, HIDDEN, HOP, LAYERS, SAMPLE_RATE,
-                     STRIDES, UNITS, WIDTH, WIDTHS, Separator)
+from network import (BAND, BANDS, BINS, BLOCKS, CENTRE, CLASSES, CONTEXT, DECAY, EXPONENT, FEATURES, FLOOR, HIDDEN, HOP,
+                     OUTPUTS, SAMPLE_RATE, SQUEEZED, TAPS, UNITS, WIDTH, Separator)
 from onnx_model import Graph, make_model, tensor
 
-POWER_LIMIT = 1e12   # more, or no number at all, is a broken window and must not enter the states
+LARGEST = 1e6        # of a part of a bin; more, or no number at all, is broken and must not enter the states
 LAST = np.iinfo(np.int64).max
 
 
@@ -29,120 +29,161 @@ def values(parameter):
     return parameter.detach().numpy()
 
 
-def memory(graph, network, layer, x):
-    """`x` [sequence, channel, HIDDEN] to the same. The gates are ordered reset, update, new in the network and update,
-    reset, new in the graph."""
+def part(g, x, begin, end, axis):
+    """`x` from `begin` on and before `end` along an axis."""
+    return g("Slice", x, g.indices(begin), g.indices(end), g.indices(axis))
+
+
+def norm(g, layer, x):
+    return g("LayerNormalization", x, g.constant(values(layer.weight)), g.constant(values(layer.bias)), axis=-1,
+             epsilon=layer.eps)
+
+
+def dense(g, x, weight, bias):
+    return g("Add", g("MatMul", x, g.constant(weight)), g.constant(bias))
+
+
+def linear(g, layer, x):
+    return dense(g, x, values(layer.weight).T, values(layer.bias))
+
+
+def silu(g, x):
+    return g("Mul", x, g("Sigmoid", x))
+
+
+def scan(g, name, axis, shape, before, steps, build):
+    """A loop over the windows: `build` gets a graph, names of the state and of a window of each of `steps`, and returns
+    the name of the state after it. Returns the state after all, and after each."""
+    inner = Graph(f"{name}_")
+    names = ["before", *(f"step{i}" for i in range(len(steps)))]
+    inner("Identity", build(inner, *names), name="after")
+    inner("Identity", "after", name="result")
+    types = [tensor(n, *shape) for n in [*names, "after", "result"]]
+    body = helper.make_graph(inner.nodes, f"{name}_window", types[:len(names)], types[len(names):], inner.initializers)
+    return g("Scan", before, *steps, outputs=2, body=body, num_scan_inputs=len(steps),
+             scan_input_axes=[axis] * len(steps), scan_output_axes=[axis])
+
+
+def parts(g, x):
+    """Real and imaginary part of [..., 2]."""
+    return [g("Squeeze", y, g.indices(-1)) for y in g("Split", x, axis=-1, outputs=2)]
+
+
+def features(g, windows):
+    """Of `windows` [channel, CONTEXT + sequence, bin, 2]: [channel, sequence, FEATURES, bin 1 to 256]."""
+    log_power = g("Log", g("Add", g("ReduceSumSquare", windows, axes=[3], keepdims=0), g.constant(FLOOR)))
+    magnitude = part(g, g("Exp", g("Mul", log_power, g.constant(EXPONENT))), 1, LAST, 2)
+    scale = g("Unsqueeze", g("Exp", g("Mul", log_power, g.constant(0.5 * EXPONENT - 0.5))), g.indices(3))
+    real, imaginary = parts(g, g("Mul", windows, scale))
+    past = [part(g, magnitude, i, LAST if i == CONTEXT else i - CONTEXT, 1) for i in range(CONTEXT, -1, -1)]
+    mean = g("ReduceMean", past[0], axes=[2])
+    step = g("Concat", mean, g("Add", g("Mul", mean, g.constant(0.0)), g.constant(1.0)), axis=2)
+    after, sums = scan(g, "level", 1, ("channels", 2), "level_in", [step], lambda inner, before, new: inner(
+        "Add", inner("Mul", before, inner.constant(DECAY)), new))
+    g("Identity", after, name="level_out")
+    total, weight = g("Split", sums, axis=2, outputs=2)
+    turn = np.ones(BINS - 1, np.float32)
+    turn[::2] = -1.0
+
+    def product(a, b, sign):
+        """a times the conjugate of b."""
+        (ar, ai), (br, bi) = a, b
+        both = (g("Add", g("Mul", ar, br), g("Mul", ai, bi)), g("Sub", g("Mul", ai, br), g("Mul", ar, bi)))
+        return [g("Mul", x, g.constant(sign)) for x in both]
+    now, before = ([part(g, x, begin, end, 1) for x in (real, imaginary)]
+                   for begin, end in ((CONTEXT, LAST), (CONTEXT - 1, -1)))
+    high, low = ([part(g, x, begin, end, 2) for x in now] for begin, end in ((1, LAST), (0, -1)))
+    onwards = product(high, [part(g, x, 1, LAST, 2) for x in before], turn)
+    upwards = product(high, low, np.float32(-1.0))
+    x = g("Concat", *(g("Unsqueeze", y, g.indices(2)) for y in [*past, *onwards, *upwards]), axis=2)
+    return g("Mul", x, g("Unsqueeze", g("Div", weight, total), g.indices(3)))
+
+
+def block(g, layers, x, number):
+    """`x` [band, sequence, channel, WIDTH] to the same."""
+    bias = values(layers.place) @ values(layers.inner.weight).T + values(layers.inner.bias)
+    y = dense(g, norm(g, layers.norm, x), values(layers.inner.weight).T, bias)
+    gate, new, out = g("Split", y, axis=3, outputs=3)
+    gate, new = g("Sigmoid", gate), g("Relu", new)
+    added = g("Sub", new, g("Mul", gate, new))
+    after, held = scan(g, f"block{number}", 1, (BANDS, "channels", UNITS), f"block{number}_in", [gate, added],
+                       lambda inner, before, z, c: inner("Add", inner("Mul", before, z), c))
+    g("Identity", after, name=f"block{number}_out")
+    x = g("Add", x, linear(g, layers.outer, g("Mul", held, silu(g, out))))
+    y = silu(g, linear(g, layers.squeeze, norm(g, layers.second_norm, x)))
+    shape = g("Shape", y)
+    y = g("Transpose", g("Reshape", y, g.indices(BANDS, -1, SQUEEZED)), perm=[2, 0, 1])
+    y = g("Transpose", g("Relu", g("MatMul", g.constant(values(layers.across)), y)), perm=[1, 2, 0])
+    return g("Add", x, linear(g, layers.spread, g("Reshape", y, shape)))
+
+
+def memory(g, layers, x):
+    """The same over all bands. The gates are ordered reset, update, new in the network and update, reset, new in the
+    graph."""
     def gates(kind):
-        reset, update, new = np.split(values(getattr(network.memory, f"{kind}_l{layer}")), 3)
+        reset, update, new = np.split(values(getattr(layers.recall, f"{kind}_l0")), 3)
         return np.concatenate([update, reset, new])
     biases = np.concatenate([gates("bias_ih"), gates("bias_hh")])
-    y, last = graph("GRU", x, graph.constant(gates("weight_ih")[None]), graph.constant(gates("weight_hh")[None]),
-                    graph.constant(biases[None]), "", f"memory{layer}_in", outputs=2, hidden_size=HIDDEN,
-                    linear_before_reset=1)
-    graph("Identity", last, name=f"memory{layer}_out")
-    return graph("Squeeze", y, graph.indices(1))
+    y = g("Transpose", linear(g, layers.squeeze, norm(g, layers.norm, x)), perm=[1, 2, 0, 3])
+    y = g("Relu", linear(g, layers.narrow, g("Reshape", y, g.indices(0, 0, BANDS * SQUEEZED))))
+    y, last = g("GRU", y, g.constant(gates("weight_ih")[None]), g.constant(gates("weight_hh")[None]),
+                g.constant(biases[None]), "", "memory_in", outputs=2, hidden_size=HIDDEN, linear_before_reset=1)
+    g("Identity", last, name="memory_out")
+    y = g("Relu", linear(g, layers.widen, g("Squeeze", y, g.indices(1))))
+    y = g("Transpose", g("Reshape", y, g.indices(0, 0, BANDS, SQUEEZED)), perm=[2, 0, 1, 3])
+    return g("Add", x, linear(g, layers.spread, y))
 
 
-def dense(graph, layer, x):
-    return graph("Add", graph("MatMul", x, graph.constant(values(layer.weight).T)), graph.constant(values(layer.bias)))
-
-
-def held(graph, number, gate, added):
-    """What a block holds after each window, [sequence, channel * band, UNITS]: h = gate * (h before) + added."""
-    step = Graph(f"step{number}_")
-    step("Add", step("Mul", "gate", "before"), "added", name="after")
-    step("Identity", "after", name="result")
-    names = [tensor(name, "rows", UNITS) for name in ("before", "gate", "added", "after", "result")]
-    body = helper.make_graph(step.nodes, f"one_window{number}", names[:3], names[3:], step.initializers)
-    before = graph("Reshape", f"block{number}_in", graph.indices(-1, UNITS))
-    after, results = graph("Scan", before, gate, added, outputs=2, body=body, num_scan_inputs=2)
-    graph("Reshape", after, graph("Shape", f"block{number}_in"), name=f"block{number}_out")
-    return results
-
-
-def block(g, network, x, number):
-    """`x` [channel, WIDTH, sequence, BANDS] to the same."""
-    layers = network.blocks[number]
-    y = g("Transpose", x, perm=[2, 0, 3, 1])
-    y = g("LayerNormalization", y, g.constant(values(layers.norm.weight)), g.constant(values(layers.norm.bias)),
-          axis=-1, epsilon=layers.norm.eps)
-    y = g("Reshape", g("Add", y, g.constant(values(layers.place))), g.indices(0, -1, WIDTH))
-    gate, new = g("Split", dense(g, layers.inner, y), axis=2, outputs=2)
-    gate, new = g("Sigmoid", gate), g("Relu", new)
-    y = dense(g, layers.outer, held(g, number, gate, g("Sub", new, g("Mul", gate, new))))
-    y = g("Reshape", y, g.indices(0, -1, BANDS, WIDTH))
-    return g("Add", x, g("Transpose", y, perm=[1, 3, 0, 2]))
-
-
-def convolution(graph, layer, x):
-    """Over the bands; the first one over the windows, too, which are its input channels in the network."""
-    weight = values(layer.weight)[:, :, None]
-    if layer.in_channels == CONTEXT + 1:
-        weight = weight.transpose(0, 2, 1, 3)
-    padding = layer.padding[0]
-    return graph("Conv", x, graph.constant(weight), graph.constant(values(layer.bias)),
-                 kernel_shape=list(weight.shape[2:]), strides=[1, layer.stride[0]], pads=[0, padding, 0, padding])
-
-
-def interleave(graph, x, count, channels, bands):
-    """[channel, count * feature, sequence, band] to [channel, feature, sequence, band * count]."""
-    x = graph("Reshape", x, graph.indices(0, count, channels, -1, bands))
-    x = graph("Transpose", x, perm=[0, 2, 3, 4, 1])
-    return graph("Reshape", x, graph.indices(0, channels, -1, bands * count))
-
-
-def classes(g, layer, x):
-    """The output from what the last convolution makes: each share twice, for real and imaginary part of a bin. Their
-    softmax is written with differences from Rest; the limit keeps the exponential finite."""
-    doubled = torch.nn.Conv1d(layer.in_channels, 2 * layer.out_channels, layer.kernel_size, padding=layer.padding)
-    with torch.no_grad():
-        for mine, theirs in zip(doubled.parameters(), layer.parameters()):
-            parts = theirs.reshape(STRIDES[0], 1, len(CLASSES) + 1, *theirs.shape[1:])
-            mine.copy_(parts.expand(-1, 2, *parts.shape[2:]).reshape(mine.shape))
-    x = interleave(g, convolution(g, doubled, x), 2 * STRIDES[0], len(CLASSES) + 1, (BINS - 1) // STRIDES[0])
-    named = g("Slice", x, g.indices(0), g.indices(len(CLASSES)), g.indices(1))
-    rest = g("Slice", x, g.indices(len(CLASSES)), g.indices(LAST), g.indices(1))
-    odds = g("Exp", g("Min", g("Sub", named, rest), g.constant(80.0)))
-    total = g("Add", g("Sum", *g("Split", odds, axis=1, outputs=len(CLASSES))), g.constant(1.0))
-    shares = g("Transpose", g("Div", odds, total), perm=[1, 0, 2, 3])
-    lowest = g("Slice", shares, g.indices(0), g.indices(2), g.indices(3))
-    shares = g("Concat", lowest, shares, axis=3)
-    product = g("Mul", shares, g("Reshape", "input", g.indices(0, -1, 2 * BINS)))
-    g("Reshape", product, g.indices(0, 0, -1, BINS, 2), name="output")
+def classes(g, network, x, direct, windows):
+    """The output from `x` [band, sequence, channel, WIDTH] and what the bands begin with. The softmax is written with
+    differences from Rest; the limit keeps the exponential finite."""
+    count = len(CLASSES)
+    x = g("Reshape", norm(g, network.norm, x), g.indices(BANDS, -1, WIDTH))
+    x = g("MatMul", x, g.constant(values(network.leave)))
+    x = silu(g, g("Add", x, dense(g, direct, values(network.direct), values(network.leave_bias))))
+    x = dense(g, x, values(network.last), values(network.last_bias))
+    sequence = g("Shape", "input", start=1, end=2)
+    x = g("Reshape", x, g("Concat", g.indices(BANDS), sequence, g.indices(-1, OUTPUTS, BAND), axis=0))
+    x = g("Transpose", x, perm=[3, 2, 1, 0, 4])
+    x = g("Reshape", x, g.indices(0, 0, 0, BINS - 1))     # [output, channel, sequence, bin]
+    x = g("Concat", part(g, x, 0, 1, 3), x, axis=3)
+    odds = g("Exp", g("Min", g("Sub", part(g, x, 0, count, 0), part(g, x, count, count + 1, 0)), g.constant(80.0)))
+    shares = g("Div", odds, g("Add", g("ReduceSum", odds, g.indices(0)), g.constant(1.0)))
+    sums = [[], []]
+    real, imaginary = parts(g, windows)
+    for tap in range(TAPS):
+        first = count + 1 + 2 * count * tap
+        a, b = part(g, x, first, first + count, 0), part(g, x, first + count, first + 2 * count, 0)
+        if tap == 0:
+            a = g("Add", a, shares)
+        re, im = (part(g, y, CONTEXT - tap, LAST if tap == 0 else -tap, 1) for y in (real, imaginary))
+        sums[0] += [g("Sub", g("Mul", a, re), g("Mul", b, im))]
+        sums[1] += [g("Add", g("Mul", a, im), g("Mul", b, re))]
+    g("Concat", *(g("Unsqueeze", g("Sum", *terms), g.indices(4)) for terms in sums), axis=4, name="output")
 
 
 def build(network):
     g = Graph()
+    whole = g("LessOrEqual", g("Abs", "input"), g.constant(LARGEST))
+    windows = g("Concat", "windows_in", g("Where", whole, "input", g.constant(0.0)), axis=1)
+    g("Slice", windows, g.indices(-CONTEXT), g.indices(LAST), g.indices(1), name="windows_out")
 
-    # Features, with the past ones in front: [channel, 1, CONTEXT + sequence, bin]
-    raw = g("ReduceSumSquare", "input", axes=[3], keepdims=0)
-    power = g("Where", g("LessOrEqual", raw, g.constant(POWER_LIMIT)), raw, g.constant(0.0))
-    power = g("Slice", power, g.indices(1), g.indices(LAST), g.indices(2))
-    x = g("Pow", g("Add", power, g.constant(FLOOR)), g.constant(EXPONENT))
-    x = g("Mul", g("Sub", x, g.constant(values(network.mean))), g.constant(values(network.scale)))
-    x = g("Concat", "features_in", x, axis=1)
-    g("Slice", x, g.indices(-CONTEXT), g.indices(LAST), g.indices(1), name="features_out")
+    x = g("Sub", features(g, windows), g.constant(CENTRE))
+    x = g("Reshape", x, g.indices(0, 0, FEATURES, BANDS, BAND))
+    x = g("Transpose", x, perm=[3, 1, 0, 2, 4])
+    shape = g("Concat", g("Shape", x, start=0, end=3), g.indices(WIDTH), axis=0)
+    bands = g("Reshape", x, g.indices(BANDS, -1, FEATURES * BAND))
+    x = dense(g, bands, values(network.enter), values(network.enter_bias))
+    x = g("Reshape", x, shape)
+    for number, layers in enumerate(network.blocks):
+        if number == BLOCKS // 2:
+            x = memory(g, network.memory, x)
+        x = block(g, layers, x, number)
+    classes(g, network, x, bands, windows)
 
-    first = g("Relu", convolution(g, network.encoder[0], g("Unsqueeze", x, g.indices(1))))
-    second = block(g, network, g("Relu", convolution(g, network.encoder[1], first)), 0)
-    third = g("Relu", convolution(g, network.encoder[2], second))
-
-    bands = BANDS // STRIDES[2]
-    rows = g("Reshape", g("Transpose", third, perm=[2, 0, 1, 3]), g.indices(0, 0, WIDTHS[2] * bands))
-    x = hidden = g("Relu", dense(g, network.narrow, rows))
-    for layer in range(LAYERS):
-        x = memory(g, network, layer, x)
-    x = g("Relu", dense(g, network.widen, g("Add", hidden, x)))
-    x = g("Transpose", g("Reshape", x, g.indices(0, 0, WIDTHS[2], bands)), perm=[1, 2, 0, 3])
-
-    x = interleave(g, convolution(g, network.decoder[0], g("Add", x, third)), STRIDES[2], WIDTHS[1], bands)
-    x = block(g, network, g("Relu", x), 1)
-    x = interleave(g, convolution(g, network.decoder[1], g("Add", x, second)), STRIDES[1], WIDTHS[0], BANDS)
-    classes(g, network.decoder[2], g("Add", g("Relu", x), first))
-
-    states = [("features", ("channels", CONTEXT, BINS - 1))]
-    states += [(f"memory{layer}", (1, "channels", HIDDEN)) for layer in range(LAYERS)]
-    states += [(f"block{number}", ("channels", BANDS, UNITS)) for number in range(BLOCKS)]
+    states = [("windows", ("channels", CONTEXT, BINS, 2)), ("level", ("channels", 2)),
+              ("memory", (1, "channels", HIDDEN))]
+    states += [(f"block{number}", (BANDS, "channels", UNITS)) for number in range(BLOCKS)]
     return make_model(
         g,
         [tensor("input", "channels", "sequence", BINS, 2)] +

@@ -8,7 +8,7 @@ from spectra import synthesise
 COMPRESSION = 0.3
 COMPLEX_SHARE = 0.3      # of the distance between complex values; the rest is that between magnitudes
 SPECTRUM_WEIGHT = 3.0
-RATIO_WEIGHT = 0.1       # per dB
+RATIO_WEIGHT = 0.2       # per dB
 CLASS_WEIGHTS = (1.0, 1.0, 0.3)
 RATIO_LIMIT = 1e-3       # a ratio above 30 dB gains nothing more
 SILENT = 1e-6            # power of a source below which it counts as absent; the mix has 1

@@ -1,23 +1,29 @@
-"""The network: compressed magnitudes of a spectrum to a share of each bin for Speech, Music and Rest.
+"""The network: the last windows of a spectrum to a share and a complex filter of each bin for Speech and Music.
 
 Per window and channel:
 
-    features   (|X|^2 + FLOOR)^EXPONENT of bins 1 to 256, less a mean and by a scale per bin; with those of
-               the two windows before as three input channels
-    encoder    three convolutions over the bins, which leave 64, 32 and 16 bands of them
-    middle     two gated recurrent layers between two dense layers: what it recalls is of all bands
-    decoder    three convolutions over the bands, each adds the encoder's output of its size to its input;
-               their outputs are interleaved to 32, 64 and 256
-    blocks     where there are 32 bands, in the encoder and in the decoder: a recurrent layer along time in each
-               band, which adds to its input; all bands share its weights, only a bias per band tells them apart
-    shares     softmax over the three classes per bin, so that Speech, Music and Rest sum to the input
+    features   of each of the bins 1 to 256: its compressed magnitude and those of the two windows before, all over
+               the mean that they had lately, so that the level of a stream does not matter; how its phase went on
+               since the window before, and how it differs from the bin below
+    bands      32 of eight bins: each has a dense layer of its own, to WIDTH features
+    blocks     each adds to the features: a recurrent layer along time in each band, whose weights all bands share (a
+               bias per band tells them apart), then dense layers over all bands, one for each of SQUEEZED features
+    memory     between the blocks, a gated recurrent layer over all bands, between dense layers; adds likewise
+    output     in each band two dense layers of its own, which see the band's input, too; then for each bin a softmax
+               over the three classes, so that the shares of Speech, Music and Rest sum to the input; and for Speech
+               and Music a complex factor of the bin and one of the same bin a window ago, which are added: they change
+               what phase is left
 
-The layer of a block holds, for each unit, h = z * (h before) + (1 - z) * c, with z and c from its input alone: a
-product of matrices for all windows at once, and little to do one after another. Channels are independent: they take
-the place of a batch.
+The recurrent layer of a block holds, for each unit, h = z * (h before) + (1 - z) * c, and lets h * g * sigmoid(g) out,
+with z, c and g from its input alone: a product of matrices for all windows at once, and little to do one after
+another. Channels are independent: they take the place of a batch.
 """
 
+import ctypes
 import math
+import pathlib
+import subprocess
+import tempfile
 
 import torch
 from torch import nn
@@ -32,124 +38,170 @@ CLASSES = ("Speech", "Music")
 CONTEXT = 2            # windows of the past in the features
 FLOOR = 1e-5           # power that counts as silence; a full-scale tone has some 2e4
 EXPONENT = 0.15        # of the power
-WIDTHS = (24, 32, 48)  # channels of the encoder's outputs
-STRIDES = (4, 2, 2)
-KERNELS = (8, 3, 3)
-HIDDEN = 128
-LAYERS = 2
-BANDS, WIDTH = 32, WIDTHS[1]   # where the blocks are
-UNITS = 64             # of a block
-BLOCKS = 2
+DECAY = 0.98           # of the mean of the magnitudes, per window
+FEATURES = CONTEXT + 5   # of a bin
+CENTRE = 0.5           # of the features, about
+BANDS = 32
+BAND = (BINS - 1) // BANDS
+WIDTH = 48
+UNITS = 64             # of a block, in each band
+SQUEEZED = 16
+BLOCKS = 4
+HIDDEN = 128           # of the memory
+INNER = 64             # of a band's output layers
+TAPS = 2               # windows of the complex filter
+OUTPUTS = len(CLASSES) + 1 + 2 * TAPS * len(CLASSES)   # of a bin
 SLOWEST = 60.0         # windows that a block remembers for at first: from one up to this
 
 
-def features(spectra):
-    """Complex [..., bin] to [..., 256]; bin 0 has none, it has the shares of bin 1."""
-    power = spectra.real ** 2 + spectra.imag ** 2
-    return (power[..., 1:] + FLOOR) ** EXPONENT
+def native():
+    """recurrence.c as a library, built for this machine."""
+    if not hasattr(native, "library"):
+        with tempfile.TemporaryDirectory() as folder:
+            path = pathlib.Path(folder) / "recurrence.so"
+            source = pathlib.Path(__file__).with_name("recurrence.c")
+            subprocess.run(["cc", "-O3", "-march=native", "-ffast-math", "-fopenmp", f"-DUNITS={UNITS}", "-shared",
+                            "-fPIC", source, "-o", path, "-lm"], check=True)
+            native.library = ctypes.CDLL(str(path))
+    return native.library
 
 
-class Recurrence(torch.autograd.Function):
-    """h[t] = z[t] * h[t - 1] + (1 - z[t]) * c[t] over the first dimension, from `state`; z is the sigmoid of the first
-    half of the features of `x`, c what is positive in the second."""
+def call(name, tensors, sizes):
+    getattr(native(), name)(*(ctypes.c_void_p(t.data_ptr()) for t in tensors), *(ctypes.c_int64(n) for n in sizes))
 
-    @staticmethod
-    def forward(ctx, x, state):
-        z, c = (part.contiguous() for part in x.chunk(2, dim=-1))
-        z.sigmoid_()
-        c.clamp_min_(0.0)
-        held = torch.empty(len(x) + 1, *state.shape)
-        held[0] = state
-        steps = held.unbind(0)
-        for before, after, gate, value in zip(steps, steps[1:], z.unbind(0), c.unbind(0)):
-            torch.lerp(value, before, gate, out=after)
-        ctx.save_for_backward(z, c, held)
-        return held[1:]
+
+class Held(torch.autograd.Function):
+    """The recurrence: `x` [band, time, item, 3 * UNITS] with z before the sigmoid, c before it is limited to positive
+    values, and g; `before` [band, item, UNITS]. Returns what is let out and what is held, [band, time, item, UNITS];
+    there are derivatives of the first by `x`."""
 
     @staticmethod
-    def backward(ctx, gradient):
-        z, c, held = ctx.saved_tensors
-        total = gradient.clone(memory_format=torch.contiguous_format)
-        steps, gates = total.unbind(0), z.unbind(0)
-        for i in range(len(z) - 1, 0, -1):
-            steps[i - 1].addcmul_(gates[i], steps[i])
-        result = torch.empty(*z.shape[:-1], 2 * z.shape[-1])
-        to_z, to_c = result.chunk(2, dim=-1)
-        torch.mul(total, 1.0 - z, out=to_c)                    # before the limit of c
-        torch.mul((held[:-1] - c).mul_(z), to_c, out=to_z)
-        to_c.mul_(c > 0.0)
+    def forward(ctx, x, before):
+        x, before = x.contiguous(), before.contiguous()
+        held, out = (torch.empty(*x.shape[:3], UNITS) for _ in range(2))
+        call("Forward", (x, before, held, out), x.shape[:3])
+        ctx.save_for_backward(x, before, held)
+        ctx.mark_non_differentiable(held)
+        return out, held
+
+    @staticmethod
+    def backward(ctx, gradient, _):
+        x, before, held = ctx.saved_tensors
+        result = torch.empty_like(x)
+        call("Backward", (x, before, held, gradient.contiguous(), result), x.shape[:3])
         return result, None
 
 
+def scaled(*shape, gain=1.0):
+    """Weights for a dense layer of each band, the last but one dimension is its input."""
+    return nn.Parameter(torch.randn(*shape) * gain / math.sqrt(shape[-2]))
+
+
 class Block(nn.Module):
-    """`x` [time * batch, WIDTH, BANDS] to the same; `state` is [batch * BANDS, UNITS]. At first it changes nothing."""
+    """`x` [band, time, item, WIDTH] to the same; `state` is [band, item, UNITS]."""
+
+    def __init__(self):
+        super().__init__()
+        self.norm, self.second_norm = nn.LayerNorm(WIDTH), nn.LayerNorm(WIDTH)
+        self.place = nn.Parameter(torch.zeros(BANDS, 1, 1, WIDTH))
+        self.inner, self.outer = nn.Linear(WIDTH, 3 * UNITS), nn.Linear(UNITS, WIDTH)
+        self.squeeze, self.spread = nn.Linear(WIDTH, SQUEEZED), nn.Linear(SQUEEZED, WIDTH)
+        self.across = scaled(SQUEEZED, BANDS, BANDS)
+        with torch.no_grad():
+            self.inner.bias[:UNITS] = math.log(SLOWEST) * torch.linspace(0.0, 1.0, UNITS)
+            self.outer.weight *= 0.3
+            self.spread.weight *= 0.3
+
+    def forward(self, x, state):
+        y, held = Held.apply(self.inner(self.norm(x) + self.place), state)
+        x = x + self.outer(y)
+        y = functional.silu(self.squeeze(self.second_norm(x)))
+        rows = y.reshape(BANDS, -1, SQUEEZED).permute(2, 0, 1)
+        rows = functional.relu(torch.bmm(self.across, rows)).permute(1, 2, 0)
+        return x + self.spread(rows.reshape(y.shape)), held[:, -1]
+
+
+class Memory(nn.Module):
+    """`x` [band, time, item, WIDTH] to the same; `state` is [1, item, HIDDEN]."""
 
     def __init__(self):
         super().__init__()
         self.norm = nn.LayerNorm(WIDTH)
-        self.place = nn.Parameter(torch.zeros(BANDS, WIDTH))
-        self.inner, self.outer = nn.Linear(WIDTH, 2 * UNITS), nn.Linear(UNITS, WIDTH)
-        nn.init.zeros_(self.outer.weight)
-        nn.init.zeros_(self.outer.bias)
-        with torch.no_grad():
-            self.inner.bias[:UNITS] = math.log(SLOWEST) * torch.linspace(0.0, 1.0, UNITS)
+        self.squeeze, self.spread = nn.Linear(WIDTH, SQUEEZED), nn.Linear(SQUEEZED, WIDTH)
+        self.narrow, self.widen = nn.Linear(BANDS * SQUEEZED, HIDDEN), nn.Linear(HIDDEN, BANDS * SQUEEZED)
+        self.recall = nn.GRU(HIDDEN, HIDDEN)
 
     def forward(self, x, state):
-        y = self.norm(x.transpose(1, 2)) + self.place
-        y = Recurrence.apply(self.inner(y).reshape(-1, len(state), 2 * UNITS), state)
-        return x + self.outer(y).reshape(-1, BANDS, WIDTH).transpose(1, 2), y[-1]
+        y = self.squeeze(self.norm(x)).permute(1, 2, 0, 3)
+        recalled, state = self.recall(functional.relu(self.narrow(y.flatten(2))), state)
+        y = functional.relu(self.widen(recalled)).reshape(y.shape)
+        return x + self.spread(y.permute(2, 0, 1, 3)), state
 
 
 class Separator(nn.Module):
     def __init__(self):
         super().__init__()
-        self.register_buffer("mean", torch.zeros(BINS - 1))
-        self.register_buffer("scale", torch.ones(BINS - 1))
-        inputs = (CONTEXT + 1,) + WIDTHS[:-1]
-        self.encoder = nn.ModuleList(
-            nn.Conv1d(inputs[i], WIDTHS[i], kernel, stride=stride, padding=(kernel - stride + 1) // 2)
-            for i, (kernel, stride) in enumerate(zip(KERNELS, STRIDES)))
-        outputs = (len(CLASSES) + 1,) + WIDTHS[:-1]
-        self.decoder = nn.ModuleList(
-            nn.Conv1d(WIDTHS[i], STRIDES[i] * outputs[i], 3, padding=1) for i in reversed(range(len(WIDTHS))))
-        flat = WIDTHS[-1] * (BINS - 1) // math.prod(STRIDES)
-        self.narrow = nn.Linear(flat, HIDDEN)
-        self.memory = nn.GRU(HIDDEN, HIDDEN, LAYERS)
-        self.widen = nn.Linear(HIDDEN, flat)
+        self.enter, self.enter_bias = scaled(BANDS, FEATURES * BAND, WIDTH), nn.Parameter(torch.zeros(BANDS, 1, WIDTH))
         self.blocks = nn.ModuleList(Block() for _ in range(BLOCKS))
+        self.memory = Memory()
+        self.norm = nn.LayerNorm(WIDTH)
+        self.leave, self.leave_bias = scaled(BANDS, WIDTH, INNER), nn.Parameter(torch.zeros(BANDS, 1, INNER))
+        self.direct = nn.Parameter(torch.zeros(BANDS, FEATURES * BAND, INNER))
+        self.last = scaled(BANDS, INNER, OUTPUTS * BAND, gain=0.3)
+        self.last_bias = nn.Parameter(torch.zeros(BANDS, 1, OUTPUTS * BAND))
 
     def forward(self, spectra):
-        """Complex [batch, time, bin] to the same of the classes, [batch, class, time, bin]."""
+        """Complex [item, time, bin] to the same of the classes, [item, class, time, bin]."""
         return self.proceed(spectra, self.empty(len(spectra)))[0]
 
     @staticmethod
-    def empty(batch):
-        """The states before a stream: past features, what the recurrent layers hold, and what each block holds; one
-        mixture after another in memory."""
-        return [torch.zeros(batch, CONTEXT, BINS - 1), torch.zeros(batch, LAYERS, HIDDEN),
-                *(torch.zeros(batch * BANDS, UNITS) for _ in range(BLOCKS))]
+    def empty(items):
+        """The states before a stream, [item, ...]: past windows; sums of past magnitudes and of their weights; the
+        memory; what each block holds."""
+        return [torch.zeros(items, CONTEXT, BINS, dtype=torch.cfloat), torch.zeros(items, 2),
+                torch.zeros(items, 1, HIDDEN), *(torch.zeros(items, BANDS, UNITS) for _ in range(BLOCKS))]
+
+    @staticmethod
+    def features(windows, sums):
+        """Complex [item, CONTEXT + time, bin] to [item, time, FEATURES, bin] of bins 1 to 256, and the sums after."""
+        log_power = torch.log(windows.real ** 2 + windows.imag ** 2 + FLOOR)
+        magnitude, phase = torch.exp(EXPONENT * log_power), windows * torch.exp((0.5 * EXPONENT - 0.5) * log_power)
+        means, time = [], windows.shape[1] - CONTEXT
+        for mean in magnitude[:, CONTEXT:, 1:].mean(-1).unbind(1):
+            sums = DECAY * sums + torch.stack([mean, torch.ones_like(mean)], 1)
+            means.append(sums[:, 0] / sums[:, 1])
+        # From one window to the next the phase of a steady tone in the middle of bin k goes on by pi * k; at an instant
+        # in the middle of the window that of two bins differs by pi.
+        now, turn = phase[:, CONTEXT:], torch.ones(BINS)
+        turn[1::2] = -1.0
+        onwards = now * phase[:, CONTEXT - 1:-1].conj() * turn
+        upwards = -now[..., 1:] * now[..., :-1].conj()
+        parts = [magnitude[:, i:i + time, 1:] for i in range(CONTEXT, -1, -1)]
+        parts += [onwards[..., 1:].real, onwards[..., 1:].imag, upwards.real, upwards.imag]
+        return torch.stack(parts, 2) / torch.stack(means, 1)[..., None, None], sums
 
     def proceed(self, spectra, states):
         """The classes, and the states after them."""
-        batch, time, _ = spectra.shape
-        x = torch.cat([states[0], (features(spectra) - self.mean) * self.scale], dim=1)
-        past, x = x[:, time:], x.transpose(0, 1)
-        x = torch.stack([x[i:i + time] for i in range(CONTEXT + 1)], dim=2).flatten(0, 1)
-        first = functional.relu(self.encoder[0](x))
-        second, before = self.blocks[0](functional.relu(self.encoder[1](first)), states[2])
-        third = functional.relu(self.encoder[2](second))
-        hidden = functional.relu(self.narrow(third.flatten(1)))
-        recalled, held = self.memory(hidden.reshape(time, batch, HIDDEN), states[1].transpose(0, 1).contiguous())
-        x = functional.relu(self.widen(hidden + recalled.flatten(0, 1))).reshape(third.shape)
-        x, behind = self.blocks[1](functional.relu(interleave(self.decoder[0](x + third), STRIDES[2])), states[3])
-        x = functional.relu(interleave(self.decoder[1](x + second), STRIDES[1]))
-        shares = torch.softmax(interleave(self.decoder[2](x + first), STRIDES[0]), dim=1)[:, :len(CLASSES)]
-        shares = torch.cat([shares[..., :1], shares], dim=-1).reshape(time, batch, len(CLASSES), BINS)
-        states = [past, held.transpose(0, 1).contiguous(), before, behind]
-        return shares.permute(1, 2, 0, 3) * spectra[:, None], states
-
-
-def interleave(x, count):
-    """[row, count * channel, band] to [row, channel, band * count]."""
-    rows, channels, bands = x.shape
-    return x.reshape(rows, count, channels // count, bands).permute(0, 2, 3, 1).flatten(2)
+        items, time, _ = spectra.shape
+        windows = torch.cat([states[0], spectra], dim=1)
+        with torch.no_grad():
+            x, sums = self.features(windows, states[1])
+            x = (x - CENTRE).reshape(items, time, FEATURES, BANDS, BAND).permute(3, 1, 0, 2, 4).flatten(3).flatten(1, 2)
+        direct = torch.baddbmm(self.leave_bias, x, self.direct)
+        x = torch.baddbmm(self.enter_bias, x, self.enter).reshape(BANDS, time, items, WIDTH)
+        held = [state.transpose(0, 1) for state in states[2:]]
+        for number, block in enumerate(self.blocks):
+            if number == BLOCKS // 2:
+                x, held[0] = self.memory(x, held[0].contiguous())
+            x, held[number + 1] = block(x, held[number + 1])
+        x = functional.silu(torch.baddbmm(direct, self.norm(x).flatten(1, 2), self.leave))
+        x = torch.baddbmm(self.last_bias, x, self.last).reshape(BANDS, time, items, OUTPUTS, BAND)
+        x = x.permute(2, 3, 1, 0, 4).reshape(items, OUTPUTS, time, BINS - 1)
+        x = torch.cat([x[..., :1], x], dim=-1)
+        count = len(CLASSES)
+        classes = torch.softmax(x[:, :count + 1], dim=1)[:, :count] * spectra[:, None]
+        taps = x[:, count + 1:].reshape(items, TAPS, 2, count, time, BINS)
+        for tap in range(TAPS):
+            past = windows[:, None, CONTEXT - tap:CONTEXT - tap + time]
+            classes = classes + torch.complex(taps[:, tap, 0], taps[:, tap, 1]) * past
+        return classes, [windows[:, time:], sums, *(state.transpose(0, 1) for state in held)]

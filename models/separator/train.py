@@ -1,7 +1,7 @@
 #!/usr/bin/python3
 """Trains the separator. Goes on where the last checkpoint stands.
 
-usage: train.py FOLDER [--steps N] [--cooldown N] [--batch N] [--seconds S]
+usage: train.py FOLDER [--steps N] [--cooldown N] [--batch N] [--seconds S] [--threads N]
        train.py FOLDER --keep
 FOLDER has the audio (data.py) and gets checkpoint.pt and log.csv. The rate of learning rises once and then stays, so
 that a course has no planned end: it may stop at any checkpoint and go on later. A candidate comes from
@@ -36,15 +36,15 @@ from network import CLASSES, HOP, Separator
 from spectra import analyse, synthesise
 
 SEED = 20261125
-RATE = 6e-4
+RATE = 5e-4
 WARM_UP = 200
 CLIP = 3.0
-AVERAGE = 0.9995       # of the weights, per step; less at the beginning
+AVERAGE = 0.999        # of the weights, per step; less at the beginning
 FRESH_SHARE = 0.3      # of the mixtures that begin with empty states
 LOG_EVERY = 100
 CHECK_EVERY = 500
 SAVE_SECONDS = 180.0
-CHECK_ITEMS = 12       # mixtures of ten seconds for each group; four up to step 2,500
+CHECK_ITEMS = 12       # mixtures of ten seconds for each group
 KEPT = pathlib.Path(__file__).resolve().parent / "training" / "state.pt"
 # Names in the log, and which voices they stand for: all of them are kept from the training.
 GROUPS = {
@@ -65,8 +65,9 @@ def arguments():
     parser.add_argument("folder", type=pathlib.Path)
     parser.add_argument("--steps", type=int, default=60000)
     parser.add_argument("--cooldown", type=int, default=0)
-    parser.add_argument("--batch", type=int, default=8)
-    parser.add_argument("--seconds", type=float, default=3.0)
+    parser.add_argument("--batch", type=int, default=4)
+    parser.add_argument("--seconds", type=float, default=4.0)
+    parser.add_argument("--threads", type=int, default=1)
     parser.add_argument("--keep", action="store_true")
     return parser.parse_args()
 
@@ -199,7 +200,7 @@ class Course:
 
 def main():
     args = arguments()
-    torch.set_num_threads(1)
+    torch.set_num_threads(args.threads)
     course = Course(args)
     if args.keep:
         course.pack(KEPT)
