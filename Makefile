@@ -64,7 +64,7 @@ test-app:        ## the VST3 plugin in a host; the program without a screen: mou
 	@xvfb-run -a ctest --test-dir $(BUILD) -R '^(vst3|app)_test$$' --output-on-failure
 	@/usr/bin/python3 tests/app/window_test.py $(BUILD) $(PICTURES)
 
-test-cpus:       ## the tests on emulated processors from before AVX, and on one with AVX-512; half an hour on two cores
+test-cpus:       ## the tests on emulated processors from before AVX, and on one with AVX-512; 47 minutes of a core
 	@scripts/install-packages build test cpus
 	@$(call configure,$(BUILD),-DKALVRIN_TESTS=ON) >/dev/null
 	@cmake --build $(BUILD) -j $(JOBS)

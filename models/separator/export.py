@@ -51,9 +51,9 @@ def silu(g, x):
     return g("Mul", x, g("Sigmoid", x))
 
 
-def scan(g, name, axis, shape, before, steps, build):
-    """A loop over the windows: `build` gets a graph, names of the state and of a window of each of `steps`, and returns
-    the name of the state after it. Returns the state after all, and after each."""
+def scan(g, name, shape, before, steps, build):
+    """A loop over the windows, axis 1: `build` gets a graph, the names of the state and of one window of each of `steps`,
+    and returns the name of the state after it. The result is the state after all windows, and after each."""
     inner = Graph(f"{name}_")
     names = ["before", *(f"step{i}" for i in range(len(steps)))]
     inner("Identity", build(inner, *names), name="after")
@@ -61,7 +61,7 @@ def scan(g, name, axis, shape, before, steps, build):
     types = [tensor(n, *shape) for n in [*names, "after", "result"]]
     body = helper.make_graph(inner.nodes, f"{name}_window", types[:len(names)], types[len(names):], inner.initializers)
     return g("Scan", before, *steps, outputs=2, body=body, num_scan_inputs=len(steps),
-             scan_input_axes=[axis] * len(steps), scan_output_axes=[axis])
+             scan_input_axes=[1] * len(steps), scan_output_axes=[1])
 
 
 def parts(g, x):
@@ -78,7 +78,7 @@ def features(g, windows):
     past = [part(g, magnitude, i, LAST if i == CONTEXT else i - CONTEXT, 1) for i in range(CONTEXT, -1, -1)]
     mean = g("ReduceMean", past[0], axes=[2])
     step = g("Concat", mean, g("Add", g("Mul", mean, g.constant(0.0)), g.constant(1.0)), axis=2)
-    after, sums = scan(g, "level", 1, ("channels", 2), "level_in", [step], lambda inner, before, new: inner(
+    after, sums = scan(g, "level", ("channels", 2), "level_in", [step], lambda inner, before, new: inner(
         "Add", inner("Mul", before, inner.constant(DECAY)), new))
     g("Identity", after, name="level_out")
     total, weight = g("Split", sums, axis=2, outputs=2)
@@ -106,7 +106,7 @@ def block(g, layers, x, number):
     gate, new, out = g("Split", y, axis=3, outputs=3)
     gate, new = g("Sigmoid", gate), g("Relu", new)
     added = g("Sub", new, g("Mul", gate, new))
-    after, held = scan(g, f"block{number}", 1, (BANDS, "channels", UNITS), f"block{number}_in", [gate, added],
+    after, held = scan(g, f"block{number}", (BANDS, "channels", UNITS), f"block{number}_in", [gate, added],
                        lambda inner, before, z, c: inner("Add", inner("Mul", before, z), c))
     g("Identity", after, name=f"block{number}_out")
     x = g("Add", x, linear(g, layers.outer, g("Mul", held, silu(g, out))))

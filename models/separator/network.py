@@ -39,8 +39,8 @@ CONTEXT = 2            # windows of the past in the features
 FLOOR = 1e-5           # power that counts as silence; a full-scale tone has some 2e4
 EXPONENT = 0.15        # of the power
 DECAY = 0.98           # of the mean of the magnitudes, per window
-FEATURES = CONTEXT + 5   # of a bin
-CENTRE = 0.5           # of the features, about
+FEATURES = CONTEXT + 5 # of a bin
+CENTRE = 0.5           # is taken from each feature: about their mean
 BANDS = 32
 BAND = (BINS - 1) // BANDS
 WIDTH = 48
@@ -93,7 +93,7 @@ class Held(torch.autograd.Function):
 
 
 def scaled(*shape, gain=1.0):
-    """Weights for a dense layer of each band, the last but one dimension is its input."""
+    """Random weights, so that a product with them keeps the power: the last but one dimension is summed over."""
     return nn.Parameter(torch.randn(*shape) * gain / math.sqrt(shape[-2]))
 
 
