@@ -94,12 +94,13 @@ test-batch: build ## the array job and the line for GNU parallel of docs/batch.m
 # Debian's own Python is the one that python3-torch is for. Audio and checkpoints are kept outside of the tree, and
 # training goes on where it was interrupted.
 TRAIN ?= $(or $(XDG_CACHE_HOME),$(HOME)/.cache)/kalvrin/train
+WORKERS = 1
 train eval: PYTHON = /usr/bin/python3
-train:           ## the model for speech and music, from packages; 15 hours of one core
+train:           ## the model for speech and music, from packages; 32 hours of one core, WORKERS=2 uses two
 	@scripts/install-packages train
 	@$(PYTHON) models/separator/data.py $(TRAIN)
-	@$(PYTHON) models/separator/train.py $(TRAIN)
-	@$(PYTHON) models/separator/train.py $(TRAIN) --cooldown 3000
+	@$(PYTHON) models/separator/train.py $(TRAIN) --workers $(WORKERS)
+	@$(PYTHON) models/separator/train.py $(TRAIN) --workers $(WORKERS) --cooldown 3000
 	@$(PYTHON) models/separator/export.py $(TRAIN)/cooled/checkpoint.pt $(TRAIN)/separator.onnx
 	@cp $(TRAIN)/separator.onnx models/separator/separator.onnx
 	@cp $(TRAIN)/cooled/log.csv models/separator/training.csv

@@ -17,8 +17,8 @@ from onnx import helper
 
 sys.path.append(str(pathlib.Path(__file__).resolve().parents[1]))
 # pylint: disable=wrong-import-position
-from network import (BAND, BANDS, BINS, BLOCKS, CENTRE, CLASSES, CONTEXT, DECAY, EXPONENT, FEATURES, FLOOR, HIDDEN, HOP,
-                     OUTPUTS, SAMPLE_RATE, SQUEEZED, TAPS, UNITS, WIDTH, Separator)
+from network import (BANDS, BINS, BLOCKS, CENTRE, CLASSES, CONTEXT, DECAY, EXPONENT, FEATURES, FLOOR, HIDDEN, HOP,
+                     LAYOUT, OUTPUTS, SAMPLE_RATE, SQUEEZED, TAPS, UNITS, WIDTH, Separator)
 from onnx_model import Graph, make_model, tensor
 
 LARGEST = 1e6        # of a part of a bin; more, or no number at all, is broken and must not enter the states
@@ -52,8 +52,8 @@ def silu(g, x):
 
 
 def scan(g, name, shape, before, steps, build):
-    """A loop over the windows, axis 1: `build` gets a graph, the names of the state and of one window of each of `steps`,
-    and returns the name of the state after it. The result is the state after all windows, and after each."""
+    """A loop over the windows, axis 1: `build` gets a graph, the names of the state and of one window of each of
+    `steps`, and returns the name of the state after it. The result is the state after all windows, and after each."""
     inner = Graph(f"{name}_")
     names = ["before", *(f"step{i}" for i in range(len(steps)))]
     inner("Identity", build(inner, *names), name="after")
@@ -134,19 +134,25 @@ def memory(g, layers, x):
     return g("Add", x, linear(g, layers.spread, y))
 
 
+def in_bands(g, bands, weights):
+    """The product of each band and its own weights: [band, row, ...]."""
+    return g("Concat", *(g("MatMul", x, g.constant(values(w))) for x, w in zip(bands, weights)), axis=0)
+
+
 def classes(g, network, x, direct, windows):
     """The output from `x` [band, sequence, channel, WIDTH] and what the bands begin with. The softmax is written with
     differences from Rest; the limit keeps the exponential finite."""
     count = len(CLASSES)
     x = g("Reshape", norm(g, network.norm, x), g.indices(BANDS, -1, WIDTH))
-    x = g("MatMul", x, g.constant(values(network.leave)))
-    x = silu(g, g("Add", x, dense(g, direct, values(network.direct), values(network.leave_bias))))
-    x = dense(g, x, values(network.last), values(network.last_bias))
+    x = dense(g, x, values(network.leave), values(network.leave_bias))
+    x = silu(g, g("Add", x, in_bands(g, direct, network.direct)))
     sequence = g("Shape", "input", start=1, end=2)
-    x = g("Reshape", x, g("Concat", g.indices(BANDS), sequence, g.indices(-1, OUTPUTS, BAND), axis=0))
-    x = g("Transpose", x, perm=[3, 2, 1, 0, 4])
-    x = g("Reshape", x, g.indices(0, 0, 0, BINS - 1))     # [output, channel, sequence, bin]
-    x = g("Concat", part(g, x, 0, 1, 3), x, axis=3)
+    rows, groups = [], g("Split", x, g.indices(*(bands for bands, _ in LAYOUT)), axis=0, outputs=len(LAYOUT))
+    for y, last, bias, (bands, bins) in zip(groups, network.last, network.last_bias, LAYOUT):
+        y = dense(g, y, values(last), values(bias))
+        y = g("Reshape", y, g("Concat", g.indices(bands), sequence, g.indices(-1, OUTPUTS, bins), axis=0))
+        rows += [g("Reshape", g("Transpose", y, perm=[3, 2, 1, 0, 4]), g.indices(0, 0, 0, bands * bins))]
+    x = g("Concat", part(g, rows[0], 0, 1, 3), *rows, axis=3)      # [output, channel, sequence, bin]
     odds = g("Exp", g("Min", g("Sub", part(g, x, 0, count, 0), part(g, x, count, count + 1, 0)), g.constant(80.0)))
     shares = g("Div", odds, g("Add", g("ReduceSum", odds, g.indices(0)), g.constant(1.0)))
     sums = [[], []]
@@ -169,12 +175,13 @@ def build(network):
     g("Slice", windows, g.indices(-CONTEXT), g.indices(LAST), g.indices(1), name="windows_out")
 
     x = g("Sub", features(g, windows), g.constant(CENTRE))
-    x = g("Reshape", x, g.indices(0, 0, FEATURES, BANDS, BAND))
-    x = g("Transpose", x, perm=[3, 1, 0, 2, 4])
-    shape = g("Concat", g("Shape", x, start=0, end=3), g.indices(WIDTH), axis=0)
-    bands = g("Reshape", x, g.indices(BANDS, -1, FEATURES * BAND))
-    x = dense(g, bands, values(network.enter), values(network.enter_bias))
-    x = g("Reshape", x, shape)
+    bands, sizes = [], [count * bins for count, bins in LAYOUT]
+    for y, (count, bins) in zip(g("Split", x, g.indices(*sizes), axis=3, outputs=len(LAYOUT)), LAYOUT):
+        y = g("Transpose", g("Reshape", y, g.indices(0, 0, FEATURES, count, bins)), perm=[3, 1, 0, 2, 4])
+        bands += [g("Reshape", y, g.indices(count, -1, FEATURES * bins))]
+    x = g("Add", in_bands(g, bands, network.enter), g.constant(values(network.enter_bias)))
+    sequence = g("Shape", "input", start=1, end=2)
+    x = g("Reshape", x, g("Concat", g.indices(BANDS), sequence, g.indices(-1, WIDTH), axis=0))
     for number, layers in enumerate(network.blocks):
         if number == BLOCKS // 2:
             x = memory(g, network.memory, x)

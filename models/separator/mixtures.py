@@ -277,7 +277,6 @@ def mixture(rng, material, length):
     return parts
 
 
-def batch(seed, step, material, size, length):
-    """[item, class, sample]"""
-    return np.stack([mixture(np.random.default_rng((seed, step, item)), material, length)
-                     for item in range(size)])
+def batch(seed, step, material, items, length):
+    """[item, class, sample] of some items of a step."""
+    return np.stack([mixture(np.random.default_rng((seed, step, item)), material, length) for item in items])

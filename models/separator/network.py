@@ -5,7 +5,7 @@ Per window and channel:
     features   of each of the bins 1 to 256: its compressed magnitude and those of the two windows before, all over
                the mean that they had lately, so that the level of a stream does not matter; how its phase went on
                since the window before, and how it differs from the bin below
-    bands      32 of eight bins: each has a dense layer of its own, to WIDTH features
+    bands      16 of four bins, 8 of eight, 8 of sixteen: each has a dense layer of its own, to WIDTH features
     blocks     each adds to the features: a recurrent layer along time in each band, whose weights all bands share (a
                bias per band tells them apart), then dense layers over all bands, one for each of SQUEEZED features
     memory     between the blocks, a gated recurrent layer over all bands, between dense layers; adds likewise
@@ -41,8 +41,8 @@ EXPONENT = 0.15        # of the power
 DECAY = 0.98           # of the mean of the magnitudes, per window
 FEATURES = CONTEXT + 5 # of a bin
 CENTRE = 0.5           # is taken from each feature: about their mean
-BANDS = 32
-BAND = (BINS - 1) // BANDS
+LAYOUT = ((16, 4), (8, 8), (8, 16))    # how many bands of how many bins, from low to high
+BANDS = sum(count for count, _ in LAYOUT)
 WIDTH = 48
 UNITS = 64             # of a block, in each band
 SQUEEZED = 16
@@ -60,8 +60,8 @@ def native():
         with tempfile.TemporaryDirectory() as folder:
             path = pathlib.Path(folder) / "recurrence.so"
             source = pathlib.Path(__file__).with_name("recurrence.c")
-            subprocess.run(["cc", "-O3", "-march=native", "-ffast-math", "-fopenmp", f"-DUNITS={UNITS}", "-shared",
-                            "-fPIC", source, "-o", path, "-lm"], check=True)
+            subprocess.run(["cc", "-O3", "-march=native", "-ffast-math", f"-DUNITS={UNITS}", f"-DHIDDEN={HIDDEN}",
+                            "-shared", "-fPIC", source, "-o", path, "-lm"], check=True)
             native.library = ctypes.CDLL(str(path))
     return native.library
 
@@ -90,6 +90,29 @@ class Held(torch.autograd.Function):
         result = torch.empty_like(x)
         call("Backward", (x, before, held, gradient.contiguous(), result), x.shape[:3])
         return result, None
+
+
+class Recalled(torch.autograd.Function):
+    """A gated recurrent layer after its product with the input, as in nn.GRU: `x` [time, item, 3 * HIDDEN], its
+    recurrent `weight` and `bias`, and `before` [item, HIDDEN]. Returns what is held, [time, item, HIDDEN]."""
+
+    @staticmethod
+    def forward(ctx, x, weight, bias, before):
+        x, before = x.contiguous(), before.contiguous()
+        held, gates = torch.empty(*x.shape[:2], HIDDEN), torch.empty(*x.shape[:2], 4 * HIDDEN)
+        call("RecallForward", (x, weight.t().contiguous(), bias, before, held, gates), x.shape[:2])
+        ctx.save_for_backward(weight, before, held, gates)
+        return held
+
+    @staticmethod
+    def backward(ctx, gradient):
+        weight, before, held, gates = ctx.saved_tensors
+        by_input, by_recalled = (torch.empty(*held.shape[:2], 3 * HIDDEN) for _ in range(2))
+        call("RecallBackward", (weight, before, held, gates, gradient.contiguous(), by_input, by_recalled),
+             held.shape[:2])
+        rows = by_recalled.flatten(0, 1)
+        by_weight = rows.t() @ torch.cat([before[None], held[:-1]]).flatten(0, 1)
+        return by_input, by_weight, rows.sum(0), None
 
 
 def scaled(*shape, gain=1.0):
@@ -133,26 +156,38 @@ class Memory(nn.Module):
 
     def forward(self, x, state):
         y = self.squeeze(self.norm(x)).permute(1, 2, 0, 3)
-        recalled, state = self.recall(functional.relu(self.narrow(y.flatten(2))), state)
-        y = functional.relu(self.widen(recalled)).reshape(y.shape)
-        return x + self.spread(y.permute(2, 0, 1, 3)), state
+        layer = self.recall
+        inner = functional.linear(functional.relu(self.narrow(y.flatten(2))), layer.weight_ih_l0, layer.bias_ih_l0)
+        held = Recalled.apply(inner, layer.weight_hh_l0, layer.bias_hh_l0, state[0])
+        y = functional.relu(self.widen(held)).reshape(y.shape)
+        return x + self.spread(y.permute(2, 0, 1, 3)), held[-1:]
 
 
 class Separator(nn.Module):
     def __init__(self):
         super().__init__()
-        self.enter, self.enter_bias = scaled(BANDS, FEATURES * BAND, WIDTH), nn.Parameter(torch.zeros(BANDS, 1, WIDTH))
+        self.enter = nn.ParameterList(scaled(count, FEATURES * bins, WIDTH) for count, bins in LAYOUT)
+        self.enter_bias = nn.Parameter(torch.zeros(BANDS, 1, WIDTH))
         self.blocks = nn.ModuleList(Block() for _ in range(BLOCKS))
         self.memory = Memory()
         self.norm = nn.LayerNorm(WIDTH)
         self.leave, self.leave_bias = scaled(BANDS, WIDTH, INNER), nn.Parameter(torch.zeros(BANDS, 1, INNER))
-        self.direct = nn.Parameter(torch.zeros(BANDS, FEATURES * BAND, INNER))
-        self.last = scaled(BANDS, INNER, OUTPUTS * BAND, gain=0.3)
-        self.last_bias = nn.Parameter(torch.zeros(BANDS, 1, OUTPUTS * BAND))
+        self.direct, self.last, self.last_bias = (nn.ParameterList() for _ in range(3))
+        for count, bins in LAYOUT:
+            self.direct.append(nn.Parameter(torch.zeros(count, FEATURES * bins, INNER)))
+            self.last.append(scaled(count, INNER, OUTPUTS * bins, gain=0.3))
+            self.last_bias.append(nn.Parameter(torch.zeros(count, 1, OUTPUTS * bins)))
 
     def forward(self, spectra):
         """Complex [item, time, bin] to the same of the classes, [item, class, time, bin]."""
         return self.proceed(spectra, self.empty(len(spectra)))[0]
+
+    def matrices(self):
+        """The parameters that are matrices: one each, and three each, one below another."""
+        three = [block.inner.weight for block in self.blocks]
+        three += [self.memory.recall.weight_ih_l0, self.memory.recall.weight_hh_l0]
+        one = [p for p in self.parameters() if p.dim() > 1 and min(p.shape[-2:]) > 1 and not any(p is q for q in three)]
+        return one, three
 
     @staticmethod
     def empty(items):
@@ -186,18 +221,23 @@ class Separator(nn.Module):
         windows = torch.cat([states[0], spectra], dim=1)
         with torch.no_grad():
             x, sums = self.features(windows, states[1])
-            x = (x - CENTRE).reshape(items, time, FEATURES, BANDS, BAND).permute(3, 1, 0, 2, 4).flatten(3).flatten(1, 2)
-        direct = torch.baddbmm(self.leave_bias, x, self.direct)
-        x = torch.baddbmm(self.enter_bias, x, self.enter).reshape(BANDS, time, items, WIDTH)
+            x = (x - CENTRE).split([count * bins for count, bins in LAYOUT], dim=-1)
+            x = [part.reshape(items, time, FEATURES, count, bins).permute(3, 1, 0, 2, 4).flatten(3).flatten(1, 2)
+                 for part, (count, bins) in zip(x, LAYOUT)]
+        direct = torch.cat([torch.bmm(*pair) for pair in zip(x, self.direct)]) + self.leave_bias
+        x = torch.cat([torch.bmm(*pair) for pair in zip(x, self.enter)]) + self.enter_bias
+        x = x.reshape(BANDS, time, items, WIDTH)
         held = [state.transpose(0, 1) for state in states[2:]]
         for number, block in enumerate(self.blocks):
             if number == BLOCKS // 2:
                 x, held[0] = self.memory(x, held[0].contiguous())
             x, held[number + 1] = block(x, held[number + 1])
         x = functional.silu(torch.baddbmm(direct, self.norm(x).flatten(1, 2), self.leave))
-        x = torch.baddbmm(self.last_bias, x, self.last).reshape(BANDS, time, items, OUTPUTS, BAND)
-        x = x.permute(2, 3, 1, 0, 4).reshape(items, OUTPUTS, time, BINS - 1)
-        x = torch.cat([x[..., :1], x], dim=-1)
+        x = x.split([count for count, _ in LAYOUT])
+        x = [torch.baddbmm(bias, part, last).reshape(count, time, items, OUTPUTS, bins)
+             for part, bias, last, (count, bins) in zip(x, self.last_bias, self.last, LAYOUT)]
+        x = [part.permute(2, 3, 1, 0, 4).flatten(3) for part in x]
+        x = torch.cat([x[0][..., :1], *x], dim=-1)      # [item, output, time, bin]
         count = len(CLASSES)
         classes = torch.softmax(x[:, :count + 1], dim=1)[:, :count] * spectra[:, None]
         taps = x[:, count + 1:].reshape(items, TAPS, 2, count, time, BINS)

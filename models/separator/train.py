@@ -1,17 +1,17 @@
 #!/usr/bin/python3
 """Trains the separator. Goes on where the last checkpoint stands.
 
-usage: train.py FOLDER [--steps N] [--cooldown N] [--batch N] [--seconds S] [--threads N]
+usage: train.py FOLDER [--workers N] [--steps N] [--cooldown N]
        train.py FOLDER --keep
-FOLDER has the audio (data.py) and gets checkpoint.pt and log.csv. The rate of learning rises once and then stays, so
-that a course has no planned end: it may stop at any checkpoint and go on later. A candidate comes from
-`--cooldown N`: N more steps from the last checkpoint, over which the rate falls to zero, into cooled.pt; the
+FOLDER has the audio (data.py) and gets checkpoint.pt and log.csv. The rate of learning falls with the root of the step,
+so that a course has no planned end: it may stop at any checkpoint and go on later. A candidate comes from
+`--cooldown N`: N more steps from the last checkpoint, over which the rate falls to zero, into cooled/checkpoint.pt; the
 course itself is left as it is.
 
+`--workers N` divides each step among N processes, one for each idle core: what is learnt is the same but for rounding.
+
 `--keep` packs the state of the course into training/state.pt beside this program, which is kept with it: a course
-begins there if FOLDER has no later checkpoint. It has the average alone, in half precision, and what layers hold is
-left out; but for that, a step depends on its number, the seed and the checkpoint before it alone, as long as audio and
-options stay the same.
+begins there if FOLDER has no later checkpoint. It has the moving average of the weights in half precision and the log.
 
 Mixtures are short and streams are long: most mixtures begin with the states that the one before left behind, so
 that the network learns to go on after anything. What is checked and exported is a moving average of the weights.
@@ -19,8 +19,10 @@ that the network learns to go on after anything. What is checked and exported is
 
 import argparse
 import csv
+import math
 import os
 import pathlib
+import socket
 import time
 
 os.environ.setdefault("OPENBLAS_NUM_THREADS", "1")
@@ -28,16 +30,22 @@ os.environ.setdefault("OPENBLAS_NUM_THREADS", "1")
 # pylint: disable=wrong-import-position
 import numpy as np
 import torch
+from torch import distributed, multiprocessing
 
 import mixtures
 from data import SAMPLE_RATE, Recordings
 from losses import scale_invariant_ratio, separation_loss
 from network import CLASSES, HOP, Separator
+from optimiser import Muon
 from spectra import analyse, synthesise
 
 SEED = 20261125
-RATE = 5e-4
-WARM_UP = 200
+RATE = 4e-3            # of matrices, up to step TURN; then it falls with the root of the step
+VECTORS_RATE = 1e-3    # of biases and norms, likewise
+TURN = 500
+WARM_UP = 100          # steps after each start
+BATCH = 8
+SECONDS = 4.0
 CLIP = 3.0
 AVERAGE = 0.999        # of the weights, per step; less at the beginning
 FRESH_SHARE = 0.3      # of the mixtures that begin with empty states
@@ -65,9 +73,7 @@ def arguments():
     parser.add_argument("folder", type=pathlib.Path)
     parser.add_argument("--steps", type=int, default=60000)
     parser.add_argument("--cooldown", type=int, default=0)
-    parser.add_argument("--batch", type=int, default=4)
-    parser.add_argument("--seconds", type=float, default=4.0)
-    parser.add_argument("--threads", type=int, default=1)
+    parser.add_argument("--workers", type=int, default=1, choices=[n for n in range(1, BATCH + 1) if BATCH % n == 0])
     parser.add_argument("--keep", action="store_true")
     return parser.parse_args()
 
@@ -78,11 +84,11 @@ def level(parts):
     return parts, ((parts.sum(1) ** 2).mean(-1) + 1e-9).rsqrt()[:, None, None]
 
 
-def partly_fresh(states, step, batch):
+def partly_fresh(states, step, items):
     """The states before a step: some mixtures of a batch begin anew."""
-    kept = np.random.default_rng((SEED, 3 << 30, step)).random(batch) >= FRESH_SHARE
+    kept = np.random.default_rng((SEED, 3 << 30, step)).random(BATCH)[items] >= FRESH_SHARE
     kept = torch.from_numpy(kept.astype(np.float32))
-    return [(state.reshape(batch, -1) * kept[:, None]).reshape(state.shape) for state in states]
+    return [(state.reshape(len(kept), -1) * kept[:, None]).reshape(state.shape) for state in states]
 
 
 def checks(recordings):
@@ -110,39 +116,38 @@ def gain(model, parts):
 
 
 class Course:
-    """All that a training needs to go on, and how it is kept."""
+    """All that a training needs to go on, and how it is kept. Each worker has all of it but `states`, which are of its
+    own items of a batch."""
 
-    def __init__(self, args):
+    def __init__(self, folder, rank=0, workers=1):
         torch.manual_seed(SEED)
-        self.args = args
-        self.options = {"batch": args.batch, "seconds": args.seconds}
+        self.workers = workers
+        self.items = np.arange(rank, BATCH, workers)
         self.model, self.average = Separator(), Separator()
         self.average.load_state_dict(self.model.state_dict())
-        self.optimiser = torch.optim.Adam(self.model.parameters(), lr=RATE)
-        self.states = Separator.empty(args.batch)
+        one, three = self.model.matrices()
+        vectors = [p for p in self.model.parameters() if not any(p is q for q in one + three)]
+        self.optimisers = (Muon([{"params": one}, {"params": three, "parts": 3}], RATE),
+                           torch.optim.Adam(vectors, lr=VECTORS_RATE))
+        self.states = Separator.empty(len(self.items))
         self.step, self.spent, self.rows = 0, 0.0, []
-        self.begun = 0         # the step from which on weights are averaged
-        self.checkpoint = args.folder / "checkpoint.pt"
-        own, kept = (torch.load(path) if path.exists() else {"step": -1} for path in (self.checkpoint, KEPT))
-        if kept["step"] > own["step"]:
-            self.unpack(kept)
-        elif own["step"] >= 0:
-            self.load(own)
-
-    def load(self, saved):
-        if saved["options"] != self.options:
-            raise SystemExit(f"train.py: {self.checkpoint} was made with {saved['options']}, not {self.options}: "
-                             "give these, or move the file away")
-        self.model.load_state_dict(saved["model"])
-        self.average.load_state_dict(saved["average"])
-        self.optimiser.load_state_dict(saved["optimiser"])
-        self.step, self.spent, self.rows, self.states = (saved[k] for k in ("step", "spent", "rows", "states"))
+        self.checkpoint = folder / "checkpoint.pt"
+        saved = max((torch.load(path) for path in (self.checkpoint, KEPT) if path.exists()),
+                    key=lambda found: found["step"], default=None)
+        if saved:
+            self.average.load_state_dict(saved["average"])
+            self.model.load_state_dict(saved.get("model", saved["average"]))
+            for optimiser, state in zip(self.optimisers, saved.get("optimisers", ())):
+                optimiser.load_state_dict(state)
+            self.step, self.spent, self.rows = (saved[k] for k in ("step", "spent", "rows"))
+        self.begin = self.step
+        self.averaged = 0      # the step from which on weights are averaged
 
     def save(self, path):
         partial = path.with_suffix(".partial")
-        torch.save({"model": self.model.state_dict(), "average": self.average.state_dict(), "options": self.options,
-                    "optimiser": self.optimiser.state_dict(), "step": self.step, "spent": self.spent,
-                    "rows": self.rows, "states": self.states}, partial)
+        torch.save({"model": self.model.state_dict(), "optimisers": [o.state_dict() for o in self.optimisers],
+                    "average": self.average.state_dict(), "step": self.step, "spent": self.spent, "rows": self.rows},
+                   partial)
         os.replace(partial, path)
         log = path.with_name("log.partial")
         with open(log, "w", newline="") as file:
@@ -152,87 +157,104 @@ class Course:
             writer.writerows(self.rows)
         os.replace(log, path.with_name("log.csv"))
 
-    def packed(self):
-        """Name, parts and type in the packed state of all that has a number for each weight. The course goes on from
-        the average, with the step sizes that Adam has found; its first moments are those of ten steps only."""
-        yield "average", list(self.average.state_dict().values()), torch.float16
-        yield "squares", [self.optimiser.state[p]["exp_avg_sq"] for p in self.model.parameters()], torch.bfloat16
-
-    def pack(self, path):
+    def keep(self, path):
         path.parent.mkdir(exist_ok=True)
-        vectors = {name: torch.cat([part.flatten() for part in parts]).to(kind) for name, parts, kind in self.packed()}
-        torch.save({"step": self.step, "spent": self.spent, "rows": self.rows, **vectors}, path)
+        average = {name: values.half() for name, values in self.average.state_dict().items()}
+        torch.save({"average": average, "step": self.step, "spent": self.spent, "rows": self.rows}, path)
 
-    def unpack(self, saved):
-        for parameter in self.model.parameters():
-            self.optimiser.state[parameter] = {
-                "step": torch.tensor(float(saved["step"])), "exp_avg": torch.zeros_like(parameter),
-                "exp_avg_sq": torch.zeros_like(parameter)}
-        for name, parts, _ in self.packed():
-            for part, values in zip(parts, saved[name].float().split([part.numel() for part in parts])):
-                part.copy_(values.reshape(part.shape))
-        self.model.load_state_dict(self.average.state_dict())
-        self.step, self.spent, self.rows = (saved[k] for k in ("step", "spent", "rows"))
+    def together(self, value):
+        """What each worker has, a list."""
+        found = [value] * self.workers
+        if self.workers > 1:
+            distributed.all_gather_object(found, value)
+        return found
 
-    def advance(self, material, length, rate):
-        """One step; its loss."""
-        parts, factor = level(mixtures.batch(SEED, self.step, material, self.args.batch, length))
+    def share_gradients(self):
+        """Their mean over the workers."""
+        if self.workers > 1:
+            gradients = [p.grad for p in self.model.parameters()]
+            whole = torch.cat([g.flatten() for g in gradients])
+            distributed.all_reduce(whole)
+            for gradient, part in zip(gradients, whole.split([g.numel() for g in gradients])):
+                gradient.copy_(part.reshape(gradient.shape) / self.workers)
+
+    def advance(self, material, fall):
+        """One step, at `fall` times the rate that the course has; its loss."""
+        length = int(SECONDS * SAMPLE_RATE) // HOP * HOP
+        parts, factor = level(mixtures.batch(SEED, self.step, material, self.items, length))
         targets = analyse(parts)
-        states = partly_fresh(self.states, self.step, self.args.batch)
+        states = partly_fresh(self.states, self.step, self.items)
         classes, states = self.model.proceed(targets.sum(1), states)
         self.states = [state.detach().clone() for state in states]
         loss = separation_loss(classes * factor[..., None], targets * factor[..., None], parts * factor)
-        self.optimiser.zero_grad()
+        self.model.zero_grad()
         loss.backward()
+        self.share_gradients()
         norm = torch.nn.utils.clip_grad_norm_(self.model.parameters(), CLIP)
-        for group in self.optimiser.param_groups:
-            group["lr"] = rate
-        if torch.isfinite(norm):
-            self.optimiser.step()
-        age = self.step - self.begun
-        keep = min(AVERAGE, age / (age + 10.0))
+        fall *= min(1.0, (self.step + 1 - self.begin) / WARM_UP, math.sqrt(TURN / (self.step + 1)))
+        for optimiser, rate in zip(self.optimisers, (RATE, VECTORS_RATE)):
+            for group in optimiser.param_groups:
+                group["lr"] = rate * fall
+            if torch.isfinite(norm):
+                optimiser.step()
+        age = self.step - self.averaged
         with torch.no_grad():
             for mean, weight in zip(self.average.parameters(), self.model.parameters()):
-                mean.lerp_(weight, 1.0 - keep)
+                mean.lerp_(weight, 1.0 - min(AVERAGE, age / (age + 10.0)))
         self.step += 1
         return loss.item()
 
 
-def main():
-    args = arguments()
-    torch.set_num_threads(args.threads)
-    course = Course(args)
-    if args.keep:
-        course.pack(KEPT)
-        return
-    begin = course.step
+def train(rank, args):
+    """What a worker does; the first of them prints and keeps."""
+    torch.set_num_threads(1)
+    if args.workers > 1:
+        distributed.init_process_group("gloo", init_method=f"tcp://127.0.0.1:{args.port}", rank=rank,
+                                       world_size=args.workers)
+    course = Course(args.folder, rank, args.workers)
     end, path = args.steps, course.checkpoint
     if args.cooldown:
-        course.begun, end, path = begin, begin + args.cooldown, args.folder / "cooled" / "checkpoint.pt"
+        course.averaged, end = course.step, course.step + args.cooldown
+        path = args.folder / "cooled" / "checkpoint.pt"
         path.parent.mkdir(exist_ok=True)
     recordings = Recordings(args.folder)
     material, kept = mixtures.Material(recordings, ("train",)), checks(recordings)
-    length = int(args.seconds * SAMPLE_RATE) // HOP * HOP
-    weights = sum(p.numel() for p in course.model.parameters())
-    print(f"{weights} weights, step {begin} of {end}", flush=True)
+    if rank == 0:
+        print(f"{sum(p.numel() for p in course.model.parameters())} weights, step {course.step} of {end}", flush=True)
     losses, saved_at, began = [], time.monotonic(), time.process_time()
     while course.step < end:
-        fall = (end - course.step) / args.cooldown if args.cooldown else 1.0
-        losses.append(course.advance(material, length, RATE * min(fall, (course.step + 1) / WARM_UP)))
+        losses.append(course.advance(material, (end - course.step) / args.cooldown if args.cooldown else 1.0))
         if course.step % LOG_EVERY == 0 or course.step == end:
-            gains = []
+            gains = {}
             if course.step % CHECK_EVERY == 0 or course.step == end:
-                gains = [gain(course.average, parts) for parts in kept.values()]
-                mean = np.mean(gains[:len(GROUPS)], axis=0).tolist()
-                gains = [round(value, 2) for pair in [mean, *gains] for value in pair]
-            course.spent, began = course.spent + time.process_time() - began, time.process_time()
-            course.rows.append([course.step, round(course.spent, 1), round(float(np.mean(losses)), 4),
-                                *(gains or [""] * (2 + 2 * len(kept)))])
-            losses.clear()
-            print(*course.rows[-1], flush=True)
-            if course.step == end or time.monotonic() - saved_at > SAVE_SECONDS:
-                course.save(path)
-                saved_at = time.monotonic()
+                gains = {name: gain(course.average, kept[name]) for name in list(kept)[rank::args.workers]}
+            found = course.together((np.mean(losses), time.process_time() - began, gains))
+            losses, began = [], time.process_time()
+            course.spent += sum(spent for _, spent, _ in found)
+            row = [course.step, round(course.spent, 1), round(float(np.mean([loss for loss, _, _ in found])), 4)]
+            gains = {name: pair for _, _, some in found for name, pair in some.items()}
+            pairs = [gains[name] for name in kept] if gains else [("", "")] * len(kept)
+            pairs.insert(0, np.mean(pairs[:len(GROUPS)], axis=0) if gains else ("", ""))
+            row += [round(float(value), 2) if gains else "" for pair in pairs for value in pair]
+            course.rows.append(row)
+            if rank == 0:
+                print(*row, flush=True)
+                if course.step == end or time.monotonic() - saved_at > SAVE_SECONDS:
+                    course.save(path)
+                    saved_at = time.monotonic()
+
+
+def main():
+    args = arguments()
+    if args.keep:
+        Course(args.folder).keep(KEPT)
+    elif args.workers > 1:
+        with socket.socket() as free:
+            free.bind(("127.0.0.1", 0))
+            args.port = free.getsockname()[1]
+        multiprocessing.spawn(train, (args,), args.workers)
+    else:
+        train(0, args)
 
 
 if __name__ == "__main__":
