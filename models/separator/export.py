@@ -17,8 +17,8 @@ from onnx import helper
 
 sys.path.append(str(pathlib.Path(__file__).resolve().parents[1]))
 # pylint: disable=wrong-import-position
-from network import (BANDS, BINS, BLOCKS, CENTRE, CLASSES, CONTEXT, DECAY, EXPONENT, FEATURES, FLOOR, HIDDEN, HOP,
-                     LAYOUT, OUTPUTS, SAMPLE_RATE, SQUEEZED, TAPS, UNITS, WIDTH, Separator)
+from network import (BANDS, BINS, BLOCKS, CENTRE, CLASSES, CONTEXT, DECAY, EXPONENT, FLOOR, HIDDEN, HOP, LAYOUT,
+                     SAMPLE_RATE, SQUEEZED, UNITS, WIDTH, Separator, spans)
 from onnx_model import Graph, make_model, tensor
 
 LARGEST = 1e6        # of a part of a bin; more, or no number at all, is broken and must not enter the states
@@ -70,33 +70,38 @@ def parts(g, x):
 
 
 def features(g, windows):
-    """Of `windows` [channel, CONTEXT + sequence, bin, 2]: [channel, sequence, FEATURES, bin 1 to 256]."""
+    """Of `windows` [channel, CONTEXT + sequence, bin, 2]: [channel, sequence, feature, bin] for each row of LAYOUT."""
     log_power = g("Log", g("Add", g("ReduceSumSquare", windows, axes=[3], keepdims=0), g.constant(FLOOR)))
-    magnitude = part(g, g("Exp", g("Mul", log_power, g.constant(EXPONENT))), 1, LAST, 2)
+    magnitude = g("Exp", g("Mul", log_power, g.constant(EXPONENT)))
     scale = g("Unsqueeze", g("Exp", g("Mul", log_power, g.constant(0.5 * EXPONENT - 0.5))), g.indices(3))
-    real, imaginary = parts(g, g("Mul", windows, scale))
-    past = [part(g, magnitude, i, LAST if i == CONTEXT else i - CONTEXT, 1) for i in range(CONTEXT, -1, -1)]
-    mean = g("ReduceMean", past[0], axes=[2])
+    phase = parts(g, g("Mul", windows, scale))
+    mean = g("ReduceMean", part(g, part(g, magnitude, CONTEXT, LAST, 1), 1, LAST, 2), axes=[2])
     step = g("Concat", mean, g("Add", g("Mul", mean, g.constant(0.0)), g.constant(1.0)), axis=2)
     after, sums = scan(g, "level", ("channels", 2), "level_in", [step], lambda inner, before, new: inner(
         "Add", inner("Mul", before, inner.constant(DECAY)), new))
     g("Identity", after, name="level_out")
     total, weight = g("Split", sums, axis=2, outputs=2)
-    turn = np.ones(BINS - 1, np.float32)
-    turn[::2] = -1.0
+    level = g("Unsqueeze", g("Div", weight, total), g.indices(3))
 
     def product(a, b, sign):
         """a times the conjugate of b."""
         (ar, ai), (br, bi) = a, b
         both = (g("Add", g("Mul", ar, br), g("Mul", ai, bi)), g("Sub", g("Mul", ai, br), g("Mul", ar, bi)))
         return [g("Mul", x, g.constant(sign)) for x in both]
-    now, before = ([part(g, x, begin, end, 1) for x in (real, imaginary)]
-                   for begin, end in ((CONTEXT, LAST), (CONTEXT - 1, -1)))
-    high, low = ([part(g, x, begin, end, 2) for x in now] for begin, end in ((1, LAST), (0, -1)))
-    onwards = product(high, [part(g, x, 1, LAST, 2) for x in before], turn)
-    upwards = product(high, low, np.float32(-1.0))
-    x = g("Concat", *(g("Unsqueeze", y, g.indices(2)) for y in [*past, *onwards, *upwards]), axis=2)
-    return g("Mul", x, g("Unsqueeze", g("Div", weight, total), g.indices(3)))
+
+    result = []
+    for (_, _, count), (bins, _, _) in zip(LAYOUT, spans()):
+        turn = np.where(np.arange(bins.start, bins.stop) % 2, -1.0, 1.0).astype(np.float32)
+        past = [(CONTEXT - lag, LAST if lag == 0 else -lag) for lag in range(count)]
+        loud, real, imaginary = (part(g, x, bins.start, bins.stop, 2) for x in (magnitude, *phase))
+        found = [part(g, loud, *span, 1) for span in past]
+        turns = [[part(g, x, *span, 1) for x in (real, imaginary)] for span in past]
+        for lag in range(1, count):
+            found += product(turns[0], turns[lag], turn ** lag)
+        low = [part(g, part(g, x, bins.start - 1, bins.stop - 1, 2), CONTEXT, LAST, 1) for x in phase]
+        found += product(turns[0], low, np.float32(-1.0))
+        result += [g("Mul", g("Concat", *(g("Unsqueeze", y, g.indices(2)) for y in found), axis=2), level)]
+    return result
 
 
 def block(g, layers, x, number):
@@ -142,30 +147,34 @@ def in_bands(g, bands, weights):
 def classes(g, network, x, direct, windows):
     """The output from `x` [band, sequence, channel, WIDTH] and what the bands begin with. The softmax is written with
     differences from Rest; the limit keeps the exponential finite."""
-    count = len(CLASSES)
+    named = len(CLASSES)
     x = g("Reshape", norm(g, network.norm, x), g.indices(BANDS, -1, WIDTH))
     x = dense(g, x, values(network.leave), values(network.leave_bias))
     x = silu(g, g("Add", x, in_bands(g, direct, network.direct)))
     sequence = g("Shape", "input", start=1, end=2)
-    rows, groups = [], g("Split", x, g.indices(*(bands for bands, _ in LAYOUT)), axis=0, outputs=len(LAYOUT))
-    for y, last, bias, (bands, bins) in zip(groups, network.last, network.last_bias, LAYOUT):
+    rows = g("Split", x, g.indices(*(count for count, _, _ in LAYOUT)), axis=0, outputs=len(LAYOUT))
+    result = []
+    for y, last, bias, (count, width, taps), (bins, _, outputs) in zip(rows, network.last, network.last_bias, LAYOUT,
+                                                                      spans()):
         y = dense(g, y, values(last), values(bias))
-        y = g("Reshape", y, g("Concat", g.indices(bands), sequence, g.indices(-1, OUTPUTS, bins), axis=0))
-        rows += [g("Reshape", g("Transpose", y, perm=[3, 2, 1, 0, 4]), g.indices(0, 0, 0, bands * bins))]
-    x = g("Concat", part(g, rows[0], 0, 1, 3), *rows, axis=3)      # [output, channel, sequence, bin]
-    odds = g("Exp", g("Min", g("Sub", part(g, x, 0, count, 0), part(g, x, count, count + 1, 0)), g.constant(80.0)))
-    shares = g("Div", odds, g("Add", g("ReduceSum", odds, g.indices(0)), g.constant(1.0)))
-    sums = [[], []]
-    real, imaginary = parts(g, windows)
-    for tap in range(TAPS):
-        first = count + 1 + 2 * count * tap
-        a, b = part(g, x, first, first + count, 0), part(g, x, first + count, first + 2 * count, 0)
-        if tap == 0:
-            a = g("Add", a, shares)
-        re, im = (part(g, y, CONTEXT - tap, LAST if tap == 0 else -tap, 1) for y in (real, imaginary))
-        sums[0] += [g("Sub", g("Mul", a, re), g("Mul", b, im))]
-        sums[1] += [g("Add", g("Mul", a, im), g("Mul", b, re))]
-    g("Concat", *(g("Unsqueeze", g("Sum", *terms), g.indices(4)) for terms in sums), axis=4, name="output")
+        y = g("Reshape", y, g("Concat", g.indices(count), sequence, g.indices(-1, outputs, width), axis=0))
+        y = g("Reshape", g("Transpose", y, perm=[3, 2, 1, 0, 4]), g.indices(0, 0, 0, count * width))
+        if not result:
+            y, bins = g("Concat", part(g, y, 0, 1, 3), y, axis=3), slice(0, bins.stop)
+        rest = part(g, y, named, named + 1, 0)
+        odds = g("Exp", g("Min", g("Sub", part(g, y, 0, named, 0), rest), g.constant(80.0)))
+        shares = g("Div", odds, g("Add", g("ReduceSum", odds, g.indices(0)), g.constant(1.0)))
+        sums, sound = [[], []], [part(g, z, bins.start, bins.stop, 2) for z in parts(g, windows)]
+        for tap in range(taps):
+            first = named + 1 + 2 * named * tap
+            a, b = part(g, y, first, first + named, 0), part(g, y, first + named, first + 2 * named, 0)
+            if tap == 0:
+                a = g("Add", a, shares)
+            re, im = (part(g, z, CONTEXT - tap, LAST if tap == 0 else -tap, 1) for z in sound)
+            sums[0] += [g("Sub", g("Mul", a, re), g("Mul", b, im))]
+            sums[1] += [g("Add", g("Mul", a, im), g("Mul", b, re))]
+        result += [g("Concat", *(g("Unsqueeze", g("Sum", *terms), g.indices(4)) for terms in sums), axis=4)]
+    g("Concat", *result, axis=3, name="output")     # [class, channel, sequence, bin, 2]
 
 
 def build(network):
@@ -174,11 +183,10 @@ def build(network):
     windows = g("Concat", "windows_in", g("Where", whole, "input", g.constant(0.0)), axis=1)
     g("Slice", windows, g.indices(-CONTEXT), g.indices(LAST), g.indices(1), name="windows_out")
 
-    x = g("Sub", features(g, windows), g.constant(CENTRE))
-    bands, sizes = [], [count * bins for count, bins in LAYOUT]
-    for y, (count, bins) in zip(g("Split", x, g.indices(*sizes), axis=3, outputs=len(LAYOUT)), LAYOUT):
-        y = g("Transpose", g("Reshape", y, g.indices(0, 0, FEATURES, count, bins)), perm=[3, 1, 0, 2, 4])
-        bands += [g("Reshape", y, g.indices(count, -1, FEATURES * bins))]
+    bands = []
+    for y, (count, width, _), (_, number, _) in zip(features(g, windows), LAYOUT, spans()):
+        y = g("Reshape", g("Sub", y, g.constant(CENTRE)), g.indices(0, 0, number, count, width))
+        bands += [g("Reshape", g("Transpose", y, perm=[3, 1, 0, 2, 4]), g.indices(count, -1, number * width))]
     x = g("Add", in_bands(g, bands, network.enter), g.constant(values(network.enter_bias)))
     sequence = g("Shape", "input", start=1, end=2)
     x = g("Reshape", x, g("Concat", g.indices(BANDS), sequence, g.indices(-1, WIDTH), axis=0))

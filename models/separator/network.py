@@ -2,17 +2,18 @@
 
 Per window and channel:
 
-    features   of each of the bins 1 to 256: its compressed magnitude and those of the two windows before, all over
-               the mean that they had lately, so that the level of a stream does not matter; how its phase went on
-               since the window before, and how it differs from the bin below
-    bands      16 of four bins, 8 of eight, 8 of sixteen: each has a dense layer of its own, to WIDTH features
+    features   of each of the bins 1 to 256: its compressed magnitude and those of some windows before, all over the
+               mean that they had lately, so that the level of a stream does not matter; how its phase went on since
+               each of them, and how it differs from the bin below
+    bands      32, narrow where most of the power of voices and music is: each has a dense layer of its own, to WIDTH
+               features
     blocks     each adds to the features: a recurrent layer along time in each band, whose weights all bands share (a
                bias per band tells them apart), then dense layers over all bands, one for each of SQUEEZED features
     memory     between the blocks, a gated recurrent layer over all bands, between dense layers; adds likewise
     output     in each band two dense layers of its own, which see the band's input, too; then for each bin a softmax
                over the three classes, so that the shares of Speech, Music and Rest sum to the input; and for Speech
-               and Music a complex factor of the bin and one of the same bin a window ago, which are added: they change
-               what phase is left
+               and Music complex factors of the bin and of the same bin some windows ago, which are added: they change
+               the phase, and over some windows can tell two tones in one bin apart
 
 The recurrent layer of a block holds, for each unit, h = z * (h before) + (1 - z) * c, and lets h * g * sigmoid(g) out,
 with z, c and g from its input alone: a product of matrices for all windows at once, and little to do one after
@@ -35,23 +36,30 @@ HOP = WINDOW // 2
 BINS = WINDOW // 2 + 1
 CLASSES = ("Speech", "Music")
 
-CONTEXT = 2            # windows of the past in the features
 FLOOR = 1e-5           # power that counts as silence; a full-scale tone has some 2e4
 EXPONENT = 0.15        # of the power
 DECAY = 0.98           # of the mean of the magnitudes, per window
-FEATURES = CONTEXT + 5 # of a bin
 CENTRE = 0.5           # is taken from each feature: about their mean
-LAYOUT = ((16, 4), (8, 8), (8, 16))    # how many bands of how many bins, from low to high
-BANDS = sum(count for count, _ in LAYOUT)
+# From low to high: how many bands of how many bins; and of how many windows are features and filter.
+LAYOUT = ((8, 2, 3), (8, 4, 3), (8, 8, 3), (8, 18, 2))
+BANDS = sum(count for count, _, _ in LAYOUT)
+CONTEXT = max(windows for _, _, windows in LAYOUT) - 1    # windows of the past
 WIDTH = 48
 UNITS = 64             # of a block, in each band
 SQUEEZED = 16
 BLOCKS = 4
 HIDDEN = 128           # of the memory
 INNER = 64             # of a band's output layers
-TAPS = 2               # windows of the complex filter
-OUTPUTS = len(CLASSES) + 1 + 2 * TAPS * len(CLASSES)   # of a bin
 SLOWEST = 60.0         # windows that a block remembers for at first: from one up to this
+
+
+def spans():
+    """For each row of LAYOUT: the bins it is for, and how many features and outputs a bin has."""
+    first, rows = 1, []
+    for count, bins, windows in LAYOUT:
+        rows.append((slice(first, first + count * bins), 3 * windows, len(CLASSES) * (1 + 2 * windows) + 1))
+        first += count * bins
+    return rows
 
 
 def native():
@@ -166,28 +174,31 @@ class Memory(nn.Module):
 class Separator(nn.Module):
     def __init__(self):
         super().__init__()
-        self.enter = nn.ParameterList(scaled(count, FEATURES * bins, WIDTH) for count, bins in LAYOUT)
+        self.enter = nn.ParameterList()
         self.enter_bias = nn.Parameter(torch.zeros(BANDS, 1, WIDTH))
         self.blocks = nn.ModuleList(Block() for _ in range(BLOCKS))
         self.memory = Memory()
         self.norm = nn.LayerNorm(WIDTH)
         self.leave, self.leave_bias = scaled(BANDS, WIDTH, INNER), nn.Parameter(torch.zeros(BANDS, 1, INNER))
         self.direct, self.last, self.last_bias = (nn.ParameterList() for _ in range(3))
-        for count, bins in LAYOUT:
-            self.direct.append(nn.Parameter(torch.zeros(count, FEATURES * bins, INNER)))
-            self.last.append(scaled(count, INNER, OUTPUTS * bins, gain=0.3))
-            self.last_bias.append(nn.Parameter(torch.zeros(count, 1, OUTPUTS * bins)))
+        for (count, bins, _), (_, features, outputs) in zip(LAYOUT, spans()):
+            self.enter.append(scaled(count, features * bins, WIDTH))
+            self.direct.append(nn.Parameter(torch.zeros(count, features * bins, INNER)))
+            self.last.append(scaled(count, INNER, outputs * bins, gain=0.3))
+            self.last[-1].data.unflatten(2, (outputs, bins))[:, :, len(CLASSES) + 1:] = 0.0     # no filter yet
+            self.last_bias.append(nn.Parameter(torch.zeros(count, 1, outputs * bins)))
 
     def forward(self, spectra):
         """Complex [item, time, bin] to the same of the classes, [item, class, time, bin]."""
         return self.proceed(spectra, self.empty(len(spectra)))[0]
 
     def matrices(self):
-        """The parameters that are matrices: one each, and three each, one below another."""
+        """The parameters that are matrices: one each, and three each, one below another; but for the last layer, which
+        learns faster as vectors do."""
         three = [block.inner.weight for block in self.blocks]
         three += [self.memory.recall.weight_ih_l0, self.memory.recall.weight_hh_l0]
-        one = [p for p in self.parameters() if p.dim() > 1 and min(p.shape[-2:]) > 1 and not any(p is q for q in three)]
-        return one, three
+        others = {id(p) for p in [*three, *self.last]}
+        return [p for p in self.parameters() if min(p.shape[-2:]) > 1 and p.dim() > 1 and id(p) not in others], three
 
     @staticmethod
     def empty(items):
@@ -198,22 +209,29 @@ class Separator(nn.Module):
 
     @staticmethod
     def features(windows, sums):
-        """Complex [item, CONTEXT + time, bin] to [item, time, FEATURES, bin] of bins 1 to 256, and the sums after."""
+        """Complex [item, CONTEXT + time, bin] to [item, time, feature, bin] for each row of LAYOUT, and the sums
+        after."""
         log_power = torch.log(windows.real ** 2 + windows.imag ** 2 + FLOOR)
         magnitude, phase = torch.exp(EXPONENT * log_power), windows * torch.exp((0.5 * EXPONENT - 0.5) * log_power)
         means, time = [], windows.shape[1] - CONTEXT
         for mean in magnitude[:, CONTEXT:, 1:].mean(-1).unbind(1):
             sums = DECAY * sums + torch.stack([mean, torch.ones_like(mean)], 1)
             means.append(sums[:, 0] / sums[:, 1])
+        scale = 1.0 / torch.stack(means, 1)[..., None, None]
         # From one window to the next the phase of a steady tone in the middle of bin k goes on by pi * k; at an instant
         # in the middle of the window that of two bins differs by pi.
-        now, turn = phase[:, CONTEXT:], torch.ones(BINS)
+        turn = torch.ones(BINS)
         turn[1::2] = -1.0
-        onwards = now * phase[:, CONTEXT - 1:-1].conj() * turn
-        upwards = -now[..., 1:] * now[..., :-1].conj()
-        parts = [magnitude[:, i:i + time, 1:] for i in range(CONTEXT, -1, -1)]
-        parts += [onwards[..., 1:].real, onwards[..., 1:].imag, upwards.real, upwards.imag]
-        return torch.stack(parts, 2) / torch.stack(means, 1)[..., None, None], sums
+        result = []
+        for (_, _, count), (bins, _, _) in zip(LAYOUT, spans()):
+            before = [slice(CONTEXT - lag, CONTEXT - lag + time) for lag in range(count)]
+            parts, now = [magnitude[:, span, bins] for span in before], phase[:, CONTEXT:, bins]
+            pairs = [now * phase[:, span, bins].conj() * turn[bins] ** lag for lag, span in enumerate(before) if lag]
+            pairs.append(-now * phase[:, CONTEXT:, bins.start - 1:bins.stop - 1].conj())
+            for pair in pairs:
+                parts += [pair.real, pair.imag]
+            result.append(torch.stack(parts, 2) * scale)
+        return result, sums
 
     def proceed(self, spectra, states):
         """The classes, and the states after them."""
@@ -221,9 +239,8 @@ class Separator(nn.Module):
         windows = torch.cat([states[0], spectra], dim=1)
         with torch.no_grad():
             x, sums = self.features(windows, states[1])
-            x = (x - CENTRE).split([count * bins for count, bins in LAYOUT], dim=-1)
-            x = [part.reshape(items, time, FEATURES, count, bins).permute(3, 1, 0, 2, 4).flatten(3).flatten(1, 2)
-                 for part, (count, bins) in zip(x, LAYOUT)]
+            x = [(part - CENTRE).reshape(items, time, -1, count, bins).permute(3, 1, 0, 2, 4).flatten(3).flatten(1, 2)
+                 for part, (count, bins, _) in zip(x, LAYOUT)]
         direct = torch.cat([torch.bmm(*pair) for pair in zip(x, self.direct)]) + self.leave_bias
         x = torch.cat([torch.bmm(*pair) for pair in zip(x, self.enter)]) + self.enter_bias
         x = x.reshape(BANDS, time, items, WIDTH)
@@ -233,15 +250,24 @@ class Separator(nn.Module):
                 x, held[0] = self.memory(x, held[0].contiguous())
             x, held[number + 1] = block(x, held[number + 1])
         x = functional.silu(torch.baddbmm(direct, self.norm(x).flatten(1, 2), self.leave))
-        x = x.split([count for count, _ in LAYOUT])
-        x = [torch.baddbmm(bias, part, last).reshape(count, time, items, OUTPUTS, bins)
-             for part, bias, last, (count, bins) in zip(x, self.last_bias, self.last, LAYOUT)]
-        x = [part.permute(2, 3, 1, 0, 4).flatten(3) for part in x]
-        x = torch.cat([x[0][..., :1], *x], dim=-1)      # [item, output, time, bin]
-        count = len(CLASSES)
-        classes = torch.softmax(x[:, :count + 1], dim=1)[:, :count] * spectra[:, None]
-        taps = x[:, count + 1:].reshape(items, TAPS, 2, count, time, BINS)
-        for tap in range(TAPS):
-            past = windows[:, None, CONTEXT - tap:CONTEXT - tap + time]
-            classes = classes + torch.complex(taps[:, tap, 0], taps[:, tap, 1]) * past
+        classes = self.apply_outputs(x.split([count for count, _, _ in LAYOUT]), windows)
         return classes, [windows[:, time:], sums, *(state.transpose(0, 1) for state in held)]
+
+    def apply_outputs(self, x, windows):
+        """What the last layers say, [band, time and item, INNER] for each row of LAYOUT, done to the windows: the
+        classes."""
+        items, time = len(windows), windows.shape[1] - CONTEXT
+        named, result = len(CLASSES), []
+        for y, bias, last, (count, width, taps), (bins, _, _) in zip(x, self.last_bias, self.last, LAYOUT, spans()):
+            y = torch.baddbmm(bias, y, last).reshape(count, time, items, -1, width)
+            y = y.permute(2, 3, 1, 0, 4).flatten(3)     # [item, output, time, bin]
+            if not result:
+                y, bins = torch.cat([y[..., :1], y], dim=-1), slice(0, bins.stop)
+            shares = torch.softmax(y[:, :named + 1], dim=1)[:, :named]
+            factors = y[:, named + 1:].unflatten(1, (taps, 2, named))
+            whole = shares * windows[:, None, CONTEXT:, bins]
+            for tap in range(taps):
+                past = windows[:, None, CONTEXT - tap:CONTEXT - tap + time, bins]
+                whole = whole + torch.complex(factors[:, tap, 0], factors[:, tap, 1]) * past
+            result.append(whole)
+        return torch.cat(result, dim=-1)

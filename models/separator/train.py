@@ -41,7 +41,7 @@ from spectra import analyse, synthesise
 
 SEED = 20261125
 RATE = 4e-3            # of matrices, up to step TURN; then it falls with the root of the step
-VECTORS_RATE = 1e-3    # of biases and norms, likewise
+VECTORS_RATE = 1e-3    # of biases, norms and the last layer, likewise
 TURN = 500
 WARM_UP = 100          # steps after each start
 BATCH = 8
