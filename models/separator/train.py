@@ -222,7 +222,8 @@ def train(rank, args):
     if rank == 0:
         print(f"{sum(p.numel() for p in course.model.parameters())} weights, step {course.step} of {end}", flush=True)
     losses, saved_at, began = [], time.monotonic(), time.process_time()
-    while course.step < end:
+    parent = os.getppid()
+    while course.step < end and os.getppid() == parent:     # a worker does not go on alone
         losses.append(course.advance(material, (end - course.step) / args.cooldown if args.cooldown else 1.0))
         if course.step % LOG_EVERY == 0 or course.step == end:
             gains = {}
