@@ -1,7 +1,7 @@
-"""The optimiser of the matrices: each step turns them in a direction whose singular values are all about one.
+"""The optimiser of the matrices: each step adds a matrix to them whose singular values are all about the same.
 
-After "Muon: An optimizer for hidden layers in neural networks" (K. Jordan and others, 2024). Biases and norms are for
-Adam.
+After "Muon: An optimizer for hidden layers in neural networks" (K. Jordan and others, 2024). Biases, norms
+and the last layer are for Adam.
 """
 
 import math
