@@ -17,8 +17,8 @@ from onnx import helper
 
 sys.path.append(str(pathlib.Path(__file__).resolve().parents[1]))
 # pylint: disable=wrong-import-position
-from network import (BANDS, BINS, BLOCKS, CENTRE, CLASSES, CONTEXT, DECAY, EXPONENT, FLOOR, HIDDEN, HOP, LAYOUT,
-                     SAMPLE_RATE, SQUEEZED, UNITS, WIDTH, Separator, spans)
+from network import (BANDS, BINS, BLOCKS, CENTRE, CLASSES, CONTEXT, DECAY, EXPONENT, FEATURES, FLOOR, HIDDEN, HOP,
+                     INNER, LAYOUT, OUTPUTS, SAMPLE_RATE, SQUEEZED, TAPS, UNITS, WIDTH, Separator)
 from onnx_model import Graph, make_model, tensor
 
 LARGEST = 1e6        # of a part of a bin; more, or no number at all, is broken and must not enter the states
@@ -69,39 +69,40 @@ def parts(g, x):
     return [g("Squeeze", y, g.indices(-1)) for y in g("Split", x, axis=-1, outputs=2)]
 
 
+def lagged(g, x, lag):
+    """Of [channel, CONTEXT + sequence, ...] the windows that are `lag` before those of the input."""
+    return part(g, x, CONTEXT - lag, LAST if lag == 0 else -lag, 1)
+
+
+def stack(g, found):
+    """[channel, sequence, bin] each, to [channel, sequence, one of them, bin]."""
+    return g("Concat", *(g("Unsqueeze", x, g.indices(2)) for x in found), axis=2)
+
+
 def features(g, windows):
-    """Of `windows` [channel, CONTEXT + sequence, bin, 2]: [channel, sequence, feature, bin] for each row of LAYOUT."""
+    """Of `windows` [channel, CONTEXT + sequence, bin, 2]: [channel, sequence, feature, bin] from bin 1 on."""
     log_power = g("Log", g("Add", g("ReduceSumSquare", windows, axes=[3], keepdims=0), g.constant(FLOOR)))
-    magnitude = g("Exp", g("Mul", log_power, g.constant(EXPONENT)))
+    magnitude = part(g, g("Exp", g("Mul", log_power, g.constant(EXPONENT))), 1, LAST, 2)
     scale = g("Unsqueeze", g("Exp", g("Mul", log_power, g.constant(0.5 * EXPONENT - 0.5))), g.indices(3))
-    phase = parts(g, g("Mul", windows, scale))
-    mean = g("ReduceMean", part(g, part(g, magnitude, CONTEXT, LAST, 1), 1, LAST, 2), axes=[2])
+    mean = g("ReduceMean", lagged(g, magnitude, 0), axes=[2])
     step = g("Concat", mean, g("Add", g("Mul", mean, g.constant(0.0)), g.constant(1.0)), axis=2)
     after, sums = scan(g, "level", ("channels", 2), "level_in", [step], lambda inner, before, new: inner(
         "Add", inner("Mul", before, inner.constant(DECAY)), new))
     g("Identity", after, name="level_out")
     total, weight = g("Split", sums, axis=2, outputs=2)
-    level = g("Unsqueeze", g("Div", weight, total), g.indices(3))
 
-    def product(a, b, sign):
-        """a times the conjugate of b."""
-        (ar, ai), (br, bi) = a, b
-        both = (g("Add", g("Mul", ar, br), g("Mul", ai, bi)), g("Sub", g("Mul", ai, br), g("Mul", ar, bi)))
-        return [g("Mul", x, g.constant(sign)) for x in both]
-
-    result = []
-    for (_, _, count), (bins, _, _) in zip(LAYOUT, spans()):
-        turn = np.where(np.arange(bins.start, bins.stop) % 2, -1.0, 1.0).astype(np.float32)
-        past = [(CONTEXT - lag, LAST if lag == 0 else -lag) for lag in range(count)]
-        loud, real, imaginary = (part(g, x, bins.start, bins.stop, 2) for x in (magnitude, *phase))
-        found = [part(g, loud, *span, 1) for span in past]
-        turns = [[part(g, x, *span, 1) for x in (real, imaginary)] for span in past]
-        for lag in range(1, count):
-            found += product(turns[0], turns[lag], turn ** lag)
-        low = [part(g, part(g, x, bins.start - 1, bins.stop - 1, 2), CONTEXT, LAST, 1) for x in phase]
-        found += product(turns[0], low, np.float32(-1.0))
-        result += [g("Mul", g("Concat", *(g("Unsqueeze", y, g.indices(2)) for y in found), axis=2), level)]
-    return result
+    turn = np.where(np.arange(1, BINS) % 2, -1.0, 1.0)
+    signs = g.constant(np.stack([turn ** lag for lag in range(1, TAPS)] + [-np.ones(BINS - 1)]))
+    now, others = [], []
+    for x in parts(g, g("Mul", windows, scale)):
+        high = part(g, x, 1, LAST, 2)
+        found = [lagged(g, high, lag) for lag in range(TAPS)] + [lagged(g, part(g, x, 0, -1, 2), 0)]
+        now.append(stack(g, found[:1]))
+        others.append(g("Mul", stack(g, found[1:]), signs))
+    real = g("Add", g("Mul", now[0], others[0]), g("Mul", now[1], others[1]))
+    imaginary = g("Sub", g("Mul", now[1], others[0]), g("Mul", now[0], others[1]))
+    loud = stack(g, [lagged(g, magnitude, lag) for lag in range(TAPS)])
+    return g("Mul", g("Concat", loud, real, imaginary, axis=2), g("Unsqueeze", g("Div", weight, total), g.indices(3)))
 
 
 def block(g, layers, x, number):
@@ -139,42 +140,46 @@ def memory(g, layers, x):
     return g("Add", x, linear(g, layers.spread, y))
 
 
-def in_bands(g, bands, weights):
-    """The product of each band and its own weights: [band, row, ...]."""
-    return g("Concat", *(g("MatMul", x, g.constant(values(w))) for x, w in zip(bands, weights)), axis=0)
+def enter(g, network, x):
+    """Of [channel, sequence, feature, bin] what the first layers of the bands make, to WIDTH and to INNER features:
+    [band, sequence, channel, ...]."""
+    x = g("Split", g("Sub", x, g.constant(CENTRE)), g.indices(*(count * bins for count, bins in LAYOUT)), axis=3,
+          outputs=len(LAYOUT))
+    bands = []
+    for y, (count, bins), *weights in zip(x, LAYOUT, network.enter, network.direct):
+        y = g("Transpose", g("Reshape", y, g.indices(0, 0, FEATURES, count, bins)), perm=[3, 1, 0, 2, 4])
+        y = g("Reshape", y, g.indices(0, 0, 0, FEATURES * bins))
+        weights = np.concatenate([values(w) for w in weights], axis=2)
+        bands.append(g("MatMul", y, g.constant(weights[:, None])))
+    bias = np.concatenate([values(network.enter_bias), values(network.leave_bias)], axis=2)
+    x = g("Add", g("Concat", *bands, axis=0), g.constant(bias[:, None]))
+    return g("Split", x, g.indices(WIDTH, INNER), axis=3, outputs=2)
 
 
 def classes(g, network, x, direct, windows):
     """The output from `x` [band, sequence, channel, WIDTH] and what the bands begin with. The softmax is written with
     differences from Rest; the limit keeps the exponential finite."""
     named = len(CLASSES)
-    x = g("Reshape", norm(g, network.norm, x), g.indices(BANDS, -1, WIDTH))
-    x = dense(g, x, values(network.leave), values(network.leave_bias))
-    x = silu(g, g("Add", x, in_bands(g, direct, network.direct)))
-    sequence = g("Shape", "input", start=1, end=2)
-    rows = g("Split", x, g.indices(*(count for count, _, _ in LAYOUT)), axis=0, outputs=len(LAYOUT))
-    result = []
-    for y, last, bias, (count, width, taps), (bins, _, outputs) in zip(rows, network.last, network.last_bias, LAYOUT,
-                                                                      spans()):
-        y = dense(g, y, values(last), values(bias))
-        y = g("Reshape", y, g("Concat", g.indices(count), sequence, g.indices(-1, outputs, width), axis=0))
-        y = g("Reshape", g("Transpose", y, perm=[3, 2, 1, 0, 4]), g.indices(0, 0, 0, count * width))
-        if not result:
-            y, bins = g("Concat", part(g, y, 0, 1, 3), y, axis=3), slice(0, bins.stop)
-        rest = part(g, y, named, named + 1, 0)
-        odds = g("Exp", g("Min", g("Sub", part(g, y, 0, named, 0), rest), g.constant(80.0)))
-        shares = g("Div", odds, g("Add", g("ReduceSum", odds, g.indices(0)), g.constant(1.0)))
-        sums, sound = [[], []], [part(g, z, bins.start, bins.stop, 2) for z in parts(g, windows)]
-        for tap in range(taps):
-            first = named + 1 + 2 * named * tap
-            a, b = part(g, y, first, first + named, 0), part(g, y, first + named, first + 2 * named, 0)
-            if tap == 0:
-                a = g("Add", a, shares)
-            re, im = (part(g, z, CONTEXT - tap, LAST if tap == 0 else -tap, 1) for z in sound)
-            sums[0] += [g("Sub", g("Mul", a, re), g("Mul", b, im))]
-            sums[1] += [g("Add", g("Mul", a, im), g("Mul", b, re))]
-        result += [g("Concat", *(g("Unsqueeze", g("Sum", *terms), g.indices(4)) for terms in sums), axis=4)]
-    g("Concat", *result, axis=3, name="output")     # [class, channel, sequence, bin, 2]
+    x = g("MatMul", norm(g, network.norm, x), g.constant(values(network.leave)[:, None]))
+    x = g("Split", silu(g, g("Add", x, direct)), g.indices(*(count for count, _ in LAYOUT)), axis=0,
+          outputs=len(LAYOUT))
+    rows = []
+    for y, (count, bins), *layer in zip(x, LAYOUT, network.last, network.last_bias):
+        y = dense(g, y, *(values(w)[:, None] for w in layer))
+        y = g("Transpose", g("Reshape", y, g.indices(0, 0, 0, OUTPUTS, bins)), perm=[3, 2, 1, 0, 4])
+        rows.append(g("Reshape", y, g.indices(0, 0, 0, count * bins)))
+    y = g("Concat", part(g, rows[0], 0, 1, 3), *rows, axis=3)     # [output, channel, sequence, bin]
+    shares, rest, *factors = g("Split", y, g.indices(named, 1, *[named] * 2 * TAPS), axis=0, outputs=2 + 2 * TAPS)
+    odds = g("Exp", g("Min", g("Sub", shares, rest), g.constant(80.0)))
+    shares = g("Div", odds, g("Add", g("ReduceSum", odds, g.indices(0)), g.constant(1.0)))
+    factors[0] = g("Add", factors[0], shares)
+    sound, sums = parts(g, windows), [[], []]
+    for tap in range(TAPS):
+        a, b = factors[2 * tap:2 * tap + 2]
+        re, im = (lagged(g, x, tap) for x in sound)
+        sums[0].append(g("Sub", g("Mul", a, re), g("Mul", b, im)))
+        sums[1].append(g("Add", g("Mul", a, im), g("Mul", b, re)))
+    g("Concat", *(g("Unsqueeze", g("Sum", *terms), g.indices(4)) for terms in sums), axis=4, name="output")
 
 
 def build(network):
@@ -183,18 +188,12 @@ def build(network):
     windows = g("Concat", "windows_in", g("Where", whole, "input", g.constant(0.0)), axis=1)
     g("Slice", windows, g.indices(-CONTEXT), g.indices(LAST), g.indices(1), name="windows_out")
 
-    bands = []
-    for y, (count, width, _), (_, number, _) in zip(features(g, windows), LAYOUT, spans()):
-        y = g("Reshape", g("Sub", y, g.constant(CENTRE)), g.indices(0, 0, number, count, width))
-        bands += [g("Reshape", g("Transpose", y, perm=[3, 1, 0, 2, 4]), g.indices(count, -1, number * width))]
-    x = g("Add", in_bands(g, bands, network.enter), g.constant(values(network.enter_bias)))
-    sequence = g("Shape", "input", start=1, end=2)
-    x = g("Reshape", x, g("Concat", g.indices(BANDS), sequence, g.indices(-1, WIDTH), axis=0))
+    x, direct = enter(g, network, features(g, windows))
     for number, layers in enumerate(network.blocks):
         if number == BLOCKS // 2:
             x = memory(g, network.memory, x)
         x = block(g, layers, x, number)
-    classes(g, network, x, bands, windows)
+    classes(g, network, x, direct, windows)
 
     states = [("windows", ("channels", CONTEXT, BINS, 2)), ("level", ("channels", 2)),
               ("memory", (1, "channels", HIDDEN))]

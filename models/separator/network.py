@@ -2,9 +2,9 @@
 
 Per window and channel:
 
-    features   of each of the bins 1 to 256: its compressed magnitude and those of some windows before, all over the
-               mean that they had lately, so that the level of a stream does not matter; how its phase went on since
-               each of them, and how it differs from the bin below
+    features   of each of the bins 1 to 256: its compressed magnitude and those of two windows before, all over the mean
+               that they had lately, so that the level of a stream does not matter; how its phase went on since each
+               of them, and how it differs from the bin below
     bands      32, narrow where most of the power of voices and music is: each has a dense layer of its own, to WIDTH
                features
     blocks     each adds to the features: a recurrent layer along time in each band, whose weights all bands share (a
@@ -12,8 +12,8 @@ Per window and channel:
     memory     between the blocks, a gated recurrent layer over all bands, between dense layers; adds likewise
     output     in each band two dense layers of its own, which see the band's input, too; then for each bin a softmax
                over the three classes, so that the shares of Speech, Music and Rest sum to the input; and for Speech
-               and Music complex factors of the bin and of the same bin some windows ago, which are added: they change
-               the phase, and over some windows can tell two tones in one bin apart
+               and Music complex factors of the bin and of the same bin one and two windows ago, which are added: they
+               change the phase, and over three windows can tell two tones in one bin apart
 
 The recurrent layer of a block holds, for each unit, h = z * (h before) + (1 - z) * c, and lets h * g * sigmoid(g) out,
 with z, c and g from its input alone: a product of matrices for all windows at once, and little to do one after
@@ -40,10 +40,12 @@ FLOOR = 1e-5           # power that counts as silence; a full-scale tone has som
 EXPONENT = 0.15        # of the power
 DECAY = 0.98           # of the mean of the magnitudes, per window
 CENTRE = 0.5           # is taken from each feature: about their mean
-# From low to high: how many bands of how many bins; and of how many windows are features and filter.
-LAYOUT = ((8, 2, 3), (8, 4, 3), (8, 8, 3), (8, 18, 2))
-BANDS = sum(count for count, _, _ in LAYOUT)
-CONTEXT = max(windows for _, _, windows in LAYOUT) - 1    # windows of the past
+LAYOUT = ((8, 2), (8, 4), (8, 8), (8, 18))      # from low to high: how many bands of how many bins
+BANDS = sum(count for count, _ in LAYOUT)
+CONTEXT = 2            # windows of the past, for features and filter
+TAPS = CONTEXT + 1
+FEATURES = 3 * TAPS    # of a bin: magnitudes, then real parts of what the phase did, then imaginary ones
+OUTPUTS = len(CLASSES) + 1 + 2 * len(CLASSES) * TAPS      # of a bin: of the softmax; for each tap real, imaginary parts
 WIDTH = 48
 UNITS = 64             # of a block, in each band
 SQUEEZED = 16
@@ -51,15 +53,6 @@ BLOCKS = 4
 HIDDEN = 128           # of the memory
 INNER = 64             # of a band's output layers
 SLOWEST = 60.0         # windows that a block remembers for at first: from one up to this
-
-
-def spans():
-    """For each row of LAYOUT: the bins it is for, and how many features and outputs a bin has."""
-    first, rows = 1, []
-    for count, bins, windows in LAYOUT:
-        rows.append((slice(first, first + count * bins), 3 * windows, len(CLASSES) * (1 + 2 * windows) + 1))
-        first += count * bins
-    return rows
 
 
 def native():
@@ -181,12 +174,12 @@ class Separator(nn.Module):
         self.norm = nn.LayerNorm(WIDTH)
         self.leave, self.leave_bias = scaled(BANDS, WIDTH, INNER), nn.Parameter(torch.zeros(BANDS, 1, INNER))
         self.direct, self.last, self.last_bias = (nn.ParameterList() for _ in range(3))
-        for (count, bins, _), (_, features, outputs) in zip(LAYOUT, spans()):
-            self.enter.append(scaled(count, features * bins, WIDTH))
-            self.direct.append(nn.Parameter(torch.zeros(count, features * bins, INNER)))
-            self.last.append(scaled(count, INNER, outputs * bins, gain=0.3))
-            self.last[-1].data.unflatten(2, (outputs, bins))[:, :, len(CLASSES) + 1:] = 0.0     # no filter yet
-            self.last_bias.append(nn.Parameter(torch.zeros(count, 1, outputs * bins)))
+        for count, bins in LAYOUT:
+            self.enter.append(scaled(count, FEATURES * bins, WIDTH))
+            self.direct.append(nn.Parameter(torch.zeros(count, FEATURES * bins, INNER)))
+            self.last.append(scaled(count, INNER, OUTPUTS * bins, gain=0.3))
+            self.last[-1].data[..., (len(CLASSES) + 1) * bins:] = 0.0     # no filter yet
+            self.last_bias.append(nn.Parameter(torch.zeros(count, 1, OUTPUTS * bins)))
 
     def forward(self, spectra):
         """Complex [item, time, bin] to the same of the classes, [item, class, time, bin]."""
@@ -209,29 +202,23 @@ class Separator(nn.Module):
 
     @staticmethod
     def features(windows, sums):
-        """Complex [item, CONTEXT + time, bin] to [item, time, feature, bin] for each row of LAYOUT, and the sums
-        after."""
+        """Complex [item, CONTEXT + time, bin] to [item, time, feature, bin] from bin 1 on, and the sums after."""
         log_power = torch.log(windows.real ** 2 + windows.imag ** 2 + FLOOR)
         magnitude, phase = torch.exp(EXPONENT * log_power), windows * torch.exp((0.5 * EXPONENT - 0.5) * log_power)
         means, time = [], windows.shape[1] - CONTEXT
         for mean in magnitude[:, CONTEXT:, 1:].mean(-1).unbind(1):
             sums = DECAY * sums + torch.stack([mean, torch.ones_like(mean)], 1)
             means.append(sums[:, 0] / sums[:, 1])
-        scale = 1.0 / torch.stack(means, 1)[..., None, None]
+        before = [slice(CONTEXT - lag, CONTEXT - lag + time) for lag in range(TAPS)]
         # From one window to the next the phase of a steady tone in the middle of bin k goes on by pi * k; at an instant
         # in the middle of the window that of two bins differs by pi.
-        turn = torch.ones(BINS)
-        turn[1::2] = -1.0
-        result = []
-        for (_, _, count), (bins, _, _) in zip(LAYOUT, spans()):
-            before = [slice(CONTEXT - lag, CONTEXT - lag + time) for lag in range(count)]
-            parts, now = [magnitude[:, span, bins] for span in before], phase[:, CONTEXT:, bins]
-            pairs = [now * phase[:, span, bins].conj() * turn[bins] ** lag for lag, span in enumerate(before) if lag]
-            pairs.append(-now * phase[:, CONTEXT:, bins.start - 1:bins.stop - 1].conj())
-            for pair in pairs:
-                parts += [pair.real, pair.imag]
-            result.append(torch.stack(parts, 2) * scale)
-        return result, sums
+        turn = torch.ones(BINS - 1)
+        turn[::2] = -1.0
+        others = [phase[:, span, 1:] * turn ** lag for lag, span in enumerate(before) if lag]
+        others.append(-phase[:, CONTEXT:, :-1])
+        turns = phase[:, CONTEXT:, None, 1:] * torch.stack(others, 2).conj()
+        loud = torch.stack([magnitude[:, span, 1:] for span in before], 2)
+        return torch.cat([loud, turns.real, turns.imag], 2) / torch.stack(means, 1)[..., None, None], sums
 
     def proceed(self, spectra, states):
         """The classes, and the states after them."""
@@ -239,8 +226,9 @@ class Separator(nn.Module):
         windows = torch.cat([states[0], spectra], dim=1)
         with torch.no_grad():
             x, sums = self.features(windows, states[1])
-            x = [(part - CENTRE).reshape(items, time, -1, count, bins).permute(3, 1, 0, 2, 4).flatten(3).flatten(1, 2)
-                 for part, (count, bins, _) in zip(x, LAYOUT)]
+            x = (x - CENTRE).split([count * bins for count, bins in LAYOUT], dim=-1)
+            x = [part.unflatten(-1, row).permute(3, 1, 0, 2, 4).flatten(3).flatten(1, 2)
+                 for part, row in zip(x, LAYOUT)]
         direct = torch.cat([torch.bmm(*pair) for pair in zip(x, self.direct)]) + self.leave_bias
         x = torch.cat([torch.bmm(*pair) for pair in zip(x, self.enter)]) + self.enter_bias
         x = x.reshape(BANDS, time, items, WIDTH)
@@ -250,24 +238,22 @@ class Separator(nn.Module):
                 x, held[0] = self.memory(x, held[0].contiguous())
             x, held[number + 1] = block(x, held[number + 1])
         x = functional.silu(torch.baddbmm(direct, self.norm(x).flatten(1, 2), self.leave))
-        classes = self.apply_outputs(x.split([count for count, _, _ in LAYOUT]), windows)
+        classes = self.apply_outputs(x.split([count for count, _ in LAYOUT]), windows)
         return classes, [windows[:, time:], sums, *(state.transpose(0, 1) for state in held)]
 
     def apply_outputs(self, x, windows):
         """What the last layers say, [band, time and item, INNER] for each row of LAYOUT, done to the windows: the
         classes."""
-        items, time = len(windows), windows.shape[1] - CONTEXT
-        named, result = len(CLASSES), []
-        for y, bias, last, (count, width, taps), (bins, _, _) in zip(x, self.last_bias, self.last, LAYOUT, spans()):
-            y = torch.baddbmm(bias, y, last).reshape(count, time, items, -1, width)
-            y = y.permute(2, 3, 1, 0, 4).flatten(3)     # [item, output, time, bin]
-            if not result:
-                y, bins = torch.cat([y[..., :1], y], dim=-1), slice(0, bins.stop)
-            shares = torch.softmax(y[:, :named + 1], dim=1)[:, :named]
-            factors = y[:, named + 1:].unflatten(1, (taps, 2, named))
-            whole = shares * windows[:, None, CONTEXT:, bins]
-            for tap in range(taps):
-                past = windows[:, None, CONTEXT - tap:CONTEXT - tap + time, bins]
-                whole = whole + torch.complex(factors[:, tap, 0], factors[:, tap, 1]) * past
-            result.append(whole)
-        return torch.cat(result, dim=-1)
+        items, time, named = len(windows), windows.shape[1] - CONTEXT, len(CLASSES)
+        parts = []
+        for y, bias, last, (count, bins) in zip(x, self.last_bias, self.last, LAYOUT):
+            y = torch.baddbmm(bias, y, last).reshape(count, time, items, OUTPUTS, bins)
+            parts.append(y.permute(2, 3, 1, 0, 4).flatten(3))
+        y = torch.cat([parts[0][..., :1], *parts], dim=-1)     # [item, output, time, bin], the lowest bin as the next
+        shares = torch.softmax(y[:, :named + 1], dim=1)[:, :named]
+        factors = y[:, named + 1:].unflatten(1, (TAPS, 2, named))
+        result = shares * windows[:, None, CONTEXT:]
+        for tap in range(TAPS):
+            past = windows[:, None, CONTEXT - tap:CONTEXT - tap + time]
+            result = result + torch.complex(factors[:, tap, 0], factors[:, tap, 1]) * past
+        return result
