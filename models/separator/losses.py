@@ -11,6 +11,7 @@ SPECTRUM_WEIGHT = 3.0
 RATIO_WEIGHT = 0.2       # per dB
 CLASS_WEIGHTS = (1.0, 1.0, 0.3)
 RATIO_LIMIT = 1e-3       # a ratio above 30 dB gains nothing more
+LEAK_LIMIT = 1e-4        # nor does an absent class below -40 dB
 SILENT = 1e-6            # power of a source below which it counts as absent; the mix has 1
 TINY = 1e-8
 
@@ -48,6 +49,6 @@ def separation_loss(classes, targets, audio):
     distance = spectrum_distance(torch.cat([classes, rest], dim=1), targets)
     sound = synthesise(classes)
     ratio = scale_invariant_ratio(sound, named, RATIO_LIMIT)
-    leak = 10.0 * torch.log10((sound ** 2).mean(-1) + RATIO_LIMIT)
+    leak = 10.0 * torch.log10((sound ** 2).mean(-1) + LEAK_LIMIT)
     in_time = torch.where((named ** 2).mean(-1) > SILENT, -ratio, leak)
     return (SPECTRUM_WEIGHT * (distance * torch.tensor(CLASS_WEIGHTS)).sum(1) + RATIO_WEIGHT * in_time.sum(1)).mean()
