@@ -48,7 +48,7 @@ BATCH = 8
 SECONDS = 4.0
 CLIP = 3.0
 AVERAGE = 0.999        # of the weights, per step; less at the beginning
-FRESH_SHARE = 0.3      # of the mixtures that begin with empty states
+FRESH_SHARE = 0.6      # of the mixtures that begin with empty states
 LOG_EVERY = 100
 CHECK_EVERY = 500
 SAVE_SECONDS = 180.0
@@ -208,6 +208,7 @@ class Course:
 def train(rank, args):
     """What a worker does; the first of them prints and keeps."""
     torch.set_num_threads(1)
+    torch.set_flush_denormal(True)
     if args.workers > 1:
         distributed.init_process_group("gloo", init_method=f"tcp://127.0.0.1:{args.port}", rank=rank,
                                        world_size=args.workers)
