@@ -204,9 +204,7 @@ TEST(SeparatorTest, KeepsASourceThatIsAloneAndMutesTheOther) {
   EXPECT_LE(Level(speech[1], sources[1]), -38.0) << "speech heard in music";
   EXPECT_GE(SignalRatio(speech[0], sources[0]), 19.0) << "speech kept";
   EXPECT_GE(SignalRatio(music[1], sources[1]), 34.0) << "music kept";
-  const auto later = [](const Signal& whole) {
-    return Signal(whole.begin() + 4000, whole.end());
-  };
+  const auto later = [](const Signal& whole) { return Signal(whole.begin() + 4000, whole.end()); };
   EXPECT_LE(Level(later(music[0]), later(sources[0])), -44.0) << "music heard in speech, later";
   EXPECT_GE(SignalRatio(later(speech[0]), later(sources[0])), 35.0) << "speech kept, later";
 
