@@ -11,7 +11,7 @@ SPECTRUM_WEIGHT = 3.0
 RATIO_WEIGHT = 0.2       # per dB
 CLASS_WEIGHTS = (1.0, 1.0, 0.3)
 RATIO_LIMIT = 1e-3       # a ratio above 30 dB gains nothing more
-LEAK_LIMIT = 1e-4        # nor does an absent class below -40 dB
+LEAK_LIMIT = 1e-4        # an absent class below -40 dB gains nothing more
 SILENT = 1e-6            # power of a source below which it counts as absent; the mix has 1
 TINY = 1e-8
 

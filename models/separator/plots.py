@@ -20,13 +20,13 @@ def training(log, picture):
     with open(log, newline="") as file:
         rows = list(csv.DictReader(file))
     steps = np.array([int(row["step"]) for row in rows])
-    losses = np.array([float(row["loss"]) for row in rows])
+    losses, every = np.array([float(row["loss"]) for row in rows]), steps[0]
     checked = [row for row in rows if row["mean_speech_dB"]]
     figure, (left, right) = pyplot.subplots(1, 2, figsize=(10, 3.6), layout="constrained")
-    left.plot(steps, losses, color="0.75", linewidth=0.8, label="mean of 100 steps")
+    left.plot(steps, losses, color="0.75", linewidth=0.8, label=f"mean of {every} steps")
     width = min(5, len(losses))
     smooth = np.convolve(losses, np.ones(width) / width, "valid")
-    left.plot(steps[width - 1:], smooth, color="tab:blue", label=f"mean of {100 * width} steps")
+    left.plot(steps[width - 1:], smooth, color="tab:blue", label=f"mean of {every * width} steps")
     left.set(xlabel="step", ylabel="loss", title="Training mixtures")
     left.legend()
     for name, column, colour in (("Speech", "mean_speech_dB", "tab:blue"), ("Music", "mean_music_dB", "tab:orange")):
