@@ -22,7 +22,6 @@ from network import (BANDS, BINS, BLOCKS, CENTRE, CLASSES, CONTEXT, DECAY, EXPON
 from onnx_model import Graph, make_model, tensor
 
 LARGEST = 1e6        # of a part of a bin; more, or no number at all, is broken and must not enter the states
-LEAST = 1e-20        # is added to what a block holds: as it fades it stays a normal number, which is fast to work with
 LAST = np.iinfo(np.int64).max
 
 
@@ -113,8 +112,7 @@ def block(g, layers, x, number):
     gate, new, out = g("Split", y, axis=3, outputs=3)
     gate, new = g("Sigmoid", gate), g("Relu", new)
     added = g("Sub", new, g("Mul", gate, new))
-    before = g("Add", f"block{number}_in", g.constant(LEAST))
-    after, held = scan(g, f"block{number}", (BANDS, "channels", UNITS), before, [gate, added],
+    after, held = scan(g, f"block{number}", (BANDS, "channels", UNITS), f"block{number}_in", [gate, added],
                        lambda inner, before, z, c: inner("Add", inner("Mul", before, z), c))
     g("Identity", after, name=f"block{number}_out")
     x = g("Add", x, linear(g, layers.outer, g("Mul", held, silu(g, out))))

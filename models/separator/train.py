@@ -208,7 +208,6 @@ class Course:
 def train(rank, args):
     """What a worker does; the first of them prints and keeps."""
     torch.set_num_threads(1)
-    torch.set_flush_denormal(True)
     if args.workers > 1:
         distributed.init_process_group("gloo", init_method=f"tcp://127.0.0.1:{args.port}", rank=rank,
                                        world_size=args.workers)

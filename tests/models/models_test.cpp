@@ -173,7 +173,7 @@ TEST(SeparatorTest, ReachesItsRatioOfSpeechToMusic) {
   constexpr Row rows[] = {
       {"speech below music", -5.0, 11.5, 7.2},
       {"as loud as each other", 0.0, 10.5, 10.5},
-      {"speech far above music", 15.0, 3.2, 17.0},
+      {"speech far above music", 15.0, 5.5, 19.0},
   };
   const auto sources = ReadExcerpt();
   Planar mixes;
@@ -199,10 +199,10 @@ TEST(SeparatorTest, KeepsASourceThatIsAloneAndMutesTheOther) {
   const auto sources = ReadExcerpt();
   const auto speech = Extract("separator", u"Speech", 1, 256, sources),
              music = Extract("separator", u"Music", 1, 256, sources);
-  // The excerpt begins within a word, when the model has heard nothing yet.
-  EXPECT_LE(Level(music[0], sources[0]), -22.0) << "music heard in speech";
-  EXPECT_LE(Level(speech[1], sources[1]), -38.0) << "speech heard in music";
-  EXPECT_GE(SignalRatio(speech[0], sources[0]), 19.0) << "speech kept";
+  // The excerpt begins within a word, when the model has heard nothing yet; later it does better.
+  EXPECT_LE(Level(music[0], sources[0]), -38.0) << "music heard in speech";
+  EXPECT_LE(Level(speech[1], sources[1]), -42.0) << "speech heard in music";
+  EXPECT_GE(SignalRatio(speech[0], sources[0]), 28.0) << "speech kept";
   EXPECT_GE(SignalRatio(music[1], sources[1]), 34.0) << "music kept";
   const auto later = [](const Signal& whole) { return Signal(whole.begin() + 4000, whole.end()); };
   EXPECT_LE(Level(later(music[0]), later(sources[0])), -44.0) << "music heard in speech, later";
