@@ -100,10 +100,10 @@ train:           ## the model for speech and music, from packages; 32 hours of o
 	@scripts/install-packages train
 	@$(PYTHON) models/separator/data.py $(TRAIN)
 	@$(PYTHON) models/separator/train.py $(TRAIN) --workers $(WORKERS)
-	@$(PYTHON) models/separator/train.py $(TRAIN) --workers $(WORKERS) --cooldown 3000
-	@$(PYTHON) models/separator/export.py $(TRAIN)/cooled/checkpoint.pt $(TRAIN)/separator.onnx
+	@cp $(TRAIN)/checkpoint.pt $(TRAIN)/separator.pt
+	@$(PYTHON) models/separator/export.py $(TRAIN)/separator.pt $(TRAIN)/separator.onnx
 	@cp $(TRAIN)/separator.onnx models/separator/separator.onnx
-	@cp $(TRAIN)/cooled/log.csv models/separator/training.csv
+	@cp $(TRAIN)/log.csv models/separator/training.csv
 	@$(PYTHON) models/separator/plots.py training models/separator/training.csv docs/images/training.png
 
 eval: build      ## what that model reaches on untrained recordings, as tables and a plot
@@ -111,7 +111,7 @@ eval: build      ## what that model reaches on untrained recordings, as tables a
 	@$(PYTHON) models/separator/data.py $(TRAIN)
 	@$(PYTHON) models/separator/evaluate.py $(TRAIN) models/separator/separator.onnx $(BUILD)/bin/kalvrin \
 	  $(BUILD)/eval models/separator/README.md \
-	  $$(cmp -s models/separator/separator.onnx $(TRAIN)/separator.onnx && echo $(TRAIN)/cooled/checkpoint.pt)
+	  $$(cmp -s models/separator/separator.onnx $(TRAIN)/separator.onnx && echo $(TRAIN)/separator.pt)
 	@$(PYTHON) models/separator/plots.py evaluation $(BUILD)/eval/evaluation.json docs/images/separator.png
 
 lint: SCOPE = changed

@@ -17,8 +17,8 @@ from onnx import helper
 
 sys.path.append(str(pathlib.Path(__file__).resolve().parents[1]))
 # pylint: disable=wrong-import-position
-from network import (BANDS, BINS, BLOCKS, CENTRE, CLASSES, CONTEXT, DECAY, EXPONENT, FEATURES, FLOOR, HIDDEN, HOP,
-                     INNER, LAYOUT, OUTPUTS, SAMPLE_RATE, SQUEEZED, TAPS, UNITS, WIDTH, Separator)
+from network import (BANDS, BINS, BLOCKS, CENTRE, CLASSES, CONTEXT, DECAY, EXPONENT, FACTORS, FEATURES, FLOOR,
+                     GATHERED, HIDDEN, HOP, LAYOUT, SAMPLE_RATE, SIZES, SQUEEZED, UNITS, WIDTH, Separator)
 from onnx_model import Graph, make_model, tensor
 
 LARGEST = 1e6        # of a part of a bin; more, or no number at all, is broken and must not enter the states
@@ -32,6 +32,14 @@ def values(parameter):
 def part(g, x, begin, end, axis):
     """`x` from `begin` on and before `end` along an axis."""
     return g("Slice", x, g.indices(begin), g.indices(end), g.indices(axis))
+
+
+def split(g, x, sizes, axis):
+    return g("Split", x, g.indices(*sizes), axis=axis, outputs=len(sizes)) if len(sizes) > 1 else [x]
+
+
+def join(g, found, axis):
+    return g("Concat", *found, axis=axis) if len(found) > 1 else found[0]
 
 
 def norm(g, layer, x):
@@ -69,18 +77,23 @@ def parts(g, x):
     return [g("Squeeze", y, g.indices(-1)) for y in g("Split", x, axis=-1, outputs=2)]
 
 
-def lagged(g, x, lag):
-    """Of [channel, CONTEXT + sequence, ...] the windows that are `lag` before those of the input."""
-    return part(g, x, CONTEXT - lag, LAST if lag == 0 else -lag, 1)
+def lagged(g, x, lag, bins=LAST):
+    """Of [channel, CONTEXT + sequence, ..., bin] the windows `lag` before those of the input, `bins` of each."""
+    span = g.indices(CONTEXT - lag, 0), g.indices(LAST if lag == 0 else -lag, bins)
+    return g("Slice", x, *span, g.indices(1, -1))
 
 
-def stack(g, found):
-    """[channel, sequence, bin] each, to [channel, sequence, one of them, bin]."""
-    return g("Concat", *(g("Unsqueeze", x, g.indices(2)) for x in found), axis=2)
+def spans(kind):
+    """The windows that features ("seen") or filter ("taps") are of, in parts that the same rows have: how far before
+    the present one a part begins and ends, and the number of rows, from the lowest on."""
+    found = [getattr(row, kind) for row in LAYOUT]
+    numbers = sorted(set(found))
+    return [(first, end, sum(number >= end for number in found)) for first, end in zip([0, *numbers], numbers)]
 
 
 def features(g, windows):
-    """Of `windows` [channel, CONTEXT + sequence, bin, 2]: [channel, sequence, feature, bin] from bin 1 on."""
+    """Of `windows` [channel, CONTEXT + sequence, bin, 2]: those of each row of LAYOUT, [channel, sequence, window,
+    feature, bin] from the present window back."""
     log_power = g("Log", g("Add", g("ReduceSumSquare", windows, axes=[3], keepdims=0), g.constant(FLOOR)))
     magnitude = part(g, g("Exp", g("Mul", log_power, g.constant(EXPONENT))), 1, LAST, 2)
     scale = g("Unsqueeze", g("Exp", g("Mul", log_power, g.constant(0.5 * EXPONENT - 0.5))), g.indices(3))
@@ -90,19 +103,28 @@ def features(g, windows):
         "Add", inner("Mul", before, inner.constant(DECAY)), new))
     g("Identity", after, name="level_out")
     total, weight = g("Split", sums, axis=2, outputs=2)
+    loudness = g("Unsqueeze", g("Div", weight, total), g.indices(3, 4))
 
     turn = np.where(np.arange(1, BINS) % 2, -1.0, 1.0)
-    signs = g.constant(np.stack([turn ** lag for lag in range(1, TAPS)] + [-np.ones(BINS - 1)]))
-    now, others = [], []
-    for x in parts(g, g("Mul", windows, scale)):
-        high = part(g, x, 1, LAST, 2)
-        found = [lagged(g, high, lag) for lag in range(TAPS)] + [lagged(g, part(g, x, 0, -1, 2), 0)]
-        now.append(stack(g, found[:1]))
-        others.append(g("Mul", stack(g, found[1:]), signs))
-    real = g("Add", g("Mul", now[0], others[0]), g("Mul", now[1], others[1]))
-    imaginary = g("Sub", g("Mul", now[1], others[0]), g("Mul", now[0], others[1]))
-    loud = stack(g, [lagged(g, magnitude, lag) for lag in range(TAPS)])
-    return g("Mul", g("Concat", loud, real, imaginary, axis=2), g("Unsqueeze", g("Div", weight, total), g.indices(3)))
+    magnitude = g("Unsqueeze", magnitude, g.indices(2))
+    low = [g("Unsqueeze", x, g.indices(2)) for x in parts(g, g("Mul", windows, scale))]
+    high = [part(g, x, 1, LAST, 3) for x in low]
+    found = [[] for _ in LAYOUT]
+    for first, end, rows in spans("seen"):
+        bins = sum(SIZES[:rows])
+        signs = g.constant(np.stack([turn[:bins] ** lag if lag else -np.ones(bins) for lag in range(first, end)]))
+        now = [lagged(g, x, 0, bins) for x in high]
+        others = [join(g, [lagged(g, x if lag else below, lag, bins) for lag in range(first, end)], 2)
+                  for x, below in zip(high, low)]
+        others = [g("Mul", x, signs) for x in others]
+        real = g("Add", g("Mul", now[0], others[0]), g("Mul", now[1], others[1]))
+        imaginary = g("Sub", g("Mul", now[1], others[0]), g("Mul", now[0], others[1]))
+        loud = join(g, [lagged(g, magnitude, lag, bins) for lag in range(first, end)], 2)
+        y = g("Concat", *(g("Unsqueeze", x, g.indices(3)) for x in (loud, real, imaginary)), axis=3)
+        y = g("Sub", g("Mul", y, loudness), g.constant(CENTRE))
+        for row, x in zip(found, split(g, y, SIZES[:rows], 4)):
+            row.append(x)
+    return [join(g, row, 2) for row in found]
 
 
 def block(g, layers, x, number):
@@ -131,29 +153,28 @@ def memory(g, layers, x):
         return np.concatenate([update, reset, new])
     biases = np.concatenate([gates("bias_ih"), gates("bias_hh")])
     y = g("Transpose", linear(g, layers.squeeze, norm(g, layers.norm, x)), perm=[1, 2, 0, 3])
-    y = g("Relu", linear(g, layers.narrow, g("Reshape", y, g.indices(0, 0, BANDS * SQUEEZED))))
+    y = g("Relu", linear(g, layers.narrow, g("Reshape", y, g.indices(0, 0, BANDS * GATHERED))))
     y, last = g("GRU", y, g.constant(gates("weight_ih")[None]), g.constant(gates("weight_hh")[None]),
                 g.constant(biases[None]), "", "memory_in", outputs=2, hidden_size=HIDDEN, linear_before_reset=1)
     g("Identity", last, name="memory_out")
     y = g("Relu", linear(g, layers.widen, g("Squeeze", y, g.indices(1))))
-    y = g("Transpose", g("Reshape", y, g.indices(0, 0, BANDS, SQUEEZED)), perm=[2, 0, 1, 3])
+    y = g("Transpose", g("Reshape", y, g.indices(0, 0, BANDS, GATHERED)), perm=[2, 0, 1, 3])
     return g("Add", x, linear(g, layers.spread, y))
 
 
 def enter(g, network, x):
-    """Of [channel, sequence, feature, bin] what the first layers of the bands make, to WIDTH and to INNER features:
-    [band, sequence, channel, ...]."""
-    x = g("Split", g("Sub", x, g.constant(CENTRE)), g.indices(*(count * bins for count, bins in LAYOUT)), axis=3,
-          outputs=len(LAYOUT))
-    bands = []
-    for y, (count, bins), *weights in zip(x, LAYOUT, network.enter, network.direct):
-        y = g("Transpose", g("Reshape", y, g.indices(0, 0, FEATURES, count, bins)), perm=[3, 1, 0, 2, 4])
-        y = g("Reshape", y, g.indices(0, 0, 0, FEATURES * bins))
-        weights = np.concatenate([values(w) for w in weights], axis=2)
-        bands.append(g("MatMul", y, g.constant(weights[:, None])))
-    bias = np.concatenate([values(network.enter_bias), values(network.leave_bias)], axis=2)
-    x = g("Add", g("Concat", *bands, axis=0), g.constant(bias[:, None]))
-    return g("Split", x, g.indices(WIDTH, INNER), axis=3, outputs=2)
+    """Of the features of each row what the first layers of the bands make, to WIDTH and to INNER features: [band,
+    sequence, channel, ...]."""
+    bands = [[], []]
+    for y, row, *weights in zip(x, LAYOUT, network.enter, network.direct):
+        y = g("Reshape", y, g.indices(0, 0, FEATURES * row.seen, row.bands, row.bins))
+        y = g("Reshape", g("Transpose", y, perm=[3, 1, 0, 2, 4]), g.indices(0, 0, 0, FEATURES * row.seen * row.bins))
+        bands[0].append(g("MatMul", y, g.constant(values(weights[0])[:, None])))
+        if row.taps < row.seen:
+            y = part(g, y, 0, FEATURES * row.taps * row.bins, 3)
+        bands[1].append(g("MatMul", y, g.constant(values(weights[1])[:, None])))
+    return [g("Add", g("Concat", *found, axis=0), g.constant(values(bias)[:, None]))
+            for found, bias in zip(bands, (network.enter_bias, network.leave_bias))]
 
 
 def classes(g, network, x, direct, windows):
@@ -161,24 +182,36 @@ def classes(g, network, x, direct, windows):
     differences from Rest; the limit keeps the exponential finite."""
     named = len(CLASSES)
     x = g("MatMul", norm(g, network.norm, x), g.constant(values(network.leave)[:, None]))
-    x = g("Split", silu(g, g("Add", x, direct)), g.indices(*(count for count, _ in LAYOUT)), axis=0,
-          outputs=len(LAYOUT))
-    rows = []
-    for y, (count, bins), *layer in zip(x, LAYOUT, network.last, network.last_bias):
+    x = split(g, silu(g, g("Add", x, direct)), [row.bands for row in LAYOUT], 0)
+    found = [[] for _ in spans("taps")]
+    for y, row, *layer in zip(x, LAYOUT, network.last, network.last_bias):
         y = dense(g, y, *(values(w)[:, None] for w in layer))
-        y = g("Transpose", g("Reshape", y, g.indices(0, 0, 0, OUTPUTS, bins)), perm=[3, 2, 1, 0, 4])
-        rows.append(g("Reshape", y, g.indices(0, 0, 0, count * bins)))
-    y = g("Concat", part(g, rows[0], 0, 1, 3), *rows, axis=3)     # [output, channel, sequence, bin]
-    shares, rest, *factors = g("Split", y, g.indices(named, 1, *[named] * 2 * TAPS), axis=0, outputs=2 + 2 * TAPS)
-    odds = g("Exp", g("Min", g("Sub", shares, rest), g.constant(80.0)))
-    shares = g("Div", odds, g("Add", g("ReduceSum", odds, g.indices(0)), g.constant(1.0)))
-    factors[0] = g("Add", factors[0], shares)
+        y = g("Transpose", g("Reshape", y, g.indices(0, 0, 0, -1, row.bins)), perm=[3, 2, 1, 0, 4])
+        y = g("Reshape", y, g.indices(0, 0, 0, row.bands * row.bins))    # [output, channel, sequence, bin]
+        if not found[0]:
+            y = g("Concat", part(g, y, 0, 1, 3), y, axis=3)              # the lowest bin as the next
+        sizes = [FACTORS * (end - first) for first, end, _ in spans("taps") if end <= row.taps]
+        sizes[0] += named + 1
+        for outputs, y in zip(found, split(g, y, sizes, 0)):
+            outputs.append(y)
     sound, sums = parts(g, windows), [[], []]
-    for tap in range(TAPS):
-        a, b = factors[2 * tap:2 * tap + 2]
-        re, im = (lagged(g, x, tap) for x in sound)
-        sums[0].append(g("Sub", g("Mul", a, re), g("Mul", b, im)))
-        sums[1].append(g("Add", g("Mul", a, im), g("Mul", b, re)))
+    for (first, end, rows), outputs in zip(spans("taps"), found):
+        y, sizes = join(g, outputs, 3), [named] * 2 * (end - first)
+        if first == 0:
+            shares, rest, *factors = split(g, y, [named, 1, *sizes], 0)
+            odds = g("Exp", g("Min", g("Sub", shares, rest), g.constant(80.0)))
+            shares = g("Div", odds, g("Add", g("ReduceSum", odds, g.indices(0)), g.constant(1.0)))
+            factors[0] = g("Add", factors[0], shares)
+        else:
+            factors = split(g, y, sizes, 0)
+        bins, terms = 1 + sum(SIZES[:rows]), [[], []]
+        for lag, a, b in zip(range(first, end), factors[::2], factors[1::2]):
+            re, im = (lagged(g, x, lag, bins) for x in sound)
+            terms[0].append(g("Sub", g("Mul", a, re), g("Mul", b, im)))
+            terms[1].append(g("Add", g("Mul", a, im), g("Mul", b, re)))
+        for whole, some in zip(sums, terms):
+            some = g("Sum", *some) if some[1:] else some[0]
+            whole.append(some if bins == BINS else g("Pad", some, g.indices(*[0] * 7, BINS - bins)))
     g("Concat", *(g("Unsqueeze", g("Sum", *terms), g.indices(4)) for terms in sums), axis=4, name="output")
 
 

@@ -2,24 +2,26 @@
 
 Per window and channel:
 
-    features   of each of the bins 1 to 256: its compressed magnitude and those of two windows before, all over the mean
-               that they had lately, so that the level of a stream does not matter; how its phase went on since each
-               of them, and how it differs from the bin below
+    features   of each of the bins 1 to 256: its compressed magnitude over the mean that magnitudes had lately, so that
+               the level of a stream does not matter, and how its phase differs from the bin below; the magnitudes of
+               some windows before, and how its phase went on since each of them
     bands      32, narrow where most of the power of voices and music is: each has a dense layer of its own, to WIDTH
-               features
+               features. The lowest bands see more windows
     blocks     each adds to the features: a recurrent layer along time in each band, whose weights all bands share (a
                bias per band tells them apart), then dense layers over all bands, one for each of SQUEEZED features
     memory     between the blocks, a gated recurrent layer over all bands, between dense layers; adds likewise
-    output     in each band two dense layers of its own, which see the band's input, too; then for each bin a softmax
-               over the three classes, so that the shares of Speech, Music and Rest sum to the input; and for Speech
-               and Music complex factors of the bin and of the same bin one and two windows ago, which are added: they
-               change the phase, and over three windows can tell two tones in one bin apart
+    output     in each band two dense layers of its own, which see the band's features, too, of the windows that the
+               filter is over; then for each bin a softmax over the three classes, so that the shares of Speech, Music
+               and Rest sum to the input; and for Speech and Music a filter, whose part is added: complex factors of the
+               bin and, where bands are narrow, of the same bin in windows before. They change the phase, and over
+               several windows can tell two tones in one bin apart
 
 The recurrent layer of a block holds, for each unit, h = z * (h before) + (1 - z) * c, and lets h * g * sigmoid(g) out,
 with z, c and g from its input alone: a product of matrices for all windows at once, and little to do one after
 another. Channels are independent: they take the place of a batch.
 """
 
+import collections
 import ctypes
 import math
 import pathlib
@@ -40,16 +42,20 @@ FLOOR = 1e-5           # power that counts as silence; a full-scale tone has som
 EXPONENT = 0.15        # of the power
 DECAY = 0.98           # of the mean of the magnitudes, per window
 CENTRE = 0.5           # is taken from each feature: about their mean
-LAYOUT = ((8, 2), (8, 4), (8, 8), (8, 18))      # from low to high: how many bands of how many bins
-BANDS = sum(count for count, _ in LAYOUT)
-CONTEXT = 2            # windows of the past, for features and filter
-TAPS = CONTEXT + 1
-FEATURES = 3 * TAPS    # of a bin: magnitudes, then real parts of what the phase did, then imaginary ones
-OUTPUTS = len(CLASSES) + 1 + 2 * len(CLASSES) * TAPS      # of a bin: of the softmax; for each tap real, imaginary parts
+# Bands of so many bins; of how many windows, with the present one, their features are and their filter is: no more in a
+# row than in the one below.
+Row = collections.namedtuple("Row", "bands bins seen taps")
+LAYOUT = (Row(8, 2, 6, 6), Row(8, 4, 3, 3), Row(8, 8, 3, 1), Row(8, 18, 3, 1))
+BANDS = sum(row.bands for row in LAYOUT)
+SIZES = [row.bands * row.bins for row in LAYOUT]
+CONTEXT = LAYOUT[0].seen - 1       # windows of the past
+FEATURES = 3           # of a bin in each window: magnitude, real and imaginary part of what the phase did
+FACTORS = 2 * len(CLASSES)     # of a bin in each window: real parts for the classes, then imaginary ones
 WIDTH = 48
 UNITS = 64             # of a block, in each band
-SQUEEZED = 16
-BLOCKS = 4
+SQUEEZED = 24          # of a band in a block, for the layers over all bands
+GATHERED = 16          # likewise in the memory
+BLOCKS = 6
 HIDDEN = 128           # of the memory
 INNER = 64             # of a band's output layers
 SLOWEST = 60.0         # windows that a block remembers for at first: from one up to this
@@ -151,8 +157,8 @@ class Memory(nn.Module):
     def __init__(self):
         super().__init__()
         self.norm = nn.LayerNorm(WIDTH)
-        self.squeeze, self.spread = nn.Linear(WIDTH, SQUEEZED), nn.Linear(SQUEEZED, WIDTH)
-        self.narrow, self.widen = nn.Linear(BANDS * SQUEEZED, HIDDEN), nn.Linear(HIDDEN, BANDS * SQUEEZED)
+        self.squeeze, self.spread = nn.Linear(WIDTH, GATHERED), nn.Linear(GATHERED, WIDTH)
+        self.narrow, self.widen = nn.Linear(BANDS * GATHERED, HIDDEN), nn.Linear(HIDDEN, BANDS * GATHERED)
         self.recall = nn.GRU(HIDDEN, HIDDEN)
 
     def forward(self, x, state):
@@ -174,12 +180,13 @@ class Separator(nn.Module):
         self.norm = nn.LayerNorm(WIDTH)
         self.leave, self.leave_bias = scaled(BANDS, WIDTH, INNER), nn.Parameter(torch.zeros(BANDS, 1, INNER))
         self.direct, self.last, self.last_bias = (nn.ParameterList() for _ in range(3))
-        for count, bins in LAYOUT:
-            self.enter.append(scaled(count, FEATURES * bins, WIDTH))
-            self.direct.append(nn.Parameter(torch.zeros(count, FEATURES * bins, INNER)))
-            self.last.append(scaled(count, INNER, OUTPUTS * bins, gain=0.3))
-            self.last[-1].data[..., (len(CLASSES) + 1) * bins:] = 0.0     # no filter yet
-            self.last_bias.append(nn.Parameter(torch.zeros(count, 1, OUTPUTS * bins)))
+        for row in LAYOUT:
+            outputs = (len(CLASSES) + 1 + FACTORS * row.taps) * row.bins
+            self.enter.append(scaled(row.bands, FEATURES * row.seen * row.bins, WIDTH))
+            self.direct.append(nn.Parameter(torch.zeros(row.bands, FEATURES * row.taps * row.bins, INNER)))
+            self.last.append(scaled(row.bands, INNER, outputs, gain=0.3))
+            self.last[-1].data[..., (len(CLASSES) + 1) * row.bins:] = 0.0     # no filter yet
+            self.last_bias.append(nn.Parameter(torch.zeros(row.bands, 1, outputs)))
 
     def forward(self, spectra):
         """Complex [item, time, bin] to the same of the classes, [item, class, time, bin]."""
@@ -202,23 +209,31 @@ class Separator(nn.Module):
 
     @staticmethod
     def features(windows, sums):
-        """Complex [item, CONTEXT + time, bin] to [item, time, feature, bin] from bin 1 on, and the sums after."""
+        """Complex [item, CONTEXT + time, bin] to those of each row of LAYOUT, [item, time, window and feature, bin],
+        the present window first, and the sums after."""
         log_power = torch.log(windows.real ** 2 + windows.imag ** 2 + FLOOR)
         magnitude, phase = torch.exp(EXPONENT * log_power), windows * torch.exp((0.5 * EXPONENT - 0.5) * log_power)
         means, time = [], windows.shape[1] - CONTEXT
         for mean in magnitude[:, CONTEXT:, 1:].mean(-1).unbind(1):
             sums = DECAY * sums + torch.stack([mean, torch.ones_like(mean)], 1)
             means.append(sums[:, 0] / sums[:, 1])
-        before = [slice(CONTEXT - lag, CONTEXT - lag + time) for lag in range(TAPS)]
+        scale = torch.stack(means, 1)[..., None, None, None]
         # From one window to the next the phase of a steady tone in the middle of bin k goes on by pi * k; at an instant
         # in the middle of the window that of two bins differs by pi.
         turn = torch.ones(BINS - 1)
         turn[::2] = -1.0
-        others = [phase[:, span, 1:] * turn ** lag for lag, span in enumerate(before) if lag]
-        others.append(-phase[:, CONTEXT:, :-1])
-        turns = phase[:, CONTEXT:, None, 1:] * torch.stack(others, 2).conj()
-        loud = torch.stack([magnitude[:, span, 1:] for span in before], 2)
-        return torch.cat([loud, turns.real, turns.imag], 2) / torch.stack(means, 1)[..., None, None], sums
+        rows, begin = [], 0
+        for size, row in zip(SIZES, LAYOUT):
+            spans = [(slice(CONTEXT - lag, CONTEXT - lag + time), slice(begin + 1, begin + 1 + size))
+                     for lag in range(row.seen)]
+            others = [-phase[:, CONTEXT:, begin:begin + size]]
+            others += [phase[:, when, where] * turn[begin:begin + size] ** lag
+                       for lag, (when, where) in enumerate(spans) if lag]
+            turns = phase[:, spans[0][0], None, spans[0][1]] * torch.stack(others, 2).conj()
+            loud = torch.stack([magnitude[:, when, where] for when, where in spans], 2)
+            rows.append((torch.stack([loud, turns.real, turns.imag], 3) / scale).flatten(2, 3))
+            begin += size
+        return rows, sums
 
     def proceed(self, spectra, states):
         """The classes, and the states after them."""
@@ -226,10 +241,10 @@ class Separator(nn.Module):
         windows = torch.cat([states[0], spectra], dim=1)
         with torch.no_grad():
             x, sums = self.features(windows, states[1])
-            x = (x - CENTRE).split([count * bins for count, bins in LAYOUT], dim=-1)
-            x = [part.unflatten(-1, row).permute(3, 1, 0, 2, 4).flatten(3).flatten(1, 2)
+            x = [(part - CENTRE).unflatten(-1, (row.bands, row.bins)).permute(3, 1, 0, 2, 4).flatten(3).flatten(1, 2)
                  for part, row in zip(x, LAYOUT)]
-        direct = torch.cat([torch.bmm(*pair) for pair in zip(x, self.direct)]) + self.leave_bias
+        direct = torch.cat([torch.bmm(part[..., :weight.shape[1]], weight) for part, weight in zip(x, self.direct)])
+        direct = direct + self.leave_bias
         x = torch.cat([torch.bmm(*pair) for pair in zip(x, self.enter)]) + self.enter_bias
         x = x.reshape(BANDS, time, items, WIDTH)
         held = [state.transpose(0, 1) for state in states[2:]]
@@ -238,22 +253,24 @@ class Separator(nn.Module):
                 x, held[0] = self.memory(x, held[0].contiguous())
             x, held[number + 1] = block(x, held[number + 1])
         x = functional.silu(torch.baddbmm(direct, self.norm(x).flatten(1, 2), self.leave))
-        classes = self.apply_outputs(x.split([count for count, _ in LAYOUT]), windows)
+        classes = self.apply_outputs(x.split([row.bands for row in LAYOUT]), windows)
         return classes, [windows[:, time:], sums, *(state.transpose(0, 1) for state in held)]
 
     def apply_outputs(self, x, windows):
         """What the last layers say, [band, time and item, INNER] for each row of LAYOUT, done to the windows: the
         classes."""
         items, time, named = len(windows), windows.shape[1] - CONTEXT, len(CLASSES)
-        parts = []
-        for y, bias, last, (count, bins) in zip(x, self.last_bias, self.last, LAYOUT):
-            y = torch.baddbmm(bias, y, last).reshape(count, time, items, OUTPUTS, bins)
-            parts.append(y.permute(2, 3, 1, 0, 4).flatten(3))
-        y = torch.cat([parts[0][..., :1], *parts], dim=-1)     # [item, output, time, bin], the lowest bin as the next
-        shares = torch.softmax(y[:, :named + 1], dim=1)[:, :named]
-        factors = y[:, named + 1:].unflatten(1, (TAPS, 2, named))
+        found = []
+        for y, bias, last, row in zip(x, self.last_bias, self.last, LAYOUT):
+            y = torch.baddbmm(bias, y, last).reshape(row.bands, time, items, -1, row.bins)
+            y = y.permute(2, 3, 1, 0, 4).flatten(3)       # [item, output, time, bin]
+            found.append(y if found else torch.cat([y[..., :1], y], dim=-1))     # the lowest bin as the next
+        shares = torch.softmax(torch.cat([y[:, :named + 1] for y in found], dim=-1), dim=1)[:, :named]
         result = shares * windows[:, None, CONTEXT:]
-        for tap in range(TAPS):
-            past = windows[:, None, CONTEXT - tap:CONTEXT - tap + time]
-            result = result + torch.complex(factors[:, tap, 0], factors[:, tap, 1]) * past
+        for tap in range(LAYOUT[0].taps):
+            begin = named + 1 + FACTORS * tap
+            y = torch.cat([y[:, begin:begin + FACTORS] for y, row in zip(found, LAYOUT) if tap < row.taps], dim=-1)
+            bins = y.shape[-1]
+            past = torch.complex(*y.chunk(2, dim=1)) * windows[:, None, CONTEXT - tap:CONTEXT - tap + time, :bins]
+            result = result + functional.pad(past, (0, BINS - bins))
         return result

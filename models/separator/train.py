@@ -1,12 +1,11 @@
 #!/usr/bin/python3
 """Trains the separator. Goes on where the last checkpoint stands.
 
-usage: train.py FOLDER [--workers N] [--steps N] [--cooldown N]
+usage: train.py FOLDER [--workers N] [--steps N]
        train.py FOLDER --keep
 FOLDER has the audio (data.py) and gets checkpoint.pt and log.csv. The rate of learning falls with the root of the step,
-so that a course has no planned end: it may stop at any checkpoint and go on later. A candidate comes from
-`--cooldown N`: N more steps from the last checkpoint, over which the rate falls to zero, into cooled/checkpoint.pt; the
-course itself is left as it is.
+so that a course has no planned end: it may stop at any checkpoint and go on later. What is checked and exported is a
+moving average of the weights.
 
 `--workers N` divides each step among N processes, one for each idle core: what is learnt is the same but for rounding.
 
@@ -14,7 +13,7 @@ course itself is left as it is.
 begins there if FOLDER has no later checkpoint. It has the moving average of the weights in half precision and the log.
 
 Mixtures are short and streams are long: most mixtures begin with the states that the one before left behind, so
-that the network learns to go on after anything. What is checked and exported is a moving average of the weights.
+that the network learns to go on after anything.
 """
 
 import argparse
@@ -42,7 +41,7 @@ from spectra import analyse, synthesise
 SEED = 20261125
 RATE = 4e-3            # of matrices, up to step TURN; then it falls with the root of the step
 VECTORS_RATE = 1e-3    # of biases, norms and the last layer, likewise
-TURN = 500
+TURN = 2000
 WARM_UP = 100          # steps after each start
 BATCH = 8
 SECONDS = 4.0
@@ -71,8 +70,7 @@ TRAINED = {
 def arguments():
     parser = argparse.ArgumentParser(description=__doc__.split("\n", maxsplit=1)[0])
     parser.add_argument("folder", type=pathlib.Path)
-    parser.add_argument("--steps", type=int, default=60000)
-    parser.add_argument("--cooldown", type=int, default=0)
+    parser.add_argument("--steps", type=int, default=45000)
     parser.add_argument("--workers", type=int, default=1, choices=[n for n in range(1, BATCH + 1) if BATCH % n == 0])
     parser.add_argument("--keep", action="store_true")
     return parser.parse_args()
@@ -141,9 +139,9 @@ class Course:
                 optimiser.load_state_dict(state)
             self.step, self.spent, self.rows = (saved[k] for k in ("step", "spent", "rows"))
         self.begin = self.step
-        self.averaged = 0      # the step from which on weights are averaged
 
-    def save(self, path):
+    def save(self):
+        path = self.checkpoint
         partial = path.with_suffix(".partial")
         torch.save({"model": self.model.state_dict(), "optimisers": [o.state_dict() for o in self.optimisers],
                     "average": self.average.state_dict(), "step": self.step, "spent": self.spent, "rows": self.rows},
@@ -178,8 +176,8 @@ class Course:
             for gradient, part in zip(gradients, whole.split([g.numel() for g in gradients])):
                 gradient.copy_(part.reshape(gradient.shape) / self.workers)
 
-    def advance(self, material, fall):
-        """One step, at `fall` times the rate that the course has; its loss."""
+    def advance(self, material):
+        """One step; its loss."""
         length = int(SECONDS * SAMPLE_RATE) // HOP * HOP
         parts, factor = level(mixtures.batch(SEED, self.step, material, self.items, length))
         targets = analyse(parts)
@@ -191,16 +189,15 @@ class Course:
         loss.backward()
         self.share_gradients()
         norm = torch.nn.utils.clip_grad_norm_(self.model.parameters(), CLIP)
-        fall *= min(1.0, (self.step + 1 - self.begin) / WARM_UP, math.sqrt(TURN / (self.step + 1)))
+        fall = min(1.0, (self.step + 1 - self.begin) / WARM_UP, math.sqrt(TURN / (self.step + 1)))
         for optimiser, rate in zip(self.optimisers, (RATE, VECTORS_RATE)):
             for group in optimiser.param_groups:
                 group["lr"] = rate * fall
             if torch.isfinite(norm):
                 optimiser.step()
-        age = self.step - self.averaged
         with torch.no_grad():
             for mean, weight in zip(self.average.parameters(), self.model.parameters()):
-                mean.lerp_(weight, 1.0 - min(AVERAGE, age / (age + 10.0)))
+                mean.lerp_(weight, 1.0 - min(AVERAGE, self.step / (self.step + 10.0)))
         self.step += 1
         return loss.item()
 
@@ -212,22 +209,17 @@ def train(rank, args):
         distributed.init_process_group("gloo", init_method=f"tcp://127.0.0.1:{args.port}", rank=rank,
                                        world_size=args.workers)
     course = Course(args.folder, rank, args.workers)
-    end, path = args.steps, course.checkpoint
-    if args.cooldown:
-        course.averaged, end = course.step, course.step + args.cooldown
-        path = args.folder / "cooled" / "checkpoint.pt"
-        path.parent.mkdir(exist_ok=True)
     recordings = Recordings(args.folder)
     material, kept = mixtures.Material(recordings, ("train",)), checks(recordings)
     if rank == 0:
-        print(f"{sum(p.numel() for p in course.model.parameters())} weights, step {course.step} of {end}", flush=True)
+        print(f"{sum(p.numel() for p in course.model.parameters())} weights, step {course.step} of {args.steps}", flush=True)
     losses, saved_at, began = [], time.monotonic(), time.process_time()
     parent = os.getppid()
-    while course.step < end and os.getppid() == parent:     # a worker does not go on alone
-        losses.append(course.advance(material, (end - course.step) / args.cooldown if args.cooldown else 1.0))
-        if course.step % LOG_EVERY == 0 or course.step == end:
+    while course.step < args.steps and os.getppid() == parent:     # a worker does not go on alone
+        losses.append(course.advance(material))
+        if course.step % LOG_EVERY == 0 or course.step == args.steps:
             gains = {}
-            if course.step % CHECK_EVERY == 0 or course.step == end:
+            if course.step % CHECK_EVERY == 0 or course.step == args.steps:
                 gains = {name: gain(course.average, kept[name]) for name in list(kept)[rank::args.workers]}
             found = course.together((np.mean(losses), time.process_time() - began, gains))
             losses, began = [], time.process_time()
@@ -240,8 +232,8 @@ def train(rank, args):
             course.rows.append(row)
             if rank == 0:
                 print(*row, flush=True)
-                if course.step == end or time.monotonic() - saved_at > SAVE_SECONDS:
-                    course.save(path)
+                if course.step == args.steps or time.monotonic() - saved_at > SAVE_SECONDS:
+                    course.save()
                     saved_at = time.monotonic()
 
 
