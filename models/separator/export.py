@@ -192,8 +192,8 @@ def classes(g, network, x, direct, windows):
             y = g("Concat", part(g, y, 0, 1, 3), y, axis=3)              # the lowest bin as the next
         sizes = [FACTORS * (end - first) for first, end, _ in spans("taps") if end <= row.taps]
         sizes[0] += named + 1
-        for outputs, y in zip(found, split(g, y, sizes, 0)):
-            outputs.append(y)
+        for outputs, some in zip(found, split(g, y, sizes, 0)):
+            outputs.append(some)
     sound, sums = parts(g, windows), [[], []]
     for (first, end, rows), outputs in zip(spans("taps"), found):
         y, sizes = join(g, outputs, 3), [named] * 2 * (end - first)

@@ -212,7 +212,8 @@ def train(rank, args):
     recordings = Recordings(args.folder)
     material, kept = mixtures.Material(recordings, ("train",)), checks(recordings)
     if rank == 0:
-        print(f"{sum(p.numel() for p in course.model.parameters())} weights, step {course.step} of {args.steps}", flush=True)
+        weights = sum(p.numel() for p in course.model.parameters())
+        print(f"{weights} weights, step {course.step} of {args.steps}", flush=True)
     losses, saved_at, began = [], time.monotonic(), time.process_time()
     parent = os.getppid()
     while course.step < args.steps and os.getppid() == parent:     # a worker does not go on alone
