@@ -24,11 +24,12 @@ class Graph:
         self.prefix = prefix
 
     def __call__(self, op, *inputs, outputs=1, name=None, **attributes):
-        """Adds one node. Its first result is called `name`; without `name` it gets a new name."""
+        """Adds one node. `name` is that of its first result, or a list for several; where it is None, or the list is
+        shorter, a result gets a new name."""
         stem = f"{self.prefix}{op.lower()}_{len(self.nodes)}"
         results = [stem if i == 0 else f"{stem}_{i}" for i in range(outputs)]
-        if name:
-            results[0] = name
+        for i, given in enumerate(name if isinstance(name, list) else [name]):
+            results[i] = given or results[i]
         self.nodes.append(helper.make_node(op, list(inputs), results, **attributes))
         return results[0] if outputs == 1 else results
 

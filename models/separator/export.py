@@ -18,7 +18,7 @@ from onnx import helper
 sys.path.append(str(pathlib.Path(__file__).resolve().parents[1]))
 # pylint: disable=wrong-import-position
 from network import (BANDS, BINS, BLOCKS, CENTRE, CLASSES, CONTEXT, DECAY, EXPONENT, FACTORS, FEATURES, FLOOR,
-                     GATHERED, HIDDEN, HOP, LAYOUT, SAMPLE_RATE, SIZES, SQUEEZED, UNITS, WIDTH, Separator)
+                     GATHERED, HIDDEN, HOP, LAYOUT, SAMPLE_RATE, SIZES, UNITS, WIDTH, Separator)
 from onnx_model import Graph, make_model, tensor
 
 LARGEST = 1e6        # of a part of a bin; more, or no number at all, is broken and must not enter the states
@@ -51,36 +51,39 @@ def dense(g, x, weight, bias):
     return g("Add", g("MatMul", x, g.constant(weight)), g.constant(bias))
 
 
+def product(g, x, layer):
+    return g("MatMul", x, g.constant(values(layer.weight).T))
+
+
 def linear(g, layer, x):
-    return dense(g, x, values(layer.weight).T, values(layer.bias))
+    return g("Add", product(g, x, layer), g.constant(values(layer.bias)))
+
+
+def added_to(g, x, layer, y):
+    return g("Sum", x, product(g, y, layer), g.constant(values(layer.bias)))
 
 
 def silu(g, x):
     return g("Mul", x, g("Sigmoid", x))
 
 
-def scan(g, name, shape, before, steps, build):
-    """A loop over the windows, axis 1: `build` gets a graph, the names of the state and of one window of each of
-    `steps`, and returns the name of the state after it. The result is the state after all windows, and after each."""
+def held(g, name, share, new):
+    """A loop over the windows, axis 1: what is held, `name`_in at first, moves by `share` towards `new`. Returns what
+    is held after each window; the last is `name`_out."""
     inner = Graph(f"{name}_")
-    names = ["before", *(f"step{i}" for i in range(len(steps)))]
-    inner("Identity", build(inner, *names), name="after")
-    inner("Identity", "after", name="result")
-    types = [tensor(n, *shape) for n in [*names, "after", "result"]]
-    body = helper.make_graph(inner.nodes, f"{name}_window", types[:len(names)], types[len(names):], inner.initializers)
-    return g("Scan", before, *steps, outputs=2, body=body, num_scan_inputs=len(steps),
-             scan_input_axes=[1] * len(steps), scan_output_axes=[1])
-
-
-def parts(g, x):
-    """Real and imaginary part of [..., 2]."""
-    return [g("Squeeze", y, g.indices(-1)) for y in g("Split", x, axis=-1, outputs=2)]
+    step = inner("Mul", inner("Sub", "new", "before"), "share")
+    # The engine takes one name as both outputs, too, and then reads memory that nothing has written.
+    inner("Identity", inner("Add", "before", step, name="after"), name="result")
+    types = [tensor(n, BANDS, "channels", UNITS) for n in ("before", "share", "new", "after", "result")]
+    body = helper.make_graph(inner.nodes, f"{name}_window", types[:3], types[3:])
+    return g("Scan", f"{name}_in", share, new, outputs=2, name=f"{name}_out", body=body, num_scan_inputs=2,
+             scan_input_axes=[1, 1], scan_output_axes=[1])[1]
 
 
 def lagged(g, x, lag, bins=LAST):
-    """Of [channel, CONTEXT + sequence, ..., bin] the windows `lag` before those of the input, `bins` of each."""
+    """Of [..., CONTEXT + sequence, bin] the windows `lag` before those of the input, `bins` of each."""
     span = g.indices(CONTEXT - lag, 0), g.indices(LAST if lag == 0 else -lag, bins)
-    return g("Slice", x, *span, g.indices(1, -1))
+    return g("Slice", x, *span, g.indices(-2, -1))
 
 
 def spans(kind):
@@ -92,57 +95,56 @@ def spans(kind):
 
 
 def features(g, windows):
-    """Of `windows` [channel, CONTEXT + sequence, bin, 2]: those of each row of LAYOUT, [channel, sequence, window,
-    feature, bin] from the present window back."""
+    """Of `windows` [channel, CONTEXT + sequence, bin, 2]: those of each row of LAYOUT, [channel, window, feature,
+    sequence, bin] from the present window back."""
     log_power = g("Log", g("Add", g("ReduceSumSquare", windows, axes=[3], keepdims=0), g.constant(FLOOR)))
     magnitude = part(g, g("Exp", g("Mul", log_power, g.constant(EXPONENT))), 1, LAST, 2)
     scale = g("Unsqueeze", g("Exp", g("Mul", log_power, g.constant(0.5 * EXPONENT - 0.5))), g.indices(3))
+    # Sums of the mean and of ones; a power of zero is one.
     mean = g("ReduceMean", lagged(g, magnitude, 0), axes=[2])
-    step = g("Concat", mean, g("Add", g("Mul", mean, g.constant(0.0)), g.constant(1.0)), axis=2)
-    after, sums = scan(g, "level", ("channels", 2), "level_in", [step], lambda inner, before, new: inner(
-        "Add", inner("Mul", before, inner.constant(DECAY)), new))
-    g("Identity", after, name="level_out")
-    total, weight = g("Split", sums, axis=2, outputs=2)
-    loudness = g("Unsqueeze", g("Div", weight, total), g.indices(3, 4))
+    pair = g("Transpose", g("Concat", mean, g("Pow", mean, g.constant(0.0)), axis=2), perm=[1, 0, 2])
+    one = np.eye(2)[None]
+    sums, _ = g("RNN", pair, g.constant(one), g.constant(DECAY * one), "", "", "level_in", outputs=2,
+                name=[None, "level_out"], hidden_size=2, activations=["Affine"], activation_alpha=[1.0])
+    total, weight = g("Split", g("Transpose", sums, perm=[2, 1, 0, 3]), axis=3, outputs=2)
+    loudness = g("Unsqueeze", g("Div", weight, total), g.indices(1))
 
+    # Products of the present window with others: a real part is the sum of (re, im) times these, an imaginary one that
+    # of (im, -re).
     turn = np.where(np.arange(1, BINS) % 2, -1.0, 1.0)
-    magnitude = g("Unsqueeze", magnitude, g.indices(2))
-    low = [g("Unsqueeze", x, g.indices(2)) for x in parts(g, g("Mul", windows, scale))]
-    high = [part(g, x, 1, LAST, 3) for x in low]
+    magnitude = g("Unsqueeze", magnitude, g.indices(1, 2))
+    phase = g("Transpose", g("Mul", windows, scale), perm=[0, 3, 1, 2])
+    phase = g("Unsqueeze", phase, g.indices(1, 2))       # [channel, window, kind of part, part, sequence, bin]
+    high = part(g, phase, 1, LAST, 5)
+    re, im = g("Split", high, axis=3, outputs=2)
+    both = g("Concat", high, g("Concat", im, g("Neg", re), axis=3), axis=2)
     found = [[] for _ in LAYOUT]
     for first, end, rows in spans("seen"):
-        bins = sum(SIZES[:rows])
-        signs = g.constant(np.stack([turn[:bins] ** lag if lag else -np.ones(bins) for lag in range(first, end)]))
-        now = [lagged(g, x, 0, bins) for x in high]
-        others = [join(g, [lagged(g, x if lag else below, lag, bins) for lag in range(first, end)], 2)
-                  for x, below in zip(high, low)]
-        others = [g("Mul", x, signs) for x in others]
-        real = g("Add", g("Mul", now[0], others[0]), g("Mul", now[1], others[1]))
-        imaginary = g("Sub", g("Mul", now[1], others[0]), g("Mul", now[0], others[1]))
-        loud = join(g, [lagged(g, magnitude, lag, bins) for lag in range(first, end)], 2)
-        y = g("Concat", *(g("Unsqueeze", x, g.indices(3)) for x in (loud, real, imaginary)), axis=3)
-        y = g("Sub", g("Mul", y, loudness), g.constant(CENTRE))
+        bins, lags = sum(SIZES[:rows]), range(first, end)
+        signs = np.stack([turn[:bins] ** lag if lag else -np.ones(bins) for lag in lags])
+        others = g("Concat", *(lagged(g, high if lag else phase, lag, bins) for lag in lags), axis=1)
+        others = g("Mul", others, g.constant(signs[:, None, None, None]))
+        turns = g("ReduceSum", g("Mul", lagged(g, both, 0, bins), others), g.indices(3), keepdims=0)
+        loud = g("Concat", *(lagged(g, magnitude, lag, bins) for lag in lags), axis=1)
+        y = g("Sub", g("Mul", g("Concat", loud, turns, axis=2), loudness), g.constant(CENTRE))
         for row, x in zip(found, split(g, y, SIZES[:rows], 4)):
             row.append(x)
-    return [join(g, row, 2) for row in found]
+    return [join(g, row, 1) for row in found]
 
 
 def block(g, layers, x, number):
     """`x` [band, sequence, channel, WIDTH] to the same."""
-    bias = values(layers.place) @ values(layers.inner.weight).T + values(layers.inner.bias)
-    y = dense(g, norm(g, layers.norm, x), values(layers.inner.weight).T, bias)
+    weight, bias = values(layers.inner.weight).T, values(layers.inner.bias)
+    bias = bias + values(layers.place) @ weight
+    sign = np.repeat([-1.0, 1.0, 1.0], UNITS)      # the network's gate is the share that stays
+    y = dense(g, norm(g, layers.norm, x), weight * sign, bias * sign)
     gate, new, out = g("Split", y, axis=3, outputs=3)
-    gate, new = g("Sigmoid", gate), g("Relu", new)
-    added = g("Sub", new, g("Mul", gate, new))
-    after, held = scan(g, f"block{number}", (BANDS, "channels", UNITS), f"block{number}_in", [gate, added],
-                       lambda inner, before, z, c: inner("Add", inner("Mul", before, z), c))
-    g("Identity", after, name=f"block{number}_out")
-    x = g("Add", x, linear(g, layers.outer, g("Mul", held, silu(g, out))))
-    y = silu(g, linear(g, layers.squeeze, norm(g, layers.second_norm, x)))
-    shape = g("Shape", y)
-    y = g("Transpose", g("Reshape", y, g.indices(BANDS, -1, SQUEEZED)), perm=[2, 0, 1])
-    y = g("Transpose", g("Relu", g("MatMul", g.constant(values(layers.across)), y)), perm=[1, 2, 0])
-    return g("Add", x, linear(g, layers.spread, g("Reshape", y, shape)))
+    y = g("Mul", held(g, f"block{number}", g("Sigmoid", gate), g("Relu", new)), silu(g, out))
+    x = added_to(g, x, layers.outer, y)
+    y = silu(g, product(g, norm(g, layers.second_norm, x), layers.squeeze))
+    y = g("Transpose", y, perm=[2, 3, 0, 1])
+    y = g("Transpose", g("Relu", g("MatMul", g.constant(values(layers.across)), y)), perm=[2, 3, 0, 1])
+    return added_to(g, x, layers.spread, y)
 
 
 def memory(g, layers, x):
@@ -152,14 +154,14 @@ def memory(g, layers, x):
         reset, update, new = np.split(values(getattr(layers.recall, f"{kind}_l0")), 3)
         return np.concatenate([update, reset, new])
     biases = np.concatenate([gates("bias_ih"), gates("bias_hh")])
-    y = g("Transpose", linear(g, layers.squeeze, norm(g, layers.norm, x)), perm=[1, 2, 0, 3])
+    y = g("Transpose", product(g, norm(g, layers.norm, x), layers.squeeze), perm=[1, 2, 0, 3])
     y = g("Relu", linear(g, layers.narrow, g("Reshape", y, g.indices(0, 0, BANDS * GATHERED))))
-    y, last = g("GRU", y, g.constant(gates("weight_ih")[None]), g.constant(gates("weight_hh")[None]),
-                g.constant(biases[None]), "", "memory_in", outputs=2, hidden_size=HIDDEN, linear_before_reset=1)
-    g("Identity", last, name="memory_out")
+    y, _ = g("GRU", y, g.constant(gates("weight_ih")[None]), g.constant(gates("weight_hh")[None]),
+             g.constant(biases[None]), "", "memory_in", outputs=2, name=[None, "memory_out"], hidden_size=HIDDEN,
+             linear_before_reset=1)
     y = g("Relu", linear(g, layers.widen, g("Squeeze", y, g.indices(1))))
     y = g("Transpose", g("Reshape", y, g.indices(0, 0, BANDS, GATHERED)), perm=[2, 0, 1, 3])
-    return g("Add", x, linear(g, layers.spread, y))
+    return added_to(g, x, layers.spread, y)
 
 
 def enter(g, network, x):
@@ -167,8 +169,8 @@ def enter(g, network, x):
     sequence, channel, ...]."""
     bands = [[], []]
     for y, row, *weights in zip(x, LAYOUT, network.enter, network.direct):
-        y = g("Reshape", y, g.indices(0, 0, FEATURES * row.seen, row.bands, row.bins))
-        y = g("Reshape", g("Transpose", y, perm=[3, 1, 0, 2, 4]), g.indices(0, 0, 0, FEATURES * row.seen * row.bins))
+        y = g("Reshape", y, g.indices(0, FEATURES * row.seen, -1, row.bands, row.bins))
+        y = g("Reshape", g("Transpose", y, perm=[3, 2, 0, 1, 4]), g.indices(0, 0, 0, FEATURES * row.seen * row.bins))
         bands[0].append(g("MatMul", y, g.constant(values(weights[0])[:, None])))
         if row.taps < row.seen:
             y = part(g, y, 0, FEATURES * row.taps * row.bins, 3)
@@ -192,27 +194,26 @@ def classes(g, network, x, direct, windows):
             y = g("Concat", part(g, y, 0, 1, 3), y, axis=3)              # the lowest bin as the next
         sizes = [FACTORS * (end - first) for first, end, _ in spans("taps") if end <= row.taps]
         sizes[0] += named + 1
-        for outputs, some in zip(found, split(g, y, sizes, 0)):
-            outputs.append(some)
-    sound, sums = parts(g, windows), [[], []]
+        for outputs, y in zip(found, split(g, y, sizes, 0)):
+            outputs.append(y)
+    # A complex product is (re, im) of the factors times (re, -im) and (im, re) of the windows.
+    re, im = g("Split", g("Transpose", windows, perm=[3, 0, 1, 2]), axis=0, outputs=2)
+    sound = [[re] * named + [g("Neg", im)] * named, [im] * named + [re] * named]
+    sound = g("Concat", *(g("Unsqueeze", g("Concat", *x, axis=0), g.indices(0)) for x in sound), axis=0)
+    sums = []
     for (first, end, rows), outputs in zip(spans("taps"), found):
-        y, sizes = join(g, outputs, 3), [named] * 2 * (end - first)
+        y, bins = join(g, outputs, 3), 1 + sum(SIZES[:rows])
         if first == 0:
-            shares, rest, *factors = split(g, y, [named, 1, *sizes], 0)
+            shares, rest, y = split(g, y, [named, 1, FACTORS * end], 0)
             odds = g("Exp", g("Min", g("Sub", shares, rest), g.constant(80.0)))
             shares = g("Div", odds, g("Add", g("ReduceSum", odds, g.indices(0)), g.constant(1.0)))
-            factors[0] = g("Add", factors[0], shares)
-        else:
-            factors = split(g, y, sizes, 0)
-        bins, terms = 1 + sum(SIZES[:rows]), [[], []]
-        for lag, a, b in zip(range(first, end), factors[::2], factors[1::2]):
-            re, im = (lagged(g, x, lag, bins) for x in sound)
-            terms[0].append(g("Sub", g("Mul", a, re), g("Mul", b, im)))
-            terms[1].append(g("Add", g("Mul", a, im), g("Mul", b, re)))
-        for whole, some in zip(sums, terms):
-            some = g("Sum", *some) if some[1:] else some[0]
-            whole.append(some if bins == BINS else g("Pad", some, g.indices(*[0] * 7, BINS - bins)))
-    g("Concat", *(g("Unsqueeze", g("Sum", *terms), g.indices(4)) for terms in sums), axis=4, name="output")
+            y = g("Add", y, g("Pad", shares, g.indices(*[0] * 4, FACTORS * end - named, *[0] * 3)))
+        factors = split(g, y, [FACTORS] * (end - first), 0)
+        terms = [g("Mul", lagged(g, sound, lag, bins), y) for lag, y in zip(range(first, end), factors)]
+        y = g("Sum", *terms) if terms[1:] else terms[0]
+        sums.append(y if bins == BINS else g("Pad", y, g.indices(*[0] * 9, BINS - bins)))
+    y = g("Add", *g("Split", g("Sum", *sums), axis=1, outputs=2))
+    g("Transpose", y, perm=[1, 2, 3, 4, 0], name="output")
 
 
 def build(network):
@@ -228,7 +229,7 @@ def build(network):
         x = block(g, layers, x, number)
     classes(g, network, x, direct, windows)
 
-    states = [("windows", ("channels", CONTEXT, BINS, 2)), ("level", ("channels", 2)),
+    states = [("windows", ("channels", CONTEXT, BINS, 2)), ("level", (1, "channels", 2)),
               ("memory", (1, "channels", HIDDEN))]
     states += [(f"block{number}", (BANDS, "channels", UNITS)) for number in range(BLOCKS)]
     return make_model(

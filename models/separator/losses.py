@@ -1,5 +1,7 @@
 """The loss: distance of compressed spectra, and the ratio of signal to error in time."""
 
+import math
+
 import torch
 
 from network import CLASSES, HOP
@@ -10,8 +12,8 @@ COMPLEX_SHARE = 0.3      # of the distance between complex values; the rest is t
 SPECTRUM_WEIGHT = 3.0
 RATIO_WEIGHT = 0.2       # per dB
 CLASS_WEIGHTS = (1.0, 1.0, 0.3)
-RATIO_LIMIT = 1e-4       # a ratio above 40 dB gains nothing more
-LEAK_LIMIT = 1e-4        # an absent class below -40 dB gains nothing more
+LIMIT = 1e-4             # an error or a leak below -40 dB gains nothing more
+KNEE = 1e-3              # where the decibels of an error end, see `steep`
 SILENT = 1e-6            # power of a source below which it counts as absent; the mix has 1
 TINY = 1e-8
 
@@ -31,13 +33,26 @@ def spectrum_distance(spectra, target):
             (1.0 - COMPLEX_SHARE) * ((loudness - loudnesses) ** 2).mean(dim=(2, 3, 4)))
 
 
-def scale_invariant_ratio(estimate, target, limit=0.0):
-    """SI-SDR in dB over the last dimension; no more than 1 / limit."""
+def scale_invariant_error(estimate, target):
+    """Power of the error against the scaled target, over the last dimension: the inverse of SI-SDR."""
     energy = (target ** 2).sum(-1, keepdim=True) + TINY
     projection = (estimate * target).sum(-1, keepdim=True) / energy * target
     signal = (projection ** 2).sum(-1)
     error = ((estimate - projection) ** 2).sum(-1)
-    return 10.0 * torch.log10((signal + TINY) / (error + limit * signal + TINY))
+    return (error + TINY) / (signal + TINY)
+
+
+def scale_invariant_ratio(estimate, target):
+    """SI-SDR in dB over the last dimension."""
+    return -10.0 * torch.log10(scale_invariant_error(estimate, target))
+
+
+def steep(error):
+    """A power in dB, but below KNEE a straight line over the amplitude, which goes on as steep as the decibels are
+    there. The slope of decibels grows without end as the error falls: sources that are alone, with errors of -40 dB,
+    would pull ten times as hard at the weights as mixes, and little else would be learnt."""
+    line = 10.0 * math.log10(KNEE) + 20.0 / math.log(10.0) * (torch.sqrt(error / KNEE) - 1.0)
+    return torch.where(error > KNEE, 10.0 * torch.log10(error), line)
 
 
 def separation_loss(classes, targets, audio):
@@ -48,7 +63,6 @@ def separation_loss(classes, targets, audio):
     rest = targets.sum(1, keepdim=True) - classes.sum(1, keepdim=True)
     distance = spectrum_distance(torch.cat([classes, rest], dim=1), targets)
     sound = synthesise(classes)
-    ratio = scale_invariant_ratio(sound, named, RATIO_LIMIT)
-    leak = 10.0 * torch.log10((sound ** 2).mean(-1) + LEAK_LIMIT)
-    in_time = torch.where((named ** 2).mean(-1) > SILENT, -ratio, leak)
+    error = torch.where((named ** 2).mean(-1) > SILENT, scale_invariant_error(sound, named), (sound ** 2).mean(-1))
+    in_time = steep(error + LIMIT)
     return (SPECTRUM_WEIGHT * (distance * torch.tensor(CLASS_WEIGHTS)).sum(1) + RATIO_WEIGHT * in_time.sum(1)).mean()

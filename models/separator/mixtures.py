@@ -6,7 +6,7 @@ from scipy import fft, signal
 from data import SAMPLE_RATE
 
 # Shares of the kinds of mixture; `mix` has speech and music.
-KINDS = {"mix": 0.70, "speech": 0.12, "music": 0.10, "noise": 0.07, "silence": 0.01}
+KINDS = {"mix": 0.66, "speech": 0.16, "music": 0.10, "noise": 0.07, "silence": 0.01}
 SNR = (-12.0, 17.0)            # of speech to music in a mix, dB
 NOISE_SHARE, NOISE_SNR = 0.35, (3.0, 35.0)
 RECORDED_SHARE = 0.6           # of noise that is recorded, not made

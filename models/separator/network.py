@@ -128,14 +128,15 @@ def scaled(*shape, gain=1.0):
 
 
 class Block(nn.Module):
-    """`x` [band, time, item, WIDTH] to the same; `state` is [band, item, UNITS]."""
+    """`x` [band, time, item, WIDTH] to the same; `state` is [band, item, UNITS]. `squeeze` needs no bias, since
+    the norm before it has one."""
 
     def __init__(self):
         super().__init__()
         self.norm, self.second_norm = nn.LayerNorm(WIDTH), nn.LayerNorm(WIDTH)
         self.place = nn.Parameter(torch.zeros(BANDS, 1, 1, WIDTH))
         self.inner, self.outer = nn.Linear(WIDTH, 3 * UNITS), nn.Linear(UNITS, WIDTH)
-        self.squeeze, self.spread = nn.Linear(WIDTH, SQUEEZED), nn.Linear(SQUEEZED, WIDTH)
+        self.squeeze, self.spread = nn.Linear(WIDTH, SQUEEZED, bias=False), nn.Linear(SQUEEZED, WIDTH)
         self.across = scaled(SQUEEZED, BANDS, BANDS)
         with torch.no_grad():
             self.inner.bias[:UNITS] = math.log(SLOWEST) * torch.linspace(0.0, 1.0, UNITS)
@@ -157,7 +158,7 @@ class Memory(nn.Module):
     def __init__(self):
         super().__init__()
         self.norm = nn.LayerNorm(WIDTH)
-        self.squeeze, self.spread = nn.Linear(WIDTH, GATHERED), nn.Linear(GATHERED, WIDTH)
+        self.squeeze, self.spread = nn.Linear(WIDTH, GATHERED, bias=False), nn.Linear(GATHERED, WIDTH)
         self.narrow, self.widen = nn.Linear(BANDS * GATHERED, HIDDEN), nn.Linear(HIDDEN, BANDS * GATHERED)
         self.recall = nn.GRU(HIDDEN, HIDDEN)
 

@@ -41,13 +41,13 @@ from spectra import analyse, synthesise
 SEED = 20261125
 RATE = 4e-3            # of matrices, up to step TURN; then it falls with the root of the step
 VECTORS_RATE = 1e-3    # of biases, norms and the last layer, likewise
-TURN = 2000
+TURN = 500
 WARM_UP = 100          # steps after each start
 BATCH = 8
 SECONDS = 4.0
 CLIP = 3.0
 AVERAGE = 0.999        # of the weights, per step; less at the beginning
-FRESH_SHARE = 0.6      # of the mixtures that begin with empty states
+FRESH_SHARE = 0.8      # of the mixtures that begin with empty states
 LOG_EVERY = 100
 CHECK_EVERY = 500
 SAVE_SECONDS = 180.0
