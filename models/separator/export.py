@@ -2,7 +2,7 @@
 """Writes the trained network as a model for kalvrin.
 
 usage: export.py CHECKPOINT MODEL.onnx
-The graph is built node by node from the averaged weights. Its states are the two windows before, the sums of past
+The graph is built node by node from the averaged weights. Its states are the windows before, the sums of past
 magnitudes, and what the memory and the blocks hold; all start at zero, as in the training. CHECKPOINT may be
 `untrained`: the cost is the same.
 """
@@ -56,7 +56,7 @@ def product(g, x, layer):
 
 
 def linear(g, layer, x):
-    return g("Add", product(g, x, layer), g.constant(values(layer.bias)))
+    return dense(g, x, values(layer.weight).T, values(layer.bias))
 
 
 def added_to(g, x, layer, y):

@@ -13,7 +13,7 @@ SPECTRUM_WEIGHT = 3.0
 RATIO_WEIGHT = 0.2       # per dB
 CLASS_WEIGHTS = (1.0, 1.0, 0.3)
 LIMIT = 1e-4             # an error or a leak below -40 dB gains nothing more
-KNEE = 1e-3              # where the decibels of an error end, see `steep`
+KNEE = 1e-3              # power of an error below which it no longer counts in dB, see `steep`
 SILENT = 1e-6            # power of a source below which it counts as absent; the mix has 1
 TINY = 1e-8
 
@@ -48,9 +48,9 @@ def scale_invariant_ratio(estimate, target):
 
 
 def steep(error):
-    """A power in dB, but below KNEE a straight line over the amplitude, which goes on as steep as the decibels are
-    there. The slope of decibels grows without end as the error falls: sources that are alone, with errors of -40 dB,
-    would pull ten times as hard at the weights as mixes, and little else would be learnt."""
+    """A power in dB; below KNEE a straight line over the amplitude, with the slope that the decibels have at KNEE.
+    Decibels become steeper without end as the error falls: a source that is alone, and nearly right, would pull six
+    times as hard at the weights as a mix (median), and little else would be learnt."""
     line = 10.0 * math.log10(KNEE) + 20.0 / math.log(10.0) * (torch.sqrt(error / KNEE) - 1.0)
     return torch.where(error > KNEE, 10.0 * torch.log10(error), line)
 

@@ -42,8 +42,8 @@ FLOOR = 1e-5           # power that counts as silence; a full-scale tone has som
 EXPONENT = 0.15        # of the power
 DECAY = 0.98           # of the mean of the magnitudes, per window
 CENTRE = 0.5           # is taken from each feature: about their mean
-# Bands of so many bins; of how many windows, with the present one, their features are and their filter is: no more in a
-# row than in the one below.
+# The bands, from the lowest on: how many there are, and their bins; how many windows, the present one among them, their
+# features see and their filter is over. No row has more windows than the row before it.
 Row = collections.namedtuple("Row", "bands bins seen taps")
 LAYOUT = (Row(8, 2, 6, 6), Row(8, 4, 3, 3), Row(8, 8, 3, 1), Row(8, 18, 3, 1))
 BANDS = sum(row.bands for row in LAYOUT)

@@ -12,8 +12,8 @@ moving average of the weights.
 `--keep` packs the state of the course into training/state.pt beside this program, which is kept with it: a course
 begins there if FOLDER has no later checkpoint. It has the moving average of the weights in half precision and the log.
 
-Mixtures are short and streams are long: most mixtures begin with the states that the one before left behind, so
-that the network learns to go on after anything.
+Mixtures are short and streams are long: some mixtures begin with the states that the one before left behind, so that
+the network learns to go on after anything.
 """
 
 import argparse
